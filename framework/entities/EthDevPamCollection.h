@@ -1,0 +1,53 @@
+#pragma once
+
+#include "framework/kel/Attribute.h"
+#include "framework/kel/Collection.h"
+#include "framework/types/IntfId.h"
+
+namespace Interface {
+
+/// The packet access of one Ethernet device, as the entity that collections hold. How it reaches
+/// the device is the interface library's business.
+class KEL_EXPORT EthDevPam : public Kel::Entity {
+ public:
+  explicit EthDevPam(Wirex::IntfId intfId) : intfId_(std::move(intfId)) {}
+
+  Wirex::IntfId const& intfId() const { return intfId_; }
+
+ private:
+  Wirex::IntfId intfId_;
+};
+
+/// The devices that are open, by interface. Its name tells whose they are.
+class KEL_EXPORT EthDevPamCollection : public Kel::Entity {
+ public:
+  class NotifieeConst : public Kel::NotifieeOf<EthDevPamCollection const> {
+   public:
+    virtual void onIntfPam(Wirex::IntfId /*intf*/) {}
+    virtual void onIntfPamkelImmediate() {}
+
+   protected:
+    using NotifieeOf::NotifieeOf;
+  };
+
+  using IntfPams = Kel::Members<Wirex::IntfId, EthDevPam, &NotifieeConst::onIntfPam>;
+
+  explicit EthDevPamCollection(Kel::Name name) : name_(std::move(name)) {}
+
+  Kel::Name const& name() const { return name_; }
+
+  IntfPams const& intfPam() const { return intfPam_; }
+  Kel::Ptr<EthDevPam> intfPam(Wirex::IntfId const& intf) const { return intfPam_.get(intf); }
+  /// Puts a device in the place of what its interface has.
+  void intfPamIs(Kel::Ptr<EthDevPam> const& pam) { intfPam_.put(*this, pam->intfId(), pam); }
+  void intfPamDel(Wirex::IntfId const& intf) { intfPam_.del(*this, intf); }
+  void intfPamDelAll() { intfPam_.delAll(*this); }
+  void intfPamNotify(Wirex::IntfId const& intf) { intfPam_.notify(*this, intf); }
+  void intfPamNotify() { notify<&NotifieeConst::onIntfPamkelImmediate>(); }
+
+ private:
+  Kel::Name name_;
+  IntfPams intfPam_;
+};
+
+}  // namespace Interface

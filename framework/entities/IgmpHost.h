@@ -1,0 +1,224 @@
+#pragma once
+
+#include <cstdint>
+
+#include "framework/entities/VlanPam.h"
+#include "framework/kel/Attribute.h"
+#include "framework/kel/Collection.h"
+#include "framework/types/AllowedTrafficDirection.h"
+#include "framework/types/IgmpV3GroupRecordType.h"
+#include "framework/types/IgmpVersion.h"
+#include "framework/types/IntfId.h"
+#include "framework/types/IpAddr.h"
+
+/// The IGMP hosts: one per (port, VLAN), named by the text of its PortKey. The proxy writes them;
+/// the host library builds and sends their reports and answers queries.
+namespace Igmp {
+
+/// The sources of a group record. The value kept with each is not interpreted.
+class KEL_EXPORT IgmpV3HostGroupSourceList : public Kel::Entity {
+ public:
+  class NotifieeConst : public Kel::NotifieeOf<IgmpV3HostGroupSourceList const> {
+   public:
+    virtual void onSourceIp(Wirex::IpAddr /*source*/) {}
+    virtual void onSourceIpkelImmediate() {}
+
+   protected:
+    using NotifieeOf::NotifieeOf;
+  };
+
+  using SourceIps = Kel::Values<Wirex::IpAddr, std::uint8_t, &NotifieeConst::onSourceIp>;
+
+  SourceIps const& sourceIp() const { return sourceIp_; }
+  std::uint8_t sourceIp(Wirex::IpAddr source) const { return sourceIp_.get(source); }
+  void sourceIpIs(Wirex::IpAddr source, std::uint8_t value) { sourceIp_.is(*this, source, value); }
+  void sourceIpDel(Wirex::IpAddr source) { sourceIp_.del(*this, source); }
+  void sourceIpDelAll() { sourceIp_.delAll(*this); }
+  void sourceIpNotify(Wirex::IpAddr source) { sourceIp_.notify(*this, source); }
+  void sourceIpNotify() { notify<&NotifieeConst::onSourceIpkelImmediate>(); }
+
+ private:
+  SourceIps sourceIp_;
+};
+
+/// What a host reports for one group: MODE_IS_INCLUDE or MODE_IS_EXCLUDE with its sources.
+class KEL_EXPORT IgmpV3GroupRecord : public Kel::Entity {
+ public:
+  class NotifieeConst : public Kel::NotifieeOf<IgmpV3GroupRecord const> {
+   public:
+    virtual void onFilterMode() {}
+    virtual void onSource() {}
+
+   protected:
+    using NotifieeOf::NotifieeOf;
+  };
+
+  using RecordType = Wirex::IgmpV3GroupRecordType;
+
+  explicit IgmpV3GroupRecord(Wirex::IpAddr group) : group_(group) {}
+
+  Wirex::IpAddr group() const { return group_; }
+
+  RecordType filterMode() const { return filterMode_.get(); }
+  void filterModeIs(RecordType mode) { filterMode_.is(*this, mode); }
+
+  /// Null until the first `sourceIs()`.
+  Kel::Ptr<IgmpV3HostGroupSourceList> const& source() const { return source_.get(); }
+  Kel::Ptr<IgmpV3HostGroupSourceList> newSource() const {
+    return Kel::make<IgmpV3HostGroupSourceList>();
+  }
+  /// The source list, made if there is none.
+  Kel::Ptr<IgmpV3HostGroupSourceList> sourceIs() {
+    if (!source()) source_.is(*this, newSource());
+    return source();
+  }
+  void sourceDel() { source_.is(*this, nullptr); }
+
+ private:
+  Wirex::IpAddr group_;
+  Kel::Value<RecordType, &NotifieeConst::onFilterMode> filterMode_{RecordType::modeIsInclude};
+  Kel::NullablePointer<IgmpV3HostGroupSourceList, &NotifieeConst::onSource> source_;
+};
+
+class KEL_EXPORT IgmpHost : public Kel::Entity {
+ public:
+  class NotifieeConst : public Kel::NotifieeOf<IgmpHost const> {
+   public:
+    virtual void onIntfId() {}
+    virtual void onVlanId() {}
+    virtual void onUseMux() {}
+    virtual void onTagged() {}
+    virtual void onExternalPam() {}
+    virtual void onPam() {}
+    virtual void onIgmpVersion() {}
+    virtual void onDeviceName() {}
+    virtual void onEnabled() {}
+    virtual void onConfigVersion() {}
+    virtual void onIntfConfigVersion() {}
+    virtual void onBlocked() {}
+    virtual void onDirection() {}
+    virtual void onV3group(Wirex::IpAddr /*group*/) {}
+    virtual void onV3groupkelImmediate() {}
+
+   protected:
+    using NotifieeOf::NotifieeOf;
+  };
+
+  using Direction = Bridging::AllowedTrafficDirection;
+  using V3groups = Kel::Members<Wirex::IpAddr, IgmpV3GroupRecord, &NotifieeConst::onV3group>;
+
+  explicit IgmpHost(Kel::Name name) : name_(std::move(name)) {}
+
+  Kel::Name const& name() const { return name_; }
+
+  Wirex::IntfId const& intfId() const { return intfId_.get(); }
+  void intfIdIs(Wirex::IntfId const& intf) { intfId_.is(*this, intf); }
+
+  /// The VLAN number; 0 until it is set.
+  std::uint16_t vlanId() const { return vlanId_.get(); }
+  void vlanIdIs(std::uint16_t vlan) { vlanId_.is(*this, vlan); }
+
+  bool useMux() const { return useMux_.get(); }
+  void useMuxIs(bool useMux) { useMux_.is(*this, useMux); }
+
+  bool tagged() const { return tagged_.get(); }
+  void taggedIs(bool tagged) { tagged_.is(*this, tagged); }
+
+  /// Whether packet access is supplied through `pam`.
+  bool externalPam() const { return externalPam_.get(); }
+  void externalPamIs(bool external) { externalPam_.is(*this, external); }
+
+  /// The packet access of the (port, VLAN), or null.
+  Kel::Ptr<Wirex::VlanPam> const& pam() const { return pam_.get(); }
+  void pamIs(Kel::Ptr<Wirex::VlanPam> const& pam) { pam_.is(*this, pam); }
+
+  IgmpVersion igmpVersion() const { return igmpVersion_.get(); }
+  void igmpVersionIs(IgmpVersion version) { igmpVersion_.is(*this, version); }
+
+  /// The kernel's name of the port.
+  Kel::String8 const& deviceName() const { return deviceName_.get(); }
+  void deviceNameIs(Kel::String8 const& deviceName) { deviceName_.is(*this, deviceName); }
+
+  bool enabled() const { return enabled_.get(); }
+  void enabledIs(bool enabled) { enabled_.is(*this, enabled); }
+
+  /// Raised by one whenever the host is configured again, and so for its interface.
+  std::uint32_t configVersion() const { return configVersion_.get(); }
+  void configVersionIs(std::uint32_t version) { configVersion_.is(*this, version); }
+  std::uint32_t intfConfigVersion() const { return intfConfigVersion_.get(); }
+  void intfConfigVersionIs(std::uint32_t version) { intfConfigVersion_.is(*this, version); }
+
+  bool blocked() const { return blocked_.get(); }
+  void blockedIs(bool blocked) { blocked_.is(*this, blocked); }
+
+  Direction direction() const { return direction_.get(); }
+  void directionIs(Direction direction) { direction_.is(*this, direction); }
+
+  V3groups const& v3group() const { return v3group_; }
+  Kel::Ptr<IgmpV3GroupRecord> v3group(Wirex::IpAddr group) const { return v3group_.get(group); }
+  Kel::Ptr<IgmpV3GroupRecord> newV3group(Wirex::IpAddr group) const {
+    return Kel::make<IgmpV3GroupRecord>(group);
+  }
+  Kel::Ptr<IgmpV3GroupRecord> v3groupIs(Wirex::IpAddr group) { return v3group_.is(*this, group); }
+  void v3groupDel(Wirex::IpAddr group) { v3group_.del(*this, group); }
+  void v3groupDelAll() { v3group_.delAll(*this); }
+  void v3groupNotify(Wirex::IpAddr group) { v3group_.notify(*this, group); }
+  void v3groupNotify() { notify<&NotifieeConst::onV3groupkelImmediate>(); }
+
+ private:
+  Kel::Name name_;
+  Kel::Value<Wirex::IntfId, &NotifieeConst::onIntfId> intfId_;
+  Kel::Value<std::uint16_t, &NotifieeConst::onVlanId> vlanId_;
+  Kel::Value<bool, &NotifieeConst::onUseMux> useMux_;
+  Kel::Value<bool, &NotifieeConst::onTagged> tagged_;
+  Kel::Value<bool, &NotifieeConst::onExternalPam> externalPam_;
+  Kel::NullablePointer<Wirex::VlanPam, &NotifieeConst::onPam> pam_;
+  Kel::Value<IgmpVersion, &NotifieeConst::onIgmpVersion> igmpVersion_{IgmpVersion::v3};
+  Kel::Value<Kel::String8, &NotifieeConst::onDeviceName> deviceName_;
+  Kel::Value<bool, &NotifieeConst::onEnabled> enabled_;
+  Kel::Value<std::uint32_t, &NotifieeConst::onConfigVersion> configVersion_;
+  Kel::Value<std::uint32_t, &NotifieeConst::onIntfConfigVersion> intfConfigVersion_;
+  Kel::Value<bool, &NotifieeConst::onBlocked> blocked_;
+  Kel::Value<Direction, &NotifieeConst::onDirection> direction_;
+  V3groups v3group_;
+};
+
+/// The directory of hosts.
+class KEL_EXPORT IgmpHostDir : public Kel::Entity {
+ public:
+  class NotifieeConst : public Kel::NotifieeOf<IgmpHostDir const> {
+   public:
+    virtual void onIgmpHost(Kel::Name const& /*name*/) {}
+    virtual void onIgmpHostkelImmediate() {}
+
+   protected:
+    using NotifieeOf::NotifieeOf;
+  };
+
+  using IgmpHosts = Kel::Members<Kel::Name, IgmpHost, &NotifieeConst::onIgmpHost>;
+
+  IgmpHosts const& igmpHost() const { return igmpHost_; }
+  Kel::Ptr<IgmpHost> igmpHost(Kel::Name const& name) const { return igmpHost_.get(name); }
+  Kel::Ptr<IgmpHost> newIgmpHost(Kel::Name const& name) const { return Kel::make<IgmpHost>(name); }
+  Kel::Ptr<IgmpHost> igmpHostIs(Kel::Name const& name) { return igmpHost_.is(*this, name); }
+  void igmpHostDel(Kel::Name const& name) { igmpHost_.del(*this, name); }
+  void igmpHostDelAll() { igmpHost_.delAll(*this); }
+  void igmpHostNotify(Kel::Name const& name) { igmpHost_.notify(*this, name); }
+  void igmpHostNotify() { notify<&NotifieeConst::onIgmpHostkelImmediate>(); }
+
+ private:
+  IgmpHosts igmpHost_;
+};
+
+/// The status directory of the hosts of one owner, which its name tells.
+class KEL_EXPORT IgmpHostStatusDir : public Kel::Entity {
+ public:
+  explicit IgmpHostStatusDir(Kel::Name name) : name_(std::move(name)) {}
+
+  Kel::Name const& name() const { return name_; }
+
+ private:
+  Kel::Name name_;
+};
+
+}  // namespace Igmp

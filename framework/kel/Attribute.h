@@ -1,0 +1,65 @@
+#pragma once
+
+#include <utility>
+
+#include "framework/kel/Exception.h"
+#include "framework/kel/Notification.h"
+
+namespace Kel {
+
+/// Storage of a value attribute. The type names the callback that a change raises.
+///
+///     bool blocked() const { return blocked_.get(); }
+///     void blockedIs(bool blocked) { blocked_.is(*this, blocked); }
+///    private:
+///     Kel::Value<bool, &NotifieeConst::onBlocked> blocked_;
+///
+/// It holds no back pointer to its entity, of which there may be millions: mutators pass it.
+template <class T, auto Callback>
+class Value {
+ public:
+  Value() = default;
+  explicit Value(T value) : value_(std::move(value)) {}
+
+  T const& get() const noexcept { return value_; }
+
+  /// Storing an equal value notifies nobody.
+  void is(Entity const& owner, T value) {
+    if (value_ == value) return;
+    value_ = std::move(value);
+    ++mutations;
+    notify(owner);
+  }
+
+  void notify(Entity const& owner) const { owner.notify<Callback>(); }
+
+ private:
+  T value_{};
+};
+
+/// Storage of a pointer attribute that may be null.
+template <class T, auto Callback>
+using NullablePointer = Value<Ptr<T>, Callback>;
+
+/// Storage of a pointer attribute that refuses null.
+template <class T, auto Callback>
+class Pointer {
+ public:
+  Pointer() = default;
+  explicit Pointer(Ptr<T> object) : object_(std::move(object)) {}
+
+  Ptr<T> const& get() const noexcept { return object_.get(); }
+
+  /// @param ownerName, attribute how the exception names the mutator that refused null.
+  void is(Entity const& owner, Ptr<T> object, char const* ownerName, char const* attribute) {
+    if (!object) refuseNull(ownerName, attribute);
+    object_.is(owner, std::move(object));
+  }
+
+  void notify(Entity const& owner) const { object_.notify(owner); }
+
+ private:
+  NullablePointer<T, Callback> object_;
+};
+
+}  // namespace Kel

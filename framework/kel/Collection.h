@@ -1,0 +1,251 @@
+#pragma once
+
+#include <cstdint>
+#include <sstream>
+#include <utility>
+
+#include "framework/kel/Exception.h"
+#include "framework/kel/Notification.h"
+#include "framework/kel/Table.h"
+
+namespace Kel {
+
+/// Refuses to take an existing member for one that was asked for with another value of a
+/// constructor parameter. Members call it for each of their parameters, in
+/// `requireConstructedWith(parameters...)`.
+template <class T>
+void requireEqual(char const* attribute, T const& newValue, T const& currentValue) {
+  if (newValue == currentValue) return;
+  std::ostringstream newText;
+  std::ostringstream currentText;
+  newText << newValue;
+  currentText << currentValue;
+  refuseReinstantiation(attribute, newText.str(), currentText.str());
+}
+
+/// What the reading side of every collection offers: `for (auto [key, mapped] : collection)`,
+/// in an order that stays as long as the collection does.
+template <class Key, class Mapped>
+class Collection {
+ public:
+  std::uint32_t size() const noexcept { return table_.size(); }
+  bool empty() const noexcept { return table_.empty(); }
+  bool contains(Key const& key) const noexcept { return table_.contains(key); }
+
+  /// The place of a key in the collection's order, or `Table::absent`.
+  std::uint32_t position(Key const& key) const noexcept { return table_.position(key); }
+  Key const& keyAt(std::uint32_t position) const noexcept { return table_.keyAt(position); }
+
+  auto begin() const noexcept { return table_.begin(); }
+  auto end() const noexcept { return table_.end(); }
+
+  /// The keys as they are now, for loops that change the collection.
+  KeySnapshot<Key> keys() const { return KeySnapshot<Key>(table_); }
+
+ protected:
+  Table<Key, Mapped> table_;
+};
+
+/// Members, entities or reactors, that the collection owns and that nobody is told of.
+template <class Key, class Member>
+class OwnedMembers : public Collection<Key, Ptr<Member>> {
+ public:
+  OwnedMembers() = default;
+  OwnedMembers(OwnedMembers const&) = delete;
+  OwnedMembers& operator=(OwnedMembers const&) = delete;
+  ~OwnedMembers() { delAll(); }
+
+  /// The member, or null.
+  Member* find(Key const& key) const noexcept {
+    auto const* const member = this->table_.find(key);
+    return member ? member->get() : nullptr;
+  }
+  Ptr<Member> get(Key const& key) const noexcept { return Ptr<Member>(find(key)); }
+
+  /// Ensures that there is a member for the key: one that is there must have been constructed
+  /// with equal parameters, one that is missing is made by `newMember()`.
+  /// @return the member, and whether it is new.
+  template <class NewMember, class... Parameters>
+  std::pair<Ptr<Member>, bool> ensure(Key const& key, NewMember newMember,
+                                      Parameters const&... parameters) {
+    if (auto const* const present = this->table_.find(key)) {
+      if (!*present) refuseNullMember();
+      Ptr<Member> const member = *present;
+      if constexpr (sizeof...(parameters) > 0) member->requireConstructedWith(parameters...);
+      return {member, false};
+    }
+    Ptr<Member> member = newMember();
+    // The constructor may have run handlers that got here first.
+    if (Member* const present = find(key)) {
+      member->kelDoZombieReactors(true);
+      return {Ptr<Member>(present), false};
+    }
+    ++mutations;
+    this->table_.add(key, member);
+    return {std::move(member), true};
+  }
+
+  /// Puts a member, or null, in the place of what is there. Returns whether that is a change.
+  bool put(Key const& key, Ptr<Member> member) {
+    if (Ptr<Member>* const place = this->table_.find(key)) {
+      if (*place == member) return false;
+      ++mutations;
+      place->swap(member);
+      retire(std::move(member));
+    } else {
+      ++mutations;
+      this->table_.add(key, std::move(member));
+    }
+    return true;
+  }
+
+  /// Returns whether there was a member to remove.
+  bool del(Key const& key) {
+    std::uint32_t const at = this->table_.position(key);
+    if (at == Table<Key, Ptr<Member>>::absent) return false;
+    ++mutations;
+    retire(this->table_.takeAt(at));
+    return true;
+  }
+
+  void delAll() {
+    while (!this->empty()) del(Key(this->keyAt(this->size() - 1)));
+  }
+
+ private:
+  /// A removed member's reactors stop calling handlers before the collection lets go of it,
+  /// whoever else may hold it.
+  static void retire(Ptr<Member> member) {
+    if (member) member->kelDoZombieReactors(true);
+  }
+};
+
+/// A collection attribute of members, whose changes raise a callback with the key.
+///
+///     Kel::Ptr<Port> port(Wirex::IntfId const& intf) const { return port_.get(intf); }
+///     Kel::Ptr<Port> portIs(Wirex::IntfId const& intf) { return port_.is(*this, intf); }
+///     void portDel(Wirex::IntfId intf) { port_.del(*this, intf); }
+///    private:
+///     Kel::Members<Wirex::IntfId, Port, &NotifieeConst::onTopoPort> port_;
+template <class Key, class Member, auto Callback>
+class Members : private OwnedMembers<Key, Member> {
+  using Owned = OwnedMembers<Key, Member>;
+
+ public:
+  using Owned::begin, Owned::contains, Owned::empty, Owned::end, Owned::find, Owned::get,
+      Owned::keyAt, Owned::keys, Owned::position, Owned::size;
+
+  /// Find-or-create: a new member is constructed from the key and the parameters.
+  template <class... Parameters>
+  Ptr<Member> is(Entity const& owner, Key const& key, Parameters const&... parameters) {
+    auto [member, isNew] = Owned::ensure(
+        key, [&] { return make<Member>(key, parameters...); }, parameters...);
+    if (isNew) notify(owner, key);
+    return member;
+  }
+
+  /// Sets an entry to a member made elsewhere, or to null.
+  void put(Entity const& owner, Key const& key, Ptr<Member> member) {
+    if (Owned::put(key, std::move(member))) notify(owner, key);
+  }
+
+  /// Takes its key by value: it may live in what is removed.
+  void del(Entity const& owner, Key key) {
+    if (Owned::del(key)) notify(owner, key);
+  }
+
+  void delAll(Entity const& owner) {
+    Ptr<Entity const> const self(&owner);
+    for (Key const& key : this->keys()) del(owner, key);
+  }
+
+  void notify(Entity const& owner, Key const& key) const { owner.notify<Callback>(key); }
+};
+
+/// A collection attribute of values; an absent entry reads as the default value.
+template <class Key, class T, auto Callback>
+class Values : private Collection<Key, T> {
+  using Base = Collection<Key, T>;
+
+ public:
+  using Base::begin, Base::contains, Base::empty, Base::end, Base::keyAt, Base::keys,
+      Base::position, Base::size;
+
+  T get(Key const& key) const {
+    T const* const value = this->table_.find(key);
+    return value ? *value : T{};
+  }
+
+  void is(Entity const& owner, Key const& key, T value) {
+    if (T* const present = this->table_.find(key)) {
+      if (*present == value) return;
+      *present = std::move(value);
+    } else {
+      this->table_.add(key, std::move(value));
+    }
+    ++mutations;
+    notify(owner, key);
+  }
+
+  /// Adds to a count, which starts at 0 where it is absent; counts wrap as their type does.
+  /// Returns the new count.
+  T inc(Entity const& owner, Key const& key, T by) {
+    auto const sum = static_cast<T>(get(key) + by);
+    is(owner, key, sum);
+    return sum;
+  }
+  T dec(Entity const& owner, Key const& key, T by) { return inc(owner, key, static_cast<T>(-by)); }
+
+  void del(Entity const& owner, Key key) {
+    std::uint32_t const at = this->table_.position(key);
+    if (at == Table<Key, T>::absent) return;
+    this->table_.takeAt(at);
+    ++mutations;
+    notify(owner, key);
+  }
+
+  void delAll(Entity const& owner) {
+    Ptr<Entity const> const self(&owner);
+    for (Key const& key : this->keys()) del(owner, key);
+  }
+
+  void notify(Entity const& owner, Key const& key) const {
+    if constexpr (Callback != nullptr) owner.notify<Callback>(key);
+  }
+};
+
+/// A collection attribute that is a set of keys.
+template <class Key, auto Callback>
+class Set : private Collection<Key, Nothing> {
+  using Base = Collection<Key, Nothing>;
+
+ public:
+  using Base::contains, Base::empty, Base::keyAt, Base::keys, Base::position, Base::size;
+
+  Key const* begin() const noexcept { return empty() ? nullptr : &keyAt(0); }
+  Key const* end() const noexcept { return begin() + size(); }
+
+  void is(Entity const& owner, Key const& key) {
+    if (this->table_.contains(key)) return;
+    this->table_.add(key, Nothing{});
+    ++mutations;
+    notify(owner, key);
+  }
+
+  void del(Entity const& owner, Key key) {
+    std::uint32_t const at = this->table_.position(key);
+    if (at == Table<Key, Nothing>::absent) return;
+    this->table_.takeAt(at);
+    ++mutations;
+    notify(owner, key);
+  }
+
+  void delAll(Entity const& owner) {
+    Ptr<Entity const> const self(&owner);
+    for (Key const& key : this->keys()) del(owner, key);
+  }
+
+  void notify(Entity const& owner, Key const& key) const { owner.notify<Callback>(key); }
+};
+
+}  // namespace Kel

@@ -1,0 +1,207 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "framework/kel/Activity.h"
+#include "framework/kel/Export.h"
+#include "framework/kel/Ptr.h"
+
+namespace Kel {
+
+/// How many attributes this thread has changed so far: between two equal readings no entity has
+/// changed, and no reactor was re-pointed.
+KEL_EXPORT extern thread_local constinit std::uint64_t mutations [[gnu::tls_model("initial-exec")]];
+inline std::uint64_t mutationCount() noexcept {
+  return mutations;
+}
+
+/// What all reactors have in common: the flags that rule delivery, and the notifications that
+/// wait for the reactor's activity.
+class KEL_EXPORT Notifiee : public PtrInterface {
+ public:
+  ~Notifiee() override;
+
+  bool hasNotificationActive() const noexcept { return active_; }
+  bool isZombie() const noexcept { return zombie_; }
+
+  /// Whether a callback may call its handler.
+  bool notificationActive() const noexcept { return active_ && !zombie_; }
+
+  void kelDoZombieReactors(bool zombie) override;
+
+  /// Set at the end of a reactor's own first pass, where it has one.
+  bool initialized() const noexcept { return initialized_; }
+  void initializedIs(bool initialized) noexcept { initialized_ = initialized; }
+
+  /// The activity that delivers to this reactor; null where delivery is immediate.
+  virtual ActivityConfig* kelFwkActivity() const;
+
+  /// Takes the oldest pending notification and dispatches it to its callback.
+  void handleNotification(ActivityConfig* activity);
+
+  bool hasPendingNotification() const noexcept { return newestPending_ != nullptr; }
+
+ protected:
+  enum class Delivery : std::uint8_t { immediate, byActivity };
+
+  explicit Notifiee(Delivery delivery) noexcept : delivery_(delivery) {}
+
+  void activeFlagIs(bool active) noexcept { active_ = active; }
+  void callOffPending() noexcept;
+
+ private:
+  friend class ActivityQueue;
+  friend class Entity;
+
+  PendingNotification* takeOldestPending() noexcept;
+  void chainPending(PendingNotification& pending) noexcept;
+
+  bool active_ = true;
+  bool zombie_ = false;
+  bool initialized_ = false;
+  Delivery delivery_;
+  // The newest, whose successor in the chain is the oldest.
+  PendingNotification* newestPending_ = nullptr;
+};
+
+/// The reactors registered with one entity, in order of registration: none or one in place, more
+/// in an allocation of their own.
+class KEL_EXPORT NotifieeSlots {
+ public:
+  NotifieeSlots() noexcept = default;
+  NotifieeSlots(NotifieeSlots const&) = delete;
+  NotifieeSlots& operator=(NotifieeSlots const&) = delete;
+  ~NotifieeSlots();
+
+  bool empty() const noexcept { return content_ == 0; }
+  void add(Notifiee& notifiee);
+  void remove(Notifiee& notifiee) noexcept;
+
+  /// Visits the reactors that were registered when it began, less those that leave meanwhile.
+  class KEL_EXPORT Walk {
+   public:
+    explicit Walk(NotifieeSlots& slots) noexcept;
+    Walk(Walk const&) = delete;
+    Walk& operator=(Walk const&) = delete;
+    ~Walk() {
+      if (many_) end();
+    }
+
+    /// The next one, or null.
+    Notifiee* next() noexcept {
+      if (many_) return nextOfMany();
+      return std::exchange(single_, nullptr);
+    }
+
+   private:
+    Notifiee* nextOfMany() noexcept;
+    void end() noexcept;
+
+    NotifieeSlots& slots_;
+    Notifiee* single_ = nullptr;
+    struct Many* many_ = nullptr;
+    std::size_t position_ = 0;
+    std::size_t count_ = 0;
+  };
+
+ private:
+  friend class Walk;
+
+  static constexpr std::uintptr_t manyTag = 1;
+
+  struct Many* many() const noexcept {
+    return content_ & manyTag ? reinterpret_cast<Many*>(content_ & ~manyTag) : nullptr;
+  }
+
+  std::uintptr_t content_ = 0;  // a Notifiee*, or a Many* with the tag
+};
+
+/// An object with attributes that reactors may watch. A mutator changes the attribute first and
+/// notifies last; it touches nothing of the entity afterwards.
+class KEL_EXPORT Entity : public PtrInterface {
+ public:
+  /// Raises a callback of the entity's notifiee interface. The entity, and each reactor while it
+  /// is called, stay alive for the length of it.
+  template <auto Callback, class... Key>
+  void notify(Key const&... key) const {
+    if (!notifiees_.empty()) notifyEach<Callback, Key...>(key...);
+  }
+
+ protected:
+  Entity() noexcept = default;
+
+ private:
+  template <class T>
+  friend class NotifieeOf;
+
+  /// Takes the key by value: what a callback removes may be the key's own storage.
+  template <auto Callback, class... Key>
+  void notifyEach(Key... key) const {
+    Ptr<Entity const> const self(this);
+    NotifieeSlots::Walk walk(notifiees_);
+    while (Notifiee* const notifiee = walk.next()) {
+      if (notifiee->zombie_) continue;
+      if (notifiee->delivery_ == Notifiee::Delivery::byActivity) {
+        notifiee->kelFwkActivity()->queue().template add<Callback>(*notifiee, key...);
+      } else {
+        Ptr<Notifiee> const reactor(notifiee);
+        using Interface = typename CallbackOf<decltype(Callback)>::InterfaceType;
+        (static_cast<Interface&>(*reactor).*Callback)(key...);
+      }
+    }
+  }
+
+  mutable NotifieeSlots notifiees_;
+};
+
+/// A reactor on one entity of type T (const for an input that is only read). It holds its
+/// notifier, so an entity never dies under a reactor; the entity knows its reactors by plain
+/// pointer. The callbacks are virtual functions of T's nested `NotifieeConst`.
+template <class T>
+class NotifieeOf : public Notifiee {
+ public:
+  ~NotifieeOf() override { unregister(); }
+
+  Ptr<T> const& notifier() const noexcept { return notifier_; }
+
+  /// Re-points the reactor at another object; what was pending from the former one is called off.
+  virtual void notifierIs(Ptr<T> notifier) {
+    unregister();
+    callOffPending();
+    notifier_ = std::move(notifier);
+    ++mutations;
+    registerIfActive();
+  }
+
+  void hasNotificationActiveIs(bool active) override {
+    if (active == hasNotificationActive()) return;
+    unregister();
+    callOffPending();
+    activeFlagIs(active);
+    registerIfActive();
+  }
+
+ protected:
+  explicit NotifieeOf(Delivery delivery = Delivery::immediate) noexcept : Notifiee(delivery) {}
+
+  /// For constructors: begins to watch, without what a re-pointing does beyond that.
+  void watch(Ptr<T> notifier) {
+    notifier_ = std::move(notifier);
+    registerIfActive();
+  }
+
+ private:
+  void registerIfActive() {
+    if (hasNotificationActive() && notifier_) notifier_->notifiees_.add(*this);
+  }
+  void unregister() noexcept {
+    if (hasNotificationActive() && notifier_) notifier_->notifiees_.remove(*this);
+  }
+
+  Ptr<T> notifier_;
+};
+
+}  // namespace Kel

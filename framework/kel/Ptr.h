@@ -1,0 +1,114 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <ostream>
+#include <type_traits>
+#include <utility>
+
+#include "framework/kel/Export.h"
+#include "framework/kel/ReferenceCount.h"
+
+namespace Kel {
+
+/// The base of every entity, reactor and state machine: an object that lives as long as some
+/// `Ptr` holds it. Children refer to their owner by plain pointer, so that no cycle can form.
+class KEL_EXPORT PtrInterface {
+ public:
+  PtrInterface(PtrInterface const&) = delete;
+  PtrInterface& operator=(PtrInterface const&) = delete;
+  virtual ~PtrInterface();
+
+  std::uint32_t references() const noexcept { return references_.value(); }
+
+  /// On a reactor: registers it with its notifier, or takes it off. On a state machine: does so
+  /// for every reactor that it owns. An entity that owns no reactors ignores it.
+  virtual void hasNotificationActiveIs(bool active);
+
+  /// Makes every reactor of this object a zombie, whose callbacks call no handler, or revives
+  /// them. The framework does the former before it removes a member.
+  virtual void kelDoZombieReactors(bool zombie);
+
+ protected:
+  PtrInterface() noexcept = default;
+
+ private:
+  template <class T>
+  friend class Ptr;
+
+  mutable ReferenceCount references_;
+};
+
+/// The owning handle; may be null. `Ptr<T const>` is the handle to what is only read.
+template <class T>
+class Ptr {
+ public:
+  constexpr Ptr() noexcept = default;
+  constexpr Ptr(std::nullptr_t) noexcept {}  // NOLINT: null is a handle
+  explicit Ptr(T* object) noexcept : object_(object) { retain(); }
+  Ptr(Ptr const& other) noexcept : object_(other.object_) { retain(); }
+  Ptr(Ptr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
+
+  template <class U>
+  requires std::is_convertible_v<U*, T*> Ptr(Ptr<U> const& other)  // NOLINT: as pointers convert
+  noexcept : object_(other.get()) { retain(); }
+  template <class U>
+  requires std::is_convertible_v<U*, T*> Ptr(Ptr<U>&& other)  // NOLINT: as pointers convert
+  noexcept : object_(other.detach()) {}
+
+  Ptr& operator=(Ptr const& other) noexcept {
+    Ptr(other).swap(*this);
+    return *this;
+  }
+  Ptr& operator=(Ptr&& other) noexcept {
+    Ptr(std::move(other)).swap(*this);
+    return *this;
+  }
+
+  ~Ptr() {
+    if (object_ && object_->references_.decrease() == 0) delete object_;
+  }
+
+  /// Takes over the reference that a new object is born with.
+  static Ptr adopt(T* object) noexcept {
+    Ptr adopted;
+    adopted.object_ = object;
+    return adopted;
+  }
+
+  /// Gives up the object without dropping its reference.
+  T* detach() noexcept { return std::exchange(object_, nullptr); }
+
+  T* get() const noexcept { return object_; }
+  T* operator->() const noexcept { return object_; }
+  T& operator*() const noexcept { return *object_; }
+  explicit operator bool() const noexcept { return object_ != nullptr; }
+
+  void swap(Ptr& other) noexcept { std::swap(object_, other.object_); }
+
+  template <class U>
+  friend bool operator==(Ptr const& a, Ptr<U> const& b) noexcept {
+    return a.get() == b.get();
+  }
+  friend bool operator==(Ptr const& a, std::nullptr_t) noexcept { return a.get() == nullptr; }
+
+ private:
+  void retain() const noexcept {
+    if (object_) object_->references_.increase();
+  }
+
+  T* object_ = nullptr;
+};
+
+template <class T>
+std::ostream& operator<<(std::ostream& out, Ptr<T> const& handle) {
+  return out << static_cast<void const*>(handle.get());
+}
+
+/// Makes an object and returns its first handle.
+template <class T, class... Arguments>
+Ptr<T> make(Arguments&&... arguments) {
+  return Ptr<T>::adopt(new T(std::forward<Arguments>(arguments)...));
+}
+
+}  // namespace Kel

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "framework/kel/Collection.h"
+
+namespace Kel {
+
+/// The reactors that an owner keeps on the members of a watched collection, by the members' keys.
+template <class Key, class Reactor>
+class Reactors : public OwnedMembers<Key, Reactor> {
+ public:
+  /// Ensures that the key's reactor watches this object: makes the reactor, or re-points the one
+  /// that is there. A reactor kept over a replacement stays consistent with what it has already
+  /// contributed elsewhere, which a new one would not know of.
+  template <class Watched, class NewReactor>
+  Ptr<Reactor> watch(Key const& key, Ptr<Watched> const& watched, NewReactor newReactor) {
+    auto [reactor, isNew] = this->ensure(key, newReactor);
+    if (!isNew && reactor->notifier() != watched) reactor->notifierIs(watched);
+    return reactor;
+  }
+
+  /// Brings the reactors in step with the watched collection: `watchMember(member)` for each
+  /// member, then `stop(key)` for each reactor whose member is not there.
+  template <class WatchedMembers, class WatchMember, class Stop>
+  void reconcile(WatchedMembers const& watched, WatchMember watchMember, Stop stop) const {
+    for (Key const& key : watched.keys())
+      if (auto const member = watched.get(key)) watchMember(member);
+    for (Key const& key : this->keys())
+      if (!watched.find(key)) stop(key);
+  }
+
+  void hasNotificationActiveIs(bool active) const {
+    for (Key const& key : this->keys())
+      if (auto const reactor = this->get(key)) reactor->hasNotificationActiveIs(active);
+  }
+
+  void kelDoZombieReactors(bool zombie) const {
+    for (Key const& key : this->keys())
+      if (auto const reactor = this->get(key)) reactor->kelDoZombieReactors(zombie);
+  }
+};
+
+}  // namespace Kel

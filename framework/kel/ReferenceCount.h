@@ -1,0 +1,47 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "framework/kel/Export.h"
+
+namespace Kel {
+
+/// The process-wide switch for thread-safe pointers. Off, counting is plain arithmetic and every
+/// handle belongs to one thread; on, handles may be copied and dropped from any thread. It is set
+/// before other threads share handles.
+KEL_EXPORT extern std::atomic<bool> threadSafePointers;
+
+inline bool threadSafePtr() noexcept {
+  return threadSafePointers.load(std::memory_order_relaxed);
+}
+inline void threadSafePtrIs(bool threadSafe) noexcept {
+  threadSafePointers.store(threadSafe, std::memory_order_relaxed);
+}
+
+/// Counts the handles to an object. It starts at one: whoever makes the object holds it while its
+/// constructor runs, so that a handle made there cannot destroy it.
+class ReferenceCount {
+ public:
+  std::uint32_t value() const noexcept { return count_.load(std::memory_order_relaxed); }
+
+  void increase() noexcept {
+    if (threadSafePtr())
+      count_.fetch_add(1, std::memory_order_relaxed);
+    else
+      count_.store(value() + 1, std::memory_order_relaxed);
+  }
+
+  /// Returns what is left; at zero the caller destroys the object.
+  std::uint32_t decrease() noexcept {
+    if (threadSafePtr()) return count_.fetch_sub(1, std::memory_order_acq_rel) - 1;
+    std::uint32_t const left = value() - 1;
+    count_.store(left, std::memory_order_relaxed);
+    return left;
+  }
+
+ private:
+  std::atomic<std::uint32_t> count_{1};
+};
+
+}  // namespace Kel
