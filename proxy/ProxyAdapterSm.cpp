@@ -1,0 +1,774 @@
+#include "proxy/ProxyAdapterSm.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include "framework/kel/Assertion.h"
+#include "framework/kel/Trace.h"
+
+KEL_TRACE_MODULE("IgmpSnoopingProxyAdapter", "ProxyAdapterSm")
+
+namespace Bridging::IgmpSnooping::Proxy {
+
+using Wirex::IgmpV3GroupRecordType;
+using Wirex::IntfId;
+using Wirex::IpAddr;
+
+using KelIgmpIntf = AdapterSm::KelIgmpGroup::KelIgmpIntf;
+using KelMembership = KelIgmpIntf::KelMembership;
+
+Kel::Ptr<AdapterSm> adapterSmFactory(VlanId vlanId, Kel::Ptr<AdapterVlanConfig const> adapterConfig,
+                                     Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
+                                     Kel::Ptr<IgmpContextStatus const> coreStatus) {
+  return AdapterSm::AdapterSmIs(vlanId, std::move(adapterConfig), std::move(igmpHostDir),
+                                std::move(coreStatus));
+}
+
+// ---- AdapterSm
+
+Kel::Ptr<AdapterSm> AdapterSm::AdapterSmIs(VlanId vlanId,
+                                           Kel::Ptr<AdapterVlanConfig const> adapterConfig,
+                                           Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
+                                           Kel::Ptr<IgmpContextStatus const> coreStatus) {
+  return Kel::make<AdapterSm>(vlanId, adapterConfig, std::move(igmpHostDir), coreStatus);
+}
+
+AdapterSm::AdapterSm(VlanId vlanId, Kel::Ptr<AdapterVlanConfig const> const& adapterConfig,
+                     Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
+                     Kel::Ptr<IgmpContextStatus const> const& coreStatus)
+    : vlanId_(vlanId),
+      activity_(Kel::make<Kel::ActivityConfig>()),
+      igmpHostDir_(std::move(igmpHostDir)) {
+  if (adapterConfig) adapterConfig_ = Kel::make<KelAdapterConfig>(adapterConfig, this);
+  if (coreStatus) coreStatus_ = Kel::make<KelCoreStatus>(coreStatus, this);
+  handleInitialized();
+  reconcileGroups(*coreStatus);
+}
+
+AdapterSm::~AdapterSm() {
+  AdapterSm::kelDoZombieReactors(true);
+}
+
+void AdapterSm::requireConstructedWith(Kel::Ptr<AdapterVlanConfig const> const& adapterConfig,
+                                       Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir,
+                                       Kel::Ptr<IgmpContextStatus const> const& coreStatus) const {
+  Kel::requireEqual("adapterConfig", adapterConfig, this->adapterConfig());
+  Kel::requireEqual("igmpHostDir", igmpHostDir, igmpHostDir_);
+  Kel::requireEqual("coreStatus", coreStatus, this->coreStatus());
+}
+
+Kel::Ptr<AdapterVlanConfig const> AdapterSm::adapterConfig() const {
+  return adapterConfig_ ? adapterConfig_->notifier() : nullptr;
+}
+
+Kel::Ptr<IgmpContextStatus const> AdapterSm::coreStatus() const {
+  return coreStatus_ ? coreStatus_->notifier() : nullptr;
+}
+
+void AdapterSm::coreStatusIs(Kel::Ptr<IgmpContextStatus const> const& status) {
+  if (!status) Kel::refuseNull("Bridging::IgmpSnooping::Proxy::AdapterSm", "coreStatus");
+  if (status != coreStatus()) coreStatus_->notifierIs(status);
+}
+
+Kel::Ptr<AdapterSm::KelIgmpGroup> AdapterSm::kelIgmpGroup(IpAddr group) const {
+  return igmpGroup_.get(group);
+}
+
+Kel::Ptr<AdapterSm::KelIgmpGroup> AdapterSm::newIgmpGroup(Kel::Ptr<IgmpGroup const> const& group) {
+  return Kel::make<KelIgmpGroup>(activity_, group, this);
+}
+
+Kel::Ptr<AdapterSm::KelIgmpGroup> AdapterSm::igmpGroupIs(Kel::Ptr<IgmpGroup const> const& group) {
+  if (!group) Kel::refuseNull("Bridging::IgmpSnooping::Proxy::AdapterSm", "igmpGroup");
+  return igmpGroup_.watch(group->addr(), group, [&] { return newIgmpGroup(group); });
+}
+
+void AdapterSm::igmpGroupDel(IpAddr group) {
+  igmpGroup_.del(group);
+}
+
+void AdapterSm::hasNotificationActiveIs(bool active) {
+  if (adapterConfig_) adapterConfig_->hasNotificationActiveIs(active);
+  if (coreStatus_) coreStatus_->hasNotificationActiveIs(active);
+  igmpGroup_.hasNotificationActiveIs(active);
+}
+
+void AdapterSm::kelDoZombieReactors(bool zombie) {
+  if (adapterConfig_) adapterConfig_->kelDoZombieReactors(zombie);
+  if (coreStatus_) coreStatus_->kelDoZombieReactors(zombie);
+  igmpGroup_.kelDoZombieReactors(zombie);
+}
+
+void AdapterSm::kel_handleIgmpGroup(KelIgmpGroup& reactor) {
+  reactor.handleDelete();
+}
+
+void AdapterSm::reconcileGroups(IgmpContextStatus const& status) {
+  igmpGroup_.reconcile(
+      status.group(), [this](Kel::Ptr<IgmpGroup const> const& group) { igmpGroupIs(group); },
+      [this](IpAddr group) { igmpGroupDel(group); });
+}
+
+void AdapterSm::handleInitialized() {
+  KEL_TRACE(9, "AdapterSm::handleInitialized");
+  KEL_ASSERT(coreStatus(), "coreStatus()");
+  KEL_ASSERT(adapterConfig() && adapterConfig()->vlanId() == vlanId(),
+             "adapterConfig()->vlanId() == vlanId()");
+  updateIgmpHost();
+  initializedIs(true);
+}
+
+void AdapterSm::updateIgmpHost() {
+  KEL_TRACE(9, "AdapterSm::updateIgmpHost");
+  std::vector<std::pair<std::uint32_t, IpAddr>> changed;  // in the order of igmpGroup
+  for (KelIgmpGroup* group = firstChanged_; group; group = group->nextChanged_)
+    changed.emplace_back(igmpGroup_.position(group->addr()), group->addr());
+  std::sort(changed.begin(), changed.end());
+
+  // Writing a record may run handlers that remove groups, keys, or this adapter.
+  Kel::Ptr<AdapterSm> const self(this);
+  for (auto const& [position, address] : changed) {
+    Kel::Ptr<KelIgmpGroup> const group = kelIgmpGroup(address);
+    if (!group || !group->igmpHostChanged()) continue;
+    for (PortKey const& key : adapterConfig()->hostKey().keys()) {
+      if (group->isZombie()) break;
+      KEL_TRACE(4, "AdapterSm::updateIgmpHost key " << key);
+      processSplitHorizon(key, address);
+    }
+    group->igmpHostChangedIs(false);
+  }
+}
+
+void AdapterSm::newIgmpHost(PortKey const& key) {
+  KEL_TRACE(9, "AdapterSm::newIgmpHost key " << key);
+  if (adapterConfig()->hostKey(key)) {
+    Kel::Ptr<AdapterSm> const self(this);
+    for (IpAddr const group : igmpGroup_.keys())
+      if (igmpGroup_.contains(group)) processSplitHorizon(key, group);
+  } else if (auto const host = igmpHostDir_->igmpHost(key.stringvalue())) {
+    host->v3groupDelAll();
+  }
+}
+
+void AdapterSm::clearGroup(IpAddr group) {
+  KEL_TRACE(9, "AdapterSm::clearGroup " << group);
+  for (PortKey const& key : adapterConfig()->hostKey().keys()) {
+    KEL_TRACE(4, "AdapterSm::clearGroup key " << key);
+    auto const host = igmpHostDir_->igmpHost(key.stringvalue());
+    if (!host) {
+      // The hosts of a VLAN go together: where one is missing the others are about to go too.
+      KEL_TRACE(0, "No igmpHost");
+      return;
+    }
+    host->v3groupDel(group);
+  }
+}
+
+void AdapterSm::processSplitHorizon(PortKey const& key, IpAddr groupAddress) {
+  KEL_TRACE(8, "KelIgmpIntf::processSplitHorizon() g: " << groupAddress << " hostKey " << key);
+  Kel::Ptr<SourceCount> const merged = SourceCount::SourceCountIs();
+  Kel::Ptr<KelIgmpGroup> const group = kelIgmpGroup(groupAddress);
+  if (auto const memberPort = group->igmpIntf(key.intfId())) {
+    memberPort->subtract(*merged);
+  } else if (mergeMemberPorts(*group, *merged)) {
+    KEL_TRACE(4, "non Group Intf: our excludes did not match others g: " << groupAddress);
+    merged->starGCountIs(1);
+  }
+  Kel::Ptr<Igmp::IgmpHost> const host = igmpHostDir_->igmpHost(key.stringvalue());
+  if (!host) {
+    KEL_TRACE(0, "No igmpHost");
+    return;
+  }
+  writeRecord(*host, groupAddress, *merged);
+}
+
+/// Merges what all member ports want, for a host whose own port has no listener. Returns whether
+/// ports exclude sources of which no common one is left. That is taken for *,G, and deliberately
+/// also where one port excludes and another includes different sources, although RFC 4605
+/// section 4.1 would merge these into an exclude list.
+bool AdapterSm::mergeMemberPorts(KelIgmpGroup const& group, SourceCount& merged) const {
+  SourceCount const& global = *group.record();
+  merged.starGCountIs(global.starGCount());
+  std::uint32_t const memberPortCount = group.igmpIntf().size();
+  bool someoneDoesNotExclude = false;
+  for (auto const [source, ports] : global.exclude()) {
+    if (ports == memberPortCount)
+      merged.excludeInc(source, 1);
+    else
+      someoneDoesNotExclude = true;
+  }
+  for (auto const [source, ports] : global.include()) {
+    merged.includeIs(source, 1);
+    merged.excludeDel(source);  // what any port includes is never excluded
+  }
+  return someoneDoesNotExclude && merged.exclude().empty();
+}
+
+void AdapterSm::writeRecord(Igmp::IgmpHost& host, IpAddr group, SourceCount& merged) {
+  Kel::Ptr<Igmp::IgmpV3GroupRecord> const record = host.v3groupIs(group);
+  Kel::Ptr<Igmp::IgmpV3HostGroupSourceList> const list = record->sourceIs();
+
+  auto mode = IgmpV3GroupRecordType::modeIsExclude;
+  if (merged.starGCount() != 0) {
+    KEL_TRACE(4, "SplitHorizon Put *,G into igmpHost");
+    merged.excludeDelAll();
+    KEL_TRACE(4, "SplitHorizon exclude mode");
+  } else if (!merged.exclude().empty()) {
+    KEL_TRACE(4, "SplitHorizon exclude mode");
+  } else if (merged.include().empty()) {
+    KEL_TRACE(4, "SplitHorizon includes == 0");
+    host.v3groupDel(group);
+    return;
+  } else {
+    mode = IgmpV3GroupRecordType::modeIsInclude;
+  }
+  record->filterModeIs(mode);
+
+  for (IpAddr const source : list->sourceIp().keys()) {
+    KEL_TRACE(4, "SplitHorizon Removing old source s: " << source);
+    list->sourceIpDel(source);
+  }
+  if (mode == IgmpV3GroupRecordType::modeIsInclude) {
+    for (auto const [source, ports] : merged.include()) {
+      KEL_TRACE(4, "SplitHorizon Adding to include s: " << source);
+      list->sourceIpIs(source, 1);
+    }
+  } else {
+    for (auto const [source, ports] : merged.exclude()) {
+      KEL_TRACE(4, "SplitHorizon Adding to exclude s: " << source);
+      list->sourceIpIs(source, 1);
+    }
+  }
+}
+
+// ---- KelAdapterConfig and KelCoreStatus
+
+AdapterSm::KelAdapterConfig::KelAdapterConfig(Kel::Ptr<AdapterVlanConfig const> config,
+                                              AdapterSm* adapterSm)
+    : adapterSm_(adapterSm) {
+  watch(std::move(config));
+}
+
+void AdapterSm::KelAdapterConfig::onHostKey(PortKey const& key) {
+  if (notificationActive()) adapterSm_->newIgmpHost(key);
+}
+
+AdapterSm::KelCoreStatus::KelCoreStatus(Kel::Ptr<IgmpContextStatus const> status,
+                                        AdapterSm* adapterSm)
+    : adapterSm_(adapterSm) {
+  watch(std::move(status));
+}
+
+void AdapterSm::KelCoreStatus::notifierIs(Kel::Ptr<IgmpContextStatus const> status) {
+  NotifieeConst::notifierIs(status);
+  adapterSm_->updateIgmpHost();
+  adapterSm_->reconcileGroups(*status);
+}
+
+void AdapterSm::KelCoreStatus::onGroup(IpAddr address) {
+  if (isZombie()) return;
+  if (auto const group = notifier()->group(address))
+    adapterSm_->igmpGroupIs(group);
+  else
+    adapterSm_->igmpGroupDel(address);
+}
+
+void AdapterSm::KelCoreStatus::onNewIgmpReport() {
+  if (notificationActive()) adapterSm_->updateIgmpHost();
+}
+
+// ---- KelIgmpGroup
+
+AdapterSm::KelIgmpGroup::KelIgmpGroup(Kel::Ptr<Kel::ActivityConfig> activity,
+                                      Kel::Ptr<IgmpGroup const> const& group, AdapterSm* adapterSm)
+    : NotifieeConst(Delivery::byActivity), activity_(std::move(activity)), adapterSm_(adapterSm) {
+  watch(group);
+  reconcileIntfs();
+  handleInitialized();
+}
+
+AdapterSm::KelIgmpGroup::~KelIgmpGroup() {
+  igmpHostChangedIs(false);
+}
+
+Kel::Ptr<KelIgmpIntf> AdapterSm::KelIgmpGroup::igmpIntf(IntfId const& intf) const {
+  return igmpIntf_.get(intf);
+}
+
+Kel::Ptr<KelIgmpIntf> AdapterSm::KelIgmpGroup::newIgmpIntf(
+    Kel::Ptr<IgmpIntfStatus const> const& status) {
+  return Kel::make<KelIgmpIntf>(activity_.get(), status, this);
+}
+
+Kel::Ptr<KelIgmpIntf> AdapterSm::KelIgmpGroup::igmpIntfIs(
+    Kel::Ptr<IgmpIntfStatus const> const& status) {
+  if (!status)
+    Kel::refuseNull("Bridging::IgmpSnooping::Proxy::AdapterSm::KelIgmpGroup", "igmpIntf");
+  return igmpIntf_.watch(status->intfId(), status, [&] { return newIgmpIntf(status); });
+}
+
+void AdapterSm::KelIgmpGroup::igmpIntfDel(IntfId const& intf) {
+  igmpIntf_.del(intf);
+}
+
+Kel::Ptr<SourceCount> const& AdapterSm::KelIgmpGroup::recordIs() {
+  if (!record_) record_ = newRecord();
+  return record_;
+}
+
+void AdapterSm::KelIgmpGroup::igmpHostChangedIs(bool changed) {
+  if (changed == igmpHostChanged_) return;
+  // One that was deleted, but is still held, stays out of the list of its former adapter.
+  if (changed && isZombie()) return;
+  igmpHostChanged_ = changed;
+  if (changed) {
+    changedPlace_ = &adapterSm_->firstChanged_;
+    nextChanged_ = std::exchange(adapterSm_->firstChanged_, this);
+    if (nextChanged_) nextChanged_->changedPlace_ = &nextChanged_;
+  } else {
+    *changedPlace_ = nextChanged_;
+    if (nextChanged_) nextChanged_->changedPlace_ = changedPlace_;
+  }
+}
+
+void AdapterSm::KelIgmpGroup::notifierIs(Kel::Ptr<IgmpGroup const> group) {
+  NotifieeConst::notifierIs(std::move(group));
+  reconcileIntfs();
+}
+
+void AdapterSm::KelIgmpGroup::reconcileIntfs() {
+  igmpIntf_.reconcile(
+      notifier()->intf(), [this](Kel::Ptr<IgmpIntfStatus const> const& intf) { igmpIntfIs(intf); },
+      [this](IntfId const& intf) { igmpIntfDel(intf); });
+}
+
+void AdapterSm::KelIgmpGroup::hasNotificationActiveIs(bool active) {
+  NotifieeConst::hasNotificationActiveIs(active);
+  igmpIntf_.hasNotificationActiveIs(active);
+}
+
+void AdapterSm::KelIgmpGroup::kelDoZombieReactors(bool zombie) {
+  // Only the step from live to zombie: the pass comes again when the object itself is destroyed.
+  bool const deleted = zombie && !isZombie();
+  NotifieeConst::kelDoZombieReactors(zombie);
+  igmpIntf_.kelDoZombieReactors(zombie);
+  if (deleted) adapterSm_->kel_handleIgmpGroup(*this);
+}
+
+void AdapterSm::KelIgmpGroup::onIntf(IntfId intf) {
+  if (!notificationActive()) return;
+  if (auto const status = notifier()->intf(intf))
+    igmpIntfIs(status);
+  else
+    igmpIntfDel(intf);
+}
+
+void AdapterSm::KelIgmpGroup::handleInitialized() {
+  KEL_TRACE(9, "KelIgmpGroup::handleInitialized");
+  recordIs();
+  initializedIs(true);
+}
+
+void AdapterSm::KelIgmpGroup::handleDelete() {
+  KEL_TRACE(9, "KelIgmpGroup::handleDelete " << addr());
+  igmpHostChangedIs(false);
+  adapterSm_->clearGroup(addr());
+}
+
+// ---- KelIgmpIntf
+
+KelIgmpIntf::KelIgmpIntf(Kel::ActivityConfig* activity,
+                         Kel::Ptr<IgmpIntfStatus const> const& status, KelIgmpGroup* group)
+    : NotifieeConst(activity ? Delivery::byActivity : Delivery::immediate), kelIgmpGroup_(group) {
+  watch(status);
+  reconcileMemberships();
+}
+
+KelIgmpIntf::~KelIgmpIntf() = default;
+
+Kel::Ptr<KelMembership> KelIgmpIntf::membership(IpAddr reporter) const {
+  return membership_.get(reporter);
+}
+
+Kel::Ptr<KelMembership> KelIgmpIntf::newMembership(
+    Kel::Ptr<IgmpMembership const> const& membership) {
+  return Kel::make<KelMembership>(kelFwkActivity(), membership, this);
+}
+
+Kel::Ptr<KelMembership> KelIgmpIntf::membershipIs(
+    Kel::Ptr<IgmpMembership const> const& membership) {
+  if (!membership)
+    Kel::refuseNull("Bridging::IgmpSnooping::Proxy::AdapterSm::KelIgmpGroup::KelIgmpIntf",
+                    "membership");
+  return membership_.watch(membership->addr(), membership,
+                           [&] { return newMembership(membership); });
+}
+
+void KelIgmpIntf::membershipDel(IpAddr reporter) {
+  membership_.del(reporter);
+}
+
+void KelIgmpIntf::starGIs(bool starG) {
+  if (starG == starG_) return;
+  starG_ = starG;
+  settledAt_ = 0;
+  handleStarG();
+}
+
+void KelIgmpIntf::portChangedIs(std::uint16_t count) {
+  if (count == portChanged_) return;
+  portChanged_ = count;
+  processPort();
+}
+
+void KelIgmpIntf::portChangedInc(std::uint16_t by) {
+  portChangedIs(static_cast<std::uint16_t>(portChanged_ + by));
+}
+
+KelIgmpIntf::Count KelIgmpIntf::count(PortSources const& sources, IpAddr source) {
+  Count const* const count = sources.find(source);
+  return count ? *count : Count{0};
+}
+
+bool KelIgmpIntf::addTo(PortSources& sources, IpAddr source, Count by) {
+  settledAt_ = 0;
+  Count* const present = sources.find(source);
+  Count& count = present ? *present : sources.add(source, 0);
+  count = static_cast<Count>(count + by);
+  return by != 0;
+}
+
+void KelIgmpIntf::remove(PortSources& sources, IpAddr source) {
+  settledAt_ = 0;
+  if (std::uint32_t const at = sources.position(source); at != PortSources::absent)
+    sources.takeAt(at);
+}
+
+KelIgmpIntf::Count KelIgmpIntf::portIncludeInc(IpAddr source, Count by) {
+  if (addTo(portInclude_, source, by)) handleIncludeSource(source);
+  return portInclude(source);
+}
+
+KelIgmpIntf::Count KelIgmpIntf::portIncludeDec(IpAddr source, Count by) {
+  return portIncludeInc(source, static_cast<Count>(-by));
+}
+
+void KelIgmpIntf::portIncludeDel(IpAddr source) {
+  remove(portInclude_, source);
+  handleIncludeSource(source);
+}
+
+KelIgmpIntf::Count KelIgmpIntf::portExcludeInc(IpAddr source, Count by) {
+  if (addTo(portExclude_, source, by)) handleExcludeSource(source);
+  return portExclude(source);
+}
+
+KelIgmpIntf::Count KelIgmpIntf::portExcludeDec(IpAddr source, Count by) {
+  return portExcludeInc(source, static_cast<Count>(-by));
+}
+
+void KelIgmpIntf::portExcludeDel(IpAddr source) {
+  remove(portExclude_, source);
+  handleExcludeSource(source);
+}
+
+void KelIgmpIntf::handleStarG() {
+  Kel::Ptr<SourceCount> const& record = kelIgmpGroup_->recordIs();
+  KEL_TRACE(4, "KelIgmpIntf::handleStarG " << intfId() << " group " << group()
+                                           << " global starGCount " << record->starGCount());
+  if (starG_) {
+    KEL_TRACE(4, "KelIgmpIntf::handleStarG Increment global *,G refcount");
+    record->starGCountInc(1);
+  } else {
+    KEL_TRACE(4, "KelIgmpIntf::handleStarG Decrement global *,G refcount");
+    record->starGCountDec(1);
+  }
+  // From three ports on, one more or less changes no host's record: without its own port, each
+  // host still has another one that wants every source.
+  if (record->starGCount() <= 2) {
+    KEL_TRACE(4, "KelIgmpIntf::handleStarG Set host changed " << record->starGCount());
+    kelIgmpGroup_->igmpHostChangedIs(true);
+  }
+}
+
+void KelIgmpIntf::handleIncludeSource(IpAddr source) {
+  KEL_TRACE(4, "KelIgmpIntf::handleIncludeSource " << intfId() << " group " << group());
+  bool const listed = portInclude(source) != 0;
+  if (listed)
+    KEL_TRACE(4, "handleIncludeSource Increment global refcount s: " << source);
+  else
+    KEL_TRACE(4, "handleIncludeSource Decrement global refcount s: " << source);
+  countSource(FilterMode::include, source, listed);
+}
+
+void KelIgmpIntf::handleExcludeSource(IpAddr source) {
+  KEL_TRACE(4, "KelIgmpIntf::handleExcludeSource " << intfId() << " group " << group());
+  bool const listed = portExclude(source) != 0;
+  if (listed)
+    KEL_TRACE(4, "handleExcludeSource Increment global refcount s: " << source);
+  else
+    KEL_TRACE(4, "handleExcludeSource Decrement global refcount s: " << source);
+  countSource(FilterMode::exclude, source, listed);
+}
+
+void KelIgmpIntf::countSource(FilterMode mode, IpAddr source, bool listed) {
+  if (listed)
+    incRefCount(kelIgmpGroup_->recordIs(), mode, source);
+  else
+    decRefCount(kelIgmpGroup_->recordIs(), mode, source);
+  kelIgmpGroup_->igmpHostChangedIs(true);
+}
+
+struct KelIgmpIntf::Wanted {
+  Kel::Ptr<SourceCount> reporters = SourceCount::SourceCountIs();
+  bool someoneExcludes = false;
+};
+
+KelIgmpIntf::Wanted KelIgmpIntf::wanted() const {
+  Wanted wanted;
+  for (auto const& [reporter, reactor] : membership_) {
+    IgmpMembership const& membership = *reactor->notifier();
+    if (membership.filterMode() == FilterMode::exclude) {
+      KEL_TRACE(4, "processPort in exclude mode: " << reporter);
+      wanted.someoneExcludes = true;
+    }
+    for (IpAddr const source : membership.source())
+      incRefCount(wanted.reporters, membership.filterMode(), source);
+  }
+  return wanted;
+}
+
+void KelIgmpIntf::processPort() {
+  KEL_TRACE(4, "KelIgmpIntf::processPort " << intfId() << " group " << group() << " numMember "
+                                           << membership_.size());
+  if (settledAt_ == Kel::mutationCount() && !kelTraceHandle.wanted(4)) {
+    if (flagsWhenSettled_) kelIgmpGroup_->igmpHostChangedIs(true);
+    return;
+  }
+  Wanted const wanted = this->wanted();
+  if (wanted.someoneExcludes)
+    mergeExcludes(*wanted.reporters);
+  else
+    mergeIncludes(*wanted.reporters);
+  settle(wanted);
+}
+
+/// No reporter is in exclude mode: the port includes what any of them includes.
+void KelIgmpIntf::mergeIncludes(SourceCount const& reporters) {
+  starGIs(false);
+  modeIs(FilterMode::include);
+  for (IpAddr const source : Kel::KeySnapshot<IpAddr>(portExclude_)) {
+    KEL_TRACE(4, "Include case, delete any exclude sources in port " << source);
+    portExcludeDel(source);
+  }
+  for (IpAddr const source : Kel::KeySnapshot<IpAddr>(portInclude_)) {
+    if (reporters.include(source) != 0) continue;
+    KEL_TRACE(4, "Delete old include " << source);
+    portIncludeDel(source);
+  }
+  for (auto const [source, count] : reporters.include()) {
+    KEL_TRACE(4, "Add include " << source);
+    if (portInclude(source) == 0) portIncludeInc(source, 1);
+  }
+}
+
+/// Some reporter is in exclude mode: the port excludes what every reporter excludes.
+void KelIgmpIntf::mergeExcludes(SourceCount const& reporters) {
+  modeIs(FilterMode::exclude);
+  for (IpAddr const source : Kel::KeySnapshot<IpAddr>(portInclude_)) {
+    KEL_TRACE(4, "Start off by deleting include source " << source);
+    portIncludeDel(source);
+  }
+  std::uint32_t const numMember = membership_.size();
+  for (auto const [source, count] : reporters.exclude()) {
+    if (count == numMember) {
+      KEL_TRACE(4, "All reporters want to exclude this source " << source);
+      if (portExclude(source) == 0) portExcludeInc(source, 1);
+    } else {
+      KEL_TRACE(4, "Some reporter does not want to exclude this source " << source << " count is "
+                                                                         << count);
+    }
+  }
+  for (auto const [source, count] : reporters.include()) {
+    // Also where the port does not exclude it, and then another port's count pays for it.
+    KEL_TRACE(4, "Deleting include source from exclude list " << source);
+    portExcludeDel(source);
+  }
+  for (IpAddr const source : Kel::KeySnapshot<IpAddr>(portExclude_)) {
+    if (reporters.exclude(source) == numMember) continue;
+    KEL_TRACE(4, "Deleting exclude list source (!= numMember) " << source);
+    portExcludeDel(source);
+  }
+  starGIfNothingExcluded();
+}
+
+void KelIgmpIntf::starGIfNothingExcluded() {
+  if (!portExclude_.empty()) {
+    starGIs(false);
+    return;
+  }
+  KEL_TRACE(4, "processPort: starGThere is true " << intfId() << " group " << group());
+  for (IpAddr const source : Kel::KeySnapshot<IpAddr>(portExclude_)) {
+    KEL_TRACE(4, "*,G delete all exclude sources " << source);
+    portExcludeDel(source);
+  }
+  starGIs(true);
+}
+
+/// Notes what another evaluation of the same state would do. In exclude mode it would delete the
+/// included sources from the exclude list once more, which flags the group each time, and takes
+/// another one off the group's count of a source that other ports exclude.
+void KelIgmpIntf::settle(Wanted const& wanted) {
+  SourceCount const& reporters = *wanted.reporters;
+  SourceCount const& global = *kelIgmpGroup_->recordIs();
+  flagsWhenSettled_ = wanted.someoneExcludes && !reporters.include().empty();
+  if (flagsWhenSettled_) {
+    for (auto const [source, count] : reporters.include())
+      if (global.exclude(source) != 0) return;
+  }
+  settledAt_ = Kel::mutationCount();
+}
+
+void KelIgmpIntf::subtract(SourceCount& result) const {
+  SourceCount const& global = *kelIgmpGroup_->record();
+  KEL_TRACE(9, "KelIgmpIntf::subtract on intf " << intfId());
+  KEL_TRACE(4, "subtract: " << intfId() << "my starG is " << starG_ << " global starG is "
+                            << global.starGCount());
+  if (global.starGCount() - (starG_ ? 1 : 0) >= 1) {
+    KEL_TRACE(4, "subtract: some other port(s) want *,G "
+                     << " g: " << group());
+    result.starGCountIs(1);
+    return;
+  }
+  bool const othersExclude = subtractExcludes(result);
+  subtractIncludes(result);
+  if (othersExclude && result.exclude().empty()) {
+    KEL_TRACE(4, "subtract: our excludes did not match others g: " << group());
+    result.starGCountIs(1);
+  }
+}
+
+/// Returns whether another port excludes a source that not all of them exclude.
+bool KelIgmpIntf::subtractExcludes(SourceCount& result) const {
+  std::uint32_t const ports = kelIgmpGroup_->igmpIntf().size();
+  bool othersExclude = false;
+  for (auto const [source, excluding] : kelIgmpGroup_->record()->exclude()) {
+    if (portExclude(source) != 0) {
+      if (excluding == ports) {
+        KEL_TRACE(4, "subtract: all ports want to exclude s: " << source << " g: " << group());
+        result.excludeInc(source, 1);
+      } else {
+        KEL_TRACE(4, "subtract: some port wants s: " << source << " g: " << group() << " count "
+                                                     << excluding);
+        if (excluding > 1) othersExclude = true;
+      }
+    } else if (excluding + 1u == ports) {
+      KEL_TRACE(
+          4, "subtract: all ports except ours want to exclude s: " << source << " g: " << group());
+      result.excludeInc(source, 1);
+    } else {
+      KEL_TRACE(4,
+                "subtract: some port does not want to exclude s: " << source << " g: " << group());
+      if (excluding > 0) othersExclude = true;
+    }
+  }
+  return othersExclude;
+}
+
+void KelIgmpIntf::subtractIncludes(SourceCount& result) const {
+  for (auto const [source, including] : kelIgmpGroup_->record()->include()) {
+    int others = including;
+    if (Count const own = portInclude(source); own != 0) {
+      KEL_TRACE(8, "subtract: portInclude has " << source << " count " << own << " global count "
+                                                << including);
+      --others;
+    }
+    if (others < 1) continue;
+    KEL_TRACE(4, "subtract: put it in include and knock it off from exclude: " << source << " g: "
+                                                                               << group());
+    result.includeInc(source, 1);
+    result.excludeDel(source);
+  }
+}
+
+Kel::ActivityConfig* KelIgmpIntf::kelFwkActivity() const {
+  return kelIgmpGroup_->kelFwkActivity();
+}
+
+void KelIgmpIntf::notifierIs(Kel::Ptr<IgmpIntfStatus const> status) {
+  NotifieeConst::notifierIs(std::move(status));
+  reconcileMemberships();
+}
+
+void KelIgmpIntf::reconcileMemberships() {
+  membership_.reconcile(
+      notifier()->membership(),
+      [this](Kel::Ptr<IgmpMembership const> const& membership) { membershipIs(membership); },
+      [this](IpAddr reporter) { membershipDel(reporter); });
+}
+
+void KelIgmpIntf::hasNotificationActiveIs(bool active) {
+  NotifieeConst::hasNotificationActiveIs(active);
+  membership_.hasNotificationActiveIs(active);
+}
+
+void KelIgmpIntf::kelDoZombieReactors(bool zombie) {
+  NotifieeConst::kelDoZombieReactors(zombie);
+  membership_.kelDoZombieReactors(zombie);
+}
+
+void KelIgmpIntf::onMembership(IpAddr reporter) {
+  if (!notificationActive()) return;
+  if (auto const membership = notifier()->membership(reporter))
+    membershipIs(membership);
+  else
+    membershipDel(reporter);
+}
+
+// ---- KelMembership
+
+KelMembership::KelMembership(Kel::ActivityConfig* activity,
+                             Kel::Ptr<IgmpMembership const> const& membership, KelIgmpIntf* intf)
+    : NotifieeConst(activity ? Delivery::byActivity : Delivery::immediate), kelIgmpIntf_(intf) {
+  watch(membership);
+  handleInitialized();
+}
+
+Kel::ActivityConfig* KelMembership::kelFwkActivity() const {
+  return kelIgmpIntf_->kelFwkActivity();
+}
+
+void KelMembership::notifierIs(Kel::Ptr<IgmpMembership const> membership) {
+  NotifieeConst::notifierIs(std::move(membership));
+  handleFilterMode();
+}
+
+void KelMembership::onFilterMode() {
+  if (notificationActive()) handleFilterMode();
+}
+
+void KelMembership::onSource(IpAddr source) {
+  if (notificationActive()) handleSource(source);
+}
+
+void KelMembership::handleInitialized() {
+  KEL_TRACE(9, "KelMembership::handleInitialized " << addr() << " intf " << kelIgmpIntf_->intfId()
+                                                   << " group " << kelIgmpIntf_->group());
+  kelIgmpIntf_->starGIs(true);
+  initializedIs(true);
+}
+
+void KelMembership::handleFilterMode() {
+  if (!initialized()) return;
+  KEL_TRACE(9, "KelMembership::handleFilterMode");
+  kelIgmpIntf_->portChangedInc(1);
+}
+
+void KelMembership::handleSource(IpAddr /*source*/) {
+  if (!initialized()) return;
+  KEL_TRACE(9, "KelMembership::handleSource");
+  kelIgmpIntf_->portChangedInc(1);
+}
+
+}  // namespace Bridging::IgmpSnooping::Proxy

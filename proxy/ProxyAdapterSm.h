@@ -1,0 +1,300 @@
+#pragma once
+
+#include <cstdint>
+
+#include "framework/entities/AdapterVlanConfig.h"
+#include "framework/entities/IgmpContextStatus.h"
+#include "framework/entities/IgmpHost.h"
+#include "framework/kel/Activity.h"
+#include "framework/kel/Reactors.h"
+#include "proxy/SourceCount.h"
+
+namespace Bridging::IgmpSnooping::Proxy {
+
+/// Aggregates the membership of one VLAN: follows its snooping status, counts what each group's
+/// member ports want, and writes into every host of the VLAN the group records that it must
+/// report, which are the membership of all ports but its own (RFC 4605 section 4.1 merges, split
+/// horizon leaves out). Group, port and membership reactors hear of changes when the activity
+/// runs; records are rewritten when the agent raises `newIgmpReport`. Single-threaded.
+class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
+ public:
+  class KelAdapterConfig;
+  class KelCoreStatus;
+  class KelIgmpGroup;
+  using IgmpGroups = Kel::Reactors<Wirex::IpAddr, KelIgmpGroup>;
+
+  static Kel::Ptr<AdapterSm> AdapterSmIs(VlanId vlanId,
+                                         Kel::Ptr<AdapterVlanConfig const> adapterConfig,
+                                         Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
+                                         Kel::Ptr<IgmpContextStatus const> coreStatus);
+
+  AdapterSm(VlanId vlanId, Kel::Ptr<AdapterVlanConfig const> const& adapterConfig,
+            Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
+            Kel::Ptr<IgmpContextStatus const> const& coreStatus);
+  ~AdapterSm() override;
+
+  /// For find-or-create: throws Kel::NameInUseException where an argument differs.
+  void requireConstructedWith(Kel::Ptr<AdapterVlanConfig const> const& adapterConfig,
+                              Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir,
+                              Kel::Ptr<IgmpContextStatus const> const& coreStatus) const;
+
+  VlanId vlanId() const { return vlanId_; }
+  Kel::Ptr<AdapterVlanConfig const> adapterConfig() const;
+  Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir() const { return igmpHostDir_; }
+  Kel::Ptr<IgmpContextStatus const> coreStatus() const;
+  /// Goes over to another status of the VLAN; the group reactors are reconciled with it.
+  void coreStatusIs(Kel::Ptr<IgmpContextStatus const> const& status);
+  bool initialized() const { return initialized_; }
+  void initializedIs(bool initialized) { initialized_ = initialized; }
+
+  /// The reactor on a snooped group, or null.
+  Kel::Ptr<KelIgmpGroup> kelIgmpGroup(Wirex::IpAddr group) const;
+  IgmpGroups const& igmpGroup() const { return igmpGroup_; }
+  Kel::Ptr<KelIgmpGroup> newIgmpGroup(Kel::Ptr<IgmpGroup const> const& group);
+  Kel::Ptr<KelIgmpGroup> igmpGroupIs(Kel::Ptr<IgmpGroup const> const& group);
+  void igmpGroupDel(Wirex::IpAddr group);
+
+  void hasNotificationActiveIs(bool active) override;
+  void kelDoZombieReactors(bool zombie) override;
+
+  void handleInitialized();
+  /// Rewrites the records of every host for the groups that changed.
+  void updateIgmpHost();
+  /// Rewrites the records of one host for every group, or drops them if the host has gone.
+  void newIgmpHost(PortKey const& key);
+  /// Removes a group from the reports of all hosts.
+  void clearGroup(Wirex::IpAddr group);
+  /// Rewrites one host's record of one group, which must have a reactor.
+  void processSplitHorizon(PortKey const& key, Wirex::IpAddr group);
+
+ private:
+  /// The framework's zombie pass calls this for a group reactor that is about to go.
+  void kel_handleIgmpGroup(KelIgmpGroup& reactor);
+  void reconcileGroups(IgmpContextStatus const& status);
+  bool mergeMemberPorts(KelIgmpGroup const& group, SourceCount& merged) const;
+  void writeRecord(Igmp::IgmpHost& host, Wirex::IpAddr group, SourceCount& merged);
+
+  VlanId vlanId_;
+  bool initialized_ = false;
+  Kel::Ptr<Kel::ActivityConfig> activity_;
+  Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir_;
+  Kel::Ptr<KelAdapterConfig> adapterConfig_;
+  Kel::Ptr<KelCoreStatus> coreStatus_;
+  // The groups whose `igmpHostChanged` is set, so that an update need not look at the others.
+  KelIgmpGroup* firstChanged_ = nullptr;
+  IgmpGroups igmpGroup_;
+};
+
+class KEL_EXPORT AdapterSm::KelAdapterConfig final : public AdapterVlanConfig::NotifieeConst {
+ public:
+  KelAdapterConfig(Kel::Ptr<AdapterVlanConfig const> config, AdapterSm* adapterSm);
+
+  void onHostKey(PortKey const& key) override;
+
+ private:
+  AdapterSm* adapterSm_;
+};
+
+class KEL_EXPORT AdapterSm::KelCoreStatus final : public IgmpContextStatus::NotifieeConst {
+ public:
+  KelCoreStatus(Kel::Ptr<IgmpContextStatus const> status, AdapterSm* adapterSm);
+
+  void notifierIs(Kel::Ptr<IgmpContextStatus const> status) override;
+  void onGroup(Wirex::IpAddr group) override;
+  void onNewIgmpReport() override;
+
+ private:
+  AdapterSm* adapterSm_;
+};
+
+/// One snooped group: its member ports' reactors and what all of them together want.
+class KEL_EXPORT AdapterSm::KelIgmpGroup final : public IgmpGroup::NotifieeConst {
+ public:
+  class KelIgmpIntf;
+  using IgmpIntfs = Kel::Reactors<Wirex::IntfId, KelIgmpIntf>;
+
+  KelIgmpGroup(Kel::Ptr<Kel::ActivityConfig> activity, Kel::Ptr<IgmpGroup const> const& group,
+               AdapterSm* adapterSm);
+  ~KelIgmpGroup() override;
+
+  Wirex::IpAddr addr() const { return notifier()->addr(); }
+
+  /// One reactor per member port.
+  IgmpIntfs const& igmpIntf() const { return igmpIntf_; }
+  Kel::Ptr<KelIgmpIntf> igmpIntf(Wirex::IntfId const& intf) const;
+  Kel::Ptr<KelIgmpIntf> newIgmpIntf(Kel::Ptr<IgmpIntfStatus const> const& status);
+  Kel::Ptr<KelIgmpIntf> igmpIntfIs(Kel::Ptr<IgmpIntfStatus const> const& status);
+  void igmpIntfDel(Wirex::IntfId const& intf);
+
+  /// The counts over all member ports. Port reactors count before the group's own first pass, so
+  /// whoever comes first makes them.
+  Kel::Ptr<SourceCount> const& record() const { return record_; }
+  static Kel::Ptr<SourceCount> newRecord() { return SourceCount::SourceCountIs(); }
+  Kel::Ptr<SourceCount> const& recordIs();
+  void recordDel() { record_ = nullptr; }
+
+  /// Whether the counts may have changed since the hosts' records were last written.
+  bool igmpHostChanged() const { return igmpHostChanged_; }
+  void igmpHostChangedIs(bool changed);
+
+  Kel::ActivityConfig* kelFwkActivity() const override { return activity_.get(); }
+  void notifierIs(Kel::Ptr<IgmpGroup const> group) override;
+  void hasNotificationActiveIs(bool active) override;
+  void kelDoZombieReactors(bool zombie) override;
+  void onIntf(Wirex::IntfId intf) override;
+
+  void handleInitialized();
+  void handleDelete();
+
+ private:
+  friend class AdapterSm;
+
+  void reconcileIntfs();
+
+  Kel::Ptr<Kel::ActivityConfig> activity_;
+  AdapterSm* adapterSm_;
+  Kel::Ptr<SourceCount> record_;
+  // Links in the adapter's list of changed groups.
+  KelIgmpGroup* nextChanged_ = nullptr;
+  KelIgmpGroup** changedPlace_ = nullptr;
+  bool igmpHostChanged_ = false;
+  IgmpIntfs igmpIntf_;
+};
+
+/// One member port of a group: the merged filter of its reporters.
+///
+/// 1. The port contributes 1 to the group's `starGCount` while `starG` is set, and 1 to a source's
+///    count for each entry of `portInclude` and `portExclude`, made and removed by `processPort`.
+/// 2. A port that goes takes nothing back; neither does a reporter that goes. The agent turns a
+///    leaving reporter into include mode without sources first.
+class KEL_EXPORT AdapterSm::KelIgmpGroup::KelIgmpIntf final : public IgmpIntfStatus::NotifieeConst {
+ public:
+  class KelMembership;
+  using Memberships = Kel::Reactors<Wirex::IpAddr, KelMembership>;
+  using FilterMode = Gmp::Igmp::IgmpFilterMode;
+  using Count = SourceCount::Count;
+  using PortSources = Kel::Table<Wirex::IpAddr, Count>;
+
+  KelIgmpIntf(Kel::ActivityConfig* activity, Kel::Ptr<IgmpIntfStatus const> const& status,
+              KelIgmpGroup* group);
+  ~KelIgmpIntf() override;
+
+  Wirex::IntfId const& intfId() const { return notifier()->intfId(); }
+
+  /// One reactor per reporter.
+  Memberships const& membership() const { return membership_; }
+  Kel::Ptr<KelMembership> membership(Wirex::IpAddr reporter) const;
+  Kel::Ptr<KelMembership> newMembership(Kel::Ptr<IgmpMembership const> const& membership);
+  Kel::Ptr<KelMembership> membershipIs(Kel::Ptr<IgmpMembership const> const& membership);
+  void membershipDel(Wirex::IpAddr reporter);
+
+  FilterMode mode() const { return mode_; }
+  void modeIs(FilterMode mode) { mode_ = mode; }
+
+  /// Whether the port wants every source of the group.
+  bool starG() const { return starG_; }
+  void starGIs(bool starG);
+
+  /// Counts the changes of the port's reporters; each change evaluates the port.
+  std::uint16_t portChanged() const { return portChanged_; }
+  void portChangedIs(std::uint16_t count);
+  void portChangedInc(std::uint16_t by);
+
+  /// The sources that the port includes. Deleting one counts the group's sources again, whether it
+  /// was there or not.
+  PortSources const& portInclude() const { return portInclude_; }
+  Count portInclude(Wirex::IpAddr source) const { return count(portInclude_, source); }
+  Count portIncludeInc(Wirex::IpAddr source, Count by);
+  Count portIncludeDec(Wirex::IpAddr source, Count by);
+  void portIncludeDel(Wirex::IpAddr source);
+
+  /// The sources that the port excludes; as `portInclude`.
+  PortSources const& portExclude() const { return portExclude_; }
+  Count portExclude(Wirex::IpAddr source) const { return count(portExclude_, source); }
+  Count portExcludeInc(Wirex::IpAddr source, Count by);
+  Count portExcludeDec(Wirex::IpAddr source, Count by);
+  void portExcludeDel(Wirex::IpAddr source);
+
+  /// Fills a fresh `result` with what the group's other ports want.
+  void subtract(SourceCount& result) const;
+
+  Kel::ActivityConfig* kelFwkActivity() const override;
+  void notifierIs(Kel::Ptr<IgmpIntfStatus const> status) override;
+  void hasNotificationActiveIs(bool active) override;
+  void kelDoZombieReactors(bool zombie) override;
+  void onMembership(Wirex::IpAddr reporter) override;
+
+  void handleStarG();
+  void handleIncludeSource(Wirex::IpAddr source);
+  void handleExcludeSource(Wirex::IpAddr source);
+  void processPort();
+
+ private:
+  friend class KelMembership;
+
+  /// What the reporters want, before they are merged.
+  struct Wanted;
+
+  static Count count(PortSources const& sources, Wirex::IpAddr source);
+  /// Returns whether the count changed.
+  bool addTo(PortSources& sources, Wirex::IpAddr source, Count by);
+  void remove(PortSources& sources, Wirex::IpAddr source);
+  void countSource(FilterMode mode, Wirex::IpAddr source, bool listed);
+  bool subtractExcludes(SourceCount& result) const;
+  void subtractIncludes(SourceCount& result) const;
+
+  Wanted wanted() const;
+  void mergeIncludes(SourceCount const& reporters);
+  void mergeExcludes(SourceCount const& reporters);
+  void starGIfNothingExcluded();
+  void settle(Wanted const& wanted);
+  void reconcileMemberships();
+  Wirex::IpAddr group() const { return kelIgmpGroup_->addr(); }
+
+  KelIgmpGroup* kelIgmpGroup_;
+  FilterMode mode_ = FilterMode::exclude;
+  bool starG_ = false;
+  std::uint16_t portChanged_ = 0;
+  // A report that changes many sources evaluates the port once for each of them, and all but the
+  // first evaluation find nothing left to do. At this reading of Kel::mutationCount() another one
+  // would do nothing, or no more than flag the group.
+  bool flagsWhenSettled_ = false;
+  std::uint64_t settledAt_ = 0;
+  PortSources portInclude_;
+  PortSources portExclude_;
+  Memberships membership_;
+};
+
+/// One reporter on a member port. One that has just appeared counts as *,G, which is what a report
+/// without sources means, until its first change evaluates the port.
+class KEL_EXPORT AdapterSm::KelIgmpGroup::KelIgmpIntf::KelMembership final
+    : public IgmpMembership::NotifieeConst {
+ public:
+  KelMembership(Kel::ActivityConfig* activity, Kel::Ptr<IgmpMembership const> const& membership,
+                KelIgmpIntf* intf);
+
+  Wirex::IpAddr addr() const { return notifier()->addr(); }
+
+  Kel::ActivityConfig* kelFwkActivity() const override;
+  void notifierIs(Kel::Ptr<IgmpMembership const> membership) override;
+  void onFilterMode() override;
+  void onSource(Wirex::IpAddr source) override;
+
+  void handleInitialized();
+  void handleFilterMode();
+  void handleSource(Wirex::IpAddr source);
+
+ private:
+  KelIgmpIntf* kelIgmpIntf_;
+};
+
+/// Makes the adapter of a VLAN.
+/// @param adapterConfig the VLAN's, with the keys of the hosts to fill
+/// @param igmpHostDir where the hosts are found by name
+/// @param coreStatus the VLAN's snooping status
+KEL_EXPORT Kel::Ptr<AdapterSm> adapterSmFactory(VlanId vlanId,
+                                                Kel::Ptr<AdapterVlanConfig const> adapterConfig,
+                                                Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
+                                                Kel::Ptr<IgmpContextStatus const> coreStatus);
+
+}  // namespace Bridging::IgmpSnooping::Proxy
