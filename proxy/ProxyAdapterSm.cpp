@@ -25,6 +25,34 @@ Kel::Ptr<AdapterSm> adapterSmFactory(VlanId vlanId, Kel::Ptr<AdapterVlanConfig c
                                 std::move(coreStatus));
 }
 
+namespace {
+
+/// Empty counts for the length of a computation. They are handed on to the next one, blocks and
+/// all, through the adapter's spare; a computation within a computation makes its own.
+class ScratchCounts {
+ public:
+  explicit ScratchCounts(Kel::Ptr<SourceCount>& spare)
+      : spare_(spare), counts_(spare ? std::move(spare) : SourceCount::SourceCountIs()) {}
+  ScratchCounts(ScratchCounts const&) = delete;
+  ScratchCounts& operator=(ScratchCounts const&) = delete;
+  ~ScratchCounts() {
+    counts_->starGCountIs(0);
+    counts_->includeDelAll();
+    counts_->excludeDelAll();
+    spare_ = std::move(counts_);
+  }
+
+  Kel::Ptr<SourceCount> const& handle() const { return counts_; }
+  SourceCount& operator*() const { return *counts_; }
+  SourceCount* operator->() const { return counts_.get(); }
+
+ private:
+  Kel::Ptr<SourceCount>& spare_;
+  Kel::Ptr<SourceCount> counts_;
+};
+
+}  // namespace
+
 // ---- AdapterSm
 
 Kel::Ptr<AdapterSm> AdapterSm::AdapterSmIs(VlanId vlanId,
@@ -134,7 +162,7 @@ void AdapterSm::updateIgmpHost() {
     for (PortKey const& key : adapterConfig()->hostKey().keys()) {
       if (group->isZombie()) break;
       KEL_TRACE(4, "AdapterSm::updateIgmpHost key " << key);
-      processSplitHorizon(key, address);
+      processSplitHorizon(key, *group);
     }
     group->igmpHostChangedIs(false);
   }
@@ -146,7 +174,7 @@ void AdapterSm::newIgmpHost(PortKey const& key) {
     Kel::Ptr<AdapterSm> const self(this);
     for (IpAddr const group : igmpGroup_.keys())
       if (igmpGroup_.contains(group)) processSplitHorizon(key, group);
-  } else if (auto const host = igmpHostDir_->igmpHost(key.stringvalue())) {
+  } else if (auto const host = igmpHostDir_->igmpHost(key.hostName())) {
     host->v3groupDelAll();
   }
 }
@@ -155,7 +183,7 @@ void AdapterSm::clearGroup(IpAddr group) {
   KEL_TRACE(9, "AdapterSm::clearGroup " << group);
   for (PortKey const& key : adapterConfig()->hostKey().keys()) {
     KEL_TRACE(4, "AdapterSm::clearGroup key " << key);
-    auto const host = igmpHostDir_->igmpHost(key.stringvalue());
+    auto const host = igmpHostDir_->igmpHost(key.hostName());
     if (!host) {
       // The hosts of a VLAN go together: where one is missing the others are about to go too.
       KEL_TRACE(0, "No igmpHost");
@@ -165,17 +193,21 @@ void AdapterSm::clearGroup(IpAddr group) {
   }
 }
 
-void AdapterSm::processSplitHorizon(PortKey const& key, IpAddr groupAddress) {
+void AdapterSm::processSplitHorizon(PortKey const& key, IpAddr group) {
+  processSplitHorizon(key, *kelIgmpGroup(group));
+}
+
+void AdapterSm::processSplitHorizon(PortKey const& key, KelIgmpGroup const& group) {
+  IpAddr const groupAddress = group.addr();
   KEL_TRACE(8, "KelIgmpIntf::processSplitHorizon() g: " << groupAddress << " hostKey " << key);
-  Kel::Ptr<SourceCount> const merged = SourceCount::SourceCountIs();
-  Kel::Ptr<KelIgmpGroup> const group = kelIgmpGroup(groupAddress);
-  if (auto const memberPort = group->igmpIntf(key.intfId())) {
+  ScratchCounts const merged(spareCounts_);
+  if (KelIgmpIntf const* const memberPort = group.igmpIntf().find(key.intfId())) {
     memberPort->subtract(*merged);
-  } else if (mergeMemberPorts(*group, *merged)) {
+  } else if (mergeMemberPorts(group, *merged)) {
     KEL_TRACE(4, "non Group Intf: our excludes did not match others g: " << groupAddress);
     merged->starGCountIs(1);
   }
-  Kel::Ptr<Igmp::IgmpHost> const host = igmpHostDir_->igmpHost(key.stringvalue());
+  Kel::Ptr<Igmp::IgmpHost> const host = igmpHostDir_->igmpHost(key.hostName());
   if (!host) {
     KEL_TRACE(0, "No igmpHost");
     return;
@@ -225,20 +257,16 @@ void AdapterSm::writeRecord(Igmp::IgmpHost& host, IpAddr group, SourceCount& mer
   }
   record->filterModeIs(mode);
 
-  for (IpAddr const source : list->sourceIp().keys()) {
+  for (auto const [source, value] : list->sourceIp())
     KEL_TRACE(4, "SplitHorizon Removing old source s: " << source);
-    list->sourceIpDel(source);
-  }
   if (mode == IgmpV3GroupRecordType::modeIsInclude) {
-    for (auto const [source, ports] : merged.include()) {
+    for (auto const [source, ports] : merged.include())
       KEL_TRACE(4, "SplitHorizon Adding to include s: " << source);
-      list->sourceIpIs(source, 1);
-    }
+    list->sourceIpRefill(merged.include(), 1);
   } else {
-    for (auto const [source, ports] : merged.exclude()) {
+    for (auto const [source, ports] : merged.exclude())
       KEL_TRACE(4, "SplitHorizon Adding to exclude s: " << source);
-      list->sourceIpIs(source, 1);
-    }
+    list->sourceIpRefill(merged.exclude(), 1);
   }
 }
 
@@ -520,25 +548,6 @@ void KelIgmpIntf::countSource(FilterMode mode, IpAddr source, bool listed) {
   kelIgmpGroup_->igmpHostChangedIs(true);
 }
 
-struct KelIgmpIntf::Wanted {
-  Kel::Ptr<SourceCount> reporters = SourceCount::SourceCountIs();
-  bool someoneExcludes = false;
-};
-
-KelIgmpIntf::Wanted KelIgmpIntf::wanted() const {
-  Wanted wanted;
-  for (auto const& [reporter, reactor] : membership_) {
-    IgmpMembership const& membership = *reactor->notifier();
-    if (membership.filterMode() == FilterMode::exclude) {
-      KEL_TRACE(4, "processPort in exclude mode: " << reporter);
-      wanted.someoneExcludes = true;
-    }
-    for (IpAddr const source : membership.source())
-      incRefCount(wanted.reporters, membership.filterMode(), source);
-  }
-  return wanted;
-}
-
 void KelIgmpIntf::processPort() {
   KEL_TRACE(4, "KelIgmpIntf::processPort " << intfId() << " group " << group() << " numMember "
                                            << membership_.size());
@@ -546,12 +555,27 @@ void KelIgmpIntf::processPort() {
     if (flagsWhenSettled_) kelIgmpGroup_->igmpHostChangedIs(true);
     return;
   }
-  Wanted const wanted = this->wanted();
-  if (wanted.someoneExcludes)
-    mergeExcludes(*wanted.reporters);
+  if (mergeReporters()) settledAt_ = Kel::mutationCount();
+}
+
+/// Merges what the reporters want into what the port wants. Returns whether the port is settled.
+bool KelIgmpIntf::mergeReporters() {
+  ScratchCounts const reporters(kelIgmpGroup_->adapterSm_->spareCounts_);
+  bool someoneExcludes = false;
+  for (auto const& [reporter, reactor] : membership_) {
+    IgmpMembership const& membership = *reactor->notifier();
+    if (membership.filterMode() == FilterMode::exclude) {
+      KEL_TRACE(4, "processPort in exclude mode: " << reporter);
+      someoneExcludes = true;
+    }
+    for (IpAddr const source : membership.source())
+      incRefCount(reporters.handle(), membership.filterMode(), source);
+  }
+  if (someoneExcludes)
+    mergeExcludes(*reporters);
   else
-    mergeIncludes(*wanted.reporters);
-  settle(wanted);
+    mergeIncludes(*reporters);
+  return settles(*reporters);
 }
 
 /// No reporter is in exclude mode: the port includes what any of them includes.
@@ -616,18 +640,17 @@ void KelIgmpIntf::starGIfNothingExcluded() {
   starGIs(true);
 }
 
-/// Notes what another evaluation of the same state would do. In exclude mode it would delete the
-/// included sources from the exclude list once more, which flags the group each time, and takes
-/// another one off the group's count of a source that other ports exclude.
-void KelIgmpIntf::settle(Wanted const& wanted) {
-  SourceCount const& reporters = *wanted.reporters;
+/// Whether another evaluation of the same state would do nothing, or no more than flag the group.
+/// In exclude mode it would delete the included sources from the exclude list once more, which
+/// flags the group each time, and takes another one off the count of a source that other ports
+/// exclude.
+bool KelIgmpIntf::settles(SourceCount const& reporters) {
+  flagsWhenSettled_ = mode_ == FilterMode::exclude && !reporters.include().empty();
+  if (!flagsWhenSettled_) return true;
   SourceCount const& global = *kelIgmpGroup_->recordIs();
-  flagsWhenSettled_ = wanted.someoneExcludes && !reporters.include().empty();
-  if (flagsWhenSettled_) {
-    for (auto const [source, count] : reporters.include())
-      if (global.exclude(source) != 0) return;
-  }
-  settledAt_ = Kel::mutationCount();
+  for (auto const [source, count] : reporters.include())
+    if (global.exclude(source) != 0) return false;
+  return true;
 }
 
 void KelIgmpIntf::subtract(SourceCount& result) const {

@@ -71,6 +71,7 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   /// The framework's zombie pass calls this for a group reactor that is about to go.
   void kel_handleIgmpGroup(KelIgmpGroup& reactor);
   void reconcileGroups(IgmpContextStatus const& status);
+  void processSplitHorizon(PortKey const& key, KelIgmpGroup const& group);
   bool mergeMemberPorts(KelIgmpGroup const& group, SourceCount& merged) const;
   void writeRecord(Igmp::IgmpHost& host, Wirex::IpAddr group, SourceCount& merged);
 
@@ -80,6 +81,7 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir_;
   Kel::Ptr<KelAdapterConfig> adapterConfig_;
   Kel::Ptr<KelCoreStatus> coreStatus_;
+  Kel::Ptr<SourceCount> spareCounts_;
   // The groups whose `igmpHostChanged` is set, so that an update need not look at the others.
   KelIgmpGroup* firstChanged_ = nullptr;
   IgmpGroups igmpGroup_;
@@ -232,9 +234,6 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup::KelIgmpIntf final : public IgmpIntfSta
  private:
   friend class KelMembership;
 
-  /// What the reporters want, before they are merged.
-  struct Wanted;
-
   static Count count(PortSources const& sources, Wirex::IpAddr source);
   /// Returns whether the count changed.
   bool addTo(PortSources& sources, Wirex::IpAddr source, Count by);
@@ -243,11 +242,11 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup::KelIgmpIntf final : public IgmpIntfSta
   bool subtractExcludes(SourceCount& result) const;
   void subtractIncludes(SourceCount& result) const;
 
-  Wanted wanted() const;
   void mergeIncludes(SourceCount const& reporters);
   void mergeExcludes(SourceCount const& reporters);
   void starGIfNothingExcluded();
-  void settle(Wanted const& wanted);
+  bool mergeReporters();
+  bool settles(SourceCount const& reporters);
   void reconcileMemberships();
   Wirex::IpAddr group() const { return kelIgmpGroup_->addr(); }
 

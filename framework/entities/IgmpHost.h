@@ -34,6 +34,11 @@ class KEL_EXPORT IgmpV3HostGroupSourceList : public Kel::Entity {
   void sourceIpIs(Wirex::IpAddr source, std::uint8_t value) { sourceIp_.is(*this, source, value); }
   void sourceIpDel(Wirex::IpAddr source) { sourceIp_.del(*this, source); }
   void sourceIpDelAll() { sourceIp_.delAll(*this); }
+  /// Rebuilds the list from empty with the keys of another collection.
+  template <class Mapped>
+  void sourceIpRefill(Kel::Collection<Wirex::IpAddr, Mapped> const& sources, std::uint8_t value) {
+    sourceIp_.refill(*this, sources, value);
+  }
   void sourceIpNotify(Wirex::IpAddr source) { sourceIp_.notify(*this, source); }
   void sourceIpNotify() { notify<&NotifieeConst::onSourceIpkelImmediate>(); }
 

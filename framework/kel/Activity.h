@@ -1,10 +1,9 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <type_traits>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -14,6 +13,7 @@
 
 namespace Kel {
 
+class ActivityConfig;
 class ActivityQueue;
 class Notifiee;
 
@@ -28,31 +28,34 @@ std::uintptr_t callbackIdentity(MemberPointer callback) noexcept {
 
 /// A callback that waits for its reactor's activity.
 ///
-/// 1. It stands in the queue of its thread, in the chain of its reactor (both oldest first), and
-///    in the bucket of its hash, by which a second one of the same callback and key is refused.
-/// 2. `reactor` is null once it was delivered or called off; the queue then only recycles it.
+/// 1. It stands in the queue of its thread and in the chain of its reactor, both oldest first.
+/// 2. Once the chain of a reactor is long, its notifications also stand in the queue's index by
+///    reactor, callback and key.
+/// 3. `reactor` is null once it was delivered or called off, which ends the key's life; the queue
+///    then only takes back the place.
 class KEL_EXPORT PendingNotification {
  public:
   PendingNotification(PendingNotification const&) = delete;
   PendingNotification& operator=(PendingNotification const&) = delete;
 
-  virtual void deliver(Notifiee& reactor) = 0;
-
  protected:
   explicit PendingNotification(std::uintptr_t callback) noexcept : callback_(callback) {}
-  virtual ~PendingNotification();
+  ~PendingNotification() = default;
 
  private:
   friend class ActivityQueue;
   friend class Notifiee;
 
+  virtual void deliver(Notifiee& reactor) = 0;
+  virtual void discard() noexcept = 0;
+  virtual std::uint32_t keyHash() const noexcept = 0;
+
   PendingNotification* nextInQueue_ = nullptr;
   PendingNotification* nextOfReactor_ = nullptr;
   PendingNotification* nextInBucket_ = nullptr;
   Notifiee* reactor_ = nullptr;
-  ActivityQueue* queue_ = nullptr;
+  ActivityConfig* activity_ = nullptr;
   std::uintptr_t callback_;
-  std::uint32_t hash_ = 0;
 };
 
 template <class MemberPointer>
@@ -69,10 +72,14 @@ template <auto Callback>
 class PendingCallback<Callback> final : public PendingNotification {
  public:
   PendingCallback() noexcept : PendingNotification(callbackIdentity(Callback)) {}
+  static bool hasKey() noexcept { return true; }
+
+ private:
   void deliver(Notifiee& reactor) override {
     (static_cast<typename CallbackOf<decltype(Callback)>::InterfaceType&>(reactor).*Callback)();
   }
-  static bool hasKey() noexcept { return true; }
+  void discard() noexcept override {}
+  std::uint32_t keyHash() const noexcept override { return 0; }
 };
 
 template <auto Callback, class Key>
@@ -80,41 +87,33 @@ class PendingCallback<Callback, Key> final : public PendingNotification {
  public:
   explicit PendingCallback(Key const& key) noexcept
       : PendingNotification(callbackIdentity(Callback)), key_(key) {}
-  void deliver(Notifiee& reactor) override {
-    // A copy: should the handler run activities itself, this object may be recycled under it.
-    Key const key = key_;
-    (static_cast<typename CallbackOf<decltype(Callback)>::InterfaceType&>(reactor).*Callback)(key);
-  }
   bool hasKey(Key const& key) const noexcept { return key_ == key; }
 
  private:
-  Key key_;
+  void deliver(Notifiee& reactor) override {
+    // Should the handler run activities itself, this object's place may be taken under it.
+    Key const key = std::move(key_);
+    std::destroy_at(&key_);
+    (static_cast<typename CallbackOf<decltype(Callback)>::InterfaceType&>(reactor).*Callback)(key);
+  }
+  void discard() noexcept override { std::destroy_at(&key_); }
+  std::uint32_t keyHash() const noexcept override { return key_.hash(); }
+
+  union {
+    Key key_;  // lives until it is delivered or discarded
+  };
 };
 
 /// The pending notifications of one thread, first in first out. It neither holds a reactor alive
 /// nor calls a dead one: a reactor that dies, or is made a zombie or inactive, calls its own off.
 class KEL_EXPORT ActivityQueue {
  public:
-  ActivityQueue();
+  ActivityQueue() = default;
   ActivityQueue(ActivityQueue const&) = delete;
   ActivityQueue& operator=(ActivityQueue const&) = delete;
   ~ActivityQueue();
 
-  static ActivityQueue& ofThread();
-
-  /// Queues the callback with its key for the reactor, unless it is pending already.
-  template <auto Callback, class... Key>
-  void add(Notifiee& reactor, Key const&... key) {
-    using Pending = PendingCallback<Callback, Key...>;
-    static_assert(sizeof(Pending) <= sizeof(Place));
-    std::uint32_t const hash = hashOf(reactor, callbackIdentity(Callback), (0u + ... + key.hash()));
-    for (PendingNotification* other = bucket(hash); other; other = other->nextInBucket_) {
-      if (other->reactor_ == &reactor && other->callback_ == callbackIdentity(Callback) &&
-          static_cast<Pending*>(other)->hasKey(key...))
-        return;
-    }
-    link(*new (freePlace()) Pending(key...), reactor, hash);
-  }
+  static ActivityQueue& ofThread() { return ofThread_ ? *ofThread_ : newOfThread(); }
 
   /// Delivers until none is pending; returns how many it delivered. If a handler throws, the
   /// notification that it was given is lost and the others stay.
@@ -123,10 +122,28 @@ class KEL_EXPORT ActivityQueue {
  private:
   friend class Notifiee;
 
+  static ActivityQueue& newOfThread();
+
+  static thread_local constinit ActivityQueue* ofThread_ [[gnu::tls_model("initial-exec")]];
+
+  /// Where a pending notification is built. Places are kept for the next one.
   union Place {
     Place* nextFree;
-    alignas(void*) std::byte bytes[96];
+    alignas(void*) std::byte bytes[80];
   };
+
+  void* takePlace() {
+    if (!firstFree_) return new Place;
+    return std::exchange(firstFree_, firstFree_->nextFree);
+  }
+  void giveBack(PendingNotification* pending) noexcept {
+    auto* const place = new (static_cast<void*>(pending)) Place;
+    place->nextFree = std::exchange(firstFree_, place);
+  }
+  void link(PendingNotification& pending) noexcept {
+    (newest_ ? newest_->nextInQueue_ : oldest_) = &pending;
+    newest_ = &pending;
+  }
 
   static std::uint32_t hashOf(Notifiee const& reactor, std::uintptr_t callback,
                               std::uint32_t keyHash) noexcept {
@@ -134,22 +151,22 @@ class KEL_EXPORT ActivityQueue {
     return spreadHash(static_cast<std::uint32_t>(address >> 4) + 31 * keyHash +
                       static_cast<std::uint32_t>(callback));
   }
+  static std::uint32_t hashOf(PendingNotification const& pending) noexcept {
+    return hashOf(*pending.reactor_, pending.callback_, pending.keyHash());
+  }
 
   PendingNotification*& bucket(std::uint32_t hash) noexcept {
     return buckets_[hash & (buckets_.size() - 1)];
   }
-
-  void* freePlace();
-  void link(PendingNotification& pending, Notifiee& reactor, std::uint32_t hash);
-  void unlinkFromBucket(PendingNotification& pending) noexcept;
+  void addToIndex(PendingNotification& pending);
+  void removeFromIndex(PendingNotification& pending) noexcept;
   void moreBuckets();
-  void recycle(PendingNotification* pending) noexcept;
 
-  std::vector<PendingNotification*> buckets_;
-  std::size_t pendingCount_ = 0;  // those in buckets
   PendingNotification* oldest_ = nullptr;
   PendingNotification* newest_ = nullptr;
   Place* firstFree_ = nullptr;
+  std::vector<PendingNotification*> buckets_;
+  std::size_t indexed_ = 0;
 };
 
 /// The unit of deferred execution. Reactors bound to one hear of changes when the activities of

@@ -164,13 +164,8 @@ class Members : private OwnedMembers<Key, Member> {
 
 /// A collection attribute of values; an absent entry reads as the default value.
 template <class Key, class T, auto Callback>
-class Values : private Collection<Key, T> {
-  using Base = Collection<Key, T>;
-
+class Values : public Collection<Key, T> {
  public:
-  using Base::begin, Base::contains, Base::empty, Base::end, Base::keyAt, Base::keys,
-      Base::position, Base::size;
-
   T get(Key const& key) const {
     T const* const value = this->table_.find(key);
     return value ? *value : T{};
@@ -190,8 +185,12 @@ class Values : private Collection<Key, T> {
   /// Adds to a count, which starts at 0 where it is absent; counts wrap as their type does.
   /// Returns the new count.
   T inc(Entity const& owner, Key const& key, T by) {
-    auto const sum = static_cast<T>(get(key) + by);
-    is(owner, key, sum);
+    T* const present = this->table_.find(key);
+    if (present && by == 0) return *present;
+    T& count = present ? *present : this->table_.add(key, T{});
+    T const sum = count = static_cast<T>(count + by);
+    ++mutations;
+    notify(owner, key);
     return sum;
   }
   T dec(Entity const& owner, Key const& key, T by) { return inc(owner, key, static_cast<T>(-by)); }
@@ -205,13 +204,30 @@ class Values : private Collection<Key, T> {
   }
 
   void delAll(Entity const& owner) {
+    if (this->empty()) return;
+    if (!owner.watched()) {
+      this->table_.clear();
+      ++mutations;
+      return;
+    }
     Ptr<Entity const> const self(&owner);
     for (Key const& key : this->keys()) del(owner, key);
   }
 
-  void notify(Entity const& owner, Key const& key) const {
-    if constexpr (Callback != nullptr) owner.notify<Callback>(key);
+  /// Empties the collection and fills it with one value for each key of another one. Whoever
+  /// watches hears of every key that goes and of every key that comes.
+  template <class OtherMapped>
+  void refill(Entity const& owner, Collection<Key, OtherMapped> const& other, T const& value) {
+    delAll(owner);
+    if (owner.watched()) {
+      for (Key const& key : other.keys()) is(owner, key, value);
+      return;
+    }
+    for (auto const [key, mapped] : other) this->table_.add(key, value);
+    ++mutations;
   }
+
+  void notify(Entity const& owner, Key const& key) const { owner.notify<Callback>(key); }
 };
 
 /// A collection attribute that is a set of keys.

@@ -19,44 +19,18 @@ ActivityConfig* Notifiee::kelFwkActivity() const {
   return nullptr;
 }
 
-void Notifiee::handleNotification(ActivityConfig* /*activity*/) {
-  if (PendingNotification* const oldest = takeOldestPending()) oldest->deliver(*this);
-}
-
 void Notifiee::callOffPending() noexcept {
-  while (takeOldestPending()) {
-  }
+  while (PendingNotification* const oldest = takeOldestPending()) oldest->discard();
 }
 
-PendingNotification* Notifiee::takeOldestPending() noexcept {
-  if (!newestPending_) return nullptr;
-  PendingNotification* const oldest = newestPending_->nextOfReactor_;
-  if (oldest == newestPending_)
-    newestPending_ = nullptr;
-  else
-    newestPending_->nextOfReactor_ = oldest->nextOfReactor_;
-  oldest->queue_->unlinkFromBucket(*oldest);
-  oldest->reactor_ = nullptr;
-  return oldest;
+void Notifiee::indexPending(ActivityQueue& queue) {
+  pendingIndexed_ = true;
+  PendingNotification* pending = newestPending_;
+  do {
+    pending = pending->nextOfReactor_;
+    queue.addToIndex(*pending);
+  } while (pending != newestPending_);
 }
-
-void Notifiee::chainPending(PendingNotification& pending) noexcept {
-  if (newestPending_) {
-    pending.nextOfReactor_ = newestPending_->nextOfReactor_;
-    newestPending_->nextOfReactor_ = &pending;
-  } else {
-    pending.nextOfReactor_ = &pending;
-  }
-  newestPending_ = &pending;
-}
-
-/// Reactors in order of registration. While walks are under way, one that leaves only blanks its
-/// slot, and the end of the outermost walk compacts.
-struct Many {
-  std::vector<Notifiee*> slots;
-  std::uint32_t walks = 0;
-  bool blanked = false;
-};
 
 NotifieeSlots::~NotifieeSlots() {
   delete many();
@@ -90,21 +64,6 @@ void NotifieeSlots::remove(Notifiee& notifiee) noexcept {
     delete list;
     content_ = 0;
   }
-}
-
-NotifieeSlots::Walk::Walk(NotifieeSlots& slots) noexcept : slots_(slots), many_(slots.many()) {
-  if (many_) {
-    ++many_->walks;
-    count_ = many_->slots.size();
-  } else {
-    single_ = reinterpret_cast<Notifiee*>(slots.content_);
-  }
-}
-
-Notifiee* NotifieeSlots::Walk::nextOfMany() noexcept {
-  while (position_ < count_)
-    if (Notifiee* const notifiee = many_->slots[position_++]) return notifiee;
-  return nullptr;
 }
 
 void NotifieeSlots::Walk::end() noexcept {

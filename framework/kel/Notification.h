@@ -40,7 +40,9 @@ class KEL_EXPORT Notifiee : public PtrInterface {
   virtual ActivityConfig* kelFwkActivity() const;
 
   /// Takes the oldest pending notification and dispatches it to its callback.
-  void handleNotification(ActivityConfig* activity);
+  void handleNotification(ActivityConfig* /*activity*/) {
+    if (PendingNotification* const oldest = takeOldestPending()) oldest->deliver(*this);
+  }
 
   bool hasPendingNotification() const noexcept { return newestPending_ != nullptr; }
 
@@ -56,13 +58,76 @@ class KEL_EXPORT Notifiee : public PtrInterface {
   friend class ActivityQueue;
   friend class Entity;
 
-  PendingNotification* takeOldestPending() noexcept;
-  void chainPending(PendingNotification& pending) noexcept;
+  /// Queues the callback with its key, unless it is pending already.
+  template <auto Callback, class... Key>
+  void postpone(Key const&... key) {
+    using Pending = PendingCallback<Callback, Key...>;
+    std::uintptr_t const callback = callbackIdentity(Callback);
+    auto const isThis = [&](PendingNotification const& other) {
+      return other.reactor_ == this && other.callback_ == callback &&
+             static_cast<Pending const&>(other).hasKey(key...);
+    };
+    ActivityConfig* const activity = kelFwkActivity();
+    ActivityQueue& queue = activity->queue();
+    if (pendingIndexed_) [[unlikely]] {
+      std::uint32_t const hash = ActivityQueue::hashOf(*this, callback, (0u + ... + key.hash()));
+      for (auto* other = queue.bucket(hash); other; other = other->nextInBucket_)
+        if (isThis(*other)) return;
+    } else if (PendingNotification* other = newestPending_) {
+      do {
+        other = other->nextOfReactor_;
+        if (isThis(*other)) return;
+      } while (other != newestPending_);
+    }
+    static_assert(sizeof(Pending) <= sizeof(ActivityQueue::Place));
+    chainPending(*new (queue.takePlace()) Pending(key...), activity);
+  }
 
-  bool active_ = true;
-  bool zombie_ = false;
-  bool initialized_ = false;
+  void chainPending(PendingNotification& pending, ActivityConfig* activity) {
+    pending.reactor_ = this;
+    pending.activity_ = activity;
+    activity->queue().link(pending);
+    if (newestPending_) {
+      pending.nextOfReactor_ = newestPending_->nextOfReactor_;
+      newestPending_->nextOfReactor_ = &pending;
+    } else {
+      pending.nextOfReactor_ = &pending;
+    }
+    newestPending_ = &pending;
+    if (pendingIndexed_)
+      activity->queue().addToIndex(pending);
+    else if (++pendingCount_ > longChain)
+      indexPending(activity->queue());
+  }
+
+  PendingNotification* takeOldestPending() noexcept {
+    if (!newestPending_) return nullptr;
+    PendingNotification* const oldest = newestPending_->nextOfReactor_;
+    if (pendingIndexed_)
+      ActivityQueue::ofThread().removeFromIndex(*oldest);
+    else
+      --pendingCount_;
+    if (oldest == newestPending_) {
+      newestPending_ = nullptr;
+      pendingIndexed_ = false;
+      pendingCount_ = 0;
+    } else {
+      newestPending_->nextOfReactor_ = oldest->nextOfReactor_;
+    }
+    oldest->reactor_ = nullptr;
+    return oldest;
+  }
+
+  void indexPending(ActivityQueue& queue);
+
+  static constexpr std::uint8_t longChain = 8;
+
+  bool active_ : 1 = true;
+  bool zombie_ : 1 = false;
+  bool initialized_ : 1 = false;
+  bool pendingIndexed_ : 1 = false;
   Delivery delivery_;
+  std::uint8_t pendingCount_ = 0;  // until they are indexed
   // The newest, whose successor in the chain is the oldest.
   PendingNotification* newestPending_ = nullptr;
 };
@@ -80,10 +145,25 @@ class KEL_EXPORT NotifieeSlots {
   void add(Notifiee& notifiee);
   void remove(Notifiee& notifiee) noexcept;
 
+  /// While walks are under way, a reactor that leaves only blanks its slot, and the end of the
+  /// outermost walk compacts.
+  struct Many {
+    std::vector<Notifiee*> slots;
+    std::uint32_t walks = 0;
+    bool blanked = false;
+  };
+
   /// Visits the reactors that were registered when it began, less those that leave meanwhile.
   class KEL_EXPORT Walk {
    public:
-    explicit Walk(NotifieeSlots& slots) noexcept;
+    explicit Walk(NotifieeSlots& slots) noexcept : slots_(slots), many_(slots.many()) {
+      if (many_) {
+        ++many_->walks;
+        count_ = many_->slots.size();
+      } else {
+        single_ = reinterpret_cast<Notifiee*>(slots.content_);
+      }
+    }
     Walk(Walk const&) = delete;
     Walk& operator=(Walk const&) = delete;
     ~Walk() {
@@ -92,17 +172,18 @@ class KEL_EXPORT NotifieeSlots {
 
     /// The next one, or null.
     Notifiee* next() noexcept {
-      if (many_) return nextOfMany();
-      return std::exchange(single_, nullptr);
+      if (!many_) return std::exchange(single_, nullptr);
+      while (position_ < count_)
+        if (Notifiee* const notifiee = many_->slots[position_++]) return notifiee;
+      return nullptr;
     }
 
    private:
-    Notifiee* nextOfMany() noexcept;
     void end() noexcept;
 
     NotifieeSlots& slots_;
     Notifiee* single_ = nullptr;
-    struct Many* many_ = nullptr;
+    Many* many_ = nullptr;
     std::size_t position_ = 0;
     std::size_t count_ = 0;
   };
@@ -112,7 +193,7 @@ class KEL_EXPORT NotifieeSlots {
 
   static constexpr std::uintptr_t manyTag = 1;
 
-  struct Many* many() const noexcept {
+  Many* many() const noexcept {
     return content_ & manyTag ? reinterpret_cast<Many*>(content_ & ~manyTag) : nullptr;
   }
 
@@ -123,11 +204,15 @@ class KEL_EXPORT NotifieeSlots {
 /// notifies last; it touches nothing of the entity afterwards.
 class KEL_EXPORT Entity : public PtrInterface {
  public:
+  /// Whether some reactor is registered. Mutators of many keys may take a shorter way for an
+  /// entity that nobody watches.
+  bool watched() const noexcept { return !notifiees_.empty(); }
+
   /// Raises a callback of the entity's notifiee interface. The entity, and each reactor while it
   /// is called, stay alive for the length of it.
   template <auto Callback, class... Key>
   void notify(Key const&... key) const {
-    if (!notifiees_.empty()) notifyEach<Callback, Key...>(key...);
+    if (watched()) notifyEach<Callback, Key...>(key...);
   }
 
  protected:
@@ -140,13 +225,14 @@ class KEL_EXPORT Entity : public PtrInterface {
   /// Takes the key by value: what a callback removes may be the key's own storage.
   template <auto Callback, class... Key>
   void notifyEach(Key... key) const {
-    Ptr<Entity const> const self(this);
+    Ptr<Entity const> self;  // held from the first callback on: before it nothing can go
     NotifieeSlots::Walk walk(notifiees_);
     while (Notifiee* const notifiee = walk.next()) {
       if (notifiee->zombie_) continue;
       if (notifiee->delivery_ == Notifiee::Delivery::byActivity) {
-        notifiee->kelFwkActivity()->queue().template add<Callback>(*notifiee, key...);
+        notifiee->template postpone<Callback>(key...);
       } else {
+        if (!self) self = Ptr<Entity const>(this);
         Ptr<Notifiee> const reactor(notifiee);
         using Interface = typename CallbackOf<decltype(Callback)>::InterfaceType;
         (static_cast<Interface&>(*reactor).*Callback)(key...);

@@ -25,16 +25,17 @@ class ReferenceCount {
  public:
   std::uint32_t value() const noexcept { return count_.load(std::memory_order_relaxed); }
 
-  void increase() noexcept {
-    if (threadSafePtr())
+  [[gnu::always_inline]] void increase() noexcept {
+    if (threadSafePtr()) [[unlikely]]
       count_.fetch_add(1, std::memory_order_relaxed);
     else
       count_.store(value() + 1, std::memory_order_relaxed);
   }
 
   /// Returns what is left; at zero the caller destroys the object.
-  std::uint32_t decrease() noexcept {
-    if (threadSafePtr()) return count_.fetch_sub(1, std::memory_order_acq_rel) - 1;
+  [[gnu::always_inline]] std::uint32_t decrease() noexcept {
+    if (threadSafePtr()) [[unlikely]]
+      return count_.fetch_sub(1, std::memory_order_acq_rel) - 1;
     std::uint32_t const left = value() - 1;
     count_.store(left, std::memory_order_relaxed);
     return left;

@@ -140,11 +140,20 @@ class Table {
   Mapped& add(Key key, Mapped value) {
     if (!block_ || block_->size == block_->capacity) grow();
     std::uint32_t const at = block_->size;
-    if (block_->capacity > scanned) index(block_)[probe(block_, key)] = at;
+    if (block_->capacity > scanned) index(block_)[emptySlot(block_, key)] = at;
     std::construct_at(keys(block_) + at, std::move(key));
     if constexpr (mapsToSomething) std::construct_at(mapped(block_, at), std::move(value));
     ++block_->size;
     return mappedAt(at);
+  }
+
+  /// Removes all entries; the block stays, as at takeAt().
+  void clear() noexcept {
+    if (!block_) return;
+    if constexpr (mapsToSomething) std::destroy_n(mapped(block_, 0), block_->size);
+    std::destroy_n(keys(block_), block_->size);
+    block_->size = 0;
+    std::fill_n(index(block_), indexSize(block_->capacity), absent);
   }
 
   /// Removes the entry at a position and returns what it mapped to. The block stays for the
@@ -237,6 +246,15 @@ class Table {
     return slot;
   }
 
+  /// The index slot where a key that is absent belongs.
+  static std::uint32_t emptySlot(Block* block, Key const& key) noexcept {
+    std::uint32_t const mask = indexSize(block->capacity) - 1;
+    std::uint32_t const* const slots = index(block);
+    std::uint32_t slot = home(block, key);
+    while (slots[slot] != absent) slot = (slot + 1) & mask;
+    return slot;
+  }
+
   /// Takes the entry at a position out of the index, and lets the last entry have that position.
   static void unindex(Block* block, std::uint32_t at, std::uint32_t last) noexcept {
     std::uint32_t const mask = indexSize(block->capacity) - 1;
@@ -262,12 +280,7 @@ class Table {
     auto* const block = new (::operator new(blockSize(capacity))) Block{size(), capacity};
     if (capacity > scanned) std::fill_n(index(block), indexSize(capacity), absent);
     for (std::uint32_t i = 0; i < block->size; ++i) {
-      if (capacity > scanned) {
-        // Not `probe`: the keys that are moved already are the only ones it may look at.
-        std::uint32_t slot = home(block, keys(block_)[i]);
-        while (index(block)[slot] != absent) slot = (slot + 1) & (indexSize(capacity) - 1);
-        index(block)[slot] = i;
-      }
+      if (capacity > scanned) index(block)[emptySlot(block, keys(block_)[i])] = i;
       std::construct_at(keys(block) + i, std::move(keys(block_)[i]));
       if constexpr (mapsToSomething)
         std::construct_at(mapped(block, i), std::move(*mapped(block_, i)));

@@ -3,10 +3,12 @@
 #include <compare>
 #include <cstdint>
 #include <iosfwd>
+#include <new>
 #include <string_view>
 #include <utility>
 
 #include "framework/kel/Export.h"
+#include "framework/kel/ReferenceCount.h"
 
 namespace Kel {
 
@@ -18,24 +20,30 @@ class KEL_EXPORT String8 {
   // Text literals are texts, so these two convert.
   String8(char const* text) : String8(std::string_view(text)) {}  // NOLINT
   String8(std::string_view text);                                 // NOLINT
-  String8(String8 const& other) noexcept;
+  String8(String8 const& other) noexcept : body_(other.body_) {
+    if (body_) body_->references.increase();
+  }
   String8(String8&& other) noexcept : body_(std::exchange(other.body_, nullptr)) {}
-  String8& operator=(String8 const& other) noexcept;
+  String8& operator=(String8 const& other) noexcept { return *this = String8(other); }
   String8& operator=(String8&& other) noexcept {
     std::swap(body_, other.body_);
     return *this;
   }
-  ~String8();
+  ~String8() {
+    if (body_ && body_->references.decrease() == 0) ::operator delete(body_);
+  }
 
-  std::string_view view() const noexcept;
+  std::string_view view() const noexcept {
+    return body_ ? std::string_view(body_->bytes(), body_->size) : std::string_view();
+  }
 
   /// Ends in a zero byte.
-  char const* c_str() const noexcept;
-  std::uint32_t size() const noexcept;
+  char const* c_str() const noexcept { return body_ ? body_->bytes() : ""; }
+  std::uint32_t size() const noexcept { return body_ ? body_->size : 0; }
   bool empty() const noexcept { return body_ == nullptr; }
 
   /// FNV-1a over the bytes.
-  std::uint32_t hash() const noexcept;
+  std::uint32_t hash() const noexcept { return body_ ? body_->hash : fnvOffsetBasis; }
 
   friend bool operator==(String8 const& a, String8 const& b) noexcept {
     return a.body_ == b.body_ || (a.hash() == b.hash() && a.view() == b.view());
@@ -46,9 +54,20 @@ class KEL_EXPORT String8 {
   friend String8 operator+(String8 const& a, String8 const& b);
 
  private:
-  struct Body;  // null for the empty text
+  static constexpr std::uint32_t fnvOffsetBasis = 2166136261u;
 
-  Body* body_ = nullptr;
+  /// The bytes and a closing zero follow the struct in the same allocation.
+  struct Body {
+    explicit Body(std::string_view text) noexcept;
+
+    char* bytes() noexcept { return reinterpret_cast<char*>(this + 1); }
+
+    ReferenceCount references;
+    std::uint32_t hash;
+    std::uint32_t size;
+  };
+
+  Body* body_ = nullptr;  // null for the empty text
 };
 
 KEL_EXPORT String8 operator+(String8 const& a, String8 const& b);

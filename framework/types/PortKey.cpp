@@ -12,16 +12,21 @@ namespace {
 
 constexpr std::string_view prefix = "Vlan";
 
+Kel::String8 textOf(VlanId vlan, Wirex::IntfId const& intf) {
+  std::string text(prefix);
+  text.append(std::to_string(vlan.value())).append(intf.stringValue().view());
+  return Kel::String8(text);
+}
+
 }  // namespace
+
+PortKey::Identity::Identity(VlanId vlan, Wirex::IntfId intf)
+    : vlanId(vlan), intfId(std::move(intf)), hostName(textOf(vlanId, intfId)) {}
 
 PortKey::PortKey() : PortKey(VlanId(), Wirex::IntfId()) {}
 
 PortKey::PortKey(VlanId vlanId, Wirex::IntfId intfId)
-    : vlanId_(vlanId), intfId_(std::move(intfId)) {
-  std::string text(prefix);
-  text.append(std::to_string(vlanId_.value())).append(intfId_.stringValue().view());
-  text_ = Kel::String8(text);
-}
+    : identity_(Kel::make<Identity>(vlanId, std::move(intfId))) {}
 
 void PortKey::handleInit(Kel::String8 const& text) {
   std::string_view const view = text.view();
