@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+#include "framework/kel/Export.h"
+#include "framework/types/IpAddr.h"
+#include "framework/types/VlanId.h"
+#include "platform/igmp/ByteReader.h"
+#include "platform/igmp/Parsed.h"
+
+namespace Igmp {
+
+inline constexpr std::size_t ethernetHeaderSize = 6 + 6 + 2;
+inline constexpr std::size_t vlanTagSize = 2 + 2;
+inline constexpr std::size_t ipv4HeaderSize = 20;  // without options
+inline constexpr std::size_t routerAlertSize = 4;
+
+inline constexpr std::uint16_t etherTypeIpv4 = 0x0800;
+inline constexpr std::uint16_t etherTypeVlan = 0x8100;
+inline constexpr std::uint8_t ipProtocolIgmp = 2;
+inline constexpr std::uint8_t ipOptionRouterAlert = 0x94;  // RFC 2113 section 2.1
+
+/// An Ethernet frame with at most one IEEE 802.1Q tag. Views the captured bytes.
+struct EthernetFrame {
+  /// The VLAN of its tag; none if it is untagged or carries a priority only.
+  std::optional<Bridging::VlanId> vlan;
+  std::uint16_t etherType = 0;  ///< or a length, below 0x0600
+  Bytes payload;                ///< padding included
+};
+
+/// @param captured from the destination's MAC address on, without frame check sequence.
+/// Refuses with `truncated` or `reservedVlan`.
+KEL_EXPORT Parsed<EthernetFrame> parseEthernet(Bytes captured);
+
+/// An IPv4 datagram that carries IGMP. Views the captured bytes.
+struct Datagram {
+  Wirex::IpAddr source;
+  Wirex::IpAddr destination;
+  std::uint8_t ttl = 0;
+  bool routerAlert = false;
+  Bytes payload;  ///< as long as the header says: Ethernet's padding is not in it
+};
+
+/// Refuses what is not IGMP in IPv4, cut short or fragmented, and a wrong header (RFC 791,
+/// checksum included). Whether TTL, source and Router Alert are acceptable is not decided here.
+KEL_EXPORT Parsed<Datagram> parseDatagram(EthernetFrame const& frame);
+
+}  // namespace Igmp
