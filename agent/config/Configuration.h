@@ -1,0 +1,115 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <iosfwd>
+#include <optional>
+#include <vector>
+
+#include "framework/types/AllowedTrafficDirection.h"
+#include "framework/types/IgmpVersion.h"
+#include "framework/types/IntfId.h"
+#include "framework/types/IpAddr.h"
+#include "framework/types/VlanId.h"
+#include "framework/types/VlanTypeAndPrimaryVlan.h"
+
+/// What an operator configures, as plain values: ranges are expanded, defaults are resolved, and
+/// everything that refers to something else refers to something that exists.
+namespace Agent {
+
+/// The ports on which hosts send reports unasked. Queries are answered on every port.
+enum class ReportOn : std::uint8_t { mrouters, all };
+
+std::ostream& operator<<(std::ostream& out, ReportOn ports);
+
+/// What [defaults] sets for all VLANs and a [[vlan]] may set otherwise for itself.
+struct SnoopingSettings {
+  /// 1 to 7: how many times a message may be lost before it matters.
+  unsigned robustnessVariable = 2;
+
+  /// 1 to 31744 seconds, the most that a query can announce (RFC 9776 section 4.1.7).
+  std::chrono::seconds queryInterval{125};
+
+  /// 1 to 3174 seconds, the most that a query can ask for (RFC 9776 section 4.1.1), and always
+  /// below `queryInterval` (RFC 9776 section 8.3).
+  std::chrono::seconds queryMaxResponseTime{10};
+
+  /// 1 to 1023 seconds.
+  std::chrono::seconds lastMemberQueryInterval{1};
+
+  /// A leave removes the reporter's membership at once.
+  bool fastLeave = false;
+
+  /// IGMP messages without the IP Router Alert option are ignored.
+  bool requireRouterAlert = false;
+
+  /// Act as the VLAN's querier.
+  bool sendQuery = false;
+
+  /// The source address of queries; a unicast address or 0.0.0.0.
+  Wirex::IpAddr querierSource;
+
+  /// The source address of the hosts' reports; a unicast address or 0.0.0.0.
+  Wirex::IpAddr senderSourceAddress;
+
+  ReportOn reportOn = ReportOn::mrouters;
+
+  /// Of the VLAN; 0 is no limit.
+  std::uint32_t maxGroups = 0;
+
+  /// Of one reporter in one group; 0 is no limit.
+  std::uint32_t maxGroupSources = 0;
+
+  friend bool operator==(SnoopingSettings const&, SnoopingSettings const&) = default;
+};
+
+/// A Linux interface, or a port of a replay.
+struct InterfaceConfig {
+  Wirex::IntfId intfId;
+  bool blocked = false;
+  Bridging::AllowedTrafficDirection direction = Bridging::AllowedTrafficDirection::both;
+
+  friend bool operator==(InterfaceConfig const&, InterfaceConfig const&) = default;
+};
+
+/// An interface as a member of a VLAN.
+struct VlanMember {
+  Wirex::IntfId intfId;
+  bool tagged = false;
+
+  /// The interface is a multicast router port whatever is heard on it.
+  bool staticMrouter = false;
+
+  friend bool operator==(VlanMember const&, VlanMember const&) = default;
+};
+
+struct VlanConfig {
+  Bridging::VlanId vlanId;
+
+  SnoopingSettings settings;
+
+  /// A secondary VLAN has the value of its primary.
+  bool proxy = true;
+
+  /// Without it the VLAN has no querier configuration, and is not proxied whatever `proxy` says.
+  std::optional<Igmp::IgmpVersion> querierVersion;
+
+  Bridging::VlanTypeAndPrimaryVlan privateRole;
+
+  /// Each interface once: the untagged members as written, then the tagged ones.
+  std::vector<VlanMember> members;
+
+  friend bool operator==(VlanConfig const&, VlanConfig const&) = default;
+};
+
+struct Configuration {
+  /// As written; each interface once.
+  std::vector<InterfaceConfig> interfaces;
+
+  /// In ascending order; each VLAN once.
+  std::vector<VlanConfig> vlans;
+
+  friend bool operator==(Configuration const&, Configuration const&) = default;
+};
+
+}  // namespace Agent
