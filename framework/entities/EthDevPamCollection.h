@@ -39,7 +39,10 @@ class KEL_EXPORT EthDevPamCollection : public Kel::Entity {
   IntfPams const& intfPam() const { return intfPam_; }
   Kel::Ptr<EthDevPam> intfPam(Wirex::IntfId const& intf) const { return intfPam_.get(intf); }
   /// Puts a device in the place of what its interface has.
-  void intfPamIs(Kel::Ptr<EthDevPam> const& pam) { intfPam_.put(*this, pam->intfId(), pam); }
+  void intfPamIs(Kel::Ptr<EthDevPam> const& pam) {
+    auto const& added = Kel::nonNull(pam, "Interface::EthDevPamCollection", "intfPam");
+    intfPam_.put(*this, added.intfId(), pam);
+  }
   void intfPamDel(Wirex::IntfId const& intf) { intfPam_.del(*this, intf); }
   void intfPamDelAll() { intfPam_.delAll(*this); }
   void intfPamNotify(Wirex::IntfId const& intf) { intfPam_.notify(*this, intf); }

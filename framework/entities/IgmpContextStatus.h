@@ -81,7 +81,9 @@ class KEL_EXPORT IgmpIntfStatus : public Kel::Entity {
   }
   /// Puts a membership in the place of what its reporter has.
   void membershipIs(Kel::Ptr<IgmpMembership> const& membership) {
-    membership_.put(*this, membership->addr(), membership);
+    auto const& added =
+        Kel::nonNull(membership, "Bridging::IgmpSnooping::IgmpIntfStatus", "membership");
+    membership_.put(*this, added.addr(), membership);
   }
   void membershipDel(Wirex::IpAddr reporter) { membership_.del(*this, reporter); }
   void membershipDelAll() { membership_.delAll(*this); }
@@ -120,7 +122,8 @@ class KEL_EXPORT IgmpGroup : public Kel::Entity {
   Kel::Ptr<IgmpIntfStatus> intfIs(Wirex::IntfId const& intf) { return intf_.is(*this, intf); }
   /// Puts an interface status in the place of what its interface has.
   void intfIs(Kel::Ptr<IgmpIntfStatus> const& status) {
-    intf_.put(*this, status->intfId(), status);
+    auto const& added = Kel::nonNull(status, "Bridging::IgmpSnooping::IgmpGroup", "intf");
+    intf_.put(*this, added.intfId(), status);
   }
   void intfDel(Wirex::IntfId const& intf) { intf_.del(*this, intf); }
   void intfDelAll() { intf_.delAll(*this); }
@@ -156,7 +159,10 @@ class KEL_EXPORT IgmpContextStatus : public Kel::Entity {
   Kel::Ptr<IgmpGroup> newGroup(Wirex::IpAddr group) const { return Kel::make<IgmpGroup>(group); }
   Kel::Ptr<IgmpGroup> groupIs(Wirex::IpAddr group) { return group_.is(*this, group); }
   /// Puts a group in the place of what its address has.
-  void groupIs(Kel::Ptr<IgmpGroup> const& group) { group_.put(*this, group->addr(), group); }
+  void groupIs(Kel::Ptr<IgmpGroup> const& group) {
+    auto const& added = Kel::nonNull(group, "Bridging::IgmpSnooping::IgmpContextStatus", "group");
+    group_.put(*this, added.addr(), group);
+  }
   void groupDel(Wirex::IpAddr group) { group_.del(*this, group); }
   void groupDelAll() { group_.delAll(*this); }
   void groupNotify(Wirex::IpAddr group) { group_.notify(*this, group); }

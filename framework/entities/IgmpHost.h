@@ -74,8 +74,10 @@ class KEL_EXPORT IgmpV3GroupRecord : public Kel::Entity {
   }
   /// The source list, made if there is none.
   Kel::Ptr<IgmpV3HostGroupSourceList> sourceIs() {
-    if (!source()) source_.is(*this, newSource());
-    return source();
+    if (source()) return source();
+    auto list = newSource();
+    source_.is(*this, list);
+    return list;
   }
   void sourceDel() { source_.is(*this, nullptr); }
 

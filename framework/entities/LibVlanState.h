@@ -62,7 +62,10 @@ class KEL_EXPORT TopoVlan : public Kel::Entity {
   Kel::Ptr<Port> newPort(Wirex::IntfId const& intf) const { return Kel::make<Port>(intf); }
   Kel::Ptr<Port> portIs(Wirex::IntfId const& intf) { return port_.is(*this, intf); }
   /// Puts a port in the place of what its interface has.
-  void portIs(Kel::Ptr<Port> const& port) { port_.put(*this, port->intfId(), port); }
+  void portIs(Kel::Ptr<Port> const& port) {
+    auto const& added = Kel::nonNull(port, "Topology::Library::Vlan::TopoVlan", "port");
+    port_.put(*this, added.intfId(), port);
+  }
   void portDel(Wirex::IntfId const& intf) { port_.del(*this, intf); }
   void portDelAll() { port_.delAll(*this); }
   void portNotify(Wirex::IntfId const& intf) { port_.notify(*this, intf); }

@@ -2,6 +2,7 @@
 
 #include "framework/kel/Attribute.h"
 #include "framework/kel/Collection.h"
+#include "framework/kel/Text.h"
 #include "framework/types/IgmpVersion.h"
 
 namespace Gmp::Igmp {

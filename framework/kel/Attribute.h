@@ -52,7 +52,7 @@ class Pointer {
 
   /// @param ownerName, attribute how the exception names the mutator that refused null.
   void is(Entity const& owner, Ptr<T> object, char const* ownerName, char const* attribute) {
-    if (!object) refuseNull(ownerName, attribute);
+    nonNull(object, ownerName, attribute);
     object_.is(owner, std::move(object));
   }
 

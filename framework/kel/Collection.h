@@ -68,17 +68,15 @@ class OwnedMembers : public Collection<Key, Ptr<Member>> {
   template <class NewMember, class... Parameters>
   std::pair<Ptr<Member>, bool> ensure(Key const& key, NewMember newMember,
                                       Parameters const&... parameters) {
-    if (auto const* const present = this->table_.find(key)) {
-      if (!*present) refuseNullMember();
-      Ptr<Member> const member = *present;
-      if constexpr (sizeof...(parameters) > 0) member->requireConstructedWith(parameters...);
-      return {member, false};
+    if (Ptr<Member> present = existing(key)) {
+      if constexpr (sizeof...(parameters) > 0) present->requireConstructedWith(parameters...);
+      return {std::move(present), false};
     }
     Ptr<Member> member = newMember();
     // The constructor may have run handlers that got here first.
-    if (Member* const present = find(key)) {
+    if (Ptr<Member> present = existing(key)) {
       member->kelDoZombieReactors(true);
-      return {Ptr<Member>(present), false};
+      return {std::move(present), false};
     }
     ++mutations;
     this->table_.add(key, member);
@@ -113,6 +111,14 @@ class OwnedMembers : public Collection<Key, Ptr<Member>> {
   }
 
  private:
+  /// The member that find-or-create finds.
+  Ptr<Member> existing(Key const& key) const {
+    auto const* const present = this->table_.find(key);
+    if (!present) return nullptr;
+    if (!*present) refuseNullMember();
+    return *present;
+  }
+
   /// A removed member's reactors stop calling handlers before the collection lets go of it,
   /// whoever else may hold it.
   static void retire(Ptr<Member> member) {
@@ -144,13 +150,17 @@ class Members : private OwnedMembers<Key, Member> {
     return member;
   }
 
+  // What is removed may be where the key lives, and its destructor may run handlers that let go of
+  // the owner: so removals take the key by value and hold the owner.
+
   /// Sets an entry to a member made elsewhere, or to null.
-  void put(Entity const& owner, Key const& key, Ptr<Member> member) {
+  void put(Entity const& owner, Key key, Ptr<Member> member) {
+    Ptr<Entity const> const self(&owner);
     if (Owned::put(key, std::move(member))) notify(owner, key);
   }
 
-  /// Takes its key by value: it may live in what is removed.
   void del(Entity const& owner, Key key) {
+    Ptr<Entity const> const self(&owner);
     if (Owned::del(key)) notify(owner, key);
   }
 
@@ -218,6 +228,7 @@ class Values : public Collection<Key, T> {
   /// watches hears of every key that goes and of every key that comes.
   template <class OtherMapped>
   void refill(Entity const& owner, Collection<Key, OtherMapped> const& other, T const& value) {
+    Ptr<Entity const> const self(&owner);
     delAll(owner);
     if (owner.watched()) {
       for (Key const& key : other.keys()) is(owner, key, value);

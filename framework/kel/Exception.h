@@ -29,6 +29,13 @@ class KEL_EXPORT NameInUseException : public Exception {
 /// A null pointer was given to the mutator of `owner::attribute`, which refuses it.
 [[noreturn]] KEL_EXPORT void refuseNull(char const* owner, char const* attribute);
 
+/// The object of a handle given to the mutator of `owner::attribute`, which refuses null.
+template <class Handle>
+auto& nonNull(Handle const& handle, char const* owner, char const* attribute) {
+  if (!handle) refuseNull(owner, attribute);
+  return *handle;
+}
+
 /// A collection holds a null member where a find-or-create expects one.
 [[noreturn]] KEL_EXPORT void refuseNullMember();
 

@@ -37,13 +37,13 @@ NotifieeSlots::~NotifieeSlots() {
 }
 
 void NotifieeSlots::add(Notifiee& notifiee) {
-  if (Many* const list = many()) {
-    list->slots.push_back(&notifiee);
+  if (Many* const several = many()) {
+    several->slots.push_back(&notifiee);
   } else if (empty()) {
     content_ = reinterpret_cast<std::uintptr_t>(&notifiee);
   } else {
-    auto first = reinterpret_cast<Notifiee*>(content_);
-    content_ = reinterpret_cast<std::uintptr_t>(new Many{{first, &notifiee}}) | manyTag;
+    auto* const list = new Many{{single(), &notifiee}};
+    content_ = reinterpret_cast<std::uintptr_t>(list) | manyTag;
   }
 }
 

@@ -161,7 +161,7 @@ class KEL_EXPORT NotifieeSlots {
         ++many_->walks;
         count_ = many_->slots.size();
       } else {
-        single_ = reinterpret_cast<Notifiee*>(slots.content_);
+        single_ = slots.single();
       }
     }
     Walk(Walk const&) = delete;
@@ -193,9 +193,12 @@ class KEL_EXPORT NotifieeSlots {
 
   static constexpr std::uintptr_t manyTag = 1;
 
+  // NOLINTBEGIN(performance-no-int-to-ptr): the tag shares the word with the pointer
   Many* many() const noexcept {
     return content_ & manyTag ? reinterpret_cast<Many*>(content_ & ~manyTag) : nullptr;
   }
+  Notifiee* single() const noexcept { return reinterpret_cast<Notifiee*>(content_); }
+  // NOLINTEND(performance-no-int-to-ptr)
 
   std::uintptr_t content_ = 0;  // a Notifiee*, or a Many* with the tag
 };

@@ -56,12 +56,8 @@ class Ptr {
   requires std::is_convertible_v<U*, T*> Ptr(Ptr<U>&& other)  // NOLINT: as pointers convert
   noexcept : object_(other.detach()) {}
 
-  Ptr& operator=(Ptr const& other) noexcept {
-    Ptr(other).swap(*this);
-    return *this;
-  }
-  Ptr& operator=(Ptr&& other) noexcept {
-    Ptr(std::move(other)).swap(*this);
+  Ptr& operator=(Ptr other) noexcept {
+    swap(other);
     return *this;
   }
 

@@ -20,7 +20,9 @@ inline void threadSafePtrIs(bool threadSafe) noexcept {
 }
 
 /// Counts the handles to an object. It starts at one: whoever makes the object holds it while its
-/// constructor runs, so that a handle made there cannot destroy it.
+/// constructor runs, so that a handle made there cannot destroy it. It ends at one: whoever
+/// destroys the object holds it while its destructor runs, so that a handle made there cannot
+/// destroy it again.
 class ReferenceCount {
  public:
   std::uint32_t value() const noexcept { return count_.load(std::memory_order_relaxed); }
@@ -34,10 +36,13 @@ class ReferenceCount {
 
   /// Returns what is left; at zero the caller destroys the object.
   [[gnu::always_inline]] std::uint32_t decrease() noexcept {
-    if (threadSafePtr()) [[unlikely]]
-      return count_.fetch_sub(1, std::memory_order_acq_rel) - 1;
+    if (threadSafePtr()) [[unlikely]] {
+      std::uint32_t const left = count_.fetch_sub(1, std::memory_order_acq_rel) - 1;
+      if (left == 0) count_.store(1, std::memory_order_relaxed);
+      return left;
+    }
     std::uint32_t const left = value() - 1;
-    count_.store(left, std::memory_order_relaxed);
+    if (left != 0) count_.store(left, std::memory_order_relaxed);
     return left;
   }
 

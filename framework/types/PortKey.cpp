@@ -37,8 +37,11 @@ void PortKey::handleInit(Kel::String8 const& text) {
   std::uint16_t vlan = 0;
   char const* const name = std::from_chars(digits, end, vlan).ptr;
   // A number too large for 16 bits leaves `vlan` at 0, which no VLAN has.
-  *this = PortKey(VlanId(vlan),
-                  Wirex::IntfId(std::string_view(name, static_cast<std::size_t>(end - name))));
+  PortKey const key(VlanId(vlan),
+                    Wirex::IntfId(std::string_view(name, static_cast<std::size_t>(end - name))));
+  if (key.stringvalue() != text)
+    throw Kel::RangeException("PortKey::stringvalue with leading zeros not allowed");
+  *this = key;
 }
 
 std::ostream& operator<<(std::ostream& out, PortKey const& key) {
