@@ -135,7 +135,10 @@ void AdapterSm::kel_handleIgmpGroup(KelIgmpGroup& reactor) {
 void AdapterSm::reconcileGroups(IgmpContextStatus const& status) {
   igmpGroup_.reconcile(
       status.group(), [this](Kel::Ptr<IgmpGroup const> const& group) { igmpGroupIs(group); },
-      [this](IpAddr group) { igmpGroupDel(group); });
+      // The handlers that clearing a group runs may have gone over to yet another status.
+      [this](IpAddr group) {
+        if (!coreStatus()->group(group)) igmpGroupDel(group);
+      });
 }
 
 void AdapterSm::handleInitialized() {
@@ -147,6 +150,9 @@ void AdapterSm::handleInitialized() {
   initializedIs(true);
 }
 
+// Whatever is written into hosts may run handlers that remove groups, keys, or this adapter. So the
+// walks over keys and groups hold the adapter, and pass over what has gone meanwhile.
+
 void AdapterSm::updateIgmpHost() {
   KEL_TRACE(9, "AdapterSm::updateIgmpHost");
   std::vector<std::pair<std::uint32_t, IpAddr>> changed;  // in the order of igmpGroup
@@ -154,13 +160,14 @@ void AdapterSm::updateIgmpHost() {
     changed.emplace_back(igmpGroup_.position(group->addr()), group->addr());
   std::sort(changed.begin(), changed.end());
 
-  // Writing a record may run handlers that remove groups, keys, or this adapter.
   Kel::Ptr<AdapterSm> const self(this);
+  AdapterVlanConfig::HostKeys const& hostKeys = adapterConfig()->hostKey();
   for (auto const& [position, address] : changed) {
     Kel::Ptr<KelIgmpGroup> const group = kelIgmpGroup(address);
     if (!group || !group->igmpHostChanged()) continue;
-    for (PortKey const& key : adapterConfig()->hostKey().keys()) {
+    for (PortKey const& key : hostKeys.keys()) {
       if (group->isZombie()) break;
+      if (!hostKeys.contains(key)) continue;
       KEL_TRACE(4, "AdapterSm::updateIgmpHost key " << key);
       processSplitHorizon(key, *group);
     }
@@ -172,8 +179,11 @@ void AdapterSm::newIgmpHost(PortKey const& key) {
   KEL_TRACE(9, "AdapterSm::newIgmpHost key " << key);
   if (adapterConfig()->hostKey(key)) {
     Kel::Ptr<AdapterSm> const self(this);
-    for (IpAddr const group : igmpGroup_.keys())
-      if (igmpGroup_.contains(group)) processSplitHorizon(key, group);
+    for (IpAddr const address : igmpGroup_.keys()) {
+      if (!adapterConfig()->hostKey(key)) break;
+      Kel::Ptr<KelIgmpGroup> const group = kelIgmpGroup(address);
+      if (group && !group->isZombie()) processSplitHorizon(key, *group);
+    }
   } else if (auto const host = igmpHostDir_->igmpHost(key.hostName())) {
     host->v3groupDelAll();
   }
@@ -181,7 +191,10 @@ void AdapterSm::newIgmpHost(PortKey const& key) {
 
 void AdapterSm::clearGroup(IpAddr group) {
   KEL_TRACE(9, "AdapterSm::clearGroup " << group);
-  for (PortKey const& key : adapterConfig()->hostKey().keys()) {
+  Kel::Ptr<AdapterSm> const self(this);
+  AdapterVlanConfig::HostKeys const& hostKeys = adapterConfig()->hostKey();
+  for (PortKey const& key : hostKeys.keys()) {
+    if (!hostKeys.contains(key)) continue;
     KEL_TRACE(4, "AdapterSm::clearGroup key " << key);
     auto const host = igmpHostDir_->igmpHost(key.hostName());
     if (!host) {
@@ -289,9 +302,11 @@ AdapterSm::KelCoreStatus::KelCoreStatus(Kel::Ptr<IgmpContextStatus const> status
 }
 
 void AdapterSm::KelCoreStatus::notifierIs(Kel::Ptr<IgmpContextStatus const> status) {
+  // The handlers that an update runs may remove the adapter, or go over to yet another status.
+  Kel::Ptr<AdapterSm> const adapterSm(adapterSm_);
   NotifieeConst::notifierIs(status);
-  adapterSm_->updateIgmpHost();
-  adapterSm_->reconcileGroups(*status);
+  adapterSm->updateIgmpHost();
+  if (status == notifier()) adapterSm->reconcileGroups(*status);
 }
 
 void AdapterSm::KelCoreStatus::onGroup(IpAddr address) {
@@ -435,6 +450,11 @@ Kel::Ptr<KelMembership> KelIgmpIntf::membershipIs(
 
 void KelIgmpIntf::membershipDel(IpAddr reporter) {
   membership_.del(reporter);
+}
+
+void KelIgmpIntf::modeIs(FilterMode mode) {
+  mode_ = mode;
+  settledAt_ = 0;
 }
 
 void KelIgmpIntf::starGIs(bool starG) {

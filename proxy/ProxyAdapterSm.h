@@ -191,7 +191,7 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup::KelIgmpIntf final : public IgmpIntfSta
   void membershipDel(Wirex::IpAddr reporter);
 
   FilterMode mode() const { return mode_; }
-  void modeIs(FilterMode mode) { mode_ = mode; }
+  void modeIs(FilterMode mode);
 
   /// Whether the port wants every source of the group.
   bool starG() const { return starG_; }

@@ -1,0 +1,151 @@
+#include <algorithm>
+#include <cstdlib>
+#include <map>
+
+#include <gtest/gtest.h>
+
+#include "framework/kel/Trace.h"
+#include "tests/proxy/model/AdapterDriver.h"
+#include "tests/proxy/model/Sequence.h"
+
+namespace Bridging::IgmpSnooping::Proxy::Model {
+namespace {
+
+using Kind = EventGenerator::Kind;
+using What = Event::What;
+
+/// Lets the adapter trace its decisions, and drops the messages.
+class TracesOfDecisions {
+ public:
+  TracesOfDecisions() : handle_(Kel::traceHandle("IgmpSnoopingProxyAdapter")) {
+    Kel::traceSinkIs([this](Kel::TraceMessage const&) { ++messages_; });
+    switchTo(true);
+  }
+  TracesOfDecisions(TracesOfDecisions const&) = delete;
+  TracesOfDecisions& operator=(TracesOfDecisions const&) = delete;
+  ~TracesOfDecisions() {
+    switchTo(false);
+    Kel::traceSinkIs({});
+  }
+
+  std::size_t messages() const { return messages_; }
+
+ private:
+  void switchTo(bool on) {
+    handle_.enabledIs(on);
+    handle_.levelEnabledIs(4, on);
+  }
+
+  Kel::TraceHandle& handle_;
+  std::size_t messages_ = 0;
+};
+
+/// IGMPSNOOP_MODEL_EVENTS asks for more events per test than these, never for fewer.
+std::size_t atLeast(std::size_t events) {
+  char const* const asked = std::getenv("IGMPSNOOP_MODEL_EVENTS");
+  return asked ? std::max<std::size_t>(events, std::strtoull(asked, nullptr, 10)) : events;
+}
+
+void playSequences(Kind kind, std::uint64_t firstSeed, std::size_t events) {
+  std::size_t played = 0;
+  std::uint64_t seed = firstSeed;
+  for (; played < events; ++seed) {
+    auto const failure = explore(seed, kind, Perturbation::none, played);
+    if (!failure) continue;
+    Failure const shortest = shrunk(*failure, Perturbation::none);
+    FAIL() << "Seed " << seed << ", " << failure->events.size() << " events, shrunk to "
+           << shortest.events.size() << ":\n"
+           << shortest.story();
+  }
+  testing::Test::RecordProperty("events", std::to_string(played));
+  testing::Test::RecordProperty("sequences", std::to_string(seed - firstSeed));
+}
+
+TEST(AdapterModel, AgreesInDeepStatesOfFewGroups) {
+  playSequences(Kind::deep, 1, atLeast(500'000));
+}
+
+TEST(AdapterModel, AgreesOverManyGroupsAndPorts) {
+  playSequences(Kind::wide, 1'000'001, atLeast(350'000));
+}
+
+TEST(AdapterModel, AgreesInDeepStatesWhileDecisionsAreTraced) {
+  TracesOfDecisions const traces;
+  playSequences(Kind::deep, 2'000'001, atLeast(100'000));
+  EXPECT_GT(traces.messages(), 100'000u);
+}
+
+TEST(AdapterModel, AgreesOverManyGroupsWhileDecisionsAreTraced) {
+  TracesOfDecisions const traces;
+  playSequences(Kind::wide, 3'000'001, atLeast(100'000));
+  EXPECT_GT(traces.messages(), 100'000u);
+}
+
+TEST(AdapterModel, EveryKindOfEventOccursOften) {
+  std::map<What, int> occurrences;
+  for (std::uint64_t seed = 1; seed <= 40; ++seed) {
+    EventGenerator generator(seed, seed % 2 == 0 ? Kind::deep : Kind::wide);
+    AdapterDriver driver(Perturbation::none);
+    for (int left = generator.length(); left > 0; --left) {
+      Event const event = generator.next(driver);
+      if (driver.apply(event)) ++occurrences[event.what];
+    }
+  }
+  for (int what = 0; what <= static_cast<int>(What::reportRaised); ++what)
+    EXPECT_GE(occurrences[static_cast<What>(what)], 40) << "kind " << what;
+}
+
+/// A model that departs in one point must be told from the adapter soon, and by a short story.
+class DepartingModel : public testing::TestWithParam<Perturbation> {};
+
+TEST_P(DepartingModel, IsToldFromTheAdapterByAShortStory) {
+  constexpr std::size_t soon = 50'000;
+  constexpr std::size_t fewEvents = 15;
+  std::size_t played = 0;
+  std::optional<Failure> failure;
+  for (std::uint64_t seed = 1; !failure && played < soon; ++seed)
+    failure = explore(seed, Kind::deep, GetParam(), played);
+  ASSERT_TRUE(failure) << "no difference in " << played << " events";
+
+  Failure const shortest = shrunk(*failure, GetParam());
+  EXPECT_LE(shortest.events.size(), fewEvents) << shortest.story();
+  EXPECT_TRUE(replay(shortest.events, GetParam())) << "the story does not repeat the difference";
+  EXPECT_FALSE(replay(shortest.events, Perturbation::none)) << "the adapter itself is at odds";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    AdapterModel, DepartingModel,
+    testing::Values(Perturbation::starGThresholdOfThree, Perturbation::leavingReporterEvaluatesPort,
+                    Perturbation::leavingPortTakesBackItsCounts,
+                    Perturbation::clearingPassesMissingHosts,
+                    Perturbation::absentExcludeIsNotDecremented, Perturbation::mergeIsExact,
+                    Perturbation::newReporterIsNotStarG, Perturbation::replacedReporterIsNoChange,
+                    Perturbation::changesAreHeardAtOnce),
+    [](auto const& instance) {
+      switch (instance.param) {
+        case Perturbation::none:
+          break;
+        case Perturbation::starGThresholdOfThree:
+          return "WithAStarGThresholdOfThree";
+        case Perturbation::leavingReporterEvaluatesPort:
+          return "WhereALeavingReporterEvaluatesItsPort";
+        case Perturbation::leavingPortTakesBackItsCounts:
+          return "WhereALeavingPortTakesBackItsCounts";
+        case Perturbation::clearingPassesMissingHosts:
+          return "WhereClearingPassesMissingHosts";
+        case Perturbation::absentExcludeIsNotDecremented:
+          return "WhereAnAbsentExcludeIsNotDecremented";
+        case Perturbation::mergeIsExact:
+          return "WhereTheMergeIsExact";
+        case Perturbation::newReporterIsNotStarG:
+          return "WhereANewReporterIsNotStarG";
+        case Perturbation::replacedReporterIsNoChange:
+          return "WhereAReplacedReporterIsNoChange";
+        case Perturbation::changesAreHeardAtOnce:
+          return "WhereChangesAreHeardAtOnce";
+      }
+      return "Unperturbed";
+    });
+
+}  // namespace
+}  // namespace Bridging::IgmpSnooping::Proxy::Model
