@@ -1,0 +1,26 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/igmp/Cause.h"
+#include "platform/igmp/Message.h"
+
+namespace Bridging::IgmpSnooping {
+
+/// What was heard on a port: messages by type, in the order of Igmp::Message, and what was ignored
+/// by cause. Group records that were ignored count as well, though the rest of their report was
+/// used.
+struct ReceiveCounters {
+  std::array<std::uint64_t, std::variant_size_v<Igmp::Message>> received{};
+  std::array<std::uint64_t, Igmp::causes> ignored{};
+
+  void countReceived(Igmp::Message const& message) { ++received[message.index()]; }
+  void countIgnored(Igmp::Cause cause) { ++ignored[static_cast<std::size_t>(cause)]; }
+  std::uint64_t ignoredFor(Igmp::Cause cause) const {
+    return ignored[static_cast<std::size_t>(cause)];
+  }
+};
+
+}  // namespace Bridging::IgmpSnooping

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+
+#include "platform/igmp/Packet.h"
+
+namespace Bridging::IgmpSnooping {
+
+/// How memberships are learned in one VLAN; the defaults are those of RFC 9776 section 8.
+struct SnoopingPolicy {
+  using Milliseconds = std::chrono::milliseconds;
+
+  unsigned robustnessVariable = 2;
+  Milliseconds queryInterval = std::chrono::seconds(125);
+  Milliseconds queryMaxResponseTime = std::chrono::seconds(10);
+  Milliseconds lastMemberQueryInterval = std::chrono::seconds(1);
+
+  /// A leave removes the reporter's membership at once.
+  bool fastLeave = false;
+
+  Igmp::ReceivePolicy receive;
+
+  /// Groups in the VLAN, and sources of one reporter in one group; 0 is no limit. What would go
+  /// beyond is ignored whole.
+  std::uint32_t maxGroups = 0;
+  std::uint32_t maxGroupSources = 0;
+
+  /// How long a membership lives without a report (RFC 9776 section 8.4).
+  Milliseconds groupMembershipInterval() const {
+    return robustnessVariable * queryInterval + 2 * queryMaxResponseTime;
+  }
+
+  /// How long it lives after a leave that nobody contradicts (RFC 9776 section 8.8).
+  Milliseconds lastMemberQueryTime() const { return robustnessVariable * lastMemberQueryInterval; }
+};
+
+}  // namespace Bridging::IgmpSnooping

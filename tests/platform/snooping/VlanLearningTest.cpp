@@ -1,0 +1,481 @@
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "framework/kel/Activity.h"
+#include "framework/kel/Reactors.h"
+#include "platform/snooping/VlanLearning.h"
+#include "tests/platform/snooping/MembershipTesting.h"
+
+namespace {
+
+using namespace SnoopingTest;
+using namespace IgmpTest;
+using namespace std::chrono_literals;
+using Bridging::IgmpSnooping::IgmpGroup;
+using Bridging::IgmpSnooping::IgmpIntfStatus;
+using Bridging::IgmpSnooping::ReportBatch;
+using Bridging::IgmpSnooping::SnoopingPolicy;
+using Bridging::IgmpSnooping::VlanLearning;
+using Igmp::Cause;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr IpAddr group{232, 1, 1, 1};
+constexpr IpAddr otherGroup{232, 1, 1, 2};
+constexpr IpAddr host{10, 0, 0, 1};
+constexpr IpAddr otherHost{10, 0, 0, 2};
+constexpr IpAddr a{192, 0, 2, 1};
+constexpr IpAddr b{192, 0, 2, 2};
+constexpr IpAddr c{192, 0, 2, 3};
+IntfId const swp1("swp1");
+IntfId const swp2("swp2");
+
+class VlanLearningTest : public testing::Test {
+ protected:
+  VlanLearningTest() { policyIs({}); }
+
+  void policyIs(SnoopingPolicy const& policy) {
+    learning.reset();
+    learning = std::make_unique<VlanLearning>(status, policy, wheel, batch);
+  }
+
+  std::optional<Cause> record(IntfId const& intf, IpAddr reporter, Record const& record) {
+    return learning->record(intf, reporter, *ParsedRecord(record));
+  }
+
+  /// A reporter's filter, if it is a member.
+  std::optional<Filter> filter(IntfId const& intf, IpAddr reporter, IpAddr address = group) const {
+    auto const groupStatus = status->group(address);
+    auto const intfStatus = groupStatus ? groupStatus->intf(intf) : nullptr;
+    auto const membership = intfStatus ? intfStatus->membership(reporter) : nullptr;
+    if (!membership) return std::nullopt;
+    return filterOf(*membership);
+  }
+
+  bool member(IntfId const& intf, IpAddr reporter, IpAddr address = group) const {
+    return filter(intf, reporter, address).has_value();
+  }
+
+  Kel::Ptr<Horix::VirtualClock> clock = Kel::make<Horix::VirtualClock>();
+  Kel::Ptr<Horix::TimerWheel> wheel = Kel::make<Horix::TimerWheel>(clock);
+  Kel::Ptr<IgmpContextStatus> status = Kel::make<IgmpContextStatus>(Bridging::VlanId(10));
+  ReportBatch batch;
+  std::unique_ptr<VlanLearning> learning;
+};
+
+// ---- What is learned
+
+TEST_F(VlanLearningTest, MembershipBelongsToGroupPortAndReporter) {
+  record(swp1, host, isIn(group, {a}));
+  record(swp1, otherHost, isIn(group, {b}));
+  record(swp2, host, isEx(group, {c}));
+  record(swp1, host, isEx(otherGroup));
+  EXPECT_EQ(filter(swp1, host), include({a}));
+  EXPECT_EQ(filter(swp1, otherHost), include({b}));
+  EXPECT_EQ(filter(swp2, host), exclude({c}));
+  EXPECT_EQ(filter(swp1, host, otherGroup), exclude({}));
+}
+
+TEST_F(VlanLearningTest, RecordsChangeTheReportersOwnState) {
+  record(swp1, host, allow(group, {a, b}));
+  record(swp1, host, block(group, {b}));
+  EXPECT_EQ(filter(swp1, host), include({a}));
+  record(swp1, host, toEx(group, {c}));
+  record(swp1, host, allow(group, {c}));
+  EXPECT_EQ(filter(swp1, host), exclude({}));
+}
+
+TEST_F(VlanLearningTest, ReportOfAnOlderVersionWantsEverySource) {
+  learning->report(swp1, host, group);
+  EXPECT_EQ(filter(swp1, host), exclude({}));
+  record(swp1, host, isIn(group, {a}));
+  learning->report(swp1, host, group);
+  EXPECT_EQ(filter(swp1, host), exclude({}));
+}
+
+TEST_F(VlanLearningTest, WhoIncludesNothingHasLeftAtOnce) {
+  record(swp1, host, isEx(group));
+  record(swp1, host, toIn(group));
+  EXPECT_TRUE(status->group().empty());
+
+  record(swp1, host, allow(group, {a}));
+  record(swp1, host, block(group, {a}));
+  EXPECT_TRUE(status->group().empty());
+}
+
+TEST_F(VlanLearningTest, WhoIsNoMemberCannotLeave) {
+  record(swp1, host, toIn(group));
+  record(swp1, host, block(group, {a}));
+  learning->leave(swp1, host, group);
+  EXPECT_TRUE(status->group().empty());
+}
+
+TEST_F(VlanLearningTest, PortAndGroupGoWithTheirLastMember) {
+  learning->report(swp1, host, group);
+  learning->report(swp1, otherHost, group);
+  learning->report(swp2, host, group);
+  record(swp1, host, toIn(group));
+  EXPECT_TRUE(member(swp1, otherHost));
+  record(swp1, otherHost, toIn(group));
+  ASSERT_TRUE(status->group(group));
+  EXPECT_FALSE(status->group(group)->intf(swp1));
+  EXPECT_TRUE(member(swp2, host));
+  record(swp2, host, toIn(group));
+  EXPECT_FALSE(status->group(group));
+}
+
+// ---- Timers
+
+TEST_F(VlanLearningTest, MembershipExpiresAfterRobustnessTimesQueryIntervalPlusTwoResponseTimes) {
+  SnoopingPolicy policy;
+  policy.robustnessVariable = 3;
+  policy.queryInterval = 20s;
+  policy.queryMaxResponseTime = 5s;
+  policyIs(policy);
+  wheel->advanceTo(1000s);
+  record(swp1, host, isIn(group, {a}));
+  wheel->advanceTo(1070s - 1ms);
+  EXPECT_TRUE(member(swp1, host));
+  wheel->advanceTo(1070s);
+  EXPECT_FALSE(member(swp1, host));
+}
+
+TEST_F(VlanLearningTest, DefaultLifetimeIs270Seconds) {
+  learning->report(swp1, host, group);
+  wheel->advanceTo(270s - 1ms);
+  EXPECT_TRUE(member(swp1, host));
+  wheel->advanceTo(270s);
+  EXPECT_FALSE(member(swp1, host));
+}
+
+TEST_F(VlanLearningTest, EveryReportOfAReporterStartsItsTimerAnew) {
+  learning->report(swp1, host, group);
+  wheel->advanceTo(100s);
+  learning->report(swp1, host, group);  // says nothing new
+  wheel->advanceTo(200s);
+  record(swp1, host, block(group, {a}));
+  wheel->advanceTo(470s - 1ms);
+  EXPECT_TRUE(member(swp1, host));
+  wheel->advanceTo(470s);
+  EXPECT_FALSE(member(swp1, host));
+}
+
+TEST_F(VlanLearningTest, TimersOfReportersAreTheirOwn) {
+  learning->report(swp1, host, group);
+  wheel->advanceTo(100s);
+  learning->report(swp1, otherHost, group);
+  wheel->advanceTo(270s);
+  EXPECT_FALSE(member(swp1, host));
+  EXPECT_TRUE(member(swp1, otherHost));
+}
+
+TEST_F(VlanLearningTest, LeaveShortensTheTimerToRobustnessTimesLastMemberQueryInterval) {
+  SnoopingPolicy policy;
+  policy.robustnessVariable = 3;
+  policy.lastMemberQueryInterval = 2s;
+  policyIs(policy);
+  learning->report(swp1, host, group);
+  learning->report(swp1, otherHost, group);
+  wheel->advanceTo(10s);
+  learning->leave(swp1, host, group);
+  wheel->advanceTo(16s - 1ms);
+  EXPECT_TRUE(member(swp1, host));
+  wheel->advanceTo(16s);
+  EXPECT_FALSE(member(swp1, host));
+  EXPECT_TRUE(member(swp1, otherHost));
+}
+
+TEST_F(VlanLearningTest, LeaveNeverLengthensTheTimer) {
+  learning->report(swp1, host, group);
+  wheel->advanceTo(10s);
+  learning->leave(swp1, host, group);
+  wheel->advanceTo(11s);
+  learning->leave(swp1, host, group);  // leaves are repeated
+  wheel->advanceTo(12s);
+  EXPECT_FALSE(member(swp1, host));
+}
+
+TEST_F(VlanLearningTest, ReportAfterALeaveTakesItBack) {
+  learning->report(swp1, host, group);
+  learning->leave(swp1, host, group);
+  wheel->advanceTo(1s);
+  learning->report(swp1, host, group);
+  wheel->advanceTo(271s - 1ms);
+  EXPECT_TRUE(member(swp1, host));
+  wheel->advanceTo(271s);
+  EXPECT_FALSE(member(swp1, host));
+}
+
+TEST_F(VlanLearningTest, FastLeaveRemovesTheReporterAtOnce) {
+  SnoopingPolicy policy;
+  policy.fastLeave = true;
+  policyIs(policy);
+  learning->report(swp1, host, group);
+  learning->report(swp1, otherHost, group);
+  learning->leave(swp1, host, group);
+  EXPECT_FALSE(member(swp1, host));
+  EXPECT_TRUE(member(swp1, otherHost)) << "another reporter of the port has not left";
+}
+
+// ---- Limits
+
+TEST_F(VlanLearningTest, NoMoreGroupsThanAllowed) {
+  SnoopingPolicy policy;
+  policy.maxGroups = 1;
+  policyIs(policy);
+  EXPECT_EQ(learning->report(swp1, host, group), std::nullopt);
+  EXPECT_EQ(learning->report(swp1, host, otherGroup), Cause::tooManyGroups);
+  EXPECT_EQ(record(swp1, host, isIn(otherGroup, {a})), Cause::tooManyGroups);
+  EXPECT_FALSE(status->group(otherGroup));
+  EXPECT_EQ(record(swp1, host, toIn(otherGroup)), std::nullopt) << "wants no group";
+
+  EXPECT_EQ(learning->report(swp2, otherHost, group), std::nullopt) << "no new group";
+  EXPECT_EQ(record(swp1, host, isIn(group, {a})), std::nullopt);
+
+  record(swp1, host, toIn(group));
+  record(swp2, otherHost, toIn(group));
+  EXPECT_EQ(learning->report(swp1, host, otherGroup), std::nullopt);
+}
+
+TEST_F(VlanLearningTest, NoMoreSourcesOfAReporterThanAllowed) {
+  SnoopingPolicy policy;
+  policy.maxGroupSources = 2;
+  policyIs(policy);
+  EXPECT_EQ(record(swp1, host, isIn(group, {a, b, c})), Cause::tooManySources);
+  EXPECT_FALSE(member(swp1, host));
+  EXPECT_EQ(record(swp1, host, isIn(group, {a, b})), std::nullopt);
+  EXPECT_EQ(record(swp1, host, allow(group, {c})), Cause::tooManySources);
+  EXPECT_EQ(filter(swp1, host), include({a, b})) << "ignored whole";
+  EXPECT_EQ(record(swp1, otherHost, isIn(group, {b, c})), std::nullopt) << "another reporter";
+}
+
+// ---- Turns
+
+/// Reads the status as the proxy does: of groups it hears at once, of all below when activities
+/// run. It writes down what it hears, and what memberships said at that time.
+class Reader {
+ public:
+  using Log = std::vector<std::string>;
+
+  explicit Reader(Kel::Ptr<IgmpContextStatus const> const& status)
+      : status_(Kel::make<Status>(status, *this)) {}
+
+  Log takeLog() { return std::exchange(log_, {}); }
+
+ private:
+  class Membership final : public IgmpMembership::NotifieeConst {
+   public:
+    Membership(Kel::Ptr<IgmpMembership const> const& membership, Reader& reader)
+        : NotifieeConst(Delivery::byActivity), reader_(reader) {
+      watch(membership);
+      say("appears as ");
+    }
+    Kel::ActivityConfig* kelFwkActivity() const override { return reader_.activity_.get(); }
+    void onFilterMode() override { say("says "); }
+    void onSource(IpAddr /*source*/) override { say("says "); }
+
+   private:
+    void say(char const* verb) {
+      std::ostringstream text;
+      text << notifier()->addr() << ' ' << verb << filterOf(*notifier());
+      reader_.note(text.str());
+    }
+    Reader& reader_;
+  };
+
+  class Intf final : public IgmpIntfStatus::NotifieeConst {
+   public:
+    Intf(Kel::Ptr<IgmpIntfStatus const> const& intf, Reader& reader)
+        : NotifieeConst(Delivery::byActivity), reader_(reader) {
+      watch(intf);
+      for (IpAddr const reporter : intf->membership().keys()) onMembership(reporter);
+    }
+    Kel::ActivityConfig* kelFwkActivity() const override { return reader_.activity_.get(); }
+    void onMembership(IpAddr reporter) override {
+      if (Kel::Ptr<IgmpMembership const> const membership = notifier()->membership(reporter)) {
+        memberships_.watch(reporter, membership,
+                           [&] { return Kel::make<Membership>(membership, reader_); });
+      } else {
+        std::ostringstream text;
+        text << reporter << " goes";
+        reader_.note(text.str());
+        memberships_.del(reporter);
+      }
+    }
+
+   private:
+    Reader& reader_;
+    Kel::Reactors<IpAddr, Membership> memberships_;
+  };
+
+  class Group final : public IgmpGroup::NotifieeConst {
+   public:
+    Group(Kel::Ptr<IgmpGroup const> const& status, Reader& reader)
+        : NotifieeConst(Delivery::byActivity), reader_(reader) {
+      watch(status);
+    }
+    Kel::ActivityConfig* kelFwkActivity() const override { return reader_.activity_.get(); }
+    void onIntf(IntfId intf) override {
+      if (Kel::Ptr<IgmpIntfStatus const> const status = notifier()->intf(intf))
+        intfs_.watch(intf, status, [&] { return Kel::make<Intf>(status, reader_); });
+      else
+        intfs_.del(intf);
+    }
+
+   private:
+    Reader& reader_;
+    Kel::Reactors<IntfId, Intf> intfs_;
+  };
+
+  class Status final : public IgmpContextStatus::NotifieeConst {
+   public:
+    Status(Kel::Ptr<IgmpContextStatus const> const& status, Reader& reader) : reader_(reader) {
+      watch(status);
+    }
+    void onGroup(IpAddr address) override {
+      if (Kel::Ptr<IgmpGroup const> const status = notifier()->group(address)) {
+        reader_.note("group");
+        groups_.watch(address, status, [&] { return Kel::make<Group>(status, reader_); });
+      } else {
+        reader_.note("no group");
+        groups_.del(address);
+      }
+    }
+    void onNewIgmpReport() override { reader_.note("report"); }
+
+   private:
+    Reader& reader_;
+    Kel::Reactors<IpAddr, Group> groups_;
+  };
+
+  /// What is heard several times in a row, once for each source, is written down once.
+  void note(std::string const& text) {
+    if (log_.empty() || log_.back() != text) log_.push_back(text);
+  }
+
+  Kel::Ptr<Kel::ActivityConfig> activity_ = Kel::make<Kel::ActivityConfig>();
+  Log log_;
+  Kel::Ptr<Status> status_;
+};
+
+class VlanLearningTurnTest : public VlanLearningTest {
+ protected:
+  Reader reader{status};
+};
+
+TEST_F(VlanLearningTurnTest, NewReporterAppearsBeforeItSaysAnythingAndTheReportComesLast) {
+  record(swp1, host, isIn(group, {a, b}));
+  EXPECT_THAT(reader.takeLog(), ElementsAre("group", "10.0.0.1 appears as exclude()",
+                                            "10.0.0.1 says include(192.0.2.1, 192.0.2.2)"));
+  batch.publish();
+  EXPECT_THAT(reader.takeLog(), ElementsAre("report"));
+}
+
+TEST_F(VlanLearningTurnTest, ReporterOnAKnownPortAppearsBeforeItSaysAnything) {
+  learning->report(swp1, host, group);
+  reader.takeLog();
+  record(swp1, otherHost, isIn(group, {a}));
+  EXPECT_THAT(reader.takeLog(),
+              ElementsAre("10.0.0.2 appears as exclude()", "10.0.0.2 says include(192.0.2.1)"));
+}
+
+TEST_F(VlanLearningTurnTest, ChangeOfModeAndSourcesIsHeardAsOneState) {
+  record(swp1, host, isIn(group, {a, b}));
+  reader.takeLog();
+  record(swp1, host, toEx(group, {b, c}));
+  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.1 says exclude(192.0.2.2, 192.0.2.3)"));
+}
+
+TEST_F(VlanLearningTurnTest, WhoLeavesWithdrawsWhatItSaidBeforeItGoes) {
+  record(swp1, host, isEx(group, {a}));
+  reader.takeLog();
+  record(swp1, host, toIn(group));
+  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.1 says include()", "no group"));
+  batch.publish();
+  EXPECT_THAT(reader.takeLog(), ElementsAre("report"));
+}
+
+TEST_F(VlanLearningTurnTest, WhoStaysOnThePortIsReadAgain) {
+  record(swp1, host, isEx(group, {a}));
+  record(swp1, otherHost, isEx(group, {a, b}));
+  reader.takeLog();
+  record(swp1, host, toIn(group));
+  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.1 says include()", "10.0.0.1 goes",
+                                            "10.0.0.2 says exclude(192.0.2.1, 192.0.2.2)"));
+}
+
+TEST_F(VlanLearningTurnTest, WhoTimesOutLeavesInTheSameTurns) {
+  record(swp1, host, isIn(group, {a}));
+  learning->report(swp2, otherHost, group);
+  wheel->advanceTo(1s);
+  learning->report(swp2, otherHost, group);
+  batch.publish();
+  reader.takeLog();
+  wheel->advanceTo(270s);
+  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.1 says include()", "10.0.0.1 goes"));
+  batch.publish();
+  EXPECT_THAT(reader.takeLog(), ElementsAre("report"));
+}
+
+TEST_F(VlanLearningTurnTest, KnownStateIsHeardByNobody) {
+  record(swp1, host, isIn(group, {a, b}));
+  batch.publish();
+  reader.takeLog();
+  record(swp1, host, isIn(group, {b, a}));
+  record(swp1, host, allow(group, {a}));
+  record(swp1, host, block(group, {c}));
+  batch.publish();
+  EXPECT_THAT(reader.takeLog(), IsEmpty());
+}
+
+TEST_F(VlanLearningTurnTest, ReportsOfABatchShareOneReportPerVlan) {
+  auto const otherStatus = Kel::make<IgmpContextStatus>(Bridging::VlanId(20));
+  VlanLearning otherLearning(otherStatus, {}, wheel, batch);
+  Reader otherReader(otherStatus);
+  learning->report(swp1, host, group);
+  learning->report(swp1, otherHost, group);
+  learning->report(swp2, host, otherGroup);
+  otherLearning.report(swp1, host, group);
+  reader.takeLog();
+  otherReader.takeLog();
+  batch.publish();
+  EXPECT_THAT(reader.takeLog(), ElementsAre("report"));
+  EXPECT_THAT(otherReader.takeLog(), ElementsAre("report"));
+  batch.publish();
+  EXPECT_THAT(reader.takeLog(), IsEmpty());
+}
+
+TEST_F(VlanLearningTurnTest, IgnoredReportIsHeardByNobody) {
+  SnoopingPolicy policy;
+  policy.maxGroups = 1;
+  policy.maxGroupSources = 1;
+  policyIs(policy);
+  learning->report(swp1, host, group);
+  batch.publish();
+  reader.takeLog();
+  learning->report(swp1, host, otherGroup);
+  record(swp1, host, isIn(group, {a, b}));
+  batch.publish();
+  EXPECT_THAT(reader.takeLog(), IsEmpty());
+}
+
+// ---- End
+
+TEST_F(VlanLearningTest, LearningThatEndsForgetsEverythingAndStopsEveryTimer) {
+  learning->report(swp1, host, group);
+  learning->report(swp2, host, otherGroup);
+  auto const held = status->group(group)->intf(swp1)->membership(host);
+  learning.reset();
+  EXPECT_TRUE(status->group().empty());
+  EXPECT_EQ(wheel->nextExpiry(), std::nullopt);
+  wheel->advanceTo(1000s);
+  EXPECT_EQ(filterOf(*held), exclude({}));
+}
+
+}  // namespace
