@@ -1,0 +1,166 @@
+#include "agent/CommandLine.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <exception>
+#include <sstream>
+#include <system_error>
+#include <utility>
+
+#include <CLI/CLI.hpp>
+
+#include "agent/config/NumberRanges.h"
+#include "agent/config/Wording.h"
+
+namespace Agent {
+
+namespace {
+
+/// "NAME=VALUE", both of them not empty. Throws std::invalid_argument.
+std::pair<std::string, std::string> assignmentIn(std::string const& text, char const* form) {
+  std::size_t const equals = text.find('=');
+  if (equals == std::string::npos || equals == 0 || equals + 1 == text.size())
+    refuse(Agent::quoted(text), " is not of the form ", form);
+  return {text.substr(0, equals), text.substr(equals + 1)};
+}
+
+Horix::Time secondsIn(std::string const& text) {
+  constexpr double longest = 1e9;  // some thirty years
+  double seconds = 0;
+  char const* const end = text.data() + text.size();
+  auto const [stop, error] = std::from_chars(text.data(), end, seconds, std::chars_format::fixed);
+  if (error != std::errc{} || stop != end || !(seconds >= 0 && seconds <= longest))
+    refuse("--until ", Agent::quoted(text),
+           " is no number of seconds from 0 to 1000000000, as in 12.5");
+  return Horix::Time(std::llround(seconds * 1e9));
+}
+
+Kel::TraceHandle& traceHandleNamed(std::string const& name) {
+  std::vector<std::string> names;
+  for (Kel::TraceHandle* const handle : Kel::traceHandles()) {
+    if (handle->name().stringValue().view() == name) return *handle;
+    names.emplace_back(handle->name().stringValue().view());
+  }
+  refuse("there is no trace handle ", Agent::quoted(name), ", but ", enumerated(names, "and"));
+}
+
+TraceRequest traceRequestIn(std::string const& text) {
+  auto const [name, levels] = assignmentIn(text, "HANDLE=LEVELS, as in HANDLE=0,4-9");
+  TraceRequest request{&traceHandleNamed(name), {}};
+  for (std::uint32_t const level : expandNumberRanges(levels)) {
+    if (level >= Kel::TraceHandle::levels)
+      refuse("trace level ", level, " is above ", Kel::TraceHandle::levels - 1);
+    request.levels.push_back(static_cast<int>(level));
+  }
+  return request;
+}
+
+PortCapture portCaptureIn(std::string const& text) {
+  auto const [port, fileName] = assignmentIn(text, "PORT=CAPTURE, as in swp1=swp1.pcap");
+  return {Wirex::IntfId(Kel::String8(port)), fileName};
+}
+
+/// Takes each value of an option with `parse`, whose std::invalid_argument is wrong usage.
+template <class Parse>
+auto each(Parse parse) {
+  return [parse](std::vector<std::string> const& texts) {
+    for (std::string const& text : texts) parse(text);
+    return true;
+  };
+}
+
+/// The parser and what it fills.
+class CommandLine {
+ public:
+  CommandLine() {
+    app_.require_subcommand(1);
+    app_.set_version_flag("--version", "igmpsnoopd " IGMPSNOOPD_VERSION, "Print the version");
+    addReplay();
+    addCheck();
+  }
+
+  Command parse(int argc, char const* const* argv) {
+    try {
+      app_.parse(argc, argv);
+    } catch (CLI::Success const& request) {
+      std::ostringstream text;
+      app_.exit(request, text, text);
+      return Information{text.str()};
+    } catch (CLI::ParseError const& error) {
+      refuseUsage(error);
+    } catch (std::invalid_argument const& error) {
+      refuseUsage(error);
+    }
+    if (check_->parsed()) return checkCommand_;
+    return replayCommand_;
+  }
+
+ private:
+  void addReplay() {
+    replay_ =
+        addCommand("replay", "Feed captures to the ports of a switch and print what it reports",
+                   replayCommand_.configuration);
+    auto& command = replayCommand_;
+    replay_
+        ->add_option("PORT=CAPTURE",
+                     each([&](auto& text) { command.captures.push_back(portCaptureIn(text)); }),
+                     "Captures of Ethernet frames, and the ports on which they were taken")
+        ->required()
+        ->expected(-1)  // or more
+        ->take_all()
+        ->type_name("");
+    replay_
+        ->add_option("--until", each([&](auto& text) { command.until = secondsIn(text); }),
+                     "End so long after the first packet, not at the last one")
+        ->type_name("SECONDS");
+    replay_->add_flag("--events", command.events, "Print every record change with its time");
+    replay_->add_flag("-j,--json", command.json, "Print JSON");
+    replay_
+        ->add_option("--trace",
+                     each([&](auto& text) { command.traces.push_back(traceRequestIn(text)); }),
+                     "Write trace messages of these levels to standard error")
+        ->take_all()
+        ->type_name("HANDLE=LEVELS");
+  }
+
+  void addCheck() {
+    check_ =
+        addCommand("check", "Say whether a configuration is usable", checkCommand_.configuration);
+  }
+
+  CLI::App* addCommand(char const* name, char const* description, std::string& configuration) {
+    CLI::App* const command = app_.add_subcommand(name, description);
+    command->add_option("--config", configuration, "The configuration (TOML)")
+        ->required()
+        ->type_name("FILE");
+    return command;
+  }
+
+  /// What the parser did not expect says more than what is wrong in consequence.
+  [[noreturn]] void refuseUsage(std::exception const& error) const {
+    std::string problem = error.what();
+    std::string help = "igmpsnoopd";
+    for (CLI::App const* const command : app_.get_subcommands()) help += " " + command->get_name();
+    if (auto const extras = app_.remaining(true); !extras.empty()) {
+      bool const isCommand = app_.get_subcommands().empty() && !extras[0].starts_with('-');
+      problem =
+          (isCommand ? "unknown command " : "unexpected argument ") + Agent::quoted(extras[0]);
+    }
+    throw WrongUsage(problem + "; try " + help + " --help");
+  }
+
+  CLI::App app_{"IGMP snooping proxy for Ethernet switches", "igmpsnoopd"};
+  CLI::App* replay_ = nullptr;
+  CLI::App* check_ = nullptr;
+  ReplayCommand replayCommand_;
+  CheckCommand checkCommand_;
+};
+
+}  // namespace
+
+Command parseCommandLine(int argc, char const* const* argv) {
+  return CommandLine().parse(argc, argv);
+}
+
+}  // namespace Agent

@@ -1,0 +1,140 @@
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <iostream>
+#include <sstream>
+#include <system_error>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "agent/CommandLine.h"
+#include "agent/config/ConfigurationReader.h"
+#include "agent/config/Wording.h"
+#include "agent/output/Json.h"
+#include "agent/output/Tables.h"
+#include "agent/output/TimeText.h"
+#include "agent/replay/Replay.h"
+
+namespace {
+
+using namespace Agent;  // NOLINT(google-build-using-namespace): this is the agent
+
+constexpr int done = 0;
+constexpr int couldNot = 1;
+constexpr int wrongUsage = 2;
+
+/// A configuration with errors; each has its line, which names the file.
+struct UnusableConfiguration {
+  ConfigurationErrors errors;
+};
+
+Configuration load(std::string const& fileName) {
+  auto result = readConfigurationFile(fileName);
+  if (auto* const errors = std::get_if<ConfigurationErrors>(&result))
+    throw UnusableConfiguration{std::move(*errors)};
+  return std::get<Configuration>(std::move(result));
+}
+
+void print(std::string const& text) {
+  errno = 0;
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+    refuse("cannot write to standard output: ", std::generic_category().message(errno),
+           "; make room or keep its reader running");
+  }
+}
+
+/// While it lives, the requested traces go to standard error, with the replay's time.
+class Tracing {
+ public:
+  Tracing(std::vector<TraceRequest> const& requests, Replay const& replay) : requests_(requests) {
+    enable(true);
+    Kel::traceSinkIs([&replay](Kel::TraceMessage const& trace) {
+      std::clog << timeText(replay.result().now()) << ' ' << trace.handle << ' ' << trace.level
+                << ": " << trace.text << '\n';
+    });
+  }
+  Tracing(Tracing const&) = delete;
+  Tracing& operator=(Tracing const&) = delete;
+  ~Tracing() {
+    enable(false);
+    Kel::traceSinkIs({});
+  }
+
+ private:
+  void enable(bool enabled) {
+    for (TraceRequest const& request : requests_) {
+      request.handle->enabledIs(enabled);
+      for (int const level : request.levels) request.handle->levelEnabledIs(level, enabled);
+    }
+  }
+
+  std::vector<TraceRequest> const& requests_;
+};
+
+void run(ReplayCommand const& command) {
+  Configuration const configuration = load(command.configuration);
+  requireConfiguredPorts(command.captures, configuration, command.configuration);
+  Replay replay(configuration, command.captures);
+  if (command.events) replay.watchRecords();
+  {
+    Tracing const tracing(command.traces, replay);
+    replay.run(command.until);
+  }
+
+  Snapshot const snapshot = snapshotOf(replay.result());
+  std::ostringstream out;
+  if (command.json) {
+    out << json(snapshot, command.events ? &replay.events() : nullptr);
+  } else {
+    if (command.events) {
+      printEvents(out, replay.events());
+      out << '\n';
+    }
+    printSnapshot(out, snapshot);
+  }
+  print(out.str());
+}
+
+std::string counted(std::size_t count, char const* noun) {
+  return message(count, ' ', noun, count == 1 ? "" : "s");
+}
+
+void run(CheckCommand const& command) {
+  Configuration const configuration = load(command.configuration);
+  auto const proxied = std::count_if(
+      configuration.vlans.begin(), configuration.vlans.end(),
+      [](VlanConfig const& vlan) { return vlan.proxy && vlan.querierVersion.has_value(); });
+  print(message(command.configuration, " is usable: ", counted(configuration.vlans.size(), "VLAN"),
+                ", ", proxied, " proxied, ", counted(configuration.interfaces.size(), "interface"),
+                '\n'));
+}
+
+void run(Information const& information) {
+  print(information.text);
+}
+
+int fail(std::exception const& error, int status) {
+  std::cerr << "igmpsnoopd: " << error.what() << '\n';
+  return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::signal(SIGPIPE, SIG_IGN);  // a reader that went away is told by the write that fails
+  try {
+    std::visit([](auto const& command) { run(command); }, parseCommandLine(argc, argv));
+    return done;
+  } catch (WrongUsage const& error) {
+    return fail(error, wrongUsage);
+  } catch (UnusableConfiguration const& configuration) {
+    for (std::string const& error : configuration.errors) std::cerr << error << '\n';
+    return couldNot;
+  } catch (std::exception const& error) {
+    return fail(error, couldNot);
+  }
+}

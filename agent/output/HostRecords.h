@@ -1,0 +1,46 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "framework/entities/IgmpHost.h"
+#include "framework/types/AllowedTrafficDirection.h"
+#include "framework/types/IgmpFilterMode.h"
+#include "framework/types/IgmpVersion.h"
+#include "framework/types/IpAddr.h"
+
+/// The hosts and what they report, as plain values for output and comparison.
+namespace Agent {
+
+/// From which sources a host asks for a group.
+struct SourceFilter {
+  Gmp::Igmp::IgmpFilterMode mode = Gmp::Igmp::IgmpFilterMode::include;
+  std::vector<Wirex::IpAddr> sources;  ///< ascending
+
+  friend bool operator==(SourceFilter const&, SourceFilter const&) = default;
+};
+
+struct GroupRecord {
+  Wirex::IpAddr address;
+  SourceFilter filter;
+
+  friend bool operator==(GroupRecord const&, GroupRecord const&) = default;
+};
+
+struct HostRecords {
+  std::string name;
+  unsigned vlan = 0;
+  std::string interface;
+  Igmp::IgmpVersion igmpVersion = Igmp::IgmpVersion::v3;
+  bool blocked = false;
+  Bridging::AllowedTrafficDirection direction = Bridging::AllowedTrafficDirection::both;
+  std::vector<GroupRecord> groups;  ///< ascending by address
+};
+
+SourceFilter filterOf(Igmp::IgmpV3GroupRecord const& record);
+
+/// All hosts, by VLAN and then by interface in natural order.
+std::vector<HostRecords> hostsIn(Igmp::IgmpHostDir const& directory);
+
+}  // namespace Agent

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "agent/RecordWatch.h"
+#include "agent/output/Snapshot.h"
+
+namespace Agent {
+
+/// A snapshot as one JSON document that ends in a newline.
+/// @param events what changed on the way there, or null to leave the key out.
+std::string json(Snapshot const& snapshot, std::vector<RecordEvent> const* events);
+
+}  // namespace Agent

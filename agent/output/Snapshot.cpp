@@ -1,0 +1,35 @@
+#include "agent/output/Snapshot.h"
+
+#include <algorithm>
+
+#include "agent/output/NaturalOrder.h"
+
+namespace Agent {
+
+namespace {
+
+std::vector<IgnoredInput> ignoredBy(Switch::Ports const& ports) {
+  std::vector<IgnoredInput> ignored;
+  for (auto const& [intf, port] : ports) {
+    IgnoredInput input{std::string(intf.stringValue().view()), {}};
+    for (std::size_t i = 0; i < Igmp::causes; ++i) {
+      auto const cause = static_cast<Igmp::Cause>(i);
+      if (auto const count = port.counters().ignoredFor(cause))
+        input.counts.emplace_back(cause, count);
+    }
+    if (!input.counts.empty()) ignored.push_back(std::move(input));
+  }
+  std::sort(ignored.begin(), ignored.end(), [](IgnoredInput const& a, IgnoredInput const& b) {
+    return precedesNaturally(a.interface, b.interface);
+  });
+  return ignored;
+}
+
+}  // namespace
+
+Snapshot snapshotOf(Switch const& snoopingSwitch) {
+  return {snoopingSwitch.now(), hostsIn(*snoopingSwitch.entities().hosts),
+          ignoredBy(snoopingSwitch.ports())};
+}
+
+}  // namespace Agent

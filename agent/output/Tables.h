@@ -1,0 +1,18 @@
+#pragma once
+
+#include <iosfwd>
+#include <vector>
+
+#include "agent/RecordWatch.h"
+#include "agent/output/Snapshot.h"
+
+/// Output for people, in tables that fit 100 columns. What is empty is said in words.
+namespace Agent {
+
+/// The hosts with their records, and what ports ignored if there is any.
+void printSnapshot(std::ostream& out, Snapshot const& snapshot);
+
+/// What has changed when. A changed record stands in two rows, as it became and as it was.
+void printEvents(std::ostream& out, std::vector<RecordEvent> const& events);
+
+}  // namespace Agent

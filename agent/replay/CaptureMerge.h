@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agent/replay/CaptureFile.h"
+
+namespace Agent {
+
+struct MergedPacket {
+  /// Since the first packet of all captures.
+  Horix::Time time;
+
+  /// From which capture it is: its number in the order in which they were given.
+  std::size_t capture;
+
+  /// There until the next packet is read.
+  Igmp::Bytes frame;
+};
+
+/// Several captures as one, in the order of their timestamps; packets of the same time in the
+/// order in which the captures were given. Errors are CaptureErrors.
+class CaptureMerge {
+ public:
+  explicit CaptureMerge(std::vector<std::string> const& fileNames);
+
+  /// The next packet; nothing after the last one.
+  std::optional<MergedPacket> next();
+
+ private:
+  struct Input {
+    CaptureFile file;
+    std::optional<CapturedPacket> head;  // none: the file is at its end
+  };
+
+  Input* earliest();
+
+  std::vector<Input> inputs_;
+  Horix::Time start_ = Horix::Time::zero();
+
+  // The input that gave the last packet, whose bytes are in use until the next one is asked for.
+  Input* given_ = nullptr;
+};
+
+}  // namespace Agent

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "agent/RecordWatch.h"
+#include "agent/Switch.h"
+#include "agent/replay/CaptureMerge.h"
+#include "agent/replay/PortCapture.h"
+
+namespace Agent {
+
+/// Drives a switch with captures under a virtual clock, which reads the time since the first packet
+/// of all captures. Timers that are due come before the packets of the same time. Packets of one
+/// time make one batch of input, however many captures they come from.
+class Replay {
+ public:
+  /// Throws CaptureError; and std::invalid_argument, see requireConfiguredPorts().
+  Replay(Configuration const& configuration, std::vector<PortCapture> const& captures);
+
+  /// Keeps every change of the hosts' records from now on in events().
+  void watchRecords();
+
+  /// Feeds the captures to their end, and ends at the last packet's time; or ends at `until`, which
+  /// may lie before the last packet or after it. Throws CaptureError.
+  void run(std::optional<Horix::Time> until);
+
+  Switch const& result() const { return switch_; }
+  std::vector<RecordEvent> const& events() const { return events_; }
+
+ private:
+  using SnoopedPort = Bridging::IgmpSnooping::SnoopedPort;
+
+  Switch switch_;
+  std::vector<SnoopedPort*> ports_;  // by capture
+  CaptureMerge packets_;
+  std::unique_ptr<RecordWatch> watch_;
+  std::vector<RecordEvent> events_;
+};
+
+}  // namespace Agent

@@ -1,0 +1,139 @@
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "agent/CommandLine.h"
+
+namespace Agent {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+Command parse(std::vector<char const*> arguments) {
+  arguments.insert(arguments.begin(), "igmpsnoopd");
+  return parseCommandLine(static_cast<int>(arguments.size()), arguments.data());
+}
+
+std::string wrongUsage(std::vector<char const*> const& arguments) {
+  try {
+    parse(arguments);
+  } catch (WrongUsage const& error) {
+    return error.what();
+  }
+  return "right usage";
+}
+
+ReplayCommand replayed(std::vector<char const*> arguments) {
+  arguments.insert(arguments.begin(), {"replay", "--config", "switch.toml", "swp1=one.pcap"});
+  return std::get<ReplayCommand>(parse(arguments));
+}
+
+std::string wrongReplay(std::vector<char const*> arguments) {
+  arguments.insert(arguments.begin(), {"replay", "--config", "switch.toml"});
+  return wrongUsage(arguments);
+}
+
+TEST(CommandLine, ReplayTakesAConfigurationAndCaptures) {
+  auto const command =
+      std::get<ReplayCommand>(parse({"replay", "a=b=c.pcap", "--config", "switch.toml", "a=d"}));
+  EXPECT_EQ(command.configuration, "switch.toml");
+  ASSERT_EQ(command.captures.size(), 2u);
+  EXPECT_EQ(command.captures[0].port, Wirex::IntfId("a"));
+  EXPECT_EQ(command.captures[0].fileName, "b=c.pcap");
+  EXPECT_EQ(command.captures[1].port, Wirex::IntfId("a")) << "a port may have several";
+  EXPECT_EQ(command.captures[1].fileName, "d");
+  EXPECT_EQ(command.until, std::nullopt);
+  EXPECT_FALSE(command.events);
+  EXPECT_FALSE(command.json);
+  EXPECT_THAT(command.traces, IsEmpty());
+}
+
+TEST(CommandLine, ReplayTakesOptionsAnywhere) {
+  auto const command = replayed({"--events", "swp2=two.pcap", "-j", "swp3=three.pcap"});
+  EXPECT_TRUE(command.events);
+  EXPECT_TRUE(command.json);
+  EXPECT_EQ(command.captures.size(), 3u);
+}
+
+TEST(CommandLine, UntilIsANumberOfSecondsWithFractions) {
+  EXPECT_EQ(replayed({"--until", "12.5"}).until, 12500ms);
+  EXPECT_EQ(replayed({"--until", "0"}).until, 0s);
+  EXPECT_EQ(replayed({"--until=46.293556001"}).until, 46'293'556'001ns);
+  EXPECT_EQ(replayed({"--until", "1000000000"}).until, 1'000'000'000s);
+  for (char const* const text :
+       {"-1", "1e3", "1x", "x", "", "nan", "inf", "1000000000.1", "1,5", "0x10", " 1"})
+    EXPECT_EQ(wrongReplay({"swp1=one.pcap", "--until", text}),
+              std::string("--until \"") + text +
+                  "\" is no number of seconds from 0 to 1000000000, as in 12.5; "
+                  "try igmpsnoopd replay --help");
+}
+
+TEST(CommandLine, TraceTakesAHandleAndLevels) {
+  Kel::TraceHandle& handle = Kel::traceHandle("CommandLineTest");
+  auto const traces =
+      replayed({"--trace", "CommandLineTest=0,4-6", "--trace", "CommandLineTest=9"}).traces;
+  ASSERT_EQ(traces.size(), 2u);
+  EXPECT_EQ(traces[0].handle, &handle);
+  EXPECT_THAT(traces[0].levels, ElementsAre(0, 4, 5, 6));
+  EXPECT_THAT(traces[1].levels, ElementsAre(9));
+}
+
+TEST(CommandLine, WrongTraceIsWrongUsage) {
+  Kel::traceHandle("CommandLineTest");
+  auto const wrongTrace = [](char const* trace) {
+    return wrongReplay({"swp1=one.pcap", "--trace", trace});
+  };
+  EXPECT_THAT(wrongTrace("Nobody=1"),
+              testing::AllOf(HasSubstr("there is no trace handle \"Nobody\", but "),
+                             HasSubstr("CommandLineTest")));
+  EXPECT_THAT(wrongTrace("CommandLineTest"), HasSubstr("is not of the form HANDLE=LEVELS"));
+  EXPECT_THAT(wrongTrace("CommandLineTest=16"), HasSubstr("trace level 16 is above 15"));
+  EXPECT_THAT(wrongTrace("CommandLineTest=x"), HasSubstr("\"x\" is no number"));
+}
+
+TEST(CommandLine, CaptureWithoutPortOrFileIsWrongUsage) {
+  for (char const* const text : {"swp1", "=one.pcap", "swp1=", "="})
+    EXPECT_EQ(wrongReplay({text}), std::string("\"") + text +
+                                       "\" is not of the form PORT=CAPTURE, as in "
+                                       "swp1=swp1.pcap; try igmpsnoopd replay --help");
+}
+
+TEST(CommandLine, MissingArgumentsAreNamed) {
+  EXPECT_EQ(wrongReplay({}), "PORT=CAPTURE is required; try igmpsnoopd replay --help");
+  EXPECT_EQ(wrongUsage({"replay", "swp1=one.pcap"}),
+            "--config is required; try igmpsnoopd replay --help");
+  EXPECT_EQ(wrongUsage({"check"}), "--config is required; try igmpsnoopd check --help");
+  EXPECT_EQ(wrongUsage({}), "A subcommand is required; try igmpsnoopd --help");
+}
+
+TEST(CommandLine, UnknownArgumentsAreNamed) {
+  EXPECT_EQ(wrongUsage({"reply"}), "unknown command \"reply\"; try igmpsnoopd --help");
+  EXPECT_EQ(wrongUsage({"--verbose"}), "unexpected argument \"--verbose\"; try igmpsnoopd --help");
+  EXPECT_EQ(wrongReplay({"swp1=one.pcap", "--write", "directory"}),
+            "unexpected argument \"--write\"; try igmpsnoopd replay --help");
+  EXPECT_EQ(wrongUsage({"check", "--config", "switch.toml", "-j"}),
+            "unexpected argument \"-j\"; try igmpsnoopd check --help");
+}
+
+TEST(CommandLine, CheckTakesAConfiguration) {
+  EXPECT_EQ(std::get<CheckCommand>(parse({"check", "--config", "switch.toml"})).configuration,
+            "switch.toml");
+}
+
+TEST(CommandLine, HelpAndVersionAreInformation) {
+  auto const help = std::get<Information>(parse({"--help"})).text;
+  EXPECT_THAT(help, HasSubstr("replay"));
+  EXPECT_THAT(help, HasSubstr("check"));
+  EXPECT_THAT(std::get<Information>(parse({"replay", "--help"})).text, HasSubstr("PORT=CAPTURE"));
+  EXPECT_THAT(std::get<Information>(parse({"--version"})).text,
+              testing::MatchesRegex("igmpsnoopd [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+}
+
+}  // namespace
+}  // namespace Agent

@@ -1,0 +1,213 @@
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "tests/agent/replay/CaptureTesting.h"
+
+/// Runs the real igmpsnoopd: exit status, standard output, standard error.
+namespace Agent {
+namespace {
+
+using namespace std::chrono_literals;
+using namespace IgmpTest;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+constexpr IpAddr group{239, 1, 1, 1};
+constexpr auto someTime = 1'700'000'000s;
+
+class ProgramTest : public testing::Test {
+ protected:
+  struct Outcome {
+    int status;
+    std::string out;
+    std::string err;
+  };
+
+  /// @param arguments as a shell reads them.
+  Outcome run(std::string const& arguments) const {
+    std::string const err = directory.file("err");
+    std::string const out = directory.file("out");
+    int const status =
+        std::system((std::string(IGMPSNOOPD) + " >" + out + " 2>" + err + " " + arguments).c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contents(out), contents(err)};
+  }
+
+  Outcome replay(std::string const& arguments) const {
+    return run("replay --config " + configuration(twoPorts) + " " + arguments);
+  }
+
+  std::string configuration(std::string const& text) const {
+    std::ofstream(directory.file("switch.toml")) << text;
+    return directory.file("switch.toml");
+  }
+
+  /// A report at the first packet's time, and something else 1.5 s later.
+  std::string capture() const {
+    return CaptureBuilder()
+        .at(someTime, FrameBuilder::reportV2(group))
+        .at(someTime + 1500ms, FrameBuilder::queryV3({}))
+        .write(directory.file("swp1.pcap"));
+  }
+
+  static std::string contents(std::string const& fileName) {
+    std::ostringstream text;
+    text << std::ifstream(fileName).rdbuf();
+    return text.str();
+  }
+
+  static constexpr char const* twoPorts =
+      "[[interface]]\nname = \"swp[1-2]\"\n[[vlan]]\nid = 10\nquerier = { igmp-version = 3 }\n"
+      "interfaces = [\"swp[1-2]\"]\n";
+
+  TemporaryDirectory directory;
+};
+
+bool isOneLine(std::string const& text) {
+  return !text.empty() && text.find('\n') == text.size() - 1;
+}
+
+TEST_F(ProgramTest, ReplayPrintsATable) {
+  auto const outcome = replay("swp1=" + capture());
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.out,
+            "Records at 1.500000 s\n"
+            "\n"
+            "VLAN  INTERFACE  IGMP  BLOCKED  DIRECTION  GROUP      MODE     SOURCES\n"
+            "  10  swp1          3  no       both       -\n"
+            "  10  swp2          3  no       both       239.1.1.1  exclude  -\n");
+  EXPECT_EQ(outcome.err, "");
+}
+
+TEST_F(ProgramTest, ReplayPrintsEventsBeforeTheTable) {
+  auto const outcome = replay("--events --until 300.5 swp1=" + capture());
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_THAT(outcome.out,
+              StartsWith("      TIME  VLAN  INTERFACE  GROUP      CHANGE   MODE     SOURCES\n"
+                         "  0.000000    10  swp2       239.1.1.1  added    exclude  -\n"
+                         "270.000000    10  swp2       239.1.1.1  removed  exclude  -\n"
+                         "\n"
+                         "Records at 300.500000 s\n"));
+}
+
+TEST_F(ProgramTest, ReplayPrintsOneJsonDocument) {
+  auto const outcome = replay("-j --events swp1=" + capture());
+  EXPECT_EQ(outcome.status, 0);
+  auto const document = nlohmann::ordered_json::parse(outcome.out);
+  EXPECT_EQ(document.at("time"), 1.5);
+  EXPECT_EQ(document.at("events").size(), 1u);
+  EXPECT_EQ(document.at("hosts").at(1).at("name"), "Vlan10swp2");
+  EXPECT_EQ(document.at("hosts").at(1).at("group").at(0).at("address"), "239.1.1.1");
+}
+
+TEST_F(ProgramTest, TracesGoToStandardErrorWithTheReplaysTime) {
+  auto const outcome = replay("--trace IgmpSnoopingProxyAdapter=8 swp1=" + capture());
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_THAT(outcome.err,
+              StartsWith("0.000000 IgmpSnoopingProxyAdapter 8: "
+                         "KelIgmpIntf::processSplitHorizon() g: 239.1.1.1 hostKey Vlan10swp1\n"));
+  EXPECT_EQ(outcome.out, replay("swp1=" + capture()).out);
+}
+
+TEST_F(ProgramTest, CheckSaysThatAConfigurationIsUsable) {
+  std::string const file = configuration(twoPorts + std::string("[[vlan]]\nid = 20\n"));
+  auto const outcome = run("check --config " + file);
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.out, file + " is usable: 2 VLANs, 1 proxied, 2 interfaces\n");
+  EXPECT_EQ(outcome.err, "");
+}
+
+TEST_F(ProgramTest, CheckAndReplayPrintEveryErrorOfAConfiguration) {
+  std::string const file = configuration("colour = 1\n[defaults]\nrobustness-variable = 8\n");
+  for (std::string const& arguments :
+       {"check --config " + file, "replay --config " + file + " swp1=" + capture()}) {
+    auto const outcome = run(arguments);
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_THAT(outcome.err, StartsWith(file + ":1:1: "));
+    EXPECT_THAT(outcome.err, HasSubstr("\n" + file + ":3:"));
+  }
+}
+
+TEST_F(ProgramTest, MissingConfigurationIsOneLine) {
+  auto const outcome = run("check --config " + directory.file("none.toml"));
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.err, HasSubstr(directory.file("none.toml")));
+  EXPECT_TRUE(isOneLine(outcome.err)) << outcome.err;
+}
+
+TEST_F(ProgramTest, BadCaptureIsOneLineAndNothingIsPrinted) {
+  std::string const cut = capture();
+  std::filesystem::resize_file(cut, std::filesystem::file_size(cut) - 1);
+  std::string const wireless =
+      CaptureBuilder().linkType(DLT_IEEE802_11_RADIO).write(directory.file("wireless.pcap"));
+  for (std::string const& arguments :
+       {"swp1=" + cut, "--events -j swp1=" + cut, "swp1=" + wireless,
+        "swp1=" + directory.file("none.pcap"), "swp1=" + directory.file(""),
+        "swp1=" + configuration(twoPorts), "swp3=" + cut}) {
+    auto const outcome = replay(arguments);
+    EXPECT_EQ(outcome.status, 1) << arguments;
+    EXPECT_EQ(outcome.out, "") << arguments;
+    EXPECT_THAT(outcome.err, StartsWith("igmpsnoopd: "));
+    EXPECT_TRUE(isOneLine(outcome.err)) << outcome.err;
+  }
+}
+
+TEST_F(ProgramTest, PortThatIsNotConfiguredIsToldWithTheConfiguration) {
+  EXPECT_EQ(replay("swp3=swp3.pcap").err, "igmpsnoopd: " + directory.file("switch.toml") +
+                                              " has no interface \"swp3\" for capture swp3.pcap; "
+                                              "it has swp1 and swp2\n");
+}
+
+TEST_F(ProgramTest, WrongUsageIsOneLineWithAHint) {
+  for (char const* const arguments :
+       {"", "live", "replay", "check", "check --config", "--nothing", "check --config a --config b",
+        "replay --config a swp1", "replay --config a swp1=b --until never"}) {
+    auto const outcome = run(arguments);
+    EXPECT_EQ(outcome.status, 2) << arguments;
+    EXPECT_EQ(outcome.out, "") << arguments;
+    EXPECT_THAT(outcome.err, StartsWith("igmpsnoopd: "));
+    EXPECT_THAT(outcome.err, HasSubstr("--help"));
+    EXPECT_TRUE(isOneLine(outcome.err)) << outcome.err;
+  }
+}
+
+TEST_F(ProgramTest, HelpAndVersionAreDone) {
+  for (char const* const arguments : {"--help", "--version", "replay --help", "check --help"}) {
+    auto const outcome = run(arguments);
+    EXPECT_EQ(outcome.status, 0) << arguments;
+    EXPECT_NE(outcome.out, "") << arguments;
+    EXPECT_EQ(outcome.err, "") << arguments;
+  }
+}
+
+TEST_F(ProgramTest, OutputThatCannotBeWrittenIsAnError) {
+  for (char const* const redirection : {">/dev/full", ">&-"}) {
+    auto const outcome = replay("swp1=" + capture() + " " + redirection);
+    EXPECT_EQ(outcome.status, 1) << redirection;
+    EXPECT_THAT(outcome.err, StartsWith("igmpsnoopd: cannot write to standard output: "));
+    EXPECT_TRUE(isOneLine(outcome.err)) << outcome.err;
+  }
+}
+
+TEST_F(ProgramTest, ReaderThatWentAwayIsAnError) {
+  // The reader is gone before the program starts: it closes its end, and then lets it start.
+  std::string const gone = directory.file("gone");
+  std::string const arguments = " check --config " + configuration(twoPorts);
+  std::string const script = "{ while [ ! -e " + gone + " ]; do :; done; " + IGMPSNOOPD +
+                             arguments + " 2>" + directory.file("err") + "; echo $? >" +
+                             directory.file("status") + "; } | { exec <&-; : >" + gone + "; }";
+  ASSERT_EQ(std::system(script.c_str()), 0);
+  EXPECT_EQ(contents(directory.file("status")), "1\n");
+  EXPECT_THAT(contents(directory.file("err")), HasSubstr("Broken pipe"));
+}
+
+}  // namespace
+}  // namespace Agent

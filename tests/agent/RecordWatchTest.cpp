@@ -1,0 +1,184 @@
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "agent/RecordWatch.h"
+#include "agent/config/Wording.h"
+
+namespace Agent {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Wirex::IgmpV3GroupRecordType;
+using Wirex::IpAddr;
+
+constexpr IpAddr group{239, 1, 1, 1};
+constexpr IpAddr otherGroup{239, 2, 2, 2};
+constexpr IpAddr a{192, 0, 2, 1};
+constexpr IpAddr b{192, 0, 2, 2};
+
+constexpr auto include = IgmpV3GroupRecordType::modeIsInclude;
+constexpr auto exclude = IgmpV3GroupRecordType::modeIsExclude;
+
+std::string text(std::optional<SourceFilter> const& filter) {
+  if (!filter) return "none";
+  std::string result = message(filter->mode);
+  for (IpAddr const source : filter->sources) result += message(' ', source);
+  return result;
+}
+
+class RecordWatchTest : public testing::Test {
+ protected:
+  /// Writes a record as the proxy does: its list anew, source by source.
+  void write(Kel::Ptr<Igmp::IgmpHost> const& to, IgmpV3GroupRecordType mode,
+             std::vector<IpAddr> const& sources, IpAddr address = group) {
+    auto const record = to->v3groupIs(address);
+    auto const list = record->sourceIs();
+    record->filterModeIs(mode);
+    list->sourceIpDelAll();
+    for (IpAddr const source : sources) list->sourceIpIs(source, 1);
+  }
+
+  std::vector<std::string> changes() {
+    std::vector<std::string> texts;
+    for (RecordChange const& change : watch.takeChanges())
+      texts.push_back(message(change.host, ' ', change.group, ": ", text(change.before), " -> ",
+                              text(change.after)));
+    return texts;
+  }
+
+  Kel::Ptr<Igmp::IgmpHostDir> hosts = Kel::make<Igmp::IgmpHostDir>();
+  Kel::Ptr<Igmp::IgmpHost> host = hosts->igmpHostIs("Vlan10swp1");
+  RecordWatch watch{hosts};
+};
+
+TEST_F(RecordWatchTest, NewRecordIsTold) {
+  write(host, include, {b, a});
+  EXPECT_THAT(changes(), ElementsAre("Vlan10swp1 239.1.1.1: none -> include 192.0.2.1 192.0.2.2"));
+  EXPECT_THAT(changes(), IsEmpty()) << "once";
+}
+
+TEST_F(RecordWatchTest, ChangeIsToldAsOneFromSettledToSettled) {
+  write(host, include, {a});
+  changes();
+  write(host, include, {b});
+  write(host, exclude, {a, b});
+  EXPECT_THAT(
+      changes(),
+      ElementsAre("Vlan10swp1 239.1.1.1: include 192.0.2.1 -> exclude 192.0.2.1 192.0.2.2"));
+}
+
+TEST_F(RecordWatchTest, RecordWrittenAnewAsItWasHasNotChanged) {
+  write(host, include, {a, b});
+  changes();
+  write(host, include, {b, a});
+  EXPECT_THAT(changes(), IsEmpty());
+}
+
+TEST_F(RecordWatchTest, RemovedRecordIsTold) {
+  write(host, exclude, {});
+  changes();
+  host->v3groupDel(group);
+  EXPECT_THAT(changes(), ElementsAre("Vlan10swp1 239.1.1.1: exclude -> none"));
+}
+
+TEST_F(RecordWatchTest, RecordThatCameAndWentWasNeverThere) {
+  write(host, include, {a});
+  host->v3groupDel(group);
+  EXPECT_THAT(changes(), IsEmpty());
+}
+
+TEST_F(RecordWatchTest, RecordThatWentAndCameBackIsCompared) {
+  write(host, include, {a});
+  write(host, include, {a}, otherGroup);
+  changes();
+  host->v3groupDelAll();
+  write(host, include, {a});
+  write(host, include, {b}, otherGroup);
+  EXPECT_THAT(changes(),
+              ElementsAre("Vlan10swp1 239.2.2.2: include 192.0.2.1 -> include 192.0.2.2"));
+  write(host, exclude, {});
+  EXPECT_THAT(changes(), ElementsAre("Vlan10swp1 239.1.1.1: include 192.0.2.1 -> exclude"))
+      << "the new object is watched";
+}
+
+TEST_F(RecordWatchTest, RecordWithoutASourceListIsOneWithoutSources) {
+  host->v3groupIs(group)->filterModeIs(exclude);
+  EXPECT_THAT(changes(), ElementsAre("Vlan10swp1 239.1.1.1: none -> exclude"));
+  host->v3group(group)->sourceIs();
+  EXPECT_THAT(changes(), IsEmpty());
+  host->v3group(group)->source()->sourceIpIs(a, 1);
+  EXPECT_THAT(changes(), ElementsAre("Vlan10swp1 239.1.1.1: exclude -> exclude 192.0.2.1"));
+  host->v3group(group)->sourceDel();
+  EXPECT_THAT(changes(), ElementsAre("Vlan10swp1 239.1.1.1: exclude 192.0.2.1 -> exclude"));
+}
+
+TEST_F(RecordWatchTest, RecordsThatAreThereAtTheBeginningAreNotNew) {
+  write(host, include, {a});
+  RecordWatch later(hosts);
+  EXPECT_THAT(later.takeChanges(), IsEmpty());
+  write(host, include, {b});
+  auto const changed = later.takeChanges();
+  ASSERT_EQ(changed.size(), 1u);
+  EXPECT_EQ(text(changed[0].before), "include 192.0.2.1");
+  EXPECT_EQ(text(changed[0].after), "include 192.0.2.2");
+}
+
+TEST_F(RecordWatchTest, HostsThatComeAndGoTakeTheirRecordsAlong) {
+  auto const newHost = hosts->igmpHostIs("Vlan10swp2");
+  write(newHost, include, {a});
+  EXPECT_THAT(changes(), ElementsAre("Vlan10swp2 239.1.1.1: none -> include 192.0.2.1"));
+  hosts->igmpHostDel("Vlan10swp2");
+  EXPECT_THAT(changes(), ElementsAre("Vlan10swp2 239.1.1.1: include 192.0.2.1 -> none"));
+  write(newHost, include, {b});
+  EXPECT_THAT(changes(), IsEmpty()) << "no host of the directory any more";
+}
+
+TEST_F(RecordWatchTest, HostThatComesBackIsCompared) {
+  write(host, include, {a});
+  write(host, include, {a}, otherGroup);
+  changes();
+  hosts->igmpHostDel("Vlan10swp1");
+  auto const again = hosts->igmpHostIs("Vlan10swp1");
+  write(again, include, {a});
+  EXPECT_THAT(changes(), ElementsAre("Vlan10swp1 239.2.2.2: include 192.0.2.1 -> none"));
+  write(again, include, {b});
+  EXPECT_THAT(changes(),
+              ElementsAre("Vlan10swp1 239.1.1.1: include 192.0.2.1 -> include 192.0.2.2"));
+}
+
+TEST_F(RecordWatchTest, ChangesAreSortedByVlanInterfaceAndGroup) {
+  for (char const* const name : {"Vlan100swp1", "Vlan20swp10", "Vlan20swp9"}) {
+    auto const each = hosts->igmpHostIs(name);
+    write(each, exclude, {}, otherGroup);
+    write(each, exclude, {});
+  }
+  EXPECT_THAT(changes(), ElementsAre("Vlan20swp9 239.1.1.1: none -> exclude",
+                                     "Vlan20swp9 239.2.2.2: none -> exclude",
+                                     "Vlan20swp10 239.1.1.1: none -> exclude",
+                                     "Vlan20swp10 239.2.2.2: none -> exclude",
+                                     "Vlan100swp1 239.1.1.1: none -> exclude",
+                                     "Vlan100swp1 239.2.2.2: none -> exclude"));
+}
+
+TEST(RecordWatch, MayEndBeforeAndAfterItsHosts) {
+  auto hosts = Kel::make<Igmp::IgmpHostDir>();
+  auto host = hosts->igmpHostIs("Vlan10swp1");
+  {
+    RecordWatch const shortLived(hosts);
+    host->v3groupIs(group)->sourceIs()->sourceIpIs(a, 1);
+  }
+  host->v3group(group)->source()->sourceIpIs(b, 1);
+
+  RecordWatch longLived(hosts);
+  host->v3groupDel(group);
+  host = nullptr;
+  hosts = nullptr;
+  EXPECT_EQ(longLived.takeChanges().size(), 1u);
+}
+
+}  // namespace
+}  // namespace Agent

@@ -1,0 +1,218 @@
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <initializer_list>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "agent/config/Wording.h"
+#include "agent/replay/CaptureFile.h"
+#include "tests/agent/replay/CaptureTesting.h"
+
+namespace Agent {
+namespace {
+
+using namespace std::chrono_literals;
+using IgmpTest::ByteVector;
+using testing::ElementsAre;
+using testing::Pair;
+
+constexpr auto someTime = 1'700'000'000s;
+
+class CaptureFileTest : public testing::Test {
+ protected:
+  using Packets = std::vector<std::pair<Horix::Time, ByteVector>>;
+
+  static Packets packetsIn(std::string const& fileName) {
+    Packets packets;
+    CaptureFile file(fileName);
+    while (auto const packet = file.next())
+      packets.emplace_back(packet->time, ByteVector(packet->frame.begin(), packet->frame.end()));
+    return packets;
+  }
+
+  /// What reading the file to its end fails with.
+  static std::string errorIn(std::string const& fileName) {
+    try {
+      packetsIn(fileName);
+    } catch (CaptureError const& error) {
+      return error.what();
+    }
+    return "no error";
+  }
+
+  std::string written(std::string const& name, std::string const& bytes) const {
+    std::ofstream(directory.file(name), std::ios::binary) << bytes;
+    return directory.file(name);
+  }
+
+  static void overwrite(std::string const& fileName, std::streamoff offset,
+                        std::string_view bytes) {
+    std::fstream file(fileName, std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp(offset);
+    file << bytes;
+  }
+
+  TemporaryDirectory directory;
+};
+
+TEST_F(CaptureFileTest, GivesPacketsWithNanoseconds) {
+  CaptureBuilder capture;
+  capture.at(someTime + 1ns, ByteVector{1, 2, 3}).at(someTime + 2s + 999'999'999ns, ByteVector{4});
+  EXPECT_THAT(packetsIn(capture.write(directory.file("a.pcap"))),
+              ElementsAre(Pair(someTime + 1ns, ByteVector{1, 2, 3}),
+                          Pair(someTime + 2s + 999'999'999ns, ByteVector{4})));
+}
+
+TEST_F(CaptureFileTest, GivesOfACutPacketWhatWasCaptured) {
+  CaptureBuilder capture;
+  capture.at(someTime, ByteVector{1, 2, 3, 4}, 2);
+  EXPECT_THAT(packetsIn(capture.write(directory.file("a.pcap"))),
+              ElementsAre(Pair(someTime, ByteVector{1, 2})));
+}
+
+TEST_F(CaptureFileTest, TimeStandsStillWhereTimestampsGoBack) {
+  CaptureBuilder capture;
+  capture.at(someTime + 2s, ByteVector{1}).at(someTime + 1s, ByteVector{2});
+  capture.at(someTime, ByteVector{3}).at(someTime + 3s, ByteVector{4});
+  EXPECT_THAT(packetsIn(capture.write(directory.file("a.pcap"))),
+              ElementsAre(Pair(someTime + 2s, ByteVector{1}), Pair(someTime + 2s, ByteVector{2}),
+                          Pair(someTime + 2s, ByteVector{3}), Pair(someTime + 3s, ByteVector{4})));
+}
+
+TEST_F(CaptureFileTest, CaptureWithoutPacketsIsOne) {
+  EXPECT_TRUE(packetsIn(CaptureBuilder().write(directory.file("a.pcap"))).empty());
+}
+
+/// A pcapng file, block by block, in the byte order of this machine.
+class PcapngWriter {
+ public:
+  PcapngWriter() { block(0x0a0d0d0a, {0x1a2b3c4d, 0x00000001, 0xffffffff, 0xffffffff}); }
+
+  /// An interface whose timestamps count nanoseconds.
+  PcapngWriter& interface(std::uint32_t linkType) {
+    return block(1, {linkType, 0, 0x00010009, 9, 0});  // if_tsresol
+  }
+  PcapngWriter& packet(std::uint64_t time, std::uint32_t fourBytes) {
+    return block(6, {0, static_cast<std::uint32_t>(time >> 32), static_cast<std::uint32_t>(time), 4,
+                     4, fourBytes});
+  }
+  std::string const& bytes() const { return bytes_; }
+
+ private:
+  PcapngWriter& block(std::uint32_t type, std::initializer_list<std::uint32_t> body) {
+    auto const size = static_cast<std::uint32_t>(4 * (body.size() + 3));
+    append(type);
+    append(size);
+    for (std::uint32_t const word : body) append(word);
+    append(size);
+    return *this;
+  }
+  void append(std::uint32_t word) {
+    char raw[sizeof word];
+    std::memcpy(raw, &word, sizeof word);
+    bytes_.append(raw, sizeof word);
+  }
+
+  std::string bytes_;
+};
+
+TEST_F(CaptureFileTest, ReadsPcapng) {
+  PcapngWriter capture;
+  std::uint64_t const time = 1'700'000'000'000'000'123;
+  capture.interface(DLT_EN10MB).packet(time, 0x01010101);
+  EXPECT_THAT(packetsIn(written("a.pcapng", capture.bytes())),
+              ElementsAre(Pair(someTime + 123ns, ByteVector{1, 1, 1, 1})));
+}
+
+TEST_F(CaptureFileTest, PcapngOfAnotherLinkTypeIsRefused) {
+  PcapngWriter capture;
+  capture.interface(DLT_IEEE802_11);
+  EXPECT_THAT(errorIn(written("a.pcapng", capture.bytes())),
+              testing::HasSubstr("link type IEEE802_11 "));
+}
+
+TEST_F(CaptureFileTest, PcapngTimeBeyondWhatAClockCanTellIsRefused) {
+  PcapngWriter capture;
+  capture.interface(DLT_EN10MB).packet(0, 0).packet(UINT64_MAX, 0);
+  std::string const name = written("a.pcapng", capture.bytes());
+  EXPECT_THAT(errorIn(name),
+              testing::StartsWith("capture " + name + " has an impossible time in its packet 2, "));
+}
+
+// ---- Errors: file, place, remedy
+
+TEST_F(CaptureFileTest, MissingFileIsNamed) {
+  std::string const name = directory.file("missing.pcap");
+  EXPECT_EQ(errorIn(name), "cannot read capture " + name +
+                               ": No such file or directory; give the name of a readable file");
+}
+
+TEST_F(CaptureFileTest, DirectoryIsNoCapture) {
+  std::string const name = directory.file("");
+  EXPECT_EQ(errorIn(name),
+            "cannot read capture " + name + ": Is a directory; give the name of a readable file");
+}
+
+TEST_F(CaptureFileTest, EmptyFileIsNoCapture) {
+  std::string const name = written("empty.pcap", "");
+  EXPECT_EQ(errorIn(name),
+            "capture " + name + " is empty; give a file that tcpdump -w has written");
+}
+
+TEST_F(CaptureFileTest, TextIsNoCapture) {
+  std::string const name = written("text.pcap", "what a switch heard of IGMP in a minute");
+  EXPECT_EQ(errorIn(name), name +
+                               " is no capture (unknown file format); give a file that "
+                               "tcpdump -w has written, in pcap or pcapng format");
+}
+
+TEST_F(CaptureFileTest, HalfAFileHeaderIsNoCapture) {
+  std::string const name = CaptureBuilder().write(directory.file("a.pcap"));
+  std::filesystem::resize_file(name, 10);
+  EXPECT_THAT(errorIn(name), testing::StartsWith(name + " is no capture (truncated dump file"));
+}
+
+TEST_F(CaptureFileTest, LinkTypeOtherThanEthernetIsNamed) {
+  std::string const name =
+      CaptureBuilder().linkType(DLT_LINUX_SLL).write(directory.file("any.pcap"));
+  EXPECT_EQ(errorIn(name), "capture " + name +
+                               " has link type LINUX_SLL (Linux cooked v1), not Ethernet; "
+                               "capture on the port itself: tcpdump -i PORT -w FILE");
+}
+
+TEST_F(CaptureFileTest, LinkTypeWithoutANameIsGivenByNumber) {
+  std::string const name = CaptureBuilder().write(directory.file("odd.pcap"));
+  overwrite(name, 20, "\x34\x12\x34\x12");
+  EXPECT_THAT(errorIn(name), testing::ContainsRegex("has link type [0-9]+, not Ethernet"));
+}
+
+TEST_F(CaptureFileTest, TruncationIsToldWithItsPlaceWhereverItIs) {
+  constexpr std::uintmax_t fileHeader = 24;
+  constexpr std::uintmax_t packet = 16 + 10;
+  CaptureBuilder capture;
+  for (int i = 0; i < 3; ++i) capture.at(someTime, ByteVector(10));
+  for (std::uintmax_t const end : {fileHeader + 2 * packet + 1, fileHeader + 3 * packet - 1}) {
+    std::string const name = capture.write(directory.file("cut.pcap"));
+    std::filesystem::resize_file(name, end);
+    EXPECT_THAT(
+        errorIn(name),
+        testing::AllOf(
+            testing::StartsWith(message("capture ", name, " is damaged after its packet 2, ",
+                                        fileHeader + 2 * packet,
+                                        " bytes into the file: truncated dump file; ")),
+            testing::EndsWith("; keep the packets before: tcpdump -r " + name + " -w FILE")));
+  }
+}
+
+TEST_F(CaptureFileTest, PacketOfImpossibleSizeIsDamage) {
+  CaptureBuilder capture;
+  capture.at(someTime, ByteVector(10));
+  std::string const name = capture.write(directory.file("wild.pcap"));
+  overwrite(name, 24 + 8, "\xff\xff\xff\xff");  // the captured length
+  EXPECT_THAT(errorIn(name), testing::HasSubstr(" is damaged after its packet 0, 24 bytes into "));
+}
+
+}  // namespace
+}  // namespace Agent
