@@ -1,0 +1,119 @@
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+
+#include "bench/snooping/SnoopedVlan.h"
+
+/// What a report costs from the parsed record to the hosts' records.
+namespace {
+
+using Bench::SnoopedVlan;
+using Bench::Sources;
+using Wirex::IgmpV3GroupRecordType;
+using Wirex::IpAddr;
+
+constexpr IpAddr group(239, 1, 0, 0);
+constexpr IpAddr reporter(10, 0, 0, 1);
+
+/// A reporter in include mode allows and blocks as many sources as the argument says in turn, and
+/// keeps one throughout. Per source, the cost should not grow with their number.
+void reportThatChangesSources(benchmark::State& state) {
+  SnoopedVlan vlan(8);
+  Sources const changing(static_cast<std::size_t>(state.range(0)));
+  vlan.report(0, reporter, group, IgmpV3GroupRecordType::modeIsInclude, Sources::beyond(changing));
+  bool allowed = false;
+  for (auto _ : state) {
+    vlan.report(
+        0, reporter, group,
+        allowed ? IgmpV3GroupRecordType::blockOldSources : IgmpV3GroupRecordType::allowNewSources,
+        changing);
+    allowed = !allowed;
+  }
+  state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+/// The same on a port with another reporter in exclude mode, while a second port excludes the
+/// sources: the case in which evaluating the port again and again takes counts back.
+void reportThatChangesSourcesOfAMixedPort(benchmark::State& state) {
+  SnoopedVlan vlan(8);
+  Sources const changing(static_cast<std::size_t>(state.range(0)));
+  IpAddr const excluding(10, 0, 0, 2);
+  vlan.report(0, excluding, group, IgmpV3GroupRecordType::modeIsExclude, Sources(0));
+  vlan.report(1, excluding, group, IgmpV3GroupRecordType::modeIsExclude, changing);
+  vlan.report(0, reporter, group, IgmpV3GroupRecordType::modeIsInclude, Sources::beyond(changing));
+  bool allowed = false;
+  for (auto _ : state) {
+    vlan.report(
+        0, reporter, group,
+        allowed ? IgmpV3GroupRecordType::blockOldSources : IgmpV3GroupRecordType::allowNewSources,
+        changing);
+    allowed = !allowed;
+  }
+  state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+/// A report that says what is known, among as many groups as the argument says.
+void reportOfKnownState(benchmark::State& state) {
+  SnoopedVlan vlan(8);
+  vlan.fillGroups(static_cast<std::uint32_t>(state.range(0)));
+  std::uint32_t turn = 0;
+  for (auto _ : state) {
+    IpAddr const known(SnoopedVlan::firstGroup + turn);
+    vlan.report(turn % 8, reporter, known, IgmpV3GroupRecordType::modeIsExclude, Sources(0));
+    turn = (turn + 1) % static_cast<std::uint32_t>(state.range(0));
+  }
+}
+
+/// One lookup and a store, by the standard containers: the least that could keep a membership.
+void knownStateYardstick(benchmark::State& state) {
+  struct Key {
+    std::uint32_t group;
+    std::uint32_t port;
+    std::uint32_t reporter;
+    bool operator==(Key const&) const = default;
+  };
+  struct Hash {
+    std::size_t operator()(Key const& key) const {
+      return (key.group * 31ULL + key.port) * 31ULL + key.reporter;
+    }
+  };
+  std::unordered_map<Key, std::int64_t, Hash> deadlines;
+  auto const groups = static_cast<std::uint32_t>(state.range(0));
+  for (std::uint32_t i = 0; i < groups; ++i)
+    deadlines[{SnoopedVlan::firstGroup + i, i % 8, reporter.value()}] = 0;
+  std::uint32_t turn = 0;
+  std::int64_t now = 0;
+  for (auto _ : state) {
+    deadlines.find({SnoopedVlan::firstGroup + turn, turn % 8, reporter.value()})->second =
+        now + 270'000'000'000;
+    benchmark::ClobberMemory();
+    turn = (turn + 1) % groups;
+    ++now;
+  }
+}
+
+/// A report that changes one group, among as many other groups as the argument says.
+void reportAmongUnchangedGroups(benchmark::State& state) {
+  SnoopedVlan vlan(8);
+  vlan.fillGroups(static_cast<std::uint32_t>(state.range(0)));
+  Sources const sources(1);
+  bool allowed = false;
+  vlan.report(0, reporter, group, IgmpV3GroupRecordType::modeIsInclude, Sources::beyond(sources));
+  for (auto _ : state) {
+    vlan.report(
+        0, reporter, group,
+        allowed ? IgmpV3GroupRecordType::blockOldSources : IgmpV3GroupRecordType::allowNewSources,
+        sources);
+    allowed = !allowed;
+  }
+}
+
+BENCHMARK(reportThatChangesSources)->Arg(1)->Arg(16)->Arg(365);
+BENCHMARK(reportThatChangesSourcesOfAMixedPort)->Arg(1)->Arg(16)->Arg(365);
+BENCHMARK(reportOfKnownState)->Arg(10)->Arg(1000)->Arg(100000);
+BENCHMARK(knownStateYardstick)->Arg(10)->Arg(1000)->Arg(100000);
+BENCHMARK(reportAmongUnchangedGroups)->Arg(10)->Arg(1000)->Arg(100000);
+
+}  // namespace
