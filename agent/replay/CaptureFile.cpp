@@ -41,20 +41,19 @@ File openFile(std::string const& fileName) {
   return file;
 }
 
-/// " at byte 1234", or nothing where the input has no places, as a pipe.
+/// ", 1234 bytes into the file", or nothing where the input has no places, as a pipe.
 std::string place(long offset) {
   return offset < 0 ? "" : message(", ", offset, " bytes into the file");
 }
 
+/// Nothing for a time so far from 1970 that differences of two could overflow. The fraction, of
+/// nanoseconds, may exceed a second in a careless file.
 std::optional<Horix::Time> timeOf(timeval const& stamp) {
-  using std::chrono::nanoseconds;
   using std::chrono::seconds;
-  constexpr auto latest = std::chrono::floor<seconds>(Horix::Time::max()) - seconds(10);
+  constexpr auto furthest = std::chrono::floor<seconds>(Horix::Time::max() / 3);
   seconds const whole(stamp.tv_sec);
-  nanoseconds const fraction(stamp.tv_usec);  // libpcap was asked for nanoseconds
-  if (whole < seconds(0) || whole > latest || fraction < nanoseconds(0) || fraction > seconds(5))
-    return std::nullopt;
-  return whole + fraction;
+  if (whole < -furthest || whole > furthest) return std::nullopt;
+  return whole + Horix::Time(stamp.tv_usec);
 }
 
 }  // namespace

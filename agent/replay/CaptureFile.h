@@ -20,7 +20,7 @@ class CaptureError : public std::runtime_error {
 };
 
 struct CapturedPacket {
-  /// Since the epoch.
+  /// Since the epoch, or before it.
   Horix::Time time;
 
   /// From the destination's MAC address on, as far as it was captured; there until the next packet
@@ -50,7 +50,7 @@ class CaptureFile {
   std::string fileName_;
   std::unique_ptr<pcap, Closer> capture_;
   std::uint64_t packetsRead_ = 0;
-  Horix::Time latest_ = Horix::Time::zero();
+  Horix::Time latest_ = Horix::Time::min();
 };
 
 }  // namespace Agent

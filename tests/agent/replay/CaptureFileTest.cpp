@@ -81,6 +81,22 @@ TEST_F(CaptureFileTest, TimeStandsStillWhereTimestampsGoBack) {
                           Pair(someTime + 2s, ByteVector{3}), Pair(someTime + 3s, ByteVector{4})));
 }
 
+TEST_F(CaptureFileTest, FractionThatExceedsASecondCountsAsItIs) {
+  CaptureBuilder capture;
+  capture.at(someTime, ByteVector{1});
+  std::string const name = capture.write(directory.file("a.pcap"));
+  overwrite(name, 24 + 4, "\xff\xff\xff\x7f");
+  EXPECT_THAT(packetsIn(name), ElementsAre(Pair(someTime + 2'147'483'647ns, ByteVector{1})));
+}
+
+TEST_F(CaptureFileTest, TimesBefore1970AreTimes) {
+  CaptureBuilder capture;
+  capture.at(-10s, ByteVector{1}).at(-9s + 1ns, ByteVector{2}).at(1s, ByteVector{3});
+  EXPECT_THAT(packetsIn(capture.write(directory.file("a.pcap"))),
+              ElementsAre(Pair(-10s, ByteVector{1}), Pair(-9s + 1ns, ByteVector{2}),
+                          Pair(1s, ByteVector{3})));
+}
+
 TEST_F(CaptureFileTest, CaptureWithoutPacketsIsOne) {
   EXPECT_TRUE(packetsIn(CaptureBuilder().write(directory.file("a.pcap"))).empty());
 }

@@ -68,7 +68,8 @@ bool makesReporter(Event::What what) {
 
 EventGenerator::EventGenerator(std::uint64_t seed, Kind kind) : engine_(seed) {
   if (kind == Kind::deep)
-    extent_ = {from(1, 2), from(1, 6), from(1, 4), from(1, 4)};
+    // Long source lists now and then, for reactors with many notifications pending.
+    extent_ = {from(1, 2), from(1, 6), from(1, 4), oneIn(8) ? from(9, 40) : from(1, 4)};
   else
     extent_ = {from(8, 40), from(3, 12), from(1, 6), from(2, 8)};
   length_ = from(200, kind == Kind::deep ? 2000 : 5000);
