@@ -228,12 +228,13 @@ class Values : public Collection<Key, T> {
   /// watches hears of every key that goes and of every key that comes.
   template <class OtherMapped>
   void refill(Entity const& owner, Collection<Key, OtherMapped> const& other, T const& value) {
-    Ptr<Entity const> const self(&owner);
-    delAll(owner);
     if (owner.watched()) {
+      Ptr<Entity const> const self(&owner);
+      delAll(owner);
       for (Key const& key : other.keys()) is(owner, key, value);
       return;
     }
+    this->table_.clear();
     for (auto const [key, mapped] : other) this->table_.add(key, value);
     ++mutations;
   }

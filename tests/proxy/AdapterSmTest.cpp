@@ -177,6 +177,18 @@ TEST_F(AdapterSm_Parameters, NewGroupReactorIsNotInserted) {
   EXPECT_EQ(group(g1), nullptr);
 }
 
+TEST_F(AdapterSm_Parameters, NewGroupReactorThatIsDroppedLeavesHostsAndFlagsAlone) {
+  proxyOn("up1");
+  port("swp1").reports(g1);
+  publish();
+  auto const other = Kel::make<IgmpGroup>(g1);
+  other->intfIs(IntfId("swp1"))->membershipIs(r1);
+  EXPECT_TRUE(adapter->newIgmpGroup(other)->igmpHostChanged());
+  EXPECT_FALSE(changed(g1));
+  publish();
+  EXPECT_EQ(record("up1"), everything);
+}
+
 TEST_F(AdapterSm_Parameters, DeletingAnAbsentGroupIsHarmless) {
   proxyOn("up1")->v3groupIs(g1);
   adapter->igmpGroupDel(g1);

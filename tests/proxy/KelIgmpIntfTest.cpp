@@ -681,6 +681,16 @@ TEST_P(KelIgmpIntf_EvaluatedAgain, WhatWasSetByHandIsPutRightAgain) {
   EXPECT_EQ(counts(), (Counts{0, {}, {{s1, 1}}}));
 }
 
+TEST_P(KelIgmpIntf_EvaluatedAgain, SourceDeletedByHandIsCountedIntoARenewedRecord) {
+  port("swp1").reports(g1).include({s1});
+  evaluate("swp1", 1);
+  group()->recordDel();
+  intf("swp1")->portIncludeDel(s1);
+  evaluate("swp1", 1);
+  EXPECT_EQ(wants("swp1"), includes({s1}));
+  EXPECT_EQ(counts(), (Counts{0, {{s1, 1}}, {}}));
+}
+
 TEST_P(KelIgmpIntf_EvaluatedAgain, ReporterThatWentIsForgotten) {
   port("swp1").reports(g1, r1).include({s1});
   port("swp1").reports(g1, r2).include({s2});

@@ -10,6 +10,7 @@
 
 #include "proxy/ProxyAdapterSm.h"
 #include "tests/proxy/SnoopedVlan.h"
+#include "tests/proxy/TraceCapture.h"
 
 namespace Bridging::IgmpSnooping::Proxy::Testing {
 namespace {
@@ -262,6 +263,72 @@ TEST_P(Reentrancy, InAnyNotificationLeavesNothingDanglingAndNoStaleRecord) {
     }
     EXPECT_GT(nth, 1) << "the cause raises no notification";
   }
+}
+
+TEST(ReentrantUpdate, GroupsThatANestedReportHasWrittenAreNotWrittenAgain) {
+  BusyVlan vlan;
+  vlan.flag({g1, g2});
+  Intruder intruder(1, true, [&vlan] { vlan.status->newIgmpReportNotify(); });
+  intruder.watch(vlan.host("up1"));
+  TraceCapture const trace({8});
+  vlan.status->newIgmpReportNotify();
+  ASSERT_TRUE(intruder.hasActed());
+  std::vector<std::string> writesOfSecondGroup;
+  for (auto const& line : trace.lines())
+    if (line.text.find("g: 239.1.1.2 ") != std::string::npos)
+      writesOfSecondGroup.push_back(line.text);
+  EXPECT_EQ(writesOfSecondGroup.size(), hostPorts.size());
+}
+
+TEST(ReentrantClearing, HostThatGoesWithItsKeyDoesNotStopIt) {
+  BusyVlan vlan;
+  Intruder intruder(1, false, [&vlan] {
+    vlan.config->hostKeyDel(vlan.key("up2"));
+    vlan.hosts->igmpHostDel(vlan.key("up2").stringvalue());
+  });
+  intruder.watch(vlan.host("up1"));
+  vlan.status->groupDel(g1);
+  ASSERT_TRUE(intruder.hasActed());
+  EXPECT_EQ(vlan.record("swp1", g1), nothing);
+}
+
+/// A change of status is interrupted by another one.
+class ReentrantRepointing : public ::testing::Test {
+ protected:
+  Kel::Ptr<IgmpContextStatus> statusWithGroup(IpAddr address) const {
+    auto const made = Kel::make<IgmpContextStatus>(vlan.vlanId);
+    made->groupIs(address);
+    return made;
+  }
+
+  void goOverTwice(std::initializer_list<IpAddr> changedGroups) {
+    vlan.flag(changedGroups);
+    Intruder intruder(1, false, [this] { vlan.adapter->coreStatusIs(last); });
+    intruder.watch(vlan.host("up1"));
+    vlan.adapter->coreStatusIs(first);
+    ASSERT_TRUE(intruder.hasActed());
+  }
+
+  void expectGroupsOfTheLastStatus() const {
+    EXPECT_EQ(vlan.adapter->coreStatus(), last);
+    ASSERT_EQ(vlan.adapter->igmpGroup().size(), 1u);
+    ASSERT_TRUE(vlan.group(g3));
+    EXPECT_EQ(vlan.group(g3)->notifier(), last->group(g3));
+  }
+
+  BusyVlan vlan;
+  Kel::Ptr<IgmpContextStatus> first = statusWithGroup(IpAddr(239, 1, 1, 4));
+  Kel::Ptr<IgmpContextStatus> last = statusWithGroup(g3);
+};
+
+TEST_F(ReentrantRepointing, LastStatusPrevailsWhereTheUpdateIsInterrupted) {
+  goOverTwice({g1});
+  expectGroupsOfTheLastStatus();
+}
+
+TEST_F(ReentrantRepointing, LastStatusPrevailsWhereTheClearingOfAGroupIsInterrupted) {
+  goOverTwice({});
+  expectGroupsOfTheLastStatus();
 }
 
 }  // namespace
