@@ -256,13 +256,13 @@ void AdapterSm::writeRecord(Igmp::IgmpHost& host, IpAddr group, SourceCount& mer
 
   auto mode = IgmpV3GroupRecordType::modeIsExclude;
   if (merged.starGCount() != 0) {
-    KEL_TRACE(4, "SplitHorizon Put *,G into igmpHost");
+    KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon Put *,G into igmpHost");
     merged.excludeDelAll();
-    KEL_TRACE(4, "SplitHorizon exclude mode");
+    KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon exclude mode");
   } else if (!merged.exclude().empty()) {
-    KEL_TRACE(4, "SplitHorizon exclude mode");
+    KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon exclude mode");
   } else if (merged.include().empty()) {
-    KEL_TRACE(4, "SplitHorizon includes == 0");
+    KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon includes == 0");
     host.v3groupDel(group);
     return;
   } else {
@@ -271,14 +271,14 @@ void AdapterSm::writeRecord(Igmp::IgmpHost& host, IpAddr group, SourceCount& mer
   record->filterModeIs(mode);
 
   for (auto const [source, value] : list->sourceIp())
-    KEL_TRACE(4, "SplitHorizon Removing old source s: " << source);
+    KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon Removing old source s: " << source);
   if (mode == IgmpV3GroupRecordType::modeIsInclude) {
     for (auto const [source, ports] : merged.include())
-      KEL_TRACE(4, "SplitHorizon Adding to include s: " << source);
+      KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon Adding to include s: " << source);
     list->sourceIpRefill(merged.include(), 1);
   } else {
     for (auto const [source, ports] : merged.exclude())
-      KEL_TRACE(4, "SplitHorizon Adding to exclude s: " << source);
+      KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon Adding to exclude s: " << source);
     list->sourceIpRefill(merged.exclude(), 1);
   }
 }
@@ -585,7 +585,7 @@ bool KelIgmpIntf::mergeReporters() {
   for (auto const& [reporter, reactor] : membership_) {
     IgmpMembership const& membership = *reactor->notifier();
     if (membership.filterMode() == FilterMode::exclude) {
-      KEL_TRACE(4, "processPort in exclude mode: " << reporter);
+      KEL_TRACE_OF("processPort", 4, "processPort in exclude mode: " << reporter);
       someoneExcludes = true;
     }
     for (IpAddr const source : membership.source())
@@ -603,16 +603,16 @@ void KelIgmpIntf::mergeIncludes(SourceCount const& reporters) {
   starGIs(false);
   modeIs(FilterMode::include);
   for (IpAddr const source : Kel::KeySnapshot<IpAddr>(portExclude_)) {
-    KEL_TRACE(4, "Include case, delete any exclude sources in port " << source);
+    KEL_TRACE_OF("processPort", 4, "Include case, delete any exclude sources in port " << source);
     portExcludeDel(source);
   }
   for (IpAddr const source : Kel::KeySnapshot<IpAddr>(portInclude_)) {
     if (reporters.include(source) != 0) continue;
-    KEL_TRACE(4, "Delete old include " << source);
+    KEL_TRACE_OF("processPort", 4, "Delete old include " << source);
     portIncludeDel(source);
   }
   for (auto const [source, count] : reporters.include()) {
-    KEL_TRACE(4, "Add include " << source);
+    KEL_TRACE_OF("processPort", 4, "Add include " << source);
     if (portInclude(source) == 0) portIncludeInc(source, 1);
   }
 }
@@ -621,27 +621,28 @@ void KelIgmpIntf::mergeIncludes(SourceCount const& reporters) {
 void KelIgmpIntf::mergeExcludes(SourceCount const& reporters) {
   modeIs(FilterMode::exclude);
   for (IpAddr const source : Kel::KeySnapshot<IpAddr>(portInclude_)) {
-    KEL_TRACE(4, "Start off by deleting include source " << source);
+    KEL_TRACE_OF("processPort", 4, "Start off by deleting include source " << source);
     portIncludeDel(source);
   }
   std::uint32_t const numMember = membership_.size();
   for (auto const [source, count] : reporters.exclude()) {
     if (count == numMember) {
-      KEL_TRACE(4, "All reporters want to exclude this source " << source);
+      KEL_TRACE_OF("processPort", 4, "All reporters want to exclude this source " << source);
       if (portExclude(source) == 0) portExcludeInc(source, 1);
     } else {
-      KEL_TRACE(4, "Some reporter does not want to exclude this source " << source << " count is "
-                                                                         << count);
+      KEL_TRACE_OF(
+          "processPort", 4,
+          "Some reporter does not want to exclude this source " << source << " count is " << count);
     }
   }
   for (auto const [source, count] : reporters.include()) {
     // Also where the port does not exclude it, and then another port's count pays for it.
-    KEL_TRACE(4, "Deleting include source from exclude list " << source);
+    KEL_TRACE_OF("processPort", 4, "Deleting include source from exclude list " << source);
     portExcludeDel(source);
   }
   for (IpAddr const source : Kel::KeySnapshot<IpAddr>(portExclude_)) {
     if (reporters.exclude(source) == numMember) continue;
-    KEL_TRACE(4, "Deleting exclude list source (!= numMember) " << source);
+    KEL_TRACE_OF("processPort", 4, "Deleting exclude list source (!= numMember) " << source);
     portExcludeDel(source);
   }
   starGIfNothingExcluded();
@@ -652,9 +653,10 @@ void KelIgmpIntf::starGIfNothingExcluded() {
     starGIs(false);
     return;
   }
-  KEL_TRACE(4, "processPort: starGThere is true " << intfId() << " group " << group());
+  KEL_TRACE_OF("processPort", 4,
+               "processPort: starGThere is true " << intfId() << " group " << group());
   for (IpAddr const source : Kel::KeySnapshot<IpAddr>(portExclude_)) {
-    KEL_TRACE(4, "*,G delete all exclude sources " << source);
+    KEL_TRACE_OF("processPort", 4, "*,G delete all exclude sources " << source);
     portExcludeDel(source);
   }
   starGIs(true);
@@ -699,20 +701,24 @@ bool KelIgmpIntf::subtractExcludes(SourceCount& result) const {
   for (auto const [source, excluding] : kelIgmpGroup_->record()->exclude()) {
     if (portExclude(source) != 0) {
       if (excluding == ports) {
-        KEL_TRACE(4, "subtract: all ports want to exclude s: " << source << " g: " << group());
+        KEL_TRACE_OF("subtract", 4,
+                     "subtract: all ports want to exclude s: " << source << " g: " << group());
         result.excludeInc(source, 1);
       } else {
-        KEL_TRACE(4, "subtract: some port wants s: " << source << " g: " << group() << " count "
+        KEL_TRACE_OF("subtract", 4,
+                     "subtract: some port wants s: " << source << " g: " << group() << " count "
                                                      << excluding);
         if (excluding > 1) othersExclude = true;
       }
     } else if (excluding + 1u == ports) {
-      KEL_TRACE(
-          4, "subtract: all ports except ours want to exclude s: " << source << " g: " << group());
+      KEL_TRACE_OF(
+          "subtract", 4,
+          "subtract: all ports except ours want to exclude s: " << source << " g: " << group());
       result.excludeInc(source, 1);
     } else {
-      KEL_TRACE(4,
-                "subtract: some port does not want to exclude s: " << source << " g: " << group());
+      KEL_TRACE_OF(
+          "subtract", 4,
+          "subtract: some port does not want to exclude s: " << source << " g: " << group());
       if (excluding > 0) othersExclude = true;
     }
   }
@@ -723,12 +729,14 @@ void KelIgmpIntf::subtractIncludes(SourceCount& result) const {
   for (auto const [source, including] : kelIgmpGroup_->record()->include()) {
     int others = including;
     if (Count const own = portInclude(source); own != 0) {
-      KEL_TRACE(8, "subtract: portInclude has " << source << " count " << own << " global count "
+      KEL_TRACE_OF("subtract", 8,
+                   "subtract: portInclude has " << source << " count " << own << " global count "
                                                 << including);
       --others;
     }
     if (others < 1) continue;
-    KEL_TRACE(4, "subtract: put it in include and knock it off from exclude: " << source << " g: "
+    KEL_TRACE_OF("subtract", 4,
+                 "subtract: put it in include and knock it off from exclude: " << source << " g: "
                                                                                << group());
     result.includeInc(source, 1);
     result.excludeDel(source);

@@ -102,7 +102,7 @@ class KEL_EXPORT AdapterSm::KelCoreStatus final : public IgmpContextStatus::Noti
   KelCoreStatus(Kel::Ptr<IgmpContextStatus const> status, AdapterSm* adapterSm);
 
   void notifierIs(Kel::Ptr<IgmpContextStatus const> status) override;
-  void onGroup(Wirex::IpAddr group) override;
+  void onGroup(Wirex::IpAddr address) override;
   void onNewIgmpReport() override;
 
  private:

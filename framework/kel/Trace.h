@@ -93,7 +93,10 @@ KEL_EXPORT void traceHelper(TraceHandle& facility, char const* object,
 
 /// Writes `message`, a chain of stream insertions, at a level. The message is built only if
 /// somebody wants it.
-#define KEL_TRACE(level, message)                                                        \
+#define KEL_TRACE(level, message) KEL_TRACE_OF(__func__, level, message)
+
+/// For the helper functions of a handler, whose messages give the handler's name.
+#define KEL_TRACE_OF(handler, level, message)                                            \
   do {                                                                                   \
     kelTraceHandle.hit();                                                                \
     if (kelTraceHandle.wanted(level)) {                                                  \
@@ -101,6 +104,6 @@ KEL_EXPORT void traceHelper(TraceHandle& facility, char const* object,
       kelStream << message; /* NOLINT(bugprone-macro-parentheses) */                     \
       ::Kel::traceHelper(kelTraceHandle, "<unknown>", kelStream, level,                  \
                          kelTraceHandle.enabled() && kelTraceHandle.levelEnabled(level), \
-                         kelSourceFile, __LINE__, __func__);                             \
+                         kelSourceFile, __LINE__, handler);                              \
     }                                                                                    \
   } while (false)

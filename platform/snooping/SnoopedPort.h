@@ -35,7 +35,7 @@ class KEL_EXPORT SnoopedPort {
   void receive(Igmp::Bytes frame);
 
  private:
-  std::optional<Igmp::Cause> learnFrom(Igmp::Bytes frame);
+  std::optional<Igmp::Cause> learnFrom(Igmp::Bytes bytes);
   VlanLearning* learningOf(Igmp::EthernetFrame const& frame) const;
   void learn(VlanLearning& learning, Igmp::Packet const& packet);
   void countIfIgnored(std::optional<Igmp::Cause> cause);

@@ -90,7 +90,7 @@ Kel::Ptr<LearnedMembership> VlanLearning::make(IntfId const& intf, IpAddr report
   if (!groupStatus.intf().contains(intf))
     groupStatus.intfIs(Kel::make<LearnedIntf>(intf, groupStatus));
   auto& intfStatus = static_cast<LearnedIntf&>(*groupStatus.intf().find(intf));
-  auto const membership = Kel::make<LearnedMembership>(reporter, intfStatus);
+  auto membership = Kel::make<LearnedMembership>(reporter, intfStatus);
   intfStatus.membershipIs(membership);
   Kel::runActivities();
   return membership;

@@ -401,6 +401,7 @@ TEST_F(ActivityTest, ThousandsOfKeysOfOneReactorMayBeCalledOff) {
 
 TEST_F(ActivityTest, ManyReactorsWithOneNotificationEachAreAllTold) {
   std::vector<Kel::Ptr<Recorder>> reactors;
+  reactors.reserve(3000);
   for (int number = 0; number < 3000; ++number)
     reactors.push_back(deferred(std::to_string(number)));
   switch_->temperatureIs(1);

@@ -220,6 +220,7 @@ TEST_F(MemberCollectionTest, IterationVisitsEveryEntryOnceInAnOrderThatStays) {
   for (auto const& [name, port] : switch_->port()) second.push_back(Toy::sentence(port->name()));
   EXPECT_EQ(first, second);
   std::vector<std::string> expected;
+  expected.reserve(30);
   for (int number = 0; number < 30; ++number) expected.push_back(Toy::sentence(intf(number)));
   EXPECT_THAT(first, testing::UnorderedElementsAreArray(expected));
 }
@@ -262,7 +263,7 @@ TEST_F(OwnedMembersTest, MemberThatIsMadeMeanwhileIsKept) {
   auto const second = Kel::make<Port>(intf(1));
   auto const [member, isNew] = members.ensure(intf(1), [&] {
     members.put(intf(1), first);
-    return second;
+    return Kel::Ptr<Port>(second);
   });
   EXPECT_EQ(member, first);
   EXPECT_FALSE(isNew);

@@ -62,8 +62,12 @@ TEST(HotPathTest, AllocationsAreCounted) {
   EXPECT_EQ(allocationsOf([] { Kel::make<Host>("Vlan10eth1"); }), 2u);  // the host and its name
 }
 
+void handleVlan() {
+  KEL_TRACE(9, "a message longer than a short string may be");
+}
+
 TEST(HotPathTest, DisabledTraceStatementAllocatesNothing) {
-  EXPECT_EQ(allocationsOf([] { KEL_TRACE(9, "a message longer than a short string may be"); }), 0u);
+  EXPECT_EQ(allocationsOf(handleVlan), 0u);
 }
 
 TEST(HotPathTest, LookingAHostUpByItsKeyAllocatesNothing) {

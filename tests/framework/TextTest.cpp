@@ -1,6 +1,7 @@
 #include <sstream>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -51,10 +52,11 @@ TEST(String8Test, EndsInAZeroByte) {
 
 TEST(String8Test, CopiesShareTheirBytes) {
   String8 const text("eth0");
-  String8 const copy = text;
+  std::vector<String8> const copies(2, text);
   String8 assigned("something else");
   assigned = text;
-  EXPECT_EQ(copy.c_str(), text.c_str());
+  EXPECT_EQ(copies[0].c_str(), text.c_str());
+  EXPECT_EQ(copies[1].c_str(), text.c_str());
   EXPECT_EQ(assigned.c_str(), text.c_str());
 }
 

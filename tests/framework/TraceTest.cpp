@@ -60,6 +60,7 @@ class TraceTest : public testing::Test {
     kelTraceHandle.levelEnabledIs(level, true);
   }
 
+  static constexpr int lineOfHandleVlan = __LINE__ + 1;
   void handleVlan() { KEL_TRACE(9, "void handleVlan(" << written_ << ")"); }
 
   std::vector<Received> received_;
@@ -140,12 +141,10 @@ TEST_F(TraceTest, OtherLevelsFlagBuildsNothing) {
 
 TEST_F(TraceTest, EnabledStatementHandsItsMessageOverOnce) {
   enable(9);
-  int const line = __LINE__ + 1;
-  auto const handleGroup = [this] { KEL_TRACE(9, "group " << written_); };
-  handleGroup();
+  handleVlan();
   EXPECT_EQ(written_.times, 1);
   ASSERT_EQ(received_.size(), 1u);
-  EXPECT_EQ(received_[0].line, line);
+  EXPECT_EQ(received_[0].line, lineOfHandleVlan);
 }
 
 TEST_F(TraceTest, MessageNamesHandleObjectLevelSourceFileAndFunction) {

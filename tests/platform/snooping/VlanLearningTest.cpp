@@ -347,7 +347,7 @@ class Reader {
         groups_.del(address);
       }
     }
-    void onNewIgmpReport() override { reader_.note("report"); }
+    void onNewIgmpReport() override { reader_.log_.emplace_back("report"); }
 
    private:
     Reader& reader_;
