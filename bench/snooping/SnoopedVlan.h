@@ -22,9 +22,10 @@ class Sources {
 
  private:
   Sources(std::size_t count, std::size_t first) {
+    bytes_.reserve(4 * count);
     for (std::size_t i = first; i < first + count; ++i)
-      bytes_.insert(bytes_.end(), {198, 51, static_cast<std::uint8_t>(100 + i / 256),
-                                   static_cast<std::uint8_t>(i % 256)});
+      for (std::size_t const octet : {std::size_t{198}, std::size_t{51}, 100 + i / 256, i % 256})
+        bytes_.push_back(static_cast<std::uint8_t>(octet));
   }
 
   std::vector<std::uint8_t> bytes_;
