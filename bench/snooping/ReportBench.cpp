@@ -17,11 +17,8 @@ using Wirex::IpAddr;
 constexpr IpAddr group(239, 1, 0, 0);
 constexpr IpAddr reporter(10, 0, 0, 1);
 
-/// A reporter in include mode allows and blocks as many sources as the argument says in turn, and
-/// keeps one throughout. Per source, the cost should not grow with their number.
-void reportThatChangesSources(benchmark::State& state) {
-  SnoopedVlan vlan(8);
-  Sources const changing(static_cast<std::size_t>(state.range(0)));
+/// A reporter in include mode allows and blocks the same sources in turn, and keeps one throughout.
+void allowAndBlockInTurn(benchmark::State& state, SnoopedVlan& vlan, Sources const& changing) {
   vlan.report(0, reporter, group, IgmpV3GroupRecordType::modeIsInclude, Sources::beyond(changing));
   bool allowed = false;
   for (auto _ : state) {
@@ -31,6 +28,13 @@ void reportThatChangesSources(benchmark::State& state) {
         changing);
     allowed = !allowed;
   }
+}
+
+/// As many sources change as the argument says. Per source, the cost should not grow.
+void reportThatChangesSources(benchmark::State& state) {
+  SnoopedVlan vlan(8);
+  Sources const changing(static_cast<std::size_t>(state.range(0)));
+  allowAndBlockInTurn(state, vlan, changing);
   state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
@@ -42,15 +46,7 @@ void reportThatChangesSourcesOfAMixedPort(benchmark::State& state) {
   IpAddr const excluding(10, 0, 0, 2);
   vlan.report(0, excluding, group, IgmpV3GroupRecordType::modeIsExclude, Sources(0));
   vlan.report(1, excluding, group, IgmpV3GroupRecordType::modeIsExclude, changing);
-  vlan.report(0, reporter, group, IgmpV3GroupRecordType::modeIsInclude, Sources::beyond(changing));
-  bool allowed = false;
-  for (auto _ : state) {
-    vlan.report(
-        0, reporter, group,
-        allowed ? IgmpV3GroupRecordType::blockOldSources : IgmpV3GroupRecordType::allowNewSources,
-        changing);
-    allowed = !allowed;
-  }
+  allowAndBlockInTurn(state, vlan, changing);
   state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
@@ -98,16 +94,7 @@ void knownStateYardstick(benchmark::State& state) {
 void reportAmongUnchangedGroups(benchmark::State& state) {
   SnoopedVlan vlan(8);
   vlan.fillGroups(static_cast<std::uint32_t>(state.range(0)));
-  Sources const sources(1);
-  bool allowed = false;
-  vlan.report(0, reporter, group, IgmpV3GroupRecordType::modeIsInclude, Sources::beyond(sources));
-  for (auto _ : state) {
-    vlan.report(
-        0, reporter, group,
-        allowed ? IgmpV3GroupRecordType::blockOldSources : IgmpV3GroupRecordType::allowNewSources,
-        sources);
-    allowed = !allowed;
-  }
+  allowAndBlockInTurn(state, vlan, Sources(1));
 }
 
 BENCHMARK(reportThatChangesSources)->Arg(1)->Arg(16)->Arg(365);
