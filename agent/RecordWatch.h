@@ -4,10 +4,10 @@
 #include <vector>
 
 #include "agent/output/HostRecords.h"
-#include "framework/entities/IgmpHost.h"
 #include "framework/kel/Reactors.h"
 #include "framework/types/PortKey.h"
 #include "platform/horix/Clock.h"
+#include "platform/igmp/IgmpHost.h"
 
 namespace Agent {
 

@@ -4,11 +4,11 @@
 #include "framework/entities/BridgingConfig.h"
 #include "framework/entities/DeviceIntfStatus.h"
 #include "framework/entities/IgmpContextStatus.h"
-#include "framework/entities/IgmpHost.h"
 #include "framework/entities/IgmpProtocolConfig.h"
 #include "framework/entities/LibVlanState.h"
 #include "framework/entities/PrivateVlanState.h"
 #include "framework/entities/QuerierConfig.h"
+#include "platform/igmp/IgmpHost.h"
 
 namespace Agent {
 

@@ -4,9 +4,9 @@
 
 #include "framework/entities/AdapterVlanConfig.h"
 #include "framework/entities/IgmpContextStatus.h"
-#include "framework/entities/IgmpHost.h"
 #include "framework/kel/Activity.h"
 #include "framework/kel/Reactors.h"
+#include "platform/igmp/IgmpHost.h"
 #include "proxy/SourceCount.h"
 
 namespace Bridging::IgmpSnooping::Proxy {

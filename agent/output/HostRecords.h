@@ -4,11 +4,11 @@
 #include <string>
 #include <vector>
 
-#include "framework/entities/IgmpHost.h"
 #include "framework/types/AllowedTrafficDirection.h"
 #include "framework/types/IgmpFilterMode.h"
 #include "framework/types/IgmpVersion.h"
 #include "framework/types/IpAddr.h"
+#include "platform/igmp/IgmpHost.h"
 
 /// The hosts and what they report, as plain values for output and comparison.
 namespace Agent {

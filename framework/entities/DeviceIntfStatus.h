@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "framework/kel/Attribute.h"
 #include "framework/kel/Collection.h"
 #include "framework/types/IntfId.h"
@@ -11,6 +13,9 @@ namespace Interface {
 /// no such interface.
 struct IntfStatusAndDeviceName {
   Kel::String8 deviceName;
+  /// The kernel's number of the interface, 0 where it is not known. An interface that was deleted
+  /// and made again under its name has another one.
+  std::uint32_t deviceIndex = 0;
 
   friend bool operator==(IntfStatusAndDeviceName const&,
                          IntfStatusAndDeviceName const&) noexcept = default;

@@ -2,14 +2,13 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <span>
 
 #include "framework/types/IpAddr.h"
+#include "platform/wirex/Ethernet.h"
 
 namespace Igmp {
 
-/// Bytes as they came off the wire. They belong to whoever received them.
-using Bytes = std::span<std::uint8_t const>;
+using Wirex::Bytes;
 
 /// Reads big-endian fields one after the other and never beyond the end: what is missing there
 /// reads as zero and makes the reader fail for good, so a parser reads a whole header first and

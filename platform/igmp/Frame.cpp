@@ -29,7 +29,6 @@ std::optional<bool> findRouterAlert(Bytes options) {
 }  // namespace
 
 Parsed<EthernetFrame> parseEthernet(Bytes captured) {
-  constexpr std::uint16_t vlanMask = 0x0fff;
   constexpr std::uint16_t priorityOnly = 0;
 
   EthernetFrame frame;
@@ -37,7 +36,7 @@ Parsed<EthernetFrame> parseEthernet(Bytes captured) {
   reader.skip(6 + 6);
   frame.etherType = reader.u16();
   if (frame.etherType == etherTypeVlan) {
-    std::uint16_t const vlan = reader.u16() & vlanMask;
+    std::uint16_t const vlan = reader.u16() & Wirex::vlanIdMask;
     frame.etherType = reader.u16();
     if (vlan > Bridging::VlanId::max) return Cause::reservedVlan;
     if (vlan != priorityOnly) frame.vlan = Bridging::VlanId(vlan);

@@ -9,16 +9,18 @@
 #include "framework/types/VlanId.h"
 #include "platform/igmp/ByteReader.h"
 #include "platform/igmp/Parsed.h"
+#include "platform/wirex/Ethernet.h"
 
 namespace Igmp {
 
-inline constexpr std::size_t ethernetHeaderSize = 6 + 6 + 2;
-inline constexpr std::size_t vlanTagSize = 2 + 2;
+using Wirex::ethernetHeaderSize;
+using Wirex::etherTypeIpv4;
+using Wirex::etherTypeVlan;
+using Wirex::vlanTagSize;
+
 inline constexpr std::size_t ipv4HeaderSize = 20;  // without options
 inline constexpr std::size_t routerAlertSize = 4;
 
-inline constexpr std::uint16_t etherTypeIpv4 = 0x0800;
-inline constexpr std::uint16_t etherTypeVlan = 0x8100;
 inline constexpr std::uint8_t ipProtocolIgmp = 2;
 inline constexpr std::uint8_t ipOptionRouterAlert = 0x94;  // RFC 2113 section 2.1
 

@@ -8,14 +8,14 @@
 #include "framework/entities/AdapterVlanConfig.h"
 #include "framework/entities/BridgingConfig.h"
 #include "framework/entities/DeviceIntfStatus.h"
-#include "framework/entities/EthDevPamCollection.h"
 #include "framework/entities/IgmpContextStatus.h"
-#include "framework/entities/IgmpHost.h"
 #include "framework/entities/IgmpProtocolConfig.h"
 #include "framework/entities/LibVlanState.h"
 #include "framework/entities/PortVlanMapping.h"
 #include "framework/entities/PrivateVlanState.h"
 #include "framework/entities/QuerierConfig.h"
+#include "platform/igmp/IgmpHost.h"
+#include "platform/interface/EthDevPamCollection.h"
 #include "tests/framework/Toys.h"
 
 /// Which attribute of which entity raises which callback.
@@ -513,8 +513,13 @@ TEST_F(EntitiesTest, EthDevPamCollection) {
   };
   auto const collection = Kel::make<EthDevPamCollection>("proxy");
   auto const listener = Kel::make<Listener>(collection, heard_);
-  auto const pam = Kel::make<EthDevPam>(eth1);
-  auto const replacement = Kel::make<EthDevPam>(eth1);
+  struct Unconnected : EthDevPam {
+    Unconnected() : EthDevPam(eth1, {}, {}) {}
+    void outputPktIs(Wirex::Pkt::Ptr /*pkt*/) override {}
+    Counters counters() const override { return {}; }
+  };
+  auto const pam = Kel::make<Unconnected>();
+  auto const replacement = Kel::make<Unconnected>();
   EXPECT_EQ(collection->name(), "proxy");
   expectOneCallbackPerChange({
       {"intfPam eth1", [&] { collection->intfPamIs(pam); }},
@@ -699,8 +704,8 @@ TEST_F(EntitiesTest, IgmpHost) {
   };
   auto const host = Kel::make<IgmpHost>("Vlan10eth1");
   auto const listener = Kel::make<Listener>(host, heard_);
-  auto const pam = Kel::make<Wirex::VlanPam>("Vlan10eth1");
-  EXPECT_EQ(pam->name(), "Vlan10eth1");
+  auto const multiplexer = Kel::make<Wirex::Multiplexer>(eth1, nullptr);
+  auto const pam = Kel::make<Wirex::VlanPam>("10", multiplexer);
   expectOneCallbackPerChange({
       {"intfId eth1", [&] { host->intfIdIs(eth1); }},
       {"vlanId 10", [&] { host->vlanIdIs(10); }},

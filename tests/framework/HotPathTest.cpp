@@ -4,10 +4,10 @@
 
 #include <gtest/gtest.h>
 
-#include "framework/entities/IgmpHost.h"
 #include "framework/kel/Activity.h"
 #include "framework/kel/Trace.h"
 #include "framework/types/PortKey.h"
+#include "platform/igmp/IgmpHost.h"
 
 KEL_TRACE_MODULE("Test::HotPath", "HotPathTest")
 

@@ -9,7 +9,7 @@
 
 #include "framework/entities/AdapterVlanConfig.h"
 #include "framework/entities/IgmpContextStatus.h"
-#include "framework/entities/IgmpHost.h"
+#include "platform/igmp/IgmpHost.h"
 #include "proxy/ProxyAdapterSm.h"
 #include "tests/proxy/model/AdapterModel.h"
 #include "tests/proxy/model/Event.h"

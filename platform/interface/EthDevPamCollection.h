@@ -1,22 +1,10 @@
 #pragma once
 
-#include "framework/kel/Attribute.h"
 #include "framework/kel/Collection.h"
-#include "framework/types/IntfId.h"
+#include "framework/kel/Exception.h"
+#include "platform/interface/EthDevPam.h"
 
 namespace Interface {
-
-/// The packet access of one Ethernet device, as the entity that collections hold. How it reaches
-/// the device is the interface library's business.
-class KEL_EXPORT EthDevPam : public Kel::Entity {
- public:
-  explicit EthDevPam(Wirex::IntfId intfId) : intfId_(std::move(intfId)) {}
-
-  Wirex::IntfId const& intfId() const { return intfId_; }
-
- private:
-  Wirex::IntfId intfId_;
-};
 
 /// The devices that are open, by interface. Its name tells whose they are.
 class KEL_EXPORT EthDevPamCollection : public Kel::Entity {

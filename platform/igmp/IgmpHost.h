@@ -2,7 +2,6 @@
 
 #include <cstdint>
 
-#include "framework/entities/VlanPam.h"
 #include "framework/kel/Attribute.h"
 #include "framework/kel/Collection.h"
 #include "framework/types/AllowedTrafficDirection.h"
@@ -10,6 +9,7 @@
 #include "framework/types/IgmpVersion.h"
 #include "framework/types/IntfId.h"
 #include "framework/types/IpAddr.h"
+#include "platform/wirex/VlanPam.h"
 
 /// The IGMP hosts: one per (port, VLAN), named by the text of its PortKey. The proxy writes them;
 /// the host library builds and sends their reports and answers queries.
