@@ -3,12 +3,12 @@
 #include <tuple>
 #include <utility>
 
-#include "framework/kel/Activity.h"
+#include "proxy/ReceiveFilter.h"
 
 namespace Agent {
 
 using Bridging::AllowedTrafficDirection;
-using Bridging::IgmpSnooping::SnoopedPort;
+using Bridging::IgmpSnooping::SnoopingPamManager;
 using Bridging::IgmpSnooping::SnoopingPolicy;
 
 namespace {
@@ -35,58 +35,53 @@ bool receives(InterfaceConfig const& interface) {
                                 interface.direction == AllowedTrafficDirection::ingress);
 }
 
+/// As the proxy's own, so that each device is opened once for both.
+Interface::EthDevSettings deviceSettings() {
+  using Bridging::IgmpSnooping::Proxy::receiveFilter;
+  Interface::EthDevSettings settings;
+  settings.bufferSize = 10004;
+  settings.protocol = 3;
+  settings.filter.assign(receiveFilter.begin(), receiveFilter.end());
+  return settings;
+}
+
 }  // namespace
 
-Switch::Switch(Configuration const& configuration, Kel::Ptr<Horix::Clock> clock)
+Switch::Switch(Configuration const& configuration, Horix::EventLoop& loop)
     : entities_(makeSwitchEntities(configuration)),
-      timerWheel_(Kel::make<Horix::TimerWheel>(std::move(clock))),
-      proxy_(entities_) {
+      loop_(loop),
+      proxy_(entities_),
+      snooping_(Kel::make<SnoopingPamManager>(entities_.bridging, entities_.kernelIntfs,
+                                              deviceSettings())) {
   for (VlanConfig const& vlan : configuration.vlans) addLearning(vlan);
   addPorts(configuration);
+  loop_.afterBatchIs([this] { publish(); });
+}
+
+Switch::~Switch() {
+  loop_.afterBatchIs(nullptr);
 }
 
 void Switch::addLearning(VlanConfig const& vlan) {
   if (isSecondary(vlan)) return;
   learning_.emplace(std::piecewise_construct, std::forward_as_tuple(vlan.vlanId),
                     std::forward_as_tuple(entities_.snoopingStatus->contextStatus(vlan.vlanId),
-                                          policyOf(vlan.settings), timerWheel_, batch_));
+                                          policyOf(vlan.settings), loop_.timerWheel(), batch_));
 }
 
 void Switch::addPorts(Configuration const& configuration) {
   for (InterfaceConfig const& interface : configuration.interfaces)
-    ports_.try_emplace(interface.intfId, interface.intfId)
-        .first->second.receivesIs(receives(interface));
-  for (VlanConfig const& vlan : configuration.vlans) {
-    for (VlanMember const& member : vlan.members) {
-      SnoopedPort& port = ports_.at(member.intfId);
-      if (member.tagged)
-        port.taggedVlanIs(vlan.vlanId, learningOf(vlan));
-      else
-        port.untaggedVlanIs(learningOf(vlan));
-    }
-  }
+    snooping_->portIs(interface.intfId).receivesIs(receives(interface));
+  for (VlanConfig const& vlan : configuration.vlans)
+    for (VlanMember const& member : vlan.members)
+      snooping_->vlanIs(member.intfId, vlan.vlanId, learningOf(vlan));
 }
 
 Switch::VlanLearning& Switch::learningOf(VlanConfig const& vlan) {
   return learning_.at(isSecondary(vlan) ? vlan.privateRole.primaryVlan() : vlan.vlanId);
 }
 
-SnoopedPort* Switch::port(Wirex::IntfId const& intf) {
-  auto const port = ports_.find(intf);
-  return port == ports_.end() ? nullptr : &port->second;
-}
-
-void Switch::advanceTo(Horix::Time time) {
-  for (auto next = timerWheel_->nextExpiry(); next && *next <= time;
-       next = timerWheel_->nextExpiry()) {
-    timerWheel_->advanceTo(*next);
-    publish();
-  }
-  timerWheel_->advanceTo(time);
-}
-
 void Switch::publish() {
-  Kel::runActivities();
   batch_.publish();
   afterPublish_();
 }

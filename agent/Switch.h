@@ -7,8 +7,8 @@
 #include "agent/ProxyStandIn.h"
 #include "agent/SwitchEntities.h"
 #include "agent/config/Configuration.h"
-#include "platform/horix/TimerWheel.h"
-#include "platform/snooping/SnoopedPort.h"
+#include "platform/horix/EventLoop.h"
+#include "platform/snooping/SnoopingPamManager.h"
 #include "platform/snooping/VlanLearning.h"
 
 namespace Agent {
@@ -16,33 +16,26 @@ namespace Agent {
 /// Everything between the frames that come in and the records that hosts report: the same for a
 /// live switch and for a replay, which differ in where frames come from and in the clock.
 ///
-///     frame -> SnoopedPort -> VlanLearning -> status entities -> AdapterSm -> IgmpHost records
+///     device -> SnoopedPort -> VlanLearning -> status entities -> AdapterSm -> IgmpHost records
 ///
-/// The driver receives frames into ports, and ends each batch of input, and each expiry of timers,
-/// with `publish()`. Single-threaded.
+/// Frames come through the thread's Interface::EthDevPams, which must be there before. The loop
+/// ends each batch of input and each expiry of timers with a publication. Single-threaded.
 class Switch {
  public:
-  using Ports = std::map<Wirex::IntfId, Bridging::IgmpSnooping::SnoopedPort>;
+  using Ports = Bridging::IgmpSnooping::SnoopingPamManager::Ports;
 
-  Switch(Configuration const& configuration, Kel::Ptr<Horix::Clock> clock);
+  /// @param loop outlives the switch.
+  Switch(Configuration const& configuration, Horix::EventLoop& loop);
   Switch(Switch const&) = delete;
   Switch& operator=(Switch const&) = delete;
+  ~Switch();
 
   SwitchEntities const& entities() const { return entities_; }
-  Ports const& ports() const { return ports_; }
+  Ports const& ports() const { return snooping_->port(); }
 
-  /// Null if the configuration has no such interface.
-  Bridging::IgmpSnooping::SnoopedPort* port(Wirex::IntfId const& intf);
+  Horix::Time now() const { return loop_.now(); }
 
-  Horix::Time now() const { return timerWheel_->now(); }
-
-  /// Lets time pass up to `time` on the clock: what expires meanwhile is published when it does.
-  void advanceTo(Horix::Time time);
-
-  /// Rewrites the hosts' records after the changes since the last time.
-  void publish();
-
-  /// Does `action` at the end of each publish(), when the records have settled.
+  /// Does `action` at the end of each publication, when the records have settled.
   void afterPublishIs(std::function<void()> action) { afterPublish_ = std::move(action); }
 
  private:
@@ -51,13 +44,14 @@ class Switch {
   void addLearning(VlanConfig const& vlan);
   void addPorts(Configuration const& configuration);
   VlanLearning& learningOf(VlanConfig const& vlan);
+  void publish();
 
   SwitchEntities entities_;
-  Kel::Ptr<Horix::TimerWheel> timerWheel_;
+  Horix::EventLoop& loop_;
   ProxyStandIn proxy_;
   Bridging::IgmpSnooping::ReportBatch batch_;
   std::map<Bridging::VlanId, VlanLearning> learning_;
-  Ports ports_;
+  Kel::Ptr<Bridging::IgmpSnooping::SnoopingPamManager> snooping_;
   std::function<void()> afterPublish_ = [] {};
 };
 

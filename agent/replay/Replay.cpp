@@ -17,11 +17,13 @@ std::vector<std::string> fileNamesOf(std::vector<PortCapture> const& captures) {
 }  // namespace
 
 Replay::Replay(Configuration const& configuration, std::vector<PortCapture> const& captures)
-    : switch_(configuration, Kel::make<Horix::VirtualClock>()), packets_(fileNamesOf(captures)) {
+    : loop_(Kel::make<Horix::TimerWheel>(Kel::make<Horix::VirtualClock>())),
+      switch_(configuration, loop_),
+      packets_(fileNamesOf(captures)) {
   for (PortCapture const& capture : captures) {
-    SnoopedPort* const port = switch_.port(capture.port);
-    if (!port) throw std::invalid_argument("capture for a port that is not configured");
-    ports_.push_back(port);
+    if (!switch_.ports().contains(capture.port))
+      throw std::invalid_argument("capture for a port that is not configured");
+    ports_.push_back(capture.port);
   }
 }
 
@@ -37,13 +39,13 @@ void Replay::run(std::optional<Horix::Time> until) {
   Horix::Time const end = until.value_or(Horix::Time::max());
   for (auto packet = packets_.next(); packet && packet->time <= end; packet = packets_.next()) {
     if (packet->time > switch_.now()) {
-      switch_.publish();
-      switch_.advanceTo(packet->time);
+      loop_.endBatch();
+      loop_.advanceTo(packet->time);
     }
-    ports_[packet->capture]->receive(packet->frame);
+    devices_.receive(ports_[packet->capture], packet->frame);
   }
-  switch_.publish();
-  if (until) switch_.advanceTo(*until);
+  loop_.endBatch();
+  if (until) loop_.advanceTo(*until);
 }
 
 }  // namespace Agent

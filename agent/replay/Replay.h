@@ -8,6 +8,8 @@
 #include "agent/Switch.h"
 #include "agent/replay/CaptureMerge.h"
 #include "agent/replay/PortCapture.h"
+#include "platform/horix/EventLoop.h"
+#include "platform/interface/CaptureEthDevPams.h"
 
 namespace Agent {
 
@@ -30,10 +32,10 @@ class Replay {
   std::vector<RecordEvent> const& events() const { return events_; }
 
  private:
-  using SnoopedPort = Bridging::IgmpSnooping::SnoopedPort;
-
+  Horix::EventLoop loop_;
+  Interface::CaptureEthDevPams devices_;
   Switch switch_;
-  std::vector<SnoopedPort*> ports_;  // by capture
+  std::vector<Wirex::IntfId> ports_;  // by capture
   CaptureMerge packets_;
   std::unique_ptr<RecordWatch> watch_;
   std::vector<RecordEvent> events_;

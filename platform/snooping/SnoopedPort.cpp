@@ -15,30 +15,31 @@ Overloaded(Visitors...) -> Overloaded<Visitors...>;
 
 }  // namespace
 
-void SnoopedPort::receive(Igmp::Bytes frame) {
-  countIfIgnored(learnFrom(frame));
+void SnoopedPort::receive(VlanId vlan, Igmp::Bytes frame) {
+  countIfIgnored(learnFrom(vlan, frame));
 }
 
-std::optional<Igmp::Cause> SnoopedPort::learnFrom(Igmp::Bytes bytes) {
+void SnoopedPort::receiveInNoVlan(Igmp::Bytes frame) {
+  auto const causeOf = [&] {
+    if (!receives_) return Igmp::Cause::portBlocked;
+    auto const ethernet = Igmp::parseEthernet(frame);
+    if (!ethernet) return ethernet.cause();
+    auto const datagram = Igmp::parseDatagram(*ethernet);
+    return datagram ? Igmp::Cause::notInVlan : datagram.cause();
+  };
+  counters_.countIgnored(causeOf());
+}
+
+std::optional<Igmp::Cause> SnoopedPort::learnFrom(VlanId vlan, Igmp::Bytes bytes) {
   if (!receives_) return Igmp::Cause::portBlocked;
   auto const frame = Igmp::parseEthernet(bytes);
   if (!frame) return frame.cause();
-  VlanLearning* const learning = learningOf(*frame);
-  if (!learning) {
-    auto const datagram = Igmp::parseDatagram(*frame);
-    return datagram ? Igmp::Cause::notInVlan : datagram.cause();
-  }
-  auto const packet = Igmp::parsePacket(*frame, learning->policy().receive);
+  VlanLearning& learning = *learning_.at(vlan);
+  auto const packet = Igmp::parsePacket(*frame, learning.policy().receive);
   if (!packet) return packet.cause();
   counters_.countReceived(packet->message);
-  learn(*learning, *packet);
+  learn(learning, *packet);
   return std::nullopt;
-}
-
-VlanLearning* SnoopedPort::learningOf(Igmp::EthernetFrame const& frame) const {
-  if (!frame.vlan) return untagged_;
-  auto const tagged = tagged_.find(frame.vlan->value());
-  return tagged == tagged_.end() ? nullptr : tagged->second;
 }
 
 void SnoopedPort::learn(VlanLearning& learning, Igmp::Packet const& packet) {

@@ -1,7 +1,7 @@
 #pragma once
 
+#include <map>
 #include <optional>
-#include <unordered_map>
 
 #include "framework/types/IntfId.h"
 #include "framework/types/VlanId.h"
@@ -12,8 +12,8 @@
 
 namespace Bridging::IgmpSnooping {
 
-/// One port as snooping hears it: sorts received frames into the port's VLANs, parses them, hands
-/// reports and leaves to the VLAN's learning, and counts what it ignores and why.
+/// One port as snooping hears it: parses received frames, hands reports and leaves to their VLAN's
+/// learning, and counts what it ignores and why.
 class KEL_EXPORT SnoopedPort {
  public:
   explicit SnoopedPort(Wirex::IntfId intfId) : intfId_(std::move(intfId)) {}
@@ -21,29 +21,30 @@ class KEL_EXPORT SnoopedPort {
   Wirex::IntfId const& intfId() const { return intfId_; }
   ReceiveCounters const& counters() const { return counters_; }
 
-  /// Frames tagged with a VLAN are learned from in `learning`, which for a secondary VLAN is its
-  /// primary's: the primary's adapter serves the hosts of both.
-  void taggedVlanIs(VlanId vlan, VlanLearning& learning) { tagged_[vlan.value()] = &learning; }
+  /// What is heard in a VLAN is learned in `learning`, which for a secondary VLAN is its primary's:
+  /// the primary's adapter serves the hosts of both.
+  void vlanIs(VlanId vlan, VlanLearning& learning) { learning_[vlan] = &learning; }
 
-  /// The same for frames without a tag.
-  void untaggedVlanIs(VlanLearning& learning) { untagged_ = &learning; }
+  /// The VLANs in which the port is heard.
+  std::map<VlanId, VlanLearning*> const& vlan() const { return learning_; }
 
   /// A port that does not take frames in learns nothing from them.
   void receivesIs(bool receives) { receives_ = receives; }
 
-  /// @param frame from the destination's MAC address on.
-  void receive(Igmp::Bytes frame);
+  /// A frame of one of the port's VLANs, from the destination's MAC address on.
+  void receive(VlanId vlan, Igmp::Bytes frame);
+
+  /// A frame of a VLAN in which the port is not, or of none.
+  void receiveInNoVlan(Igmp::Bytes frame);
 
  private:
-  std::optional<Igmp::Cause> learnFrom(Igmp::Bytes bytes);
-  VlanLearning* learningOf(Igmp::EthernetFrame const& frame) const;
+  std::optional<Igmp::Cause> learnFrom(VlanId vlan, Igmp::Bytes bytes);
   void learn(VlanLearning& learning, Igmp::Packet const& packet);
   void countIfIgnored(std::optional<Igmp::Cause> cause);
 
   Wirex::IntfId intfId_;
   bool receives_ = true;
-  VlanLearning* untagged_ = nullptr;
-  std::unordered_map<std::uint16_t, VlanLearning*> tagged_;
+  std::map<VlanId, VlanLearning*> learning_;
   ReceiveCounters counters_;
 };
 

@@ -46,11 +46,15 @@ struct Vlan {
 class SnoopedPortTest : public testing::Test {
  protected:
   SnoopedPortTest() {
-    port.untaggedVlanIs(vlan10.learning);
-    port.taggedVlanIs(VlanId(20), vlan20.learning);
+    port.vlanIs(VlanId(10), vlan10.learning);
+    port.vlanIs(VlanId(20), vlan20.learning);
   }
 
-  void hear(FrameBuilder const& frame) { port.receive(frame.bytes()); }
+  void hear(FrameBuilder const& frame) { hearIn(10, frame); }
+  void hearIn(std::uint16_t vlan, FrameBuilder const& frame) {
+    port.receive(VlanId(vlan), frame.bytes());
+  }
+  void hearInNoVlan(FrameBuilder const& frame) { port.receiveInNoVlan(frame.bytes()); }
 
   /// What was ignored, without the causes that there were none of.
   std::map<Cause, std::uint64_t> ignored() const {
@@ -70,44 +74,36 @@ class SnoopedPortTest : public testing::Test {
 
 // ---- VLANs
 
-TEST_F(SnoopedPortTest, UntaggedFrameBelongsToTheUntaggedVlan) {
-  hear(FrameBuilder::reportV2(group).from(host));
-  EXPECT_TRUE(vlan10.has(group));
-  EXPECT_FALSE(vlan20.has(group));
-}
-
-TEST_F(SnoopedPortTest, TaggedFrameBelongsToTheVlanOfItsTag) {
-  hear(FrameBuilder::reportV2(group).from(host).vlan(20));
+TEST_F(SnoopedPortTest, ReportIsLearnedInItsVlan) {
+  hearIn(20, FrameBuilder::reportV2(group).from(host).vlan(20));
   EXPECT_FALSE(vlan10.has(group));
   EXPECT_TRUE(vlan20.has(group));
 }
 
-TEST_F(SnoopedPortTest, PriorityTaggedFrameBelongsToTheUntaggedVlan) {
-  hear(FrameBuilder::reportV2(group).from(host).vlan(0, 5));
-  EXPECT_TRUE(vlan10.has(group));
-}
-
-TEST_F(SnoopedPortTest, TagOfAVlanWithoutThePortIsIgnored) {
-  hear(FrameBuilder::reportV2(group).from(host).vlan(30));
+TEST_F(SnoopedPortTest, IgmpInAVlanWithoutThePortIsIgnored) {
+  hearInNoVlan(FrameBuilder::reportV2(group).from(host).vlan(30));
   EXPECT_THAT(ignored(), ElementsAre(Pair(Cause::notInVlan, 1)));
 }
 
-TEST_F(SnoopedPortTest, UntaggedFrameOnATaggedOnlyPortIsIgnored) {
-  SnoopedPort trunk(IntfId("swp2"));
-  trunk.taggedVlanIs(VlanId(20), vlan20.learning);
-  trunk.receive(FrameBuilder::reportV2(group).bytes());
-  EXPECT_EQ(trunk.counters().ignoredFor(Cause::notInVlan), 1u);
-  EXPECT_FALSE(vlan20.has(group));
-}
-
 TEST_F(SnoopedPortTest, OtherTrafficOfUnknownVlansIsOtherTraffic) {
-  hear(FrameBuilder::reportV2(group).etherType(0x86dd).vlan(30));
+  hearInNoVlan(FrameBuilder::reportV2(group).etherType(0x86dd).vlan(30));
   EXPECT_THAT(ignored(), ElementsAre(Pair(Cause::notIgmp, 1)));
 }
 
+TEST_F(SnoopedPortTest, ReservedVlanIsNoVlan) {
+  hearInNoVlan(FrameBuilder::reportV2(group).vlan(4095));
+  EXPECT_THAT(ignored(), ElementsAre(Pair(Cause::reservedVlan, 1)));
+}
+
+TEST_F(SnoopedPortTest, BlockedPortHearsNothingOfOtherVlansEither) {
+  port.receivesIs(false);
+  hearInNoVlan(FrameBuilder::reportV2(group).vlan(30));
+  EXPECT_THAT(ignored(), ElementsAre(Pair(Cause::portBlocked, 1)));
+}
+
 TEST_F(SnoopedPortTest, SecondaryVlansLearnIntoTheirPrimarys) {
-  port.taggedVlanIs(VlanId(11), vlan10.learning);
-  hear(FrameBuilder::reportV2(otherGroup).from(host).vlan(11));
+  port.vlanIs(VlanId(11), vlan10.learning);
+  hearIn(11, FrameBuilder::reportV2(otherGroup).from(host).vlan(11));
   EXPECT_TRUE(vlan10.has(otherGroup));
 }
 
@@ -140,7 +136,7 @@ TEST_F(SnoopedPortTest, LeaveIsTheReportersOwn) {
   SnoopingPolicy policy;
   policy.fastLeave = true;
   Vlan vlan(30, policy, batch);
-  port.untaggedVlanIs(vlan.learning);
+  port.vlanIs(VlanId(10), vlan.learning);
   hear(FrameBuilder::reportV2(group).from(host));
   hear(FrameBuilder::leave(group).from(IpAddr(10, 0, 0, 99)));
   EXPECT_TRUE(vlan.has(group));
@@ -208,7 +204,7 @@ TEST_F(SnoopedPortTest, WhatLearningRefusesIsCounted) {
   policy.maxGroups = 1;
   policy.maxGroupSources = 1;
   Vlan vlan(30, policy, batch);
-  port.untaggedVlanIs(vlan.learning);
+  port.vlanIs(VlanId(10), vlan.learning);
   hear(FrameBuilder::reportV3(
       {isIn(group, {a}), isIn(otherGroup, {a}), isIn(otherGroup, {a, host})}));
   hear(FrameBuilder::reportV2(otherGroup));
@@ -220,13 +216,13 @@ TEST_F(SnoopedPortTest, RouterAlertIsRequiredWhereTheVlanRequiresIt) {
   SnoopingPolicy policy;
   policy.receive.requireRouterAlert = true;
   Vlan strict(30, policy, batch);
-  port.taggedVlanIs(VlanId(30), strict.learning);
+  port.vlanIs(VlanId(30), strict.learning);
 
-  hear(FrameBuilder::reportV2(group).withoutRouterAlert().vlan(30));
+  hearIn(30, FrameBuilder::reportV2(group).withoutRouterAlert());
   EXPECT_FALSE(strict.has(group));
   EXPECT_THAT(ignored(), ElementsAre(Pair(Cause::noRouterAlert, 1)));
 
-  hear(FrameBuilder::reportV2(group).vlan(30));
+  hearIn(30, FrameBuilder::reportV2(group));
   EXPECT_TRUE(strict.has(group));
   hear(FrameBuilder::reportV2(group).withoutRouterAlert());
   EXPECT_TRUE(vlan10.has(group));

@@ -1,0 +1,153 @@
+#include "platform/snooping/DefaultVlanSm.h"
+
+#include <optional>
+#include <utility>
+
+#include "framework/kel/Exception.h"
+
+namespace Bridging::IgmpSnooping {
+
+using Wirex::IntfId;
+
+class DefaultVlanSm::KelBridgingConfig final : public Bridging::Config::NotifieeConst {
+ public:
+  KelBridgingConfig(Kel::Ptr<Bridging::Config const> config, DefaultVlanSm* owner) : owner_(owner) {
+    watch(std::move(config));
+  }
+
+  void onVlanConfig(VlanId vlan) override {
+    if (notificationActive()) owner_->handleVlan(vlan);
+  }
+  void onVlanConfigkelImmediate() override {
+    if (notificationActive()) owner_->handleVlan();
+  }
+
+ private:
+  DefaultVlanSm* owner_;
+};
+
+class DefaultVlanSm::KelIntfConfig final : public IntfConfig::NotifieeConst {
+ public:
+  KelIntfConfig(Kel::Ptr<IntfConfig const> config, KelVlanConfig* owner) : owner_(owner) {
+    watch(std::move(config));
+  }
+
+  void onTagged() override;
+
+ private:
+  KelVlanConfig* owner_;
+};
+
+class DefaultVlanSm::KelVlanConfig final : public VlanConfig::NotifieeConst {
+ public:
+  KelVlanConfig(Kel::Ptr<VlanConfig const> config, DefaultVlanSm* owner) : owner_(owner) {
+    watch(std::move(config));
+    handleIntf();
+  }
+
+  void notifierIs(Kel::Ptr<VlanConfig const> config) override {
+    NotifieeConst::notifierIs(std::move(config));
+    handleIntf();
+  }
+  void hasNotificationActiveIs(bool active) override {
+    NotifieeConst::hasNotificationActiveIs(active);
+    intfConfig_.hasNotificationActiveIs(active);
+  }
+  void kelDoZombieReactors(bool zombie) override {
+    NotifieeConst::kelDoZombieReactors(zombie);
+    intfConfig_.kelDoZombieReactors(zombie);
+  }
+
+  void onIntfConfig(IntfId intf) override {
+    if (notificationActive()) handleIntf(intf);
+  }
+  void onIntfConfigkelImmediate() override {
+    if (notificationActive()) handleIntf();
+  }
+
+  void handleIntf() {
+    intfConfig_.reconcile(
+        notifier()->intfConfig(), [&](auto const& config) { handleIntf(config->intfId()); },
+        [&](IntfId const& intf) { handleIntf(intf); });
+  }
+
+  void handleIntf(IntfId intf) {
+    auto const config = notifier()->intfConfig(intf);
+    if (config)
+      intfConfig_.watch(intf, config, [&] { return Kel::make<KelIntfConfig>(config, this); });
+    else
+      intfConfig_.del(intf);
+    owner_->untaggedIs(intf, notifier()->vlanId(), config && !config->tagged());
+  }
+
+  /// The VLAN is no longer there, and no interface is in it.
+  void handleDelete() {
+    for (IntfId const& intf : intfConfig_.keys())
+      owner_->untaggedIs(intf, notifier()->vlanId(), false);
+  }
+
+ private:
+  DefaultVlanSm* owner_;
+  Kel::Reactors<IntfId, KelIntfConfig> intfConfig_;
+};
+
+void DefaultVlanSm::KelIntfConfig::onTagged() {
+  if (notificationActive()) owner_->handleIntf(notifier()->intfId());
+}
+
+DefaultVlanSm::DefaultVlanSm(Kel::Ptr<Bridging::Config const> bridgingConfig,
+                             Wirex::PortVlanPamManager* manager)
+    : manager_(manager) {
+  Kel::nonNull(bridgingConfig, "Bridging::IgmpSnooping::DefaultVlanSm", "bridgingConfig");
+  bridgingConfig_ = Kel::make<KelBridgingConfig>(std::move(bridgingConfig), this);
+  handleVlan();
+}
+
+DefaultVlanSm::~DefaultVlanSm() {
+  DefaultVlanSm::kelDoZombieReactors(true);
+}
+
+Kel::Ptr<Bridging::Config const> const& DefaultVlanSm::bridgingConfig() const {
+  return bridgingConfig_->notifier();
+}
+
+void DefaultVlanSm::hasNotificationActiveIs(bool active) {
+  bridgingConfig_->hasNotificationActiveIs(active);
+  vlanConfig_.hasNotificationActiveIs(active);
+}
+
+void DefaultVlanSm::kelDoZombieReactors(bool zombie) {
+  bridgingConfig_->kelDoZombieReactors(zombie);
+  vlanConfig_.kelDoZombieReactors(zombie);
+}
+
+void DefaultVlanSm::handleVlan() {
+  vlanConfig_.reconcile(
+      bridgingConfig()->vlanConfig(), [&](auto const& config) { handleVlan(config->vlanId()); },
+      [&](VlanId vlan) { handleVlan(vlan); });
+}
+
+void DefaultVlanSm::handleVlan(VlanId vlan) {
+  if (auto const config = bridgingConfig()->vlanConfig(vlan)) {
+    vlanConfig_.watch(vlan, config, [&] { return Kel::make<KelVlanConfig>(config, this); });
+  } else if (auto const gone = vlanConfig_.get(vlan)) {
+    vlanConfig_.del(vlan);
+    gone->handleDelete();
+  }
+}
+
+void DefaultVlanSm::untaggedIs(IntfId const& intf, VlanId vlan, bool untagged) {
+  auto& vlans = untaggedVlans_[intf];
+  if (untagged)
+    vlans.insert(vlan);
+  else
+    vlans.erase(vlan);
+  if (!vlans.empty()) {
+    manager_->defaultVlanIs(intf, *vlans.begin());
+  } else {
+    untaggedVlans_.erase(intf);
+    manager_->defaultVlanIs(intf, std::nullopt);
+  }
+}
+
+}  // namespace Bridging::IgmpSnooping
