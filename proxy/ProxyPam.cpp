@@ -1,0 +1,283 @@
+#include "proxy/ProxyPam.h"
+
+#include <array>
+#include <utility>
+
+#include "framework/kel/Assertion.h"
+#include "framework/kel/Exception.h"
+#include "framework/kel/Trace.h"
+#include "platform/interface/MultiplexerBinding.h"
+#include "platform/wirex/PktManager.h"
+#include "proxy/ReceiveFilter.h"
+
+KEL_TRACE_MODULE("IgmpSnooping::Proxy::Pam", "ProxyPam")
+
+namespace Bridging::IgmpSnooping::Proxy {
+
+using Wirex::IntfId;
+
+Kel::Ptr<ProxyPamManager> proxyPamManagerFactory(
+    Kel::Ptr<Bridging::Config const> bridgingConfig,
+    Kel::Ptr<Interface::PamDesiredIntfDir const> pamDesiredIntfDir,
+    Kel::Ptr<PortVlanMapping const> portVlanMap,
+    Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir) {
+  return ProxyPamManager::ProxyPamManagerIs(std::move(bridgingConfig), std::move(pamDesiredIntfDir),
+                                            std::move(portVlanMap), std::move(kernelIntfStatusDir));
+}
+
+// ---- ProxyIntfFilter
+
+class ProxyIntfFilter::KelPamDir final : public Interface::PamDesiredIntfDir::NotifieeConst {
+ public:
+  KelPamDir(Kel::Ptr<Interface::PamDesiredIntfDir const> pamDir, ProxyIntfFilter* owner)
+      : owner_(owner) {
+    watch(std::move(pamDir));
+  }
+
+  void onIntfDesired(IntfId intfId) override {
+    if (notificationActive()) owner_->handlePort(std::move(intfId));
+  }
+
+ private:
+  ProxyIntfFilter* owner_;
+};
+
+class ProxyIntfFilter::KelPortVlanMap final : public PortVlanMapping::NotifieeConst {
+ public:
+  KelPortVlanMap(Kel::Ptr<PortVlanMapping const> portVlanMap, ProxyIntfFilter* owner)
+      : owner_(owner) {
+    watch(std::move(portVlanMap));
+  }
+
+  void onPortInfo(IntfId intfId) override {
+    if (notificationActive()) owner_->handlePort(std::move(intfId));
+  }
+
+ private:
+  ProxyIntfFilter* owner_;
+};
+
+ProxyIntfFilter::ProxyIntfFilter(Kel::Ptr<Interface::PamDesiredIntfDir const> pamDir,
+                                 Kel::Ptr<PortVlanMapping const> portVlanMap,
+                                 Kel::Ptr<Interface::PamDesiredIntfDir> desiredIntfDir)
+    : pamDir_(Kel::make<KelPamDir>(std::move(pamDir), this)),
+      portVlanMap_(Kel::make<KelPortVlanMap>(std::move(portVlanMap), this)),
+      desiredIntfDir_(std::move(desiredIntfDir)) {
+  handlePort();
+  initializedIs(true);
+}
+
+ProxyIntfFilter::~ProxyIntfFilter() {
+  ProxyIntfFilter::kelDoZombieReactors(true);
+}
+
+Kel::Ptr<Interface::PamDesiredIntfDir const> const& ProxyIntfFilter::pamDir() const {
+  return pamDir_->notifier();
+}
+
+Kel::Ptr<PortVlanMapping const> const& ProxyIntfFilter::portVlanMap() const {
+  return portVlanMap_->notifier();
+}
+
+void ProxyIntfFilter::hasNotificationActiveIs(bool active) {
+  pamDir_->hasNotificationActiveIs(active);
+  portVlanMap_->hasNotificationActiveIs(active);
+}
+
+void ProxyIntfFilter::kelDoZombieReactors(bool zombie) {
+  pamDir_->kelDoZombieReactors(zombie);
+  portVlanMap_->kelDoZombieReactors(zombie);
+}
+
+void ProxyIntfFilter::handlePort() {
+  KEL_ASSERT(pamDir(), "pamDir()");
+  KEL_ASSERT(portVlanMap(), "portVlanMap()");
+  KEL_TRACE(8, "void Bridging::IgmpSnooping::Proxy::ProxyIntfFilter::handlePort()");
+  for (IntfId const& intfId : pamDir()->intfDesired().keys()) handlePort(intfId);
+  for (IntfId const& intfId : portVlanMap()->portInfo().keys()) handlePort(intfId);
+}
+
+void ProxyIntfFilter::handlePort(IntfId intfId) {
+  KEL_TRACE(8, "void Bridging::IgmpSnooping::Proxy::ProxyIntfFilter::handlePort(Wirex::IntfId)("
+                   << intfId << ')');
+  if (pamDir()->intfDesired(intfId) && portVlanMap()->portInfo(intfId)) {
+    KEL_TRACE(7, "Desired Intf " << intfId);
+    desiredIntfDir_->intfDesiredIs(intfId, true);
+  } else {
+    KEL_TRACE(7, "Not a Desired Intf " << intfId);
+    desiredIntfDir_->intfDesiredDel(intfId);
+  }
+}
+
+// ---- EthDevPamSm
+
+class EthDevPamSm::KelEthDevPamCol final : public Interface::EthDevPamCollection::NotifieeConst {
+ public:
+  KelEthDevPamCol(Kel::Ptr<Interface::EthDevPamCollection const> collection, EthDevPamSm* owner)
+      : owner_(owner) {
+    watch(std::move(collection));
+  }
+
+  void onIntfPam(IntfId intfId) override {
+    if (notificationActive()) owner_->handleEthDevPam(std::move(intfId));
+  }
+
+ private:
+  EthDevPamSm* owner_;
+};
+
+EthDevPamSm::EthDevPamSm(Kel::Ptr<Interface::EthDevPamCollection const> ethDevPamCol,
+                         Wirex::PortVlanPamManager* parent)
+    : parent_(parent) {
+  Kel::nonNull(ethDevPamCol, "Bridging::IgmpSnooping::Proxy::EthDevPamSm", "ethDevPamCol");
+  ethDevPamCol_ = Kel::make<KelEthDevPamCol>(std::move(ethDevPamCol), this);
+  handleEthDevPam();
+}
+
+EthDevPamSm::~EthDevPamSm() {
+  EthDevPamSm::kelDoZombieReactors(true);
+}
+
+Kel::Ptr<Interface::EthDevPamCollection const> const& EthDevPamSm::ethDevPamCol() const {
+  return ethDevPamCol_->notifier();
+}
+
+void EthDevPamSm::hasNotificationActiveIs(bool active) {
+  ethDevPamCol_->hasNotificationActiveIs(active);
+}
+
+void EthDevPamSm::kelDoZombieReactors(bool zombie) {
+  ethDevPamCol_->kelDoZombieReactors(zombie);
+}
+
+void EthDevPamSm::handleEthDevPam() {
+  KEL_TRACE(8, "void Bridging::IgmpSnooping::Proxy::EthDevPamSm::handleEthDevPam()");
+  for (IntfId const& intfId : ethDevPamCol()->intfPam().keys()) handleEthDevPam(intfId);
+}
+
+void EthDevPamSm::handleEthDevPam(IntfId intfId) {
+  KEL_TRACE(8, "void Bridging::IgmpSnooping::Proxy::EthDevPamSm::handleEthDevPam(Wirex::IntfId)("
+                   << intfId << ')');
+  Interface::bindMultiplexer(*ethDevPamCol(), *parent_, intfId);
+}
+
+// ---- ProxyPamManager
+
+Kel::Ptr<ProxyPamManager> ProxyPamManager::ProxyPamManagerIs(
+    Kel::Ptr<Bridging::Config const> bridgingConfig,
+    Kel::Ptr<Interface::PamDesiredIntfDir const> pamDesiredIntfDir,
+    Kel::Ptr<PortVlanMapping const> portVlanMap,
+    Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir) {
+  return Kel::make<ProxyPamManager>(std::move(bridgingConfig), std::move(pamDesiredIntfDir),
+                                    std::move(portVlanMap), std::move(kernelIntfStatusDir));
+}
+
+ProxyPamManager::ProxyPamManager(Kel::Ptr<Bridging::Config const> bridgingConfig,
+                                 Kel::Ptr<Interface::PamDesiredIntfDir const> pamDesiredIntfDir,
+                                 Kel::Ptr<PortVlanMapping const> portVlanMap,
+                                 Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir)
+    : PortVlanPamManager("ProxyPamManager"),
+      bridgingConfig_(std::move(bridgingConfig)),
+      pamDesiredIntfDir_(std::move(pamDesiredIntfDir)),
+      portVlanMap_(std::move(portVlanMap)),
+      kernelIntfStatusDir_(std::move(kernelIntfStatusDir)),
+      pamCol_(Kel::make<PamCol>()) {
+  handleInitialized();
+}
+
+ProxyPamManager::~ProxyPamManager() {
+  handleCleanup();
+  ProxyPamManager::kelDoZombieReactors(true);
+}
+
+void ProxyPamManager::handleInitialized() {
+  KEL_TRACE(8, "void Bridging::IgmpSnooping::Proxy::ProxyPamManager::handleInitialized()");
+  proxyPamDesired_ = Kel::make<Interface::PamDesiredIntfDir>("ProxyPamManager");
+  ethDevPamCol_ = Kel::make<Interface::EthDevPamCollection>("ProxyEthDevPamCol");
+  ethDevPamSm_ = Kel::make<EthDevPamSm>(ethDevPamCol_, this);
+  proxyIntfFilter_ = Kel::make<ProxyIntfFilter>(pamDesiredIntfDir_, portVlanMap_, proxyPamDesired_);
+  ethDevPamMgr_ =
+      Kel::make<Interface::EthDevPamManager>(proxyPamDesired_, ethDevPamCol_, kernelIntfStatusDir_);
+  configureReception();
+  defaultVlanSm_ = Kel::make<DefaultVlanSm>(bridgingConfig_, this);
+  ethDevPamMgr_->enabledIs(true);
+  initializedIs(true);
+}
+
+void ProxyPamManager::configureReception() {
+  constexpr std::size_t bufferSize = 10004;   // a jumbo frame and what goes before it
+  constexpr std::uint16_t everyProtocol = 3;  // ETH_P_ALL: tagged frames are no ETH_P_IP
+  Wirex::PktManager::instance().bufferSizeIs(bufferSize);
+  ethDevPamMgr_->bufferSizeIs(bufferSize);
+  ethDevPamMgr_->protocolIs(everyProtocol);
+  ethDevPamMgr_->filterIs(receiveFilter.size(), receiveFilter.data());
+}
+
+void ProxyPamManager::handleCleanup() {
+  KEL_TRACE(8, "void Bridging::IgmpSnooping::Proxy::ProxyPamManager::handleCleanup()");
+  ethDevPamMgr_->enabledIs(false);
+}
+
+void ProxyPamManager::hasNotificationActiveIs(bool active) {
+  ethDevPamSm_->hasNotificationActiveIs(active);
+  proxyIntfFilter_->hasNotificationActiveIs(active);
+  ethDevPamMgr_->hasNotificationActiveIs(active);
+  defaultVlanSm_->hasNotificationActiveIs(active);
+}
+
+void ProxyPamManager::kelDoZombieReactors(bool zombie) {
+  ethDevPamSm_->kelDoZombieReactors(zombie);
+  proxyIntfFilter_->kelDoZombieReactors(zombie);
+  ethDevPamMgr_->kelDoZombieReactors(zombie);
+  defaultVlanSm_->kelDoZombieReactors(zombie);
+}
+
+void ProxyPamManager::pamColIs(PortKey const& key, Wirex::VlanPam::Ptr const& pam) {
+  Kel::nonNull(pam, "Bridging::IgmpSnooping::Proxy::ProxyPamManager", "pamCol");
+  pamCol_->entries_.put(*pamCol_, key, pam);
+}
+
+Wirex::VlanPam::Ptr ProxyPamManager::portVlanPamIs(PortKey const& key) {
+  KEL_TRACE(8,
+            "Wirex::VlanPam::Ptr Bridging::IgmpSnooping::Proxy::ProxyPamManager::portVlanPamIs("
+            "const Bridging::IgmpSnooping::Proxy::PortKey&) "
+                << key);
+  if (auto const present = pamCol(key)) return present;
+  KEL_TRACE(5, "Creating VlanPam ");
+  auto const plex = multiplexer(key.intfId());
+  KEL_ASSERT(plex, "plex");
+  auto const pam = Kel::make<Wirex::VlanPam>(Kel::format("%d", key.vlanId().value()), plex);
+  plex->vlanIs(key.vlanId(), 0);
+  pamColIs(key, pam);
+  return pam;
+}
+
+void ProxyPamManager::doRxPkt(VlanId vlanId, IntfId intfId, Wirex::Pkt::PtrConst const& pkt) {
+  KEL_TRACE(8,
+            "virtual void Bridging::IgmpSnooping::Proxy::ProxyPamManager::doRxPkt("
+            "Bridging::VlanId, Wirex::IntfId, const Ptr&) "
+                << vlanId << ' ' << intfId);
+  if (auto const pam = portVlanPam(PortKey(vlanId, std::move(intfId)))) pam->inputPktIs(pkt);
+}
+
+bool ProxyPamManager::tagOnEgress(VlanId vlanId, IntfId intfId) const {
+  auto const* const vlan = bridgingConfig_->vlanConfig().find(vlanId);
+  auto const* const intf = vlan ? vlan->intfConfig().find(intfId) : nullptr;
+  return intf && intf->tagged();
+}
+
+char const* ProxyPamManager::attributeString(std::uint32_t attributeId) const {
+  constexpr std::array names{
+      "bridgingConfig",      "pamDesiredIntfDir", "portVlanMap",
+      "kernelIntfStatusDir", "ethDevPamCol",      "pamCol",
+      "proxyPamDesired",     "ethDevPamSm",       "proxyIntfFilter",
+      "ethDevPamMgr",        "defaultVlanSm",     "initialized",
+      "portVlanPam",         "portVlanPamIs",     "portVlanPamDel",
+      "handleInitialized",   "handleCleanup",
+  };
+  if (attributeId < attributes) return PortVlanPamManager::attributeString(attributeId);
+  std::uint32_t const own = attributeId - attributes;
+  return own < names.size() ? names[own] : "unknown";
+}
+
+}  // namespace Bridging::IgmpSnooping::Proxy
