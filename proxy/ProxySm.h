@@ -1,0 +1,432 @@
+#pragma once
+
+#include <cstdint>
+
+#include "framework/entities/AdapterVlanConfig.h"
+#include "framework/entities/BridgingConfig.h"
+#include "framework/entities/DeviceIntfStatus.h"
+#include "framework/entities/IgmpContextStatus.h"
+#include "framework/entities/IgmpProtocolConfig.h"
+#include "framework/entities/LibVlanState.h"
+#include "framework/entities/PortVlanMapping.h"
+#include "framework/entities/PrivateVlanState.h"
+#include "framework/entities/QuerierConfig.h"
+#include "framework/kel/Reactors.h"
+#include "platform/horix/TimerWheel.h"
+#include "platform/igmp/IgmpHost.h"
+#include "platform/igmp/IgmpHostDirSm.h"
+#include "proxy/ProxyAdapterSm.h"
+#include "proxy/ProxyPam.h"
+
+/// Proxy control. The proxy decides per VLAN, the VLAN machine per port, and the port machine keeps
+/// the port's host:
+///
+///     ProxySm ──┬── ProxyVlanSm per proxied VLAN ── ProxyPortSm per served port ── IgmpHost
+///               └── AdapterVlanConfig and AdapterSm per proxied VLAN that is no secondary one
+///
+/// All three are driven by the entities they watch, inside the call that changes those.
+namespace Bridging::IgmpSnooping::Proxy {
+
+/// Owns the IGMP host of one port in one VLAN: makes and configures it, keeps its version in step
+/// with the VLAN's querier, and takes it away, with its packet access and its place in the port's
+/// VLANs, when it goes.
+class KEL_EXPORT ProxyPortSm : public Kel::PtrInterface {
+ public:
+  using ProtocolConfig = Gmp::Igmp::QuerierConfig;
+
+  static Kel::Ptr<ProxyPortSm> ProxyPortSmIs(
+      Wirex::IntfId intfId, VlanId vlanId, Kel::Ptr<Igmp::QuerierConfig const> querierVlanConfig,
+      Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
+      Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir,
+      Kel::Ptr<ProxyPamManager> pamManager, Kel::Ptr<PortVlanMapping> portVlanMap,
+      Kel::Ptr<Horix::TimerWheel const> timerWheel);
+
+  ProxyPortSm(Wirex::IntfId intfId, VlanId vlanId,
+              Kel::Ptr<Igmp::QuerierConfig const> querierVlanConfig,
+              Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
+              Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir,
+              Kel::Ptr<ProxyPamManager> pamManager, Kel::Ptr<PortVlanMapping> portVlanMap,
+              Kel::Ptr<Horix::TimerWheel const> timerWheel);
+  ~ProxyPortSm() override;
+
+  /// For find-or-create: throws Kel::NameInUseException where an argument differs.
+  void requireConstructedWith(
+      VlanId vlanId, Kel::Ptr<Igmp::QuerierConfig const> const& querierVlanConfig,
+      Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir,
+      Kel::Ptr<Interface::DeviceIntfStatusDir const> const& kernelIntfStatusDir,
+      Kel::Ptr<ProxyPamManager> const& pamManager, Kel::Ptr<PortVlanMapping> const& portVlanMap,
+      Kel::Ptr<Horix::TimerWheel const> const& timerWheel) const;
+
+  Wirex::IntfId const& intfId() const { return intfId_; }
+  VlanId vlanId() const { return vlanId_; }
+  Kel::Ptr<Igmp::QuerierConfig const> const& querierVlanConfig() const;
+  Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir() const { return igmpHostDir_; }
+  Kel::Ptr<Interface::DeviceIntfStatusDir const> const& kernelIntfStatusDir() const {
+    return kernelIntfStatusDir_;
+  }
+  Kel::Ptr<ProxyPamManager> const& pamManager() const { return pamManager_; }
+  Kel::Ptr<PortVlanMapping> const& portVlanMap() const { return portVlanMap_; }
+  Kel::Ptr<Horix::TimerWheel const> const& timerWheel() const { return timerWheel_; }
+
+  /// The host's key, whose text is the host's name.
+  PortKey const& portKey() const { return portKey_; }
+  void portKeyIs(PortKey const& key) { portKey_ = key; }
+
+  Kel::Ptr<Igmp::IgmpHost> const& igmpHost() const { return igmpHost_; }
+  void igmpHostIs(Kel::Ptr<Igmp::IgmpHost> const& host);
+
+  bool blocked() const { return blocked_; }
+  void blockedIs(bool blocked);
+
+  AllowedTrafficDirection direction() const { return direction_; }
+  void directionIs(AllowedTrafficDirection direction);
+
+  /// The querier's protocol configuration; may be null.
+  Kel::Ptr<ProtocolConfig const> const& innerQuerierConfig() const;
+  void innerQuerierConfigIs(Kel::Ptr<ProtocolConfig const> const& config);
+
+  bool initialized() const { return initialized_; }
+  void initializedIs(bool initialized) { initialized_ = initialized; }
+
+  void handleInitialized();
+  /// Connects the host with its packet access, or disconnects it while the port has no multiplexer.
+  void updateHostPam();
+  void handleBlocked();
+  void handleDirection();
+  void handleIgmpVersion();
+  void handleCleanup();
+
+  void hasNotificationActiveIs(bool active) override;
+  void kelDoZombieReactors(bool zombie) override;
+
+ private:
+  class KelQuerierVlanConfig;
+  class KelInnerQuerierConfig;
+
+  void configureHost();
+
+  Wirex::IntfId intfId_;
+  VlanId vlanId_;
+  bool blocked_ = false;
+  bool initialized_ = false;
+  AllowedTrafficDirection direction_{};
+  Kel::Ptr<KelQuerierVlanConfig> querierVlanConfig_;
+  Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir_;
+  Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir_;
+  Kel::Ptr<ProxyPamManager> pamManager_;
+  Kel::Ptr<PortVlanMapping> portVlanMap_;
+  Kel::Ptr<Horix::TimerWheel const> timerWheel_;
+  PortKey portKey_;
+  Kel::Ptr<Igmp::IgmpHost> igmpHost_;
+  Kel::Ptr<KelInnerQuerierConfig> innerQuerierConfig_;
+};
+
+/// Decides which ports of a proxied VLAN have a host: those that are members of its topology and
+/// that the kernel has. Publishes their keys to the adapter, and relays to each port machine what
+/// the topology says of its port.
+class KEL_EXPORT ProxyVlanSm : public Kel::PtrInterface {
+ public:
+  using TopoVlan = Topology::Library::Vlan::TopoVlan;
+  using TopoPort = Topology::Library::Vlan::Port;
+  class KelProxyTopoPort;
+
+  static Kel::Ptr<ProxyVlanSm> ProxyVlanSmIs(
+      VlanId vlanId, Kel::Ptr<Igmp::QuerierConfig const> querierVlanConfig,
+      Kel::Ptr<TopoVlan const> topoVlan, Kel::Ptr<ProxyPamManager> pamManager,
+      Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
+      Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir,
+      Kel::Ptr<PortVlanMapping> portVlanMap, Kel::Ptr<AdapterVlanConfig> adapterConfig,
+      Kel::Ptr<Horix::TimerWheel const> timerWheel);
+
+  /// @param adapterConfig null for a secondary VLAN whose primary is not proxied: its hosts then
+  /// have no adapter.
+  ProxyVlanSm(VlanId vlanId, Kel::Ptr<Igmp::QuerierConfig const> querierVlanConfig,
+              Kel::Ptr<TopoVlan const> topoVlan, Kel::Ptr<ProxyPamManager> pamManager,
+              Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
+              Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir,
+              Kel::Ptr<PortVlanMapping> portVlanMap, Kel::Ptr<AdapterVlanConfig> adapterConfig,
+              Kel::Ptr<Horix::TimerWheel const> timerWheel);
+  /// The keys of the hosts stay in the adapter configuration.
+  ~ProxyVlanSm() override;
+
+  /// For find-or-create: throws Kel::NameInUseException where an argument differs.
+  void requireConstructedWith(
+      Kel::Ptr<Igmp::QuerierConfig const> const& querierVlanConfig,
+      Kel::Ptr<TopoVlan const> const& topoVlan, Kel::Ptr<ProxyPamManager> const& pamManager,
+      Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir,
+      Kel::Ptr<Interface::DeviceIntfStatusDir const> const& kernelIntfStatusDir,
+      Kel::Ptr<PortVlanMapping> const& portVlanMap,
+      Kel::Ptr<AdapterVlanConfig> const& adapterConfig,
+      Kel::Ptr<Horix::TimerWheel const> const& timerWheel) const;
+
+  VlanId vlanId() const { return vlanId_; }
+  Kel::Ptr<Igmp::QuerierConfig const> const& querierVlanConfig() const {
+    return querierVlanConfig_;
+  }
+  Kel::Ptr<TopoVlan const> const& topoVlan() const;
+  Kel::Ptr<ProxyPamManager> const& pamManager() const { return pamManager_; }
+  Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir() const { return igmpHostDir_; }
+  Kel::Ptr<Interface::DeviceIntfStatusDir const> const& kernelIntfStatusDir() const;
+  Kel::Ptr<PortVlanMapping> const& portVlanMap() const { return portVlanMap_; }
+  Kel::Ptr<AdapterVlanConfig> const& adapterConfig() const { return adapterConfig_; }
+  Kel::Ptr<Horix::TimerWheel const> const& timerWheel() const { return timerWheel_; }
+
+  /// One machine per served port.
+  Kel::OwnedMembers<Wirex::IntfId, ProxyPortSm> const& portSm() const { return portSm_; }
+  Kel::Ptr<ProxyPortSm> portSm(Wirex::IntfId const& intfId) const { return portSm_.get(intfId); }
+  Kel::Ptr<ProxyPortSm> portSmIs(
+      Wirex::IntfId const& intfId, VlanId vlanId,
+      Kel::Ptr<Igmp::QuerierConfig const> const& querierVlanConfig,
+      Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir,
+      Kel::Ptr<Interface::DeviceIntfStatusDir const> const& kernelIntfStatusDir,
+      Kel::Ptr<ProxyPamManager> const& pamManager, Kel::Ptr<PortVlanMapping> const& portVlanMap,
+      Kel::Ptr<Horix::TimerWheel const> const& timerWheel);
+  void portSmDel(Wirex::IntfId const& intfId) { portSm_.del(intfId); }
+  void portSmDelAll() { portSm_.delAll(); }
+
+  /// One watcher per member port of the topology, served or not.
+  Kel::Reactors<Wirex::IntfId, KelProxyTopoPort> const& proxyTopoPort() const {
+    return proxyTopoPort_;
+  }
+  Kel::Ptr<KelProxyTopoPort> proxyTopoPort(Wirex::IntfId const& intfId) const;
+  Kel::Ptr<KelProxyTopoPort> proxyTopoPortIs(Kel::Ptr<TopoPort const> const& port);
+  void proxyTopoPortDel(Wirex::IntfId const& intfId);
+  void proxyTopoPortDelAll();
+
+  bool initialized() const { return initialized_; }
+  void initializedIs(bool initialized) { initialized_ = initialized; }
+
+  void handleInitialized();
+  /// Decides for every member port.
+  void handlePort();
+  /// Decides whether a port has a host.
+  void handlePort(Wirex::IntfId intfId);
+  /// The port's multiplexer came or went.
+  void handleHostPam(Wirex::IntfId intfId);
+
+  void hasNotificationActiveIs(bool active) override;
+  void kelDoZombieReactors(bool zombie) override;
+
+ private:
+  class KelTopoVlan;
+  class KelKernelIntfStatusDir;
+
+  bool isServed(Wirex::IntfId const& intfId) const;
+  void serve(Wirex::IntfId const& intfId, PortKey const& key);
+  void unserve(Wirex::IntfId const& intfId, PortKey const& key);
+  void reconcileTopoPorts();
+
+  VlanId vlanId_;
+  bool initialized_ = false;
+  Kel::Ptr<Igmp::QuerierConfig const> querierVlanConfig_;
+  Kel::Ptr<KelTopoVlan> topoVlan_;
+  Kel::Ptr<ProxyPamManager> pamManager_;
+  Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir_;
+  Kel::Ptr<KelKernelIntfStatusDir> kernelIntfStatusDir_;
+  Kel::Ptr<PortVlanMapping> portVlanMap_;
+  Kel::Ptr<AdapterVlanConfig> adapterConfig_;
+  Kel::Ptr<Horix::TimerWheel const> timerWheel_;
+  Kel::OwnedMembers<Wirex::IntfId, ProxyPortSm> portSm_;
+  Kel::Reactors<Wirex::IntfId, KelProxyTopoPort> proxyTopoPort_;
+};
+
+/// Watches a member port of the topology for the port's machine, if it has one.
+class KEL_EXPORT ProxyVlanSm::KelProxyTopoPort final : public TopoPort::NotifieeConst {
+ public:
+  KelProxyTopoPort(Kel::Ptr<TopoPort const> port, ProxyVlanSm* proxyVlanSm);
+
+  Wirex::IntfId const& intfId() const { return notifier()->intfId(); }
+  Wirex::IntfId const& fwkKey() const { return intfId(); }
+
+  void notifierIs(Kel::Ptr<TopoPort const> port) override;
+  void onBlocked() override;
+  void onAllowedTrafficDirection() override;
+
+  void handleTopoPortBlocked();
+  void handleTopoPortDirection();
+
+ private:
+  bool isStale() const;
+
+  ProxyVlanSm* proxyVlanSm_;
+};
+
+/// The proxy: decides VLAN by VLAN, from the snooping configuration, the queriers and the private
+/// VLANs, whether the VLAN is proxied, and owns everything that proxying it needs. The agent makes
+/// one, through `proxySmFactory`, and drops it to stop.
+class KEL_EXPORT ProxySm : public Kel::PtrInterface {
+ public:
+  static Kel::Ptr<ProxySm> ProxySmIs(
+      Kel::Ptr<IgmpProtocolConfig const> protocolConfig,
+      Kel::Ptr<Topology::Library::Vlan::LibVlanState const> topoVlanState,
+      Kel::Ptr<PrivateVlanLib::LibState const> pVlanLib,
+      Kel::Ptr<Interface::PamDesiredIntfDir> pamDesiredIntfDir,
+      Kel::Ptr<Igmp::QuerierConfigDir> querierConfigDir, Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
+      Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir,
+      Kel::Ptr<Bridging::Config const> bridgingConfig,
+      Kel::Ptr<IgmpProtocolStatus const> coreStatusDir,
+      Kel::Ptr<Horix::TimerWheel const> timerWheel);
+
+  ProxySm(Kel::Ptr<IgmpProtocolConfig const> protocolConfig,
+          Kel::Ptr<Topology::Library::Vlan::LibVlanState const> topoVlanState,
+          Kel::Ptr<PrivateVlanLib::LibState const> pVlanLib,
+          Kel::Ptr<Interface::PamDesiredIntfDir> pamDesiredIntfDir,
+          Kel::Ptr<Igmp::QuerierConfigDir> querierConfigDir,
+          Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
+          Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir,
+          Kel::Ptr<Bridging::Config const> bridgingConfig,
+          Kel::Ptr<IgmpProtocolStatus const> coreStatusDir,
+          Kel::Ptr<Horix::TimerWheel const> timerWheel);
+  ~ProxySm() override;
+
+  Kel::Ptr<IgmpProtocolConfig const> const& protocolConfig() const;
+  Kel::Ptr<Topology::Library::Vlan::LibVlanState const> const& topoVlanState() const {
+    return topoVlanState_;
+  }
+  Kel::Ptr<PrivateVlanLib::LibState const> const& pVlanLib() const;
+  Kel::Ptr<Interface::PamDesiredIntfDir> const& pamDesiredIntfDir() const {
+    return pamDesiredIntfDir_;
+  }
+  Kel::Ptr<Igmp::QuerierConfigDir> const& querierConfigDir() const;
+  Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir() const { return igmpHostDir_; }
+  Kel::Ptr<Interface::DeviceIntfStatusDir const> const& kernelIntfStatusDir() const {
+    return kernelIntfStatusDir_;
+  }
+  Kel::Ptr<Bridging::Config const> const& bridgingConfig() const { return bridgingConfig_; }
+  Kel::Ptr<IgmpProtocolStatus const> const& coreStatusDir() const { return coreStatusDir_; }
+  Kel::Ptr<Horix::TimerWheel const> const& timerWheel() const { return timerWheel_; }
+
+  class KelContext;
+
+  /// The reactor on a VLAN's configuration entry, or null.
+  Kel::Ptr<KelContext> context(VlanId vlan) const;
+  Kel::Ptr<KelContext> contextIs(Kel::Ptr<IgmpContextConfig const> const& config);
+  void contextDel(VlanId vlan);
+
+  /// One machine per proxied VLAN, secondary ones included.
+  Kel::OwnedMembers<VlanId, ProxyVlanSm> const& vlanSm() const { return vlanSm_; }
+  Kel::Ptr<ProxyVlanSm> vlanSm(VlanId vlan) const { return vlanSm_.get(vlan); }
+  Kel::Ptr<ProxyVlanSm> vlanSmIs(
+      VlanId vlan, Kel::Ptr<Igmp::QuerierConfig const> const& querierConfig,
+      Kel::Ptr<Topology::Library::Vlan::TopoVlan const> const& topoVlan,
+      Kel::Ptr<ProxyPamManager> const& pamManager, Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir,
+      Kel::Ptr<Interface::DeviceIntfStatusDir const> const& kernelIntfStatusDir,
+      Kel::Ptr<PortVlanMapping> const& portVlanMap,
+      Kel::Ptr<AdapterVlanConfig> const& adapterConfig,
+      Kel::Ptr<Horix::TimerWheel const> const& timerWheel);
+  void vlanSmDel(VlanId vlan) { vlanSm_.del(vlan); }
+
+  /// One per proxied VLAN that is no secondary one.
+  Kel::OwnedMembers<VlanId, AdapterVlanConfig> const& adapterConfig() const {
+    return adapterConfig_;
+  }
+  Kel::Ptr<AdapterVlanConfig> adapterConfig(VlanId vlan) const { return adapterConfig_.get(vlan); }
+  /// A new one gets its adapter with it.
+  Kel::Ptr<AdapterVlanConfig> adapterConfigIs(VlanId vlan);
+  void adapterConfigDel(VlanId vlan);
+
+  /// One for each adapter configuration.
+  Kel::OwnedMembers<VlanId, AdapterSm> const& adapterSm() const { return adapterSm_; }
+  Kel::Ptr<AdapterSm> adapterSm(VlanId vlan) const { return adapterSm_.get(vlan); }
+  Kel::Ptr<AdapterSm> adapterSmIs(VlanId vlan,
+                                  Kel::Ptr<AdapterVlanConfig const> const& adapterConfig,
+                                  Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir,
+                                  Kel::Ptr<IgmpContextStatus const> const& contextStatus);
+  void adapterSmDel(VlanId vlan) { adapterSm_.del(vlan); }
+
+  Kel::Ptr<PortVlanMapping> const& portVlanMap() const { return portVlanMap_; }
+  Kel::Ptr<ProxyPamManager> const& pamManager() const;
+  Kel::Ptr<Igmp::IgmpHostStatusDir> const& igmpHostStatusDir() const { return igmpHostStatusDir_; }
+  Kel::Ptr<Igmp::IgmpHostDirSm> const& igmpHostDirSm() const { return igmpHostDirSm_; }
+
+  /// Of the hosts' reports, in bytes. Nothing depends on it yet.
+  static constexpr std::uint32_t mtuDefault = 1500;
+  std::uint32_t mtu() const { return mtu_; }
+  void mtuIs(std::uint32_t mtu) { mtu_ = mtu; }
+
+  /// For the owner's use; the proxy neither reads nor writes it.
+  Kel::String const& vlanName() const { return vlanName_; }
+  void vlanNameIs(Kel::String const& name) { vlanName_ = name; }
+
+  bool initialized() const { return initialized_; }
+  void initializedIs(bool initialized) { initialized_ = initialized; }
+
+  void handleInitialized();
+  void handleVlan();
+  /// Decides whether a VLAN is proxied.
+  void handleVlan(VlanId vlan);
+  /// The adapter configuration that serves a VLAN's hosts: its own, made if need be, or for a
+  /// secondary VLAN its primary's, which may be null.
+  Kel::Ptr<AdapterVlanConfig> getOrCreateAdapterConfig(VlanId vlan);
+  void handleAdapterConfig(VlanId vlan);
+  void handleQuerierConfig(Kel::String name);
+  void handlePam();
+  /// A port's multiplexer came or went.
+  void handlePam(Wirex::IntfId intfId);
+
+  void hasNotificationActiveIs(bool active) override;
+  void kelDoZombieReactors(bool zombie) override;
+
+ private:
+  class KelProtocolConfig;
+  class KelPVlanLib;
+  class KelQuerierConfigDir;
+  class KelPamManager;
+
+  bool initialized_ = false;
+  std::uint32_t mtu_ = mtuDefault;
+  Kel::String vlanName_;
+  Kel::Ptr<KelProtocolConfig> protocolConfig_;
+  Kel::Ptr<Topology::Library::Vlan::LibVlanState const> topoVlanState_;
+  Kel::Ptr<KelPVlanLib> pVlanLib_;
+  Kel::Ptr<Interface::PamDesiredIntfDir> pamDesiredIntfDir_;
+  Kel::Ptr<KelQuerierConfigDir> querierConfigDir_;
+  Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir_;
+  Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir_;
+  Kel::Ptr<Bridging::Config const> bridgingConfig_;
+  Kel::Ptr<IgmpProtocolStatus const> coreStatusDir_;
+  Kel::Ptr<Horix::TimerWheel const> timerWheel_;
+  Kel::Reactors<VlanId, KelContext> context_;
+  Kel::OwnedMembers<VlanId, ProxyVlanSm> vlanSm_;
+  Kel::OwnedMembers<VlanId, AdapterVlanConfig> adapterConfig_;
+  Kel::OwnedMembers<VlanId, AdapterSm> adapterSm_;
+  Kel::Ptr<PortVlanMapping> portVlanMap_;
+  Kel::Ptr<KelPamManager> pamManager_;
+  Kel::Ptr<Igmp::IgmpHostStatusDir> igmpHostStatusDir_;
+  Kel::Ptr<Igmp::IgmpHostDirSm> igmpHostDirSm_;
+};
+
+class KEL_EXPORT ProxySm::KelContext final : public IgmpContextConfig::NotifieeConst {
+ public:
+  KelContext(Kel::Ptr<IgmpContextConfig const> config, ProxySm* proxySm);
+
+  VlanId vlanId() const { return notifier()->vlanId(); }
+
+  void onProxyEnabled() override;
+
+ private:
+  ProxySm* proxySm_;
+};
+
+/// Makes the proxy. Packets are received through the thread's Interface::EthDevPams.
+/// @param protocolConfig on which VLANs proxying is enabled
+/// @param topoVlanState the ports of each VLAN. A proxied VLAN must have its topology
+/// @param pVlanLib the private VLANs
+/// @param pamDesiredIntfDir on which interfaces the system desires packet access
+/// @param querierConfigDir the queriers, named by VLAN number; each with its protocol configuration
+/// @param igmpHostDir where the proxy keeps its hosts
+/// @param kernelIntfStatusDir the interfaces that the kernel has
+/// @param bridgingConfig which frames leave tagged, and the VLAN of those without a tag
+/// @param coreStatusDir what snooping has learned. A proxied VLAN must have its status
+/// @param timerWheel for the hosts
+KEL_EXPORT Kel::Ptr<ProxySm> proxySmFactory(
+    Kel::Ptr<IgmpProtocolConfig const> protocolConfig,
+    Kel::Ptr<Topology::Library::Vlan::LibVlanState const> topoVlanState,
+    Kel::Ptr<PrivateVlanLib::LibState const> pVlanLib,
+    Kel::Ptr<Interface::PamDesiredIntfDir> pamDesiredIntfDir,
+    Kel::Ptr<Igmp::QuerierConfigDir> querierConfigDir, Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
+    Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir,
+    Kel::Ptr<Bridging::Config const> bridgingConfig,
+    Kel::Ptr<IgmpProtocolStatus const> coreStatusDir, Kel::Ptr<Horix::TimerWheel const> timerWheel);
+
+}  // namespace Bridging::IgmpSnooping::Proxy
