@@ -10,6 +10,7 @@ namespace Agent {
 using Bridging::AllowedTrafficDirection;
 using Bridging::IgmpSnooping::SnoopingPamManager;
 using Bridging::IgmpSnooping::SnoopingPolicy;
+using Bridging::IgmpSnooping::Proxy::ProxySm;
 
 namespace {
 
@@ -35,6 +36,14 @@ bool receives(InterfaceConfig const& interface) {
                                 interface.direction == AllowedTrafficDirection::ingress);
 }
 
+Kel::Ptr<ProxySm> proxyOf(SwitchEntities const& entities,
+                          Kel::Ptr<Horix::TimerWheel> const& timerWheel) {
+  return Bridging::IgmpSnooping::Proxy::proxySmFactory(
+      entities.snoopingConfig, entities.topology, entities.privateVlans, entities.desiredIntfs,
+      entities.queriers, entities.hosts, entities.kernelIntfs, entities.bridging,
+      entities.snoopingStatus, timerWheel);
+}
+
 /// As the proxy's own, so that each device is opened once for both.
 Interface::EthDevSettings deviceSettings() {
   using Bridging::IgmpSnooping::Proxy::receiveFilter;
@@ -50,11 +59,12 @@ Interface::EthDevSettings deviceSettings() {
 Switch::Switch(Configuration const& configuration, Horix::EventLoop& loop)
     : entities_(makeSwitchEntities(configuration)),
       loop_(loop),
-      proxy_(entities_),
+      proxy_(proxyOf(entities_, loop.timerWheel())),
       snooping_(Kel::make<SnoopingPamManager>(entities_.bridging, entities_.kernelIntfs,
                                               deviceSettings())) {
   for (VlanConfig const& vlan : configuration.vlans) addLearning(vlan);
   addPorts(configuration);
+  setDirections(entities_, configuration);
   loop_.afterBatchIs([this] { publish(); });
 }
 

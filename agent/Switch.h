@@ -4,12 +4,12 @@
 #include <map>
 #include <utility>
 
-#include "agent/ProxyStandIn.h"
 #include "agent/SwitchEntities.h"
 #include "agent/config/Configuration.h"
 #include "platform/horix/EventLoop.h"
 #include "platform/snooping/SnoopingPamManager.h"
 #include "platform/snooping/VlanLearning.h"
+#include "proxy/ProxySm.h"
 
 namespace Agent {
 
@@ -48,7 +48,7 @@ class Switch {
 
   SwitchEntities entities_;
   Horix::EventLoop& loop_;
-  ProxyStandIn proxy_;
+  Kel::Ptr<Bridging::IgmpSnooping::Proxy::ProxySm> proxy_;
   Bridging::IgmpSnooping::ReportBatch batch_;
   std::map<Bridging::VlanId, VlanLearning> learning_;
   Kel::Ptr<Bridging::IgmpSnooping::SnoopingPamManager> snooping_;

@@ -22,17 +22,17 @@ void addMembers(SwitchEntities& entities, VlanConfig const& vlan, InterfacesByNa
   for (VlanMember const& member : vlan.members) {
     bridgingVlan->intfConfigIs(member.intfId)->taggedIs(member.tagged);
     InterfaceConfig const& interface = *named.at(member.intfId.stringValue().view());
-    auto const port = topoVlan->portIs(member.intfId);
-    port->blockedIs(interface.blocked);
-    port->allowedTrafficDirectionIs(interface.direction);
+    topoVlan->portIs(member.intfId)->blockedIs(interface.blocked);
   }
 }
 
 /// Proxying asserts that what a VLAN's configuration entry and querier refer to is there, so these
-/// come last.
+/// come last. A secondary VLAN has no entry and no status of its own: its primary's hold for it.
 void addProxying(SwitchEntities& entities, VlanConfig const& vlan) {
-  entities.snoopingStatus->contextStatusIs(vlan.vlanId);
-  entities.snoopingConfig->contextConfigIs(vlan.vlanId)->proxyEnabledIs(vlan.proxy);
+  if (vlan.privateRole == Bridging::VlanTypeAndPrimaryVlan()) {
+    entities.snoopingStatus->contextStatusIs(vlan.vlanId);
+    entities.snoopingConfig->contextConfigIs(vlan.vlanId)->proxyEnabledIs(vlan.proxy);
+  }
   if (!vlan.querierVersion) return;
   auto protocol = Kel::make<Gmp::Igmp::QuerierConfig>();
   protocol->querierVersionIs(*vlan.querierVersion);
@@ -43,9 +43,11 @@ void addProxying(SwitchEntities& entities, VlanConfig const& vlan) {
 
 SwitchEntities makeSwitchEntities(Configuration const& configuration) {
   SwitchEntities entities;
-  for (InterfaceConfig const& interface : configuration.interfaces)
+  for (InterfaceConfig const& interface : configuration.interfaces) {
+    entities.desiredIntfs->intfDesiredIs(interface.intfId, true);
     entities.kernelIntfs->intfStatusAndDeviceNameIs(interface.intfId,
                                                     {interface.intfId.stringValue()});
+  }
   InterfacesByName const named = byName(configuration.interfaces);
   for (VlanConfig const& vlan : configuration.vlans) {
     if (vlan.privateRole != Bridging::VlanTypeAndPrimaryVlan())
@@ -54,6 +56,13 @@ SwitchEntities makeSwitchEntities(Configuration const& configuration) {
   }
   for (VlanConfig const& vlan : configuration.vlans) addProxying(entities, vlan);
   return entities;
+}
+
+void setDirections(SwitchEntities const& entities, Configuration const& configuration) {
+  InterfacesByName const named = byName(configuration.interfaces);
+  for (auto const& [vlan, topoVlan] : entities.topology->topoVlan())
+    for (auto const& [intf, port] : topoVlan->port())
+      port->allowedTrafficDirectionIs(named.at(intf.stringValue().view())->direction);
 }
 
 }  // namespace Agent

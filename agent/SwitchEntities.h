@@ -18,6 +18,8 @@ struct SwitchEntities {
   Kel::Ptr<Topology::Library::Vlan::LibVlanState> topology =
       Kel::make<Topology::Library::Vlan::LibVlanState>();
   Kel::Ptr<PrivateVlanLib::LibState> privateVlans = Kel::make<PrivateVlanLib::LibState>();
+  Kel::Ptr<Interface::PamDesiredIntfDir> desiredIntfs =
+      Kel::make<Interface::PamDesiredIntfDir>("igmpsnoopd");
   Kel::Ptr<Interface::DeviceIntfStatusDir> kernelIntfs =
       Kel::make<Interface::DeviceIntfStatusDir>();
   Kel::Ptr<Bridging::IgmpSnooping::IgmpProtocolStatus> snoopingStatus =
@@ -30,5 +32,9 @@ struct SwitchEntities {
 
 /// The entities as the configuration wants them, every configured interface present.
 SwitchEntities makeSwitchEntities(Configuration const& configuration);
+
+/// Sets the ports' directions. The proxy hears of a port's direction when it changes, so this comes
+/// when the proxy is there.
+void setDirections(SwitchEntities const& entities, Configuration const& configuration);
 
 }  // namespace Agent
