@@ -1,0 +1,33 @@
+# `cmake --install` gives the agent, the three libraries with their headers, a CMake package and a
+# pkg-config file.
+include(CMakePackageConfigHelpers)
+
+set(headers ${CMAKE_INSTALL_INCLUDEDIR}/${PROJECT_NAME})
+set(package ${CMAKE_INSTALL_LIBDIR}/cmake/${PROJECT_NAME})
+
+foreach(library kel igmpplatform igmpproxy)
+  set_target_properties(${library} PROPERTIES
+    VERSION ${PROJECT_VERSION}
+    SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
+    INSTALL_RPATH $ORIGIN)
+  target_include_directories(${library} INTERFACE $<INSTALL_INTERFACE:${headers}>)
+  target_compile_features(${library} PUBLIC cxx_std_20)
+endforeach()
+file(RELATIVE_PATH libraries_from_agent
+  ${CMAKE_INSTALL_FULL_SBINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+set_target_properties(igmpsnoopd PROPERTIES INSTALL_RPATH $ORIGIN/${libraries_from_agent})
+
+install(TARGETS kel igmpplatform igmpproxy EXPORT ${PROJECT_NAME}
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS igmpsnoopd RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+install(DIRECTORY framework platform proxy DESTINATION ${headers} FILES_MATCHING PATTERN *.h)
+install(EXPORT ${PROJECT_NAME} NAMESPACE ${PROJECT_NAME}:: DESTINATION ${package}
+  FILE ${PROJECT_NAME}Config.cmake)
+
+write_basic_package_version_file(${PROJECT_NAME}ConfigVersion.cmake
+  COMPATIBILITY SameMinorVersion)
+configure_file(packaging/igmpsnoop.pc.in ${PROJECT_NAME}.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${PROJECT_NAME}ConfigVersion.cmake
+  DESTINATION ${package})
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${PROJECT_NAME}.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
