@@ -165,9 +165,10 @@ void AdapterSm::updateIgmpHost() {
   for (auto const& [position, address] : changed) {
     Kel::Ptr<KelIgmpGroup> const group = kelIgmpGroup(address);
     if (!group || !group->igmpHostChanged()) continue;
+    std::uint32_t keyPosition = 0;
     for (PortKey const& key : hostKeys.keys()) {
       if (group->isZombie()) break;
-      if (!hostKeys.contains(key)) continue;
+      if (!hostKeys.contains(key, keyPosition++)) continue;
       KEL_TRACE(4, "AdapterSm::updateIgmpHost key " << key);
       processSplitHorizon(key, *group);
     }

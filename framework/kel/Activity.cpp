@@ -1,18 +1,27 @@
 #include "framework/kel/Activity.h"
 
 #include <algorithm>
+#include <new>
 
 #include "framework/kel/Notification.h"
 
 namespace Kel {
 
+ActivityQueue::ActivityQueue()
+    : oldestBlock_(new Block),
+      newestBlock_(oldestBlock_),
+      oldest_(oldestBlock_->begin()),
+      oldestEnd_(oldestBlock_->end()),
+      end_(oldest_),
+      roomEnd_(oldestEnd_) {
+  oldestBlock_->next = oldestBlock_;
+}
+
 ActivityQueue::~ActivityQueue() {
-  while (oldest_) {
-    PendingNotification* const pending = std::exchange(oldest_, oldest_->nextInQueue_);
-    if (pending->reactor_) pending->reactor_->callOffPending();
-    giveBack(pending);
-  }
-  while (firstFree_) delete std::exchange(firstFree_, firstFree_->nextFree);
+  while (oldest_ != end_)
+    if (Notifiee* const reactor = takeOldest().reactor_) reactor->callOffPending();
+  Block* block = std::exchange(newestBlock_->next, nullptr);
+  while (block) delete std::exchange(block, block->next);
 }
 
 thread_local constinit ActivityQueue* ActivityQueue::ofThread_ = nullptr;
@@ -23,22 +32,38 @@ ActivityQueue& ActivityQueue::newOfThread() {
   return queue;
 }
 
-std::size_t ActivityQueue::run() {
-  struct Taken {
-    ~Taken() { queue.giveBack(pending); }
-    ActivityQueue& queue;
-    PendingNotification* pending;
-  };
-
-  std::size_t delivered = 0;
-  while (oldest_) {
-    Taken const next{*this, std::exchange(oldest_, oldest_->nextInQueue_)};
-    if (!oldest_) newest_ = nullptr;
-    if (!next.pending->reactor_) continue;
-    Ptr<Notifiee> const reactor(next.pending->reactor_);
-    ++delivered;
-    reactor->handleNotification(next.pending->activity_);
+void ActivityQueue::moreRoom() {
+  if (newestBlock_->next == oldestBlock_) {
+    auto* const block = new Block;
+    block->next = oldestBlock_;
+    newestBlock_->next = block;
   }
+  newestBlock_ = newestBlock_->next;
+  end_ = newestBlock_->begin();
+  roomEnd_ = newestBlock_->end();
+}
+
+PendingNotification& ActivityQueue::takeOldest() noexcept {
+  if (oldest_ == oldestEnd_) {
+    oldestBlock_ = oldestBlock_->next;
+    oldest_ = oldestBlock_->begin();
+    oldestEnd_ = oldestBlock_->end();
+  }
+  return *std::launder(reinterpret_cast<PendingNotification*>(oldest_++));
+}
+
+std::size_t ActivityQueue::run() {
+  std::size_t delivered = 0;
+  CallUnderWay call(nullptr);
+  while (oldest_ != end_) {
+    PendingNotification& pending = takeOldest();
+    Notifiee* const reactor = pending.reactor_;
+    if (!reactor) continue;
+    ++delivered;
+    reactor->unchainOldestPending(pending, *this);
+    call(*reactor, [&] { pending.deliver(*reactor); });
+  }
+  oldest_ = end_ = oldestBlock_->begin();  // places that are still in the cache
   return delivered;
 }
 
@@ -67,9 +92,4 @@ void ActivityQueue::moreBuckets() {
     }
   }
 }
-
-std::size_t runActivities() {
-  return ActivityQueue::ofThread().run();
-}
-
 }  // namespace Kel

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -31,15 +32,16 @@ std::uintptr_t callbackIdentity(MemberPointer callback) noexcept {
 /// 1. It stands in the queue of its thread and in the chain of its reactor, both oldest first.
 /// 2. Once the chain of a reactor is long, its notifications also stand in the queue's index by
 ///    reactor, callback and key.
-/// 3. `reactor` is null once it was delivered or called off, which ends the key's life; the queue
-///    then only takes back the place.
+/// 3. `reactor` is null once it was delivered or called off, which ends the key's life; what is
+///    left is a place in the queue, to be passed over.
 class KEL_EXPORT PendingNotification {
  public:
   PendingNotification(PendingNotification const&) = delete;
   PendingNotification& operator=(PendingNotification const&) = delete;
 
  protected:
-  explicit PendingNotification(std::uintptr_t callback) noexcept : callback_(callback) {}
+  PendingNotification(Notifiee& reactor, std::uintptr_t callback) noexcept
+      : reactor_(&reactor), callback_(callback) {}
   ~PendingNotification() = default;
 
  private:
@@ -50,12 +52,10 @@ class KEL_EXPORT PendingNotification {
   virtual void discard() noexcept = 0;
   virtual std::uint32_t keyHash() const noexcept = 0;
 
-  PendingNotification* nextInQueue_ = nullptr;
-  PendingNotification* nextOfReactor_ = nullptr;
-  PendingNotification* nextInBucket_ = nullptr;
-  Notifiee* reactor_ = nullptr;
-  ActivityConfig* activity_ = nullptr;
-  std::uintptr_t callback_;
+  Notifiee* reactor_;
+  std::uintptr_t const callback_;
+  PendingNotification* nextOfReactor_;  // the reactor sets it
+  PendingNotification* nextInBucket_;   // the index sets it
 };
 
 template <class MemberPointer>
@@ -71,7 +71,8 @@ class PendingCallback;
 template <auto Callback>
 class PendingCallback<Callback> final : public PendingNotification {
  public:
-  PendingCallback() noexcept : PendingNotification(callbackIdentity(Callback)) {}
+  explicit PendingCallback(Notifiee& reactor) noexcept
+      : PendingNotification(reactor, callbackIdentity(Callback)) {}
   static bool hasKey() noexcept { return true; }
 
  private:
@@ -85,8 +86,8 @@ class PendingCallback<Callback> final : public PendingNotification {
 template <auto Callback, class Key>
 class PendingCallback<Callback, Key> final : public PendingNotification {
  public:
-  explicit PendingCallback(Key const& key) noexcept
-      : PendingNotification(callbackIdentity(Callback)), key_(key) {}
+  PendingCallback(Notifiee& reactor, Key const& key) noexcept
+      : PendingNotification(reactor, callbackIdentity(Callback)), key_(key) {}
   bool hasKey(Key const& key) const noexcept { return key_ == key; }
 
  private:
@@ -108,7 +109,7 @@ class PendingCallback<Callback, Key> final : public PendingNotification {
 /// nor calls a dead one: a reactor that dies, or is made a zombie or inactive, calls its own off.
 class KEL_EXPORT ActivityQueue {
  public:
-  ActivityQueue() = default;
+  ActivityQueue();
   ActivityQueue(ActivityQueue const&) = delete;
   ActivityQueue& operator=(ActivityQueue const&) = delete;
   ~ActivityQueue();
@@ -126,24 +127,27 @@ class KEL_EXPORT ActivityQueue {
 
   static thread_local constinit ActivityQueue* ofThread_ [[gnu::tls_model("initial-exec")]];
 
-  /// Where a pending notification is built. Places are kept for the next one.
-  union Place {
-    Place* nextFree;
-    alignas(void*) std::byte bytes[80];
+  /// Where a pending notification is built, in a cache line of its own.
+  struct alignas(64) Place {
+    std::byte bytes[64];
+  };
+
+  /// Places in the order of the queue, which are taken and left one after the other. The blocks
+  /// form a ring: those that were left wait behind the newest one to be taken again.
+  struct Block {
+    Place* begin() noexcept { return places; }
+    Place* end() noexcept { return places + std::size(places); }
+
+    Place places[63];
+    Block* next;
   };
 
   void* takePlace() {
-    if (!firstFree_) return new Place;
-    return std::exchange(firstFree_, firstFree_->nextFree);
+    if (end_ == roomEnd_) moreRoom();
+    return end_++;
   }
-  void giveBack(PendingNotification* pending) noexcept {
-    auto* const place = new (static_cast<void*>(pending)) Place;
-    place->nextFree = std::exchange(firstFree_, place);
-  }
-  void link(PendingNotification& pending) noexcept {
-    (newest_ ? newest_->nextInQueue_ : oldest_) = &pending;
-    newest_ = &pending;
-  }
+  void moreRoom();
+  PendingNotification& takeOldest() noexcept;
 
   static std::uint32_t hashOf(Notifiee const& reactor, std::uintptr_t callback,
                               std::uint32_t keyHash) noexcept {
@@ -162,27 +166,25 @@ class KEL_EXPORT ActivityQueue {
   void removeFromIndex(PendingNotification& pending) noexcept;
   void moreBuckets();
 
-  PendingNotification* oldest_ = nullptr;
-  PendingNotification* newest_ = nullptr;
-  Place* firstFree_ = nullptr;
+  Block* oldestBlock_;
+  Block* newestBlock_;
+  Place* oldest_;     // the next one to deliver
+  Place* oldestEnd_;  // of its block
+  Place* end_;        // behind the newest one
+  Place* roomEnd_;    // of the newest one's block
   std::vector<PendingNotification*> buckets_;
   std::size_t indexed_ = 0;
 };
 
 /// The unit of deferred execution. Reactors bound to one hear of changes when the activities of
-/// their thread run, not inside the mutation. It belongs to the thread that made it.
-class KEL_EXPORT ActivityConfig : public PtrInterface {
- public:
-  ActivityConfig() : queue_(ActivityQueue::ofThread()) {}
-
-  ActivityQueue& queue() const noexcept { return queue_; }
-
- private:
-  ActivityQueue& queue_;
-};
+/// their thread run, not inside the mutation. All activities of a thread share its queue, which is
+/// that of the thread that changes the entity.
+class KEL_EXPORT ActivityConfig : public PtrInterface {};
 
 /// Delivers the thread's pending notifications, first in first out, until none is left. The event
 /// loop calls it after each batch of input. Returns how many it delivered.
-KEL_EXPORT std::size_t runActivities();
+inline std::size_t runActivities() {
+  return ActivityQueue::ofThread().run();
+}
 
 }  // namespace Kel

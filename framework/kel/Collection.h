@@ -32,6 +32,11 @@ class Collection {
   bool empty() const noexcept { return table_.empty(); }
   bool contains(Key const& key) const noexcept { return table_.contains(key); }
 
+  /// The same, found without hashing where the key still is in the place where it was.
+  bool contains(Key const& key, std::uint32_t formerPosition) const noexcept {
+    return (formerPosition < size() && keyAt(formerPosition) == key) || contains(key);
+  }
+
   /// The place of a key in the collection's order, or `Table::absent`.
   std::uint32_t position(Key const& key) const noexcept { return table_.position(key); }
   Key const& keyAt(std::uint32_t position) const noexcept { return table_.keyAt(position); }

@@ -20,7 +20,7 @@ ActivityConfig* Notifiee::kelFwkActivity() const {
 }
 
 void Notifiee::callOffPending() noexcept {
-  while (PendingNotification* const oldest = takeOldestPending()) oldest->discard();
+  while (hasPendingNotification()) takeOldestPending().discard();
 }
 
 void Notifiee::indexPending(ActivityQueue& queue) {
@@ -66,13 +66,13 @@ void NotifieeSlots::remove(Notifiee& notifiee) noexcept {
   }
 }
 
-void NotifieeSlots::Walk::end() noexcept {
-  if (--many_->walks > 0 || !many_->blanked) return;
-  std::erase(many_->slots, nullptr);
-  many_->blanked = false;
-  if (many_->slots.empty()) {
-    slots_.content_ = 0;
-    delete many_;
+void NotifieeSlots::compact() noexcept {
+  Many* const list = many();
+  std::erase(list->slots, nullptr);
+  list->blanked = false;
+  if (list->slots.empty()) {
+    delete list;
+    content_ = 0;
   }
 }
 

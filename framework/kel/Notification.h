@@ -41,7 +41,7 @@ class KEL_EXPORT Notifiee : public PtrInterface {
 
   /// Takes the oldest pending notification and dispatches it to its callback.
   void handleNotification(ActivityConfig* /*activity*/) {
-    if (PendingNotification* const oldest = takeOldestPending()) oldest->deliver(*this);
+    if (hasPendingNotification()) takeOldestPending().deliver(*this);
   }
 
   bool hasPendingNotification() const noexcept { return newestPending_ != nullptr; }
@@ -49,7 +49,7 @@ class KEL_EXPORT Notifiee : public PtrInterface {
  protected:
   enum class Delivery : std::uint8_t { immediate, byActivity };
 
-  explicit Notifiee(Delivery delivery) noexcept : delivery_(delivery) {}
+  explicit Notifiee(Delivery delivery) noexcept : byActivity_(delivery == Delivery::byActivity) {}
 
   void activeFlagIs(bool active) noexcept { active_ = active; }
   void callOffPending() noexcept;
@@ -62,72 +62,75 @@ class KEL_EXPORT Notifiee : public PtrInterface {
   template <auto Callback, class... Key>
   void postpone(Key const&... key) {
     using Pending = PendingCallback<Callback, Key...>;
-    std::uintptr_t const callback = callbackIdentity(Callback);
+    static_assert(sizeof(Pending) <= sizeof(ActivityQueue::Place));
+    ActivityQueue& queue = ActivityQueue::ofThread();
+    // Most reactors have none pending, so this is laid out for them.
+    PendingNotification* const newest = newestPending_;
+    if (newest) [[unlikely]] {
+      if (isPending<Pending>(callbackIdentity(Callback), queue, key...)) return;
+    }
+    auto& pending = *new (queue.takePlace()) Pending(*this, key...);
+    newestPending_ = &pending;
+    pending.nextOfReactor_ = &pending;
+    if (newest) [[unlikely]] {
+      std::swap(pending.nextOfReactor_, newest->nextOfReactor_);
+      if (pendingIndexed_) queue.addToIndex(pending);
+    }
+  }
+
+  /// Whether the callback is pending with this key. A chain that is long is indexed on the way.
+  template <class Pending, class... Key>
+  bool isPending(std::uintptr_t callback, ActivityQueue& queue, Key const&... key) {
     auto const isThis = [&](PendingNotification const& other) {
       return other.reactor_ == this && other.callback_ == callback &&
              static_cast<Pending const&>(other).hasKey(key...);
     };
-    ActivityConfig* const activity = kelFwkActivity();
-    ActivityQueue& queue = activity->queue();
     if (pendingIndexed_) [[unlikely]] {
       std::uint32_t const hash = ActivityQueue::hashOf(*this, callback, (0u + ... + key.hash()));
       for (auto* other = queue.bucket(hash); other; other = other->nextInBucket_)
-        if (isThis(*other)) return;
-    } else if (PendingNotification* other = newestPending_) {
-      do {
-        other = other->nextOfReactor_;
-        if (isThis(*other)) return;
-      } while (other != newestPending_);
+        if (isThis(*other)) return true;
+      return false;
     }
-    static_assert(sizeof(Pending) <= sizeof(ActivityQueue::Place));
-    chainPending(*new (queue.takePlace()) Pending(key...), activity);
+    std::uint32_t length = 0;
+    PendingNotification* other = newestPending_;
+    do {
+      other = other->nextOfReactor_;
+      if (isThis(*other)) return true;
+      ++length;
+    } while (other != newestPending_);
+    if (length == longChain) indexPending(queue);
+    return false;
   }
 
-  void chainPending(PendingNotification& pending, ActivityConfig* activity) {
-    pending.reactor_ = this;
-    pending.activity_ = activity;
-    activity->queue().link(pending);
-    if (newestPending_) {
-      pending.nextOfReactor_ = newestPending_->nextOfReactor_;
-      newestPending_->nextOfReactor_ = &pending;
-    } else {
-      pending.nextOfReactor_ = &pending;
+  void unchainOldestPending(PendingNotification& oldest, ActivityQueue& queue) noexcept {
+    bool const isLast = &oldest == newestPending_;
+    if (pendingIndexed_) [[unlikely]] {
+      queue.removeFromIndex(oldest);
+      pendingIndexed_ = !isLast;
     }
-    newestPending_ = &pending;
-    if (pendingIndexed_)
-      activity->queue().addToIndex(pending);
-    else if (++pendingCount_ > longChain)
-      indexPending(activity->queue());
-  }
-
-  PendingNotification* takeOldestPending() noexcept {
-    if (!newestPending_) return nullptr;
-    PendingNotification* const oldest = newestPending_->nextOfReactor_;
-    if (pendingIndexed_)
-      ActivityQueue::ofThread().removeFromIndex(*oldest);
-    else
-      --pendingCount_;
-    if (oldest == newestPending_) {
+    if (isLast) [[likely]] {
       newestPending_ = nullptr;
-      pendingIndexed_ = false;
-      pendingCount_ = 0;
     } else {
-      newestPending_->nextOfReactor_ = oldest->nextOfReactor_;
+      newestPending_->nextOfReactor_ = oldest.nextOfReactor_;
     }
-    oldest->reactor_ = nullptr;
+  }
+
+  PendingNotification& takeOldestPending() noexcept {
+    PendingNotification& oldest = *newestPending_->nextOfReactor_;
+    unchainOldestPending(oldest, ActivityQueue::ofThread());
+    oldest.reactor_ = nullptr;  // the queue still has it
     return oldest;
   }
 
   void indexPending(ActivityQueue& queue);
 
-  static constexpr std::uint8_t longChain = 8;
+  static constexpr std::uint32_t longChain = 8;
 
   bool active_ : 1 = true;
   bool zombie_ : 1 = false;
   bool initialized_ : 1 = false;
   bool pendingIndexed_ : 1 = false;
-  Delivery delivery_;
-  std::uint8_t pendingCount_ = 0;  // until they are indexed
+  bool byActivity_ : 1;
   // The newest, whose successor in the chain is the oldest.
   PendingNotification* newestPending_ = nullptr;
 };
@@ -153,49 +156,45 @@ class KEL_EXPORT NotifieeSlots {
     bool blanked = false;
   };
 
-  /// Visits the reactors that were registered when it began, less those that leave meanwhile.
+  /// Visits the reactors of an entity that has many: those that were registered when it began,
+  /// less those that leave meanwhile.
   class KEL_EXPORT Walk {
    public:
-    explicit Walk(NotifieeSlots& slots) noexcept : slots_(slots), many_(slots.many()) {
-      if (many_) {
-        ++many_->walks;
-        count_ = many_->slots.size();
-      } else {
-        single_ = slots.single();
-      }
+    explicit Walk(NotifieeSlots& slots) noexcept
+        : slots_(slots), many_(*slots.many()), count_(many_.slots.size()) {
+      ++many_.walks;
     }
     Walk(Walk const&) = delete;
     Walk& operator=(Walk const&) = delete;
     ~Walk() {
-      if (many_) end();
+      if (--many_.walks == 0 && many_.blanked) slots_.compact();
     }
 
     /// The next one, or null.
     Notifiee* next() noexcept {
-      if (!many_) return std::exchange(single_, nullptr);
       while (position_ < count_)
-        if (Notifiee* const notifiee = many_->slots[position_++]) return notifiee;
+        if (Notifiee* const notifiee = many_.slots[position_++]) return notifiee;
       return nullptr;
     }
 
    private:
-    void end() noexcept;
-
     NotifieeSlots& slots_;
-    Notifiee* single_ = nullptr;
-    Many* many_ = nullptr;
+    Many& many_;
     std::size_t position_ = 0;
-    std::size_t count_ = 0;
+    std::size_t const count_;
   };
 
  private:
-  friend class Walk;
+  friend class Entity;
+
+  void compact() noexcept;
 
   static constexpr std::uintptr_t manyTag = 1;
 
   // NOLINTBEGIN(performance-no-int-to-ptr): the tag shares the word with the pointer
+  bool hasMany() const noexcept { return (content_ & manyTag) != 0; }
   Many* many() const noexcept {
-    return content_ & manyTag ? reinterpret_cast<Many*>(content_ & ~manyTag) : nullptr;
+    return hasMany() ? reinterpret_cast<Many*>(content_ & ~manyTag) : nullptr;
   }
   Notifiee* single() const noexcept { return reinterpret_cast<Notifiee*>(content_); }
   // NOLINTEND(performance-no-int-to-ptr)
@@ -215,7 +214,17 @@ class KEL_EXPORT Entity : public PtrInterface {
   /// is called, stay alive for the length of it.
   template <auto Callback, class... Key>
   void notify(Key const&... key) const {
-    if (watched()) notifyEach<Callback, Key...>(key...);
+    if (notifiees_.empty()) return;
+    if (notifiees_.hasMany()) {
+      notifyEach<Callback, Key...>(key...);
+      return;
+    }
+    Notifiee& only = *notifiees_.single();
+    if (only.zombie_) return;
+    if (only.byActivity_)
+      only.postpone<Callback>(key...);
+    else
+      notifyOnly<Callback, Key...>(only, key...);
   }
 
  protected:
@@ -225,22 +234,31 @@ class KEL_EXPORT Entity : public PtrInterface {
   template <class T>
   friend class NotifieeOf;
 
-  /// Takes the key by value: what a callback removes may be the key's own storage.
+  // What a callback removes may be the key's own storage: so these take the key by value.
+
+  template <auto Callback, class... Key>
+  void notifyOnly(Notifiee& notifiee, Key... key) const {
+    CallUnderWay call(this);
+    tell<Callback>(notifiee, call, key...);
+  }
+
   template <auto Callback, class... Key>
   void notifyEach(Key... key) const {
-    Ptr<Entity const> self;  // held from the first callback on: before it nothing can go
+    CallUnderWay call(this);
     NotifieeSlots::Walk walk(notifiees_);
     while (Notifiee* const notifiee = walk.next()) {
       if (notifiee->zombie_) continue;
-      if (notifiee->delivery_ == Notifiee::Delivery::byActivity) {
+      if (notifiee->byActivity_)
         notifiee->template postpone<Callback>(key...);
-      } else {
-        if (!self) self = Ptr<Entity const>(this);
-        Ptr<Notifiee> const reactor(notifiee);
-        using Interface = typename CallbackOf<decltype(Callback)>::InterfaceType;
-        (static_cast<Interface&>(*reactor).*Callback)(key...);
-      }
+      else
+        tell<Callback>(*notifiee, call, key...);
     }
+  }
+
+  template <auto Callback, class... Key>
+  static void tell(Notifiee& notifiee, CallUnderWay& call, Key const&... key) {
+    using Interface = typename CallbackOf<decltype(Callback)>::InterfaceType;
+    call(notifiee, [&] { (static_cast<Interface&>(notifiee).*Callback)(key...); });
   }
 
   mutable NotifieeSlots notifiees_;

@@ -36,6 +36,9 @@ class KEL_EXPORT PtrInterface {
   template <class T>
   friend class Ptr;
 
+  /// Destroys an object whose last handle is gone, or leaves that to the callback under way on it.
+  static void lastHandleGone(PtrInterface const* object) noexcept;
+
   mutable ReferenceCount references_;
 };
 
@@ -62,7 +65,7 @@ class Ptr {
   }
 
   ~Ptr() {
-    if (object_ && object_->references_.decrease() == 0) delete object_;
+    if (object_ && object_->references_.decrease() == 0) PtrInterface::lastHandleGone(object_);
   }
 
   /// Takes over the reference that a new object is born with.
@@ -106,5 +109,49 @@ template <class T, class... Arguments>
 Ptr<T> make(Arguments&&... arguments) {
   return Ptr<T>::adopt(new T(std::forward<Arguments>(arguments)...));
 }
+
+/// A callback under way, on the stack of whoever calls it: its notifier and its reactor stay alive
+/// until the call is over. To count two references up and down again would cost more than most
+/// callbacks do. Instead, who drops the last handle to either leaves that reference to the call.
+/// With thread-safe pointers the handle may go in another thread, so the call holds both itself.
+class KEL_EXPORT CallUnderWay {
+ public:
+  explicit CallUnderWay(PtrInterface const* notifier) noexcept
+      : notifier_(notifier), outer_(std::exchange(innermost_, this)) {
+    if (notifier && threadSafePtr()) holdNotifier();
+  }
+  CallUnderWay(CallUnderWay const&) = delete;
+  CallUnderWay& operator=(CallUnderWay const&) = delete;
+  ~CallUnderWay() {
+    innermost_ = outer_;
+    if (holds_ != nothing) letGo();
+  }
+
+  /// Calls one reactor; the next one that is called takes its place.
+  template <class Callback>
+  void operator()(PtrInterface const& reactor, Callback callback) {
+    reactor_ = &reactor;
+    if (threadSafePtr()) holdReactor();
+    callback();
+    if ((holds_ & theReactor) != 0) letGoOfReactor();
+  }
+
+ private:
+  friend class PtrInterface;
+
+  static thread_local constinit CallUnderWay* innermost_ [[gnu::tls_model("initial-exec")]];
+
+  enum Holds : std::uint8_t { nothing = 0, theReactor = 1, theNotifier = 2 };
+
+  void holdNotifier() noexcept;
+  void holdReactor() noexcept;
+  void letGoOfReactor() noexcept;
+  void letGo() noexcept;
+
+  PtrInterface const* const notifier_;
+  PtrInterface const* reactor_ = nullptr;  // the last one, once its callback is over
+  CallUnderWay* const outer_;
+  std::uint8_t holds_ = nothing;  // the references that it has
+};
 
 }  // namespace Kel

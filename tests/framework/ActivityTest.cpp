@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "framework/kel/Activity.h"
+#include "tests/framework/ThreadSafePointers.h"
 #include "tests/framework/Toys.h"
 
 namespace {
@@ -409,6 +410,93 @@ TEST_F(ActivityTest, ManyReactorsWithOneNotificationEachAreAllTold) {
   EXPECT_EQ(runActivities(), 2000u);
   EXPECT_EQ(journal_.front(), "1 temperature");
   EXPECT_EQ(journal_.back(), "2999 temperature");
+}
+
+TEST_F(ActivityTest, QueueThatIsRefilledWhileItIsEmptiedKeepsItsOrder) {
+  constexpr int keys = 3000;
+  for (int const ahead : {1, 62, 63, 64, 200}) {
+    journal_.clear();
+    auto const r = deferred("r");
+    int next = 0;
+    for (; next < ahead; ++next) switch_->filterNotify(Toy::address(next));
+    r->reaction = [&] {
+      if (next < keys) switch_->filterNotify(Toy::address(next++));
+    };
+    EXPECT_EQ(runActivities(), static_cast<std::size_t>(keys));
+    for (int number = 0; number < keys; ++number)
+      ASSERT_EQ(journal_[static_cast<std::size_t>(number)],
+                Toy::sentence("r filter", Toy::address(number)));
+  }
+}
+
+TEST_F(ActivityTest, QueueKeepsItsOrderWhenNestedRunsAndExceptionsLeaveItAnywhere) {
+  constexpr int keys = 1000;
+  auto const r = deferred("r");
+  int next = 0;
+  r->reaction = [&] {
+    std::size_t const heard = journal_.size();
+    for (int more = 0; more < 2 && next < keys; ++more) switch_->filterNotify(Toy::address(next++));
+    if (heard % 7 == 0) throw std::runtime_error("r failed");
+    if (heard % 5 == 0) runActivities();
+  };
+  switch_->filterNotify(Toy::address(next++));
+  while (r->hasPendingNotification()) {
+    try {
+      runActivities();
+    } catch (std::runtime_error const&) {
+    }
+  }
+  ASSERT_EQ(journal_.size(), static_cast<std::size_t>(keys));
+  for (int number = 0; number < keys; ++number)
+    ASSERT_EQ(journal_[static_cast<std::size_t>(number)],
+              Toy::sentence("r filter", Toy::address(number)));
+}
+
+TEST_F(ActivityTest, ChainThatWasLongIsCheckedAgainWhenItIsShort) {
+  auto const r = deferred("r");
+  for (int const count : {20, 1, 9, 8, 2}) {
+    for (int round = 0; round < 2; ++round)
+      for (int number = 0; number < count; ++number) switch_->filterNotify(Toy::address(number));
+    EXPECT_EQ(runActivities(), static_cast<std::size_t>(count));
+  }
+}
+
+TEST_F(ActivityTest, ReactorOfNestedDeliveriesGoesWhenTheOuterOneIsOver) {
+  for (bool const threadSafe : {false, true}) {
+    ThreadSafePointers const setting(threadSafe);
+    journal_.clear();
+    auto r = deferred("r");
+    r->atDestruction = [this] { journal_.emplace_back("destroyed"); };
+    r->reaction = [this, &r] {
+      if (!r) return;
+      if (journal_.size() == 1) {
+        runActivities();
+      } else {
+        r = nullptr;
+      }
+      journal_.emplace_back("over");
+    };
+    switch_->portNotify(intf(1));
+    switch_->portNotify(intf(2));
+    EXPECT_EQ(runActivities(), 1u);
+    EXPECT_THAT(journal_, ElementsAre("r port eth1", "r port eth2", "over", "over", "destroyed"));
+  }
+}
+
+TEST_F(ActivityTest, ReactorThatIsLetGoByAHandlerThatThrowsIsDestroyed) {
+  for (bool const threadSafe : {false, true}) {
+    ThreadSafePointers const setting(threadSafe);
+    journal_.clear();
+    auto r = deferred("r");
+    r->atDestruction = [this] { journal_.emplace_back("destroyed"); };
+    r->reaction = [&r] {
+      r = nullptr;
+      throw std::runtime_error("r failed");
+    };
+    switch_->portNotify(intf(1));
+    EXPECT_THROW(runActivities(), std::runtime_error);
+    EXPECT_THAT(journal_, ElementsAre("r port eth1", "destroyed"));
+  }
 }
 
 TEST_F(ActivityTest, ReactorMayChangeWhatItWatchesInItsDestructor) {

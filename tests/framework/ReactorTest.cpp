@@ -1,8 +1,10 @@
 #include <stdexcept>
+#include <tuple>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/framework/ThreadSafePointers.h"
 #include "tests/framework/Toys.h"
 
 namespace {
@@ -201,6 +203,85 @@ TEST_F(ReactorTest, InitializedIsKept) {
   EXPECT_TRUE(r->initialized());
   r->initializedIs(false);
   EXPECT_FALSE(r->initialized());
+}
+
+/// A call keeps its reactor and its notifier alive without counting, unless pointers are
+/// thread-safe; alone or among others, reactors are called in different ways.
+class CallTest : public ReactorTest, public testing::WithParamInterface<std::tuple<bool, bool>> {
+ protected:
+  CallTest() : setting_(std::get<0>(GetParam())) {
+    called_ = recorder("called");
+    if (std::get<1>(GetParam())) sibling_ = recorder("sibling");
+    called_->atDestruction = [this] { journal_.emplace_back("destroyed"); };
+    switch_->atDestruction = [this] { journal_.emplace_back("switch destroyed"); };
+  }
+
+  ThreadSafePointers setting_;
+  Kel::Ptr<Recorder> called_;
+  Kel::Ptr<Recorder> sibling_;
+};
+
+INSTANTIATE_TEST_SUITE_P(ThreadSafeAndAmongOthers, CallTest,
+                         testing::Combine(testing::Bool(), testing::Bool()));
+
+TEST_P(CallTest, ReactorOfNestedCallsGoesWhenTheOuterOneIsOver) {
+  sibling_ = nullptr;
+  called_->reaction = [this] {
+    if (switch_->temperature() == 1)
+      switch_->temperatureIs(2);
+    else
+      called_ = nullptr;
+    journal_.emplace_back("over");
+  };
+  switch_->temperatureIs(1);
+  EXPECT_THAT(journal_,
+              ElementsAre("called temperature", "called temperature", "over", "over", "destroyed"));
+}
+
+TEST_P(CallTest, ReactorThatIsTakenUpAgainDuringTheCallStays) {
+  Kel::Ptr<Recorder> taken;
+  called_->reaction = [this, &taken] {
+    Recorder* const self = called_.get();
+    called_ = nullptr;
+    taken = Kel::Ptr<Recorder>(self);
+    taken = nullptr;
+    taken = Kel::Ptr<Recorder>(self);
+  };
+  switch_->temperatureIs(1);
+  EXPECT_EQ(journal_.back(), sibling_ ? "sibling temperature" : "called temperature");
+  EXPECT_EQ(taken->references(), 1u);
+}
+
+TEST_P(CallTest, ReactorThatIsLetGoByAHandlerThatThrowsIsDestroyed) {
+  called_->reaction = [this] {
+    called_ = nullptr;
+    throw std::runtime_error("failed");
+  };
+  EXPECT_THROW(switch_->temperatureIs(1), std::runtime_error);
+  EXPECT_THAT(journal_, ElementsAre("called temperature", "destroyed"));
+}
+
+TEST_P(CallTest, NotifierGoesLast) {
+  called_->reaction = [this] {
+    switch_ = nullptr;
+    sibling_ = nullptr;
+    called_ = nullptr;
+    journal_.emplace_back("over");
+  };
+  switch_->temperatureIs(1);
+  EXPECT_THAT(journal_, ElementsAre("called temperature", "over", "destroyed", "switch destroyed"));
+}
+
+TEST_P(CallTest, OthersThatAHandlerLetsGoAreDestroyedAtOnce) {
+  auto other = Kel::make<Switch>();
+  other->atDestruction = [this] { journal_.emplace_back("other destroyed"); };
+  called_->reaction = [this, &other] {
+    other = nullptr;
+    journal_.emplace_back("over");
+  };
+  switch_->temperatureIs(1);
+  EXPECT_EQ(journal_[1], "other destroyed");
+  EXPECT_EQ(journal_[2], "over");
 }
 
 TEST_F(ReactorTest, ManyComeAndGo) {
