@@ -5,6 +5,7 @@
 
 #include "framework/kel/Assertion.h"
 #include "framework/kel/Exception.h"
+#include "framework/kel/Reactors.h"
 #include "framework/kel/Trace.h"
 #include "platform/interface/MultiplexerBinding.h"
 #include "platform/wirex/PktManager.h"
@@ -27,34 +28,24 @@ Kel::Ptr<ProxyPamManager> proxyPamManagerFactory(
 
 // ---- ProxyIntfFilter
 
-class ProxyIntfFilter::KelPamDir final : public Interface::PamDesiredIntfDir::NotifieeConst {
+class ProxyIntfFilter::KelPamDir final
+    : public Kel::ReactorFor<ProxyIntfFilter, Interface::PamDesiredIntfDir::NotifieeConst> {
  public:
-  KelPamDir(Kel::Ptr<Interface::PamDesiredIntfDir const> pamDir, ProxyIntfFilter* owner)
-      : owner_(owner) {
-    watch(std::move(pamDir));
-  }
+  using ReactorFor::ReactorFor;
 
   void onIntfDesired(IntfId intfId) override {
-    if (notificationActive()) owner_->handlePort(std::move(intfId));
+    if (notificationActive()) owner().handlePort(std::move(intfId));
   }
-
- private:
-  ProxyIntfFilter* owner_;
 };
 
-class ProxyIntfFilter::KelPortVlanMap final : public PortVlanMapping::NotifieeConst {
+class ProxyIntfFilter::KelPortVlanMap final
+    : public Kel::ReactorFor<ProxyIntfFilter, PortVlanMapping::NotifieeConst> {
  public:
-  KelPortVlanMap(Kel::Ptr<PortVlanMapping const> portVlanMap, ProxyIntfFilter* owner)
-      : owner_(owner) {
-    watch(std::move(portVlanMap));
-  }
+  using ReactorFor::ReactorFor;
 
   void onPortInfo(IntfId intfId) override {
-    if (notificationActive()) owner_->handlePort(std::move(intfId));
+    if (notificationActive()) owner().handlePort(std::move(intfId));
   }
-
- private:
-  ProxyIntfFilter* owner_;
 };
 
 ProxyIntfFilter::ProxyIntfFilter(Kel::Ptr<Interface::PamDesiredIntfDir const> pamDir,
@@ -111,19 +102,14 @@ void ProxyIntfFilter::handlePort(IntfId intfId) {
 
 // ---- EthDevPamSm
 
-class EthDevPamSm::KelEthDevPamCol final : public Interface::EthDevPamCollection::NotifieeConst {
+class EthDevPamSm::KelEthDevPamCol final
+    : public Kel::ReactorFor<EthDevPamSm, Interface::EthDevPamCollection::NotifieeConst> {
  public:
-  KelEthDevPamCol(Kel::Ptr<Interface::EthDevPamCollection const> collection, EthDevPamSm* owner)
-      : owner_(owner) {
-    watch(std::move(collection));
-  }
+  using ReactorFor::ReactorFor;
 
   void onIntfPam(IntfId intfId) override {
-    if (notificationActive()) owner_->handleEthDevPam(std::move(intfId));
+    if (notificationActive()) owner().handleEthDevPam(std::move(intfId));
   }
-
- private:
-  EthDevPamSm* owner_;
 };
 
 EthDevPamSm::EthDevPamSm(Kel::Ptr<Interface::EthDevPamCollection const> ethDevPamCol,
@@ -162,15 +148,6 @@ void EthDevPamSm::handleEthDevPam(IntfId intfId) {
 }
 
 // ---- ProxyPamManager
-
-Kel::Ptr<ProxyPamManager> ProxyPamManager::ProxyPamManagerIs(
-    Kel::Ptr<Bridging::Config const> bridgingConfig,
-    Kel::Ptr<Interface::PamDesiredIntfDir const> pamDesiredIntfDir,
-    Kel::Ptr<PortVlanMapping const> portVlanMap,
-    Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir) {
-  return Kel::make<ProxyPamManager>(std::move(bridgingConfig), std::move(pamDesiredIntfDir),
-                                    std::move(portVlanMap), std::move(kernelIntfStatusDir));
-}
 
 ProxyPamManager::ProxyPamManager(Kel::Ptr<Bridging::Config const> bridgingConfig,
                                  Kel::Ptr<Interface::PamDesiredIntfDir const> pamDesiredIntfDir,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <utility>
 
 #include "framework/entities/BridgingConfig.h"
 #include "framework/entities/DeviceIntfStatus.h"
@@ -106,11 +107,12 @@ class KEL_EXPORT ProxyPamManager final : public Wirex::PortVlanPamManager {
     KelPamCol entries_;
   };
 
-  static Kel::Ptr<ProxyPamManager> ProxyPamManagerIs(
-      Kel::Ptr<Bridging::Config const> bridgingConfig,
-      Kel::Ptr<Interface::PamDesiredIntfDir const> pamDesiredIntfDir,
-      Kel::Ptr<PortVlanMapping const> portVlanMap,
-      Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir);
+  /// Makes one; the arguments are the constructor's.
+  template <class... Arguments>
+  static Kel::Ptr<ProxyPamManager> ProxyPamManagerIs(Arguments&&... arguments) {
+    return Kel::make<ProxyPamManager>(std::forward<Arguments>(arguments)...);
+  }
+
   ProxyPamManager(Kel::Ptr<Bridging::Config const> bridgingConfig,
                   Kel::Ptr<Interface::PamDesiredIntfDir const> pamDesiredIntfDir,
                   Kel::Ptr<PortVlanMapping const> portVlanMap,

@@ -38,36 +38,20 @@ class ProxyPortSm::KelQuerierVlanConfig final : public Igmp::QuerierConfig::Noti
   ProxyPortSm* proxyPortSm_;
 };
 
-class ProxyPortSm::KelInnerQuerierConfig final : public ProtocolConfig::NotifieeConst {
+class ProxyPortSm::KelInnerQuerierConfig final
+    : public Kel::ReactorFor<ProxyPortSm, ProtocolConfig::NotifieeConst> {
  public:
-  KelInnerQuerierConfig(Kel::Ptr<ProtocolConfig const> config, ProxyPortSm* proxyPortSm)
-      : proxyPortSm_(proxyPortSm) {
-    watch(std::move(config));
-  }
+  using ReactorFor::ReactorFor;
 
   void notifierIs(Kel::Ptr<ProtocolConfig const> config) override {
     NotifieeConst::notifierIs(std::move(config));
-    proxyPortSm_->handleIgmpVersion();
+    owner().handleIgmpVersion();
   }
 
   void onQuerierVersion() override {
-    if (notificationActive()) proxyPortSm_->handleIgmpVersion();
+    if (notificationActive()) owner().handleIgmpVersion();
   }
-
- private:
-  ProxyPortSm* proxyPortSm_;
 };
-
-Kel::Ptr<ProxyPortSm> ProxyPortSm::ProxyPortSmIs(
-    IntfId intfId, VlanId vlanId, Kel::Ptr<Igmp::QuerierConfig const> querierVlanConfig,
-    Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
-    Kel::Ptr<DeviceIntfStatusDir const> kernelIntfStatusDir, Kel::Ptr<ProxyPamManager> pamManager,
-    Kel::Ptr<PortVlanMapping> portVlanMap, Kel::Ptr<Horix::TimerWheel const> timerWheel) {
-  return Kel::make<ProxyPortSm>(std::move(intfId), vlanId, std::move(querierVlanConfig),
-                                std::move(igmpHostDir), std::move(kernelIntfStatusDir),
-                                std::move(pamManager), std::move(portVlanMap),
-                                std::move(timerWheel));
-}
 
 ProxyPortSm::ProxyPortSm(IntfId intfId, VlanId vlanId,
                          Kel::Ptr<Igmp::QuerierConfig const> querierVlanConfig,
@@ -231,50 +215,40 @@ void ProxyPortSm::handleCleanup() {
 
 // ---- ProxyVlanSm
 
-class ProxyVlanSm::KelTopoVlan final : public TopoVlan::NotifieeConst {
+class ProxyVlanSm::KelTopoVlan final
+    : public Kel::ReactorFor<ProxyVlanSm, TopoVlan::NotifieeConst> {
  public:
-  KelTopoVlan(Kel::Ptr<TopoVlan const> topoVlan, ProxyVlanSm* proxyVlanSm)
-      : proxyVlanSm_(proxyVlanSm) {
-    watch(std::move(topoVlan));
-  }
+  using ReactorFor::ReactorFor;
 
   // The watchers follow the topology also while notification is not active.
   void onTopoPort(IntfId intfId) override {
     if (isZombie()) return;
-    Kel::Ptr<ProxyVlanSm> const owner(proxyVlanSm_);
-    if (notificationActive()) owner->handlePort(intfId);
+    Kel::Ptr<ProxyVlanSm> const vlanSm(&owner());
+    if (notificationActive()) vlanSm->handlePort(intfId);
     if (isZombie()) return;
     if (auto const port = notifier()->port(intfId))
-      owner->proxyTopoPortIs(port);
+      vlanSm->proxyTopoPortIs(port);
     else
-      owner->proxyTopoPortDel(intfId);
+      vlanSm->proxyTopoPortDel(intfId);
   }
 
   // Unlike the kernel's interfaces, whose keyless callback decides for every port again.
   void onTopoPortkelImmediate() override {
-    if (!isZombie()) proxyVlanSm_->reconcileTopoPorts();
+    if (!isZombie()) owner().reconcileTopoPorts();
   }
-
- private:
-  ProxyVlanSm* proxyVlanSm_;
 };
 
-class ProxyVlanSm::KelKernelIntfStatusDir final : public DeviceIntfStatusDir::NotifieeConst {
+class ProxyVlanSm::KelKernelIntfStatusDir final
+    : public Kel::ReactorFor<ProxyVlanSm, DeviceIntfStatusDir::NotifieeConst> {
  public:
-  KelKernelIntfStatusDir(Kel::Ptr<DeviceIntfStatusDir const> dir, ProxyVlanSm* proxyVlanSm)
-      : proxyVlanSm_(proxyVlanSm) {
-    watch(std::move(dir));
-  }
+  using ReactorFor::ReactorFor;
 
   void onIntfStatusAndDeviceName(IntfId intfId) override {
-    if (notificationActive()) proxyVlanSm_->handlePort(std::move(intfId));
+    if (notificationActive()) owner().handlePort(std::move(intfId));
   }
   void onIntfStatusAndDeviceNamekelImmediate() override {
-    if (notificationActive()) proxyVlanSm_->handlePort();
+    if (notificationActive()) owner().handlePort();
   }
-
- private:
-  ProxyVlanSm* proxyVlanSm_;
 };
 
 ProxyVlanSm::KelProxyTopoPort::KelProxyTopoPort(Kel::Ptr<TopoPort const> port,
@@ -332,18 +306,6 @@ void ProxyVlanSm::KelProxyTopoPort::handleTopoPortDirection() {
 bool ProxyVlanSm::KelProxyTopoPort::isStale() const {
   auto const current = proxyVlanSm_->proxyTopoPort(intfId());
   return !current || current->notifier() != notifier();
-}
-
-Kel::Ptr<ProxyVlanSm> ProxyVlanSm::ProxyVlanSmIs(
-    VlanId vlanId, Kel::Ptr<Igmp::QuerierConfig const> querierVlanConfig,
-    Kel::Ptr<TopoVlan const> topoVlan, Kel::Ptr<ProxyPamManager> pamManager,
-    Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
-    Kel::Ptr<DeviceIntfStatusDir const> kernelIntfStatusDir, Kel::Ptr<PortVlanMapping> portVlanMap,
-    Kel::Ptr<AdapterVlanConfig> adapterConfig, Kel::Ptr<Horix::TimerWheel const> timerWheel) {
-  return Kel::make<ProxyVlanSm>(vlanId, std::move(querierVlanConfig), std::move(topoVlan),
-                                std::move(pamManager), std::move(igmpHostDir),
-                                std::move(kernelIntfStatusDir), std::move(portVlanMap),
-                                std::move(adapterConfig), std::move(timerWheel));
 }
 
 ProxyVlanSm::ProxyVlanSm(VlanId vlanId, Kel::Ptr<Igmp::QuerierConfig const> querierVlanConfig,
@@ -528,79 +490,66 @@ void ProxyVlanSm::handleHostPam(IntfId intfId) {
 
 // ---- ProxySm
 
-class ProxySm::KelProtocolConfig final : public IgmpProtocolConfig::NotifieeConst {
+class ProxySm::KelProtocolConfig final
+    : public Kel::ReactorFor<ProxySm, IgmpProtocolConfig::NotifieeConst> {
  public:
-  KelProtocolConfig(Kel::Ptr<IgmpProtocolConfig const> config, ProxySm* proxySm)
-      : proxySm_(proxySm) {
-    watch(std::move(config));
-  }
+  using ReactorFor::ReactorFor;
 
   // The handler comes before the reactor on the entry, which follows also while notification is
   // not active.
   void onContextConfig(VlanId vlan) override {
     if (isZombie()) return;
-    Kel::Ptr<ProxySm> const owner(proxySm_);
-    if (notificationActive()) owner->handleVlan(vlan);
+    Kel::Ptr<ProxySm> const proxySm(&owner());
+    if (notificationActive()) proxySm->handleVlan(vlan);
     if (isZombie()) return;
     if (auto const config = notifier()->contextConfig(vlan))
-      owner->contextIs(config);
+      proxySm->contextIs(config);
     else
-      owner->contextDel(vlan);
+      proxySm->contextDel(vlan);
   }
-
- private:
-  ProxySm* proxySm_;
 };
 
-class ProxySm::KelPVlanLib final : public PrivateVlanLib::LibState::NotifieeConst {
+class ProxySm::KelPVlanLib final
+    : public Kel::ReactorFor<ProxySm, PrivateVlanLib::LibState::NotifieeConst> {
  public:
-  KelPVlanLib(Kel::Ptr<PrivateVlanLib::LibState const> state, ProxySm* proxySm)
-      : proxySm_(proxySm) {
-    watch(std::move(state));
-  }
+  using ReactorFor::ReactorFor;
 
   void onSecondaryVlan(VlanId vlan) override {
-    if (notificationActive()) proxySm_->handleVlan(vlan);
+    if (notificationActive()) owner().handleVlan(vlan);
   }
-
- private:
-  ProxySm* proxySm_;
 };
 
-class ProxySm::KelQuerierConfigDir final : public Igmp::QuerierConfigDir::NotifieeConst {
+class ProxySm::KelQuerierConfigDir final
+    : public Kel::ReactorFor<ProxySm, Igmp::QuerierConfigDir::NotifieeConst> {
  public:
   KelQuerierConfigDir(Kel::Ptr<Igmp::QuerierConfigDir> dir, ProxySm* proxySm)
-      : dir_(std::move(dir)), proxySm_(proxySm) {
-    watch(dir_);
-  }
+      : ReactorFor(dir, proxySm), dir_(std::move(dir)) {}
 
   Kel::Ptr<Igmp::QuerierConfigDir> const& dir() const { return dir_; }
 
   void onQuerierConfig(Kel::Name const& name) override {
-    if (notificationActive()) proxySm_->handleQuerierConfig(name.stringValue());
+    if (notificationActive()) owner().handleQuerierConfig(name.stringValue());
   }
 
  private:
   Kel::Ptr<Igmp::QuerierConfigDir> dir_;
-  ProxySm* proxySm_;
 };
 
-class ProxySm::KelPamManager final : public Wirex::PortVlanPamManager::NotifieeConst {
+/// Holds the manager that it watches.
+class ProxySm::KelPamManager final
+    : public Kel::ReactorFor<ProxySm, Wirex::PortVlanPamManager::NotifieeConst> {
  public:
   KelPamManager(Kel::Ptr<ProxyPamManager> manager, ProxySm* proxySm)
-      : manager_(std::move(manager)), proxySm_(proxySm) {
-    watch(manager_);
-  }
+      : ReactorFor(manager, proxySm), manager_(std::move(manager)) {}
 
   Kel::Ptr<ProxyPamManager> const& manager() const { return manager_; }
 
   void onMultiplexer(IntfId intfId) override {
-    if (notificationActive()) proxySm_->handlePam(std::move(intfId));
+    if (notificationActive()) owner().handlePam(std::move(intfId));
   }
 
  private:
   Kel::Ptr<ProxyPamManager> manager_;
-  ProxySm* proxySm_;
 };
 
 ProxySm::KelContext::KelContext(Kel::Ptr<IgmpContextConfig const> config, ProxySm* proxySm)
@@ -623,23 +572,6 @@ Kel::Ptr<ProxySm> proxySmFactory(Kel::Ptr<IgmpProtocolConfig const> protocolConf
                                  Kel::Ptr<IgmpProtocolStatus const> coreStatusDir,
                                  Kel::Ptr<Horix::TimerWheel const> timerWheel) {
   return ProxySm::ProxySmIs(std::move(protocolConfig), std::move(topoVlanState),
-                            std::move(pVlanLib), std::move(pamDesiredIntfDir),
-                            std::move(querierConfigDir), std::move(igmpHostDir),
-                            std::move(kernelIntfStatusDir), std::move(bridgingConfig),
-                            std::move(coreStatusDir), std::move(timerWheel));
-}
-
-Kel::Ptr<ProxySm> ProxySm::ProxySmIs(Kel::Ptr<IgmpProtocolConfig const> protocolConfig,
-                                     Kel::Ptr<LibVlanState const> topoVlanState,
-                                     Kel::Ptr<PrivateVlanLib::LibState const> pVlanLib,
-                                     Kel::Ptr<Interface::PamDesiredIntfDir> pamDesiredIntfDir,
-                                     Kel::Ptr<Igmp::QuerierConfigDir> querierConfigDir,
-                                     Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
-                                     Kel::Ptr<DeviceIntfStatusDir const> kernelIntfStatusDir,
-                                     Kel::Ptr<Bridging::Config const> bridgingConfig,
-                                     Kel::Ptr<IgmpProtocolStatus const> coreStatusDir,
-                                     Kel::Ptr<Horix::TimerWheel const> timerWheel) {
-  return Kel::make<ProxySm>(std::move(protocolConfig), std::move(topoVlanState),
                             std::move(pVlanLib), std::move(pamDesiredIntfDir),
                             std::move(querierConfigDir), std::move(igmpHostDir),
                             std::move(kernelIntfStatusDir), std::move(bridgingConfig),

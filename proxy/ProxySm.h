@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <utility>
 
 #include "framework/entities/AdapterVlanConfig.h"
 #include "framework/entities/BridgingConfig.h"
@@ -34,12 +35,11 @@ class KEL_EXPORT ProxyPortSm : public Kel::PtrInterface {
  public:
   using ProtocolConfig = Gmp::Igmp::QuerierConfig;
 
-  static Kel::Ptr<ProxyPortSm> ProxyPortSmIs(
-      Wirex::IntfId intfId, VlanId vlanId, Kel::Ptr<Igmp::QuerierConfig const> querierVlanConfig,
-      Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
-      Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir,
-      Kel::Ptr<ProxyPamManager> pamManager, Kel::Ptr<PortVlanMapping> portVlanMap,
-      Kel::Ptr<Horix::TimerWheel const> timerWheel);
+  /// Makes one; the arguments are the constructor's.
+  template <class... Arguments>
+  static Kel::Ptr<ProxyPortSm> ProxyPortSmIs(Arguments&&... arguments) {
+    return Kel::make<ProxyPortSm>(std::forward<Arguments>(arguments)...);
+  }
 
   ProxyPortSm(Wirex::IntfId intfId, VlanId vlanId,
               Kel::Ptr<Igmp::QuerierConfig const> querierVlanConfig,
@@ -130,13 +130,11 @@ class KEL_EXPORT ProxyVlanSm : public Kel::PtrInterface {
   using TopoPort = Topology::Library::Vlan::Port;
   class KelProxyTopoPort;
 
-  static Kel::Ptr<ProxyVlanSm> ProxyVlanSmIs(
-      VlanId vlanId, Kel::Ptr<Igmp::QuerierConfig const> querierVlanConfig,
-      Kel::Ptr<TopoVlan const> topoVlan, Kel::Ptr<ProxyPamManager> pamManager,
-      Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
-      Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir,
-      Kel::Ptr<PortVlanMapping> portVlanMap, Kel::Ptr<AdapterVlanConfig> adapterConfig,
-      Kel::Ptr<Horix::TimerWheel const> timerWheel);
+  /// Makes one; the arguments are the constructor's.
+  template <class... Arguments>
+  static Kel::Ptr<ProxyVlanSm> ProxyVlanSmIs(Arguments&&... arguments) {
+    return Kel::make<ProxyVlanSm>(std::forward<Arguments>(arguments)...);
+  }
 
   /// @param adapterConfig null for a secondary VLAN whose primary is not proxied: its hosts then
   /// have no adapter.
@@ -256,16 +254,11 @@ class KEL_EXPORT ProxyVlanSm::KelProxyTopoPort final : public TopoPort::Notifiee
 /// one, through `proxySmFactory`, and drops it to stop.
 class KEL_EXPORT ProxySm : public Kel::PtrInterface {
  public:
-  static Kel::Ptr<ProxySm> ProxySmIs(
-      Kel::Ptr<IgmpProtocolConfig const> protocolConfig,
-      Kel::Ptr<Topology::Library::Vlan::LibVlanState const> topoVlanState,
-      Kel::Ptr<PrivateVlanLib::LibState const> pVlanLib,
-      Kel::Ptr<Interface::PamDesiredIntfDir> pamDesiredIntfDir,
-      Kel::Ptr<Igmp::QuerierConfigDir> querierConfigDir, Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
-      Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir,
-      Kel::Ptr<Bridging::Config const> bridgingConfig,
-      Kel::Ptr<IgmpProtocolStatus const> coreStatusDir,
-      Kel::Ptr<Horix::TimerWheel const> timerWheel);
+  /// Makes one; the arguments are the constructor's.
+  template <class... Arguments>
+  static Kel::Ptr<ProxySm> ProxySmIs(Arguments&&... arguments) {
+    return Kel::make<ProxySm>(std::forward<Arguments>(arguments)...);
+  }
 
   ProxySm(Kel::Ptr<IgmpProtocolConfig const> protocolConfig,
           Kel::Ptr<Topology::Library::Vlan::LibVlanState const> topoVlanState,

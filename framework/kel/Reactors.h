@@ -1,8 +1,35 @@
 #pragma once
 
+#include <utility>
+
 #include "framework/kel/Collection.h"
 
 namespace Kel {
+
+/// A reactor that calls the handlers of its owner, which it knows by plain pointer and which
+/// destroys it, or makes it a zombie, before it goes.
+///
+///     class Lamp::KelSwitch final : public Kel::ReactorFor<Lamp, Switch::NotifieeConst> {
+///      public:
+///       using ReactorFor::ReactorFor;
+///       void onPosition() override {
+///         if (notificationActive()) owner().handleSwitch();
+///       }
+///     };
+template <class Owner, class NotifieeInterface>
+class ReactorFor : public NotifieeInterface {
+ public:
+  template <class Watched>
+  ReactorFor(Ptr<Watched> watched, Owner* owner) : owner_(owner) {
+    this->watch(std::move(watched));
+  }
+
+ protected:
+  Owner& owner() const noexcept { return *owner_; }
+
+ private:
+  Owner* owner_;
+};
 
 /// The reactors that an owner keeps on the members of a watched collection, by the members' keys.
 template <class Key, class Reactor>

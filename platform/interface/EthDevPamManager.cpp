@@ -4,6 +4,7 @@
 
 #include "framework/kel/Assertion.h"
 #include "framework/kel/Exception.h"
+#include "framework/kel/Reactors.h"
 #include "framework/kel/Trace.h"
 #include "platform/interface/EthDevPams.h"
 
@@ -13,40 +14,30 @@ namespace Interface {
 
 using Wirex::IntfId;
 
-class EthDevPamManager::KelDesired final : public PamDesiredIntfDir::NotifieeConst {
+class EthDevPamManager::KelDesired final
+    : public Kel::ReactorFor<EthDevPamManager, PamDesiredIntfDir::NotifieeConst> {
  public:
-  KelDesired(Kel::Ptr<PamDesiredIntfDir const> desired, EthDevPamManager* manager)
-      : manager_(manager) {
-    watch(std::move(desired));
-  }
+  using ReactorFor::ReactorFor;
 
   void onIntfDesired(IntfId intf) override {
-    if (notificationActive()) manager_->handleIntf(intf);
+    if (notificationActive()) owner().handleIntf(intf);
   }
   void onIntfDesiredkelImmediate() override {
-    if (notificationActive()) manager_->handleIntf();
+    if (notificationActive()) owner().handleIntf();
   }
-
- private:
-  EthDevPamManager* manager_;
 };
 
-class EthDevPamManager::KelKernelIntfStatusDir final : public DeviceIntfStatusDir::NotifieeConst {
+class EthDevPamManager::KelKernelIntfStatusDir final
+    : public Kel::ReactorFor<EthDevPamManager, DeviceIntfStatusDir::NotifieeConst> {
  public:
-  KelKernelIntfStatusDir(Kel::Ptr<DeviceIntfStatusDir const> dir, EthDevPamManager* manager)
-      : manager_(manager) {
-    watch(std::move(dir));
-  }
+  using ReactorFor::ReactorFor;
 
   void onIntfStatusAndDeviceName(IntfId intf) override {
-    if (notificationActive()) manager_->handleIntf(intf);
+    if (notificationActive()) owner().handleIntf(intf);
   }
   void onIntfStatusAndDeviceNamekelImmediate() override {
-    if (notificationActive()) manager_->handleIntf();
+    if (notificationActive()) owner().handleIntf();
   }
-
- private:
-  EthDevPamManager* manager_;
 };
 
 EthDevPamManager::EthDevPamManager(Kel::Ptr<PamDesiredIntfDir const> desired,
@@ -100,6 +91,7 @@ void EthDevPamManager::kelDoZombieReactors(bool zombie) {
 }
 
 void EthDevPamManager::handleIntf() {
+  Kel::Ptr<EthDevPamManager> const self(this);
   for (IntfId const& intf : opened_->intfPam().keys()) handleIntf(intf);
   for (IntfId const& intf : desired_->notifier()->intfDesired().keys()) handleIntf(intf);
 }

@@ -9,39 +9,32 @@ namespace Bridging::IgmpSnooping {
 
 using Wirex::IntfId;
 
-class DefaultVlanSm::KelBridgingConfig final : public Bridging::Config::NotifieeConst {
+class DefaultVlanSm::KelBridgingConfig final
+    : public Kel::ReactorFor<DefaultVlanSm, Bridging::Config::NotifieeConst> {
  public:
-  KelBridgingConfig(Kel::Ptr<Bridging::Config const> config, DefaultVlanSm* owner) : owner_(owner) {
-    watch(std::move(config));
-  }
+  using ReactorFor::ReactorFor;
 
   void onVlanConfig(VlanId vlan) override {
-    if (notificationActive()) owner_->handleVlan(vlan);
+    if (notificationActive()) owner().handleVlan(vlan);
   }
   void onVlanConfigkelImmediate() override {
-    if (notificationActive()) owner_->handleVlan();
+    if (notificationActive()) owner().handleVlan();
   }
-
- private:
-  DefaultVlanSm* owner_;
 };
 
-class DefaultVlanSm::KelIntfConfig final : public IntfConfig::NotifieeConst {
+class DefaultVlanSm::KelIntfConfig final
+    : public Kel::ReactorFor<KelVlanConfig, IntfConfig::NotifieeConst> {
  public:
-  KelIntfConfig(Kel::Ptr<IntfConfig const> config, KelVlanConfig* owner) : owner_(owner) {
-    watch(std::move(config));
-  }
+  using ReactorFor::ReactorFor;
 
   void onTagged() override;
-
- private:
-  KelVlanConfig* owner_;
 };
 
-class DefaultVlanSm::KelVlanConfig final : public VlanConfig::NotifieeConst {
+class DefaultVlanSm::KelVlanConfig final
+    : public Kel::ReactorFor<DefaultVlanSm, VlanConfig::NotifieeConst> {
  public:
-  KelVlanConfig(Kel::Ptr<VlanConfig const> config, DefaultVlanSm* owner) : owner_(owner) {
-    watch(std::move(config));
+  KelVlanConfig(Kel::Ptr<VlanConfig const> config, DefaultVlanSm* owner)
+      : ReactorFor(std::move(config), owner) {
     handleIntf();
   }
 
@@ -77,22 +70,21 @@ class DefaultVlanSm::KelVlanConfig final : public VlanConfig::NotifieeConst {
       intfConfig_.watch(intf, config, [&] { return Kel::make<KelIntfConfig>(config, this); });
     else
       intfConfig_.del(intf);
-    owner_->untaggedIs(intf, notifier()->vlanId(), config && !config->tagged());
+    owner().untaggedIs(intf, notifier()->vlanId(), config && !config->tagged());
   }
 
   /// The VLAN is no longer there, and no interface is in it.
   void handleDelete() {
     for (IntfId const& intf : intfConfig_.keys())
-      owner_->untaggedIs(intf, notifier()->vlanId(), false);
+      owner().untaggedIs(intf, notifier()->vlanId(), false);
   }
 
  private:
-  DefaultVlanSm* owner_;
   Kel::Reactors<IntfId, KelIntfConfig> intfConfig_;
 };
 
 void DefaultVlanSm::KelIntfConfig::onTagged() {
-  if (notificationActive()) owner_->handleIntf(notifier()->intfId());
+  if (notificationActive()) owner().handleIntf(notifier()->intfId());
 }
 
 DefaultVlanSm::DefaultVlanSm(Kel::Ptr<Bridging::Config const> bridgingConfig,

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "framework/kel/Reactors.h"
 #include "platform/interface/MultiplexerBinding.h"
 
 namespace Bridging::IgmpSnooping {
@@ -9,20 +10,13 @@ namespace Bridging::IgmpSnooping {
 using Wirex::IntfId;
 
 class SnoopingPamManager::KelEthDevPamCol final
-    : public Interface::EthDevPamCollection::NotifieeConst {
+    : public Kel::ReactorFor<SnoopingPamManager, Interface::EthDevPamCollection::NotifieeConst> {
  public:
-  KelEthDevPamCol(Kel::Ptr<Interface::EthDevPamCollection const> collection,
-                  SnoopingPamManager* owner)
-      : owner_(owner) {
-    watch(std::move(collection));
-  }
+  using ReactorFor::ReactorFor;
 
   void onIntfPam(IntfId intf) override {
-    if (notificationActive()) owner_->handleEthDevPam(intf);
+    if (notificationActive()) owner().handleEthDevPam(intf);
   }
-
- private:
-  SnoopingPamManager* owner_;
 };
 
 SnoopingPamManager::SnoopingPamManager(
@@ -83,6 +77,7 @@ void SnoopingPamManager::kelDoZombieReactors(bool zombie) {
 }
 
 void SnoopingPamManager::handleEthDevPam(IntfId const& intf) {
+  Kel::Ptr<SnoopingPamManager> const self(this);
   auto const multiplexer = Interface::bindMultiplexer(*ethDevPamCol_, *this, intf);
   SnoopedPort const* const port = this->port(intf);
   if (!multiplexer || !port) return;
