@@ -64,7 +64,7 @@ void EventLoop::turn(std::optional<Time> until) {
   std::optional<Time> wakeUp = timerWheel_->nextExpiry();
   if (until && (!wakeUp || *until < *wakeUp)) wakeUp = until;
 
-  if (epoll_ < 0) {
+  if (watches_ == 0) {
     if (wakeUp)
       timerWheel_->advanceTo(*wakeUp);
     else
@@ -108,6 +108,7 @@ void EventLoop::add(Watch& watch) {
   event.events = EPOLLIN;
   event.data.ptr = &watch;
   if (epoll_ctl(epoll_, EPOLL_CTL_ADD, watch.descriptor_, &event) < 0) fail("epoll_ctl");
+  ++watches_;
 }
 
 void EventLoop::change(Watch& watch, bool waitsForOutput) {
@@ -119,6 +120,7 @@ void EventLoop::change(Watch& watch, bool waitsForOutput) {
 }
 
 void EventLoop::remove(Watch& watch) noexcept {
+  --watches_;
   epoll_ctl(epoll_, EPOLL_CTL_DEL, watch.descriptor_, nullptr);
   for (epoll_event& event : undelivered_)
     if (event.data.ptr == &watch) event.data.ptr = nullptr;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -78,6 +79,7 @@ class KEL_EXPORT EventLoop {
   Kel::Ptr<TimerWheel> timerWheel_;
   std::function<void()> afterBatch_;
   int epoll_ = -1;
+  std::size_t watches_ = 0;
   std::span<epoll_event> undelivered_;
   bool stopped_ = false;
 };

@@ -1,6 +1,9 @@
 #include "platform/interface/CaptureEthDevPams.h"
 
+#include <algorithm>
+
 #include "platform/interface/FilterInterpreter.h"
+#include "platform/wirex/PktManager.h"
 
 namespace Interface {
 
@@ -12,7 +15,8 @@ class CaptureEthDevPams::CaptureEthDevPam final : public EthDevPam {
 
   void receive(Wirex::Bytes frame) {
     if (settings().protocol == 0 || !filter_.accepts(frame)) return;
-    if (frame.size() > settings().bufferSize) {
+    if (frame.size() >
+        std::min(settings().bufferSize, Wirex::PktManager::instance().bufferSize())) {
       ++counters_.receiveTruncated;
       return;
     }
