@@ -84,6 +84,7 @@ void ProxyIntfFilter::handlePort() {
   KEL_ASSERT(pamDir(), "pamDir()");
   KEL_ASSERT(portVlanMap(), "portVlanMap()");
   KEL_TRACE(8, "void Bridging::IgmpSnooping::Proxy::ProxyIntfFilter::handlePort()");
+  Kel::Ptr<ProxyIntfFilter> const self(this);
   for (IntfId const& intfId : pamDir()->intfDesired().keys()) handlePort(intfId);
   for (IntfId const& intfId : portVlanMap()->portInfo().keys()) handlePort(intfId);
 }
@@ -138,6 +139,8 @@ void EthDevPamSm::kelDoZombieReactors(bool zombie) {
 
 void EthDevPamSm::handleEthDevPam() {
   KEL_TRACE(8, "void Bridging::IgmpSnooping::Proxy::EthDevPamSm::handleEthDevPam()");
+  Kel::Ptr<EthDevPamSm> const self(this);
+  Kel::Ptr<Wirex::PortVlanPamManager> const parent(parent_);
   for (IntfId const& intfId : ethDevPamCol()->intfPam().keys()) handleEthDevPam(intfId);
 }
 
@@ -211,7 +214,24 @@ void ProxyPamManager::kelDoZombieReactors(bool zombie) {
 
 void ProxyPamManager::pamColIs(PortKey const& key, Wirex::VlanPam::Ptr const& pam) {
   Kel::nonNull(pam, "Bridging::IgmpSnooping::Proxy::ProxyPamManager", "pamCol");
+  PortVlan const port{key.intfId(), key.vlanId()};
+  if (Wirex::VlanPam** const present = receivers_.find(port))
+    *present = pam.get();
+  else
+    receivers_.add(port, pam.get());
   pamCol_->entries_.put(*pamCol_, key, pam);
+}
+
+void ProxyPamManager::pamColDel(PortKey const& key) {
+  std::uint32_t const at = receivers_.position({key.intfId(), key.vlanId()});
+  if (at == decltype(receivers_)::absent) return;
+  receivers_.takeAt(at);
+  pamCol_->entries_.del(*pamCol_, key);
+}
+
+void ProxyPamManager::pamColDelAll() {
+  receivers_.clear();
+  pamCol_->entries_.delAll(*pamCol_);
 }
 
 Wirex::VlanPam::Ptr ProxyPamManager::portVlanPamIs(PortKey const& key) {
@@ -223,6 +243,7 @@ Wirex::VlanPam::Ptr ProxyPamManager::portVlanPamIs(PortKey const& key) {
   KEL_TRACE(5, "Creating VlanPam ");
   auto const plex = multiplexer(key.intfId());
   KEL_ASSERT(plex, "plex");
+  Kel::Ptr<ProxyPamManager> const self(this);
   auto const pam = Kel::make<Wirex::VlanPam>(Kel::format("%d", key.vlanId().value()), plex);
   plex->vlanIs(key.vlanId(), 0);
   pamColIs(key, pam);
@@ -234,7 +255,8 @@ void ProxyPamManager::doRxPkt(VlanId vlanId, IntfId intfId, Wirex::Pkt::PtrConst
             "virtual void Bridging::IgmpSnooping::Proxy::ProxyPamManager::doRxPkt("
             "Bridging::VlanId, Wirex::IntfId, const Ptr&) "
                 << vlanId << ' ' << intfId);
-  if (auto const pam = portVlanPam(PortKey(vlanId, std::move(intfId)))) pam->inputPktIs(pkt);
+  if (Wirex::VlanPam* const* const pam = receivers_.find({std::move(intfId), vlanId}))
+    Wirex::VlanPam::Ptr(*pam)->inputPktIs(pkt);
 }
 
 bool ProxyPamManager::tagOnEgress(VlanId vlanId, IntfId intfId) const {

@@ -143,8 +143,8 @@ class KEL_EXPORT ProxyPamManager final : public Wirex::PortVlanPamManager {
   Wirex::VlanPam::Ptr pamCol(PortKey const& key) const { return pamCol_->entries_.get(key); }
   /// Puts a packet access in the place of what the key has. Refuses null.
   void pamColIs(PortKey const& key, Wirex::VlanPam::Ptr const& pam);
-  void pamColDel(PortKey const& key) { pamCol_->entries_.del(*pamCol_, key); }
-  void pamColDelAll() { pamCol_->entries_.delAll(*pamCol_); }
+  void pamColDel(PortKey const& key);
+  void pamColDelAll();
   void pamColNotify(PortKey const& key) { pamCol_->entries_.notify(*pamCol_, key); }
 
   /// The packet access of a port in a VLAN, or null.
@@ -166,6 +166,15 @@ class KEL_EXPORT ProxyPamManager final : public Wirex::PortVlanPamManager {
   void kelDoZombieReactors(bool zombie) override;
 
  private:
+  /// A port in a VLAN, without the text that a PortKey has.
+  struct PortVlan {
+    Wirex::IntfId intfId;
+    VlanId vlanId;
+
+    std::uint32_t hash() const noexcept { return intfId.hash() * 31 + vlanId.hash(); }
+    friend bool operator==(PortVlan const&, PortVlan const&) noexcept = default;
+  };
+
   void configureReception();
 
   Kel::Ptr<Bridging::Config const> bridgingConfig_;
@@ -174,6 +183,9 @@ class KEL_EXPORT ProxyPamManager final : public Wirex::PortVlanPamManager {
   Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir_;
   Kel::Ptr<Interface::EthDevPamCollection> ethDevPamCol_;
   Kel::Ptr<PamCol> pamCol_;
+  // The same entries, for received packets: building a text for each would cost more than all else
+  // on their way.
+  Kel::Table<PortVlan, Wirex::VlanPam*> receivers_;
   Kel::Ptr<Interface::PamDesiredIntfDir> proxyPamDesired_;
   Kel::Ptr<EthDevPamSm> ethDevPamSm_;
   Kel::Ptr<ProxyIntfFilter> proxyIntfFilter_;

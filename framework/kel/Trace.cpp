@@ -28,10 +28,38 @@ TraceSink& sink() {
 }  // namespace
 
 std::ostream* TraceHandle::coverageStream_ = nullptr;
+TraceHandle* TraceHandle::first_ = nullptr;
+
+TraceHandle::TraceHandle(Name name) : next_(std::exchange(first_, this)), name_(std::move(name)) {
+  updateStatements();
+}
+
+TraceHandle::~TraceHandle() {
+  TraceHandle** place = &first_;
+  while (*place != this) place = &(*place)->next_;
+  *place = next_;
+}
+
+void TraceHandle::enabledIs(bool enabled) noexcept {
+  enabled_ = enabled;
+  updateStatements();
+}
 
 void TraceHandle::levelEnabledIs(int level, bool enabled) noexcept {
   std::uint32_t const flag = 1u << level;
   levelFlags_ = enabled ? levelFlags_ | flag : levelFlags_ & ~flag;
+  updateStatements();
+}
+
+void TraceHandle::coverageStreamIs(std::ostream* stream) noexcept {
+  coverageStream_ = stream;
+  for (TraceHandle* handle = first_; handle; handle = handle->next_) handle->updateStatements();
+}
+
+void TraceHandle::updateStatements() noexcept {
+  constexpr std::uint32_t allLevels = (1u << levels) - 1;
+  hitStep_ = enabled_ ? 2 : 1;
+  wantedLevels_ = coverageStream_ ? allLevels : enabled_ ? levelFlags_ : 0;
 }
 
 TraceHandle& traceHandle(Name const& name) {

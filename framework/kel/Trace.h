@@ -18,14 +18,15 @@ class KEL_EXPORT TraceHandle {
  public:
   static constexpr int levels = 16;
 
-  explicit TraceHandle(Name name) : name_(std::move(name)) {}
+  explicit TraceHandle(Name name);
   TraceHandle(TraceHandle const&) = delete;
   TraceHandle& operator=(TraceHandle const&) = delete;
+  ~TraceHandle();
 
   Name const& name() const noexcept { return name_; }
 
   bool enabled() const noexcept { return enabled_; }
-  void enabledIs(bool enabled) noexcept { enabled_ = enabled; }
+  void enabledIs(bool enabled) noexcept;
 
   bool levelEnabled(int level) const noexcept { return (levelFlags_ >> level & 1u) != 0; }
   void levelEnabledIs(int level, bool enabled) noexcept;
@@ -33,23 +34,30 @@ class KEL_EXPORT TraceHandle {
   /// How often the module's statements were reached; those reached while enabled count twice.
   std::uint64_t hits() const noexcept { return hits_; }
 
-  void hit() noexcept { hits_ += enabled_ ? 2 : 1; }
+  void hit() noexcept { hits_ += hitStep_; }
 
   /// Whether a statement of this level has to build its message.
-  bool wanted(int level) const noexcept {
-    return (enabled_ && levelEnabled(level)) || coverageStream() != nullptr;
-  }
+  bool wanted(int level) const noexcept { return (wantedLevels_ >> level & 1u) != 0; }
 
   /// While set, every statement of every handle also writes its message here.
   static std::ostream* coverageStream() noexcept { return coverageStream_; }
-  static void coverageStreamIs(std::ostream* stream) noexcept { coverageStream_ = stream; }
+  static void coverageStreamIs(std::ostream* stream) noexcept;
 
  private:
-  static std::ostream* coverageStream_;
+  void updateStatements() noexcept;
 
+  static std::ostream* coverageStream_;
+  static TraceHandle* first_;
+
+  // What a statement reads, kept in step with the switches: it is reached far more often than they
+  // are set.
   std::uint64_t hits_ = 0;
+  std::uint32_t hitStep_ = 1;
+  std::uint32_t wantedLevels_ = 0;
+
   std::uint32_t levelFlags_ = 0;
   bool enabled_ = false;
+  TraceHandle* next_;
   Name name_;
 };
 
