@@ -239,12 +239,12 @@ Wirex::VlanPam::Ptr ProxyPamManager::portVlanPamIs(PortKey const& key) {
             "Wirex::VlanPam::Ptr Bridging::IgmpSnooping::Proxy::ProxyPamManager::portVlanPamIs("
             "const Bridging::IgmpSnooping::Proxy::PortKey&) "
                 << key);
-  if (auto const present = pamCol(key)) return present;
+  if (auto present = pamCol(key)) return present;
   KEL_TRACE(5, "Creating VlanPam ");
   auto const plex = multiplexer(key.intfId());
   KEL_ASSERT(plex, "plex");
   Kel::Ptr<ProxyPamManager> const self(this);
-  auto const pam = Kel::make<Wirex::VlanPam>(Kel::format("%d", key.vlanId().value()), plex);
+  auto pam = Kel::make<Wirex::VlanPam>(Kel::format("%d", key.vlanId().value()), plex);
   plex->vlanIs(key.vlanId(), 0);
   pamColIs(key, pam);
   return pam;

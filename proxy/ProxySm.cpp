@@ -143,6 +143,8 @@ void ProxyPortSm::handleInitialized() {
   PortKey key;
   key.handleInit(hostName);
   portKeyIs(key);
+  auto const earlier = igmpHostDir_->igmpHost(hostName);
+  std::uint32_t const earlierVersion = earlier ? earlier->configVersion() : 0;
   portVlanMap_->portInfoIs(intfId_)->vlanIs(vlanId_, true);
   KEL_TRACE(8,
             "void Bridging::IgmpSnooping::Proxy::ProxyPortSm::handleInitialized() Creating "
@@ -150,6 +152,12 @@ void ProxyPortSm::handleInitialized() {
                 << hostName);
   igmpHostIs(igmpHostDir_->igmpHostIs(hostName));
   configureHost();
+  // Who heard of the host may have had another machine of the port made for it.
+  if (igmpHost_->configVersion() != earlierVersion) return;
+  // Also when the host was there before: these tell the host library to look at it again.
+  configVersion_ = earlierVersion + 1;
+  igmpHost_->configVersionIs(configVersion_);
+  igmpHost_->intfConfigVersionIs(igmpHost_->intfConfigVersion() + 1);
   initializedIs(true);
 }
 
@@ -160,12 +168,14 @@ void ProxyPortSm::configureHost() {
   igmpHost_->taggedIs(false);
   igmpHost_->externalPamIs(true);
   updateHostPam();
-  igmpHost_->igmpVersionIs(querierVlanConfig()->gmpQuerierConfig()->querierVersion());
+  if (auto const protocolConfig = querierVlanConfig()->gmpQuerierConfig())
+    igmpHost_->igmpVersionIs(protocolConfig->querierVersion());
   igmpHost_->deviceNameIs(kernelIntfStatusDir_->intfStatusAndDeviceName(intfId_).deviceName);
   igmpHost_->enabledIs(true);
-  // Also when the host was there before: these tell the host library to look at it again.
-  igmpHost_->configVersionIs(igmpHost_->configVersion() + 1);
-  igmpHost_->intfConfigVersionIs(igmpHost_->intfConfigVersion() + 1);
+}
+
+bool ProxyPortSm::isSuperseded() const {
+  return igmpHost_->configVersion() != configVersion_;
 }
 
 void ProxyPortSm::updateHostPam() {
@@ -205,9 +215,15 @@ void ProxyPortSm::handleIgmpVersion() {
 
 void ProxyPortSm::handleCleanup() {
   KEL_TRACE(9, portKey_ << ":void Bridging::IgmpSnooping::Proxy::ProxyPortSm::handleCleanup()");
-  if (!initialized()) return;
+  if (!initialized() || isSuperseded()) return;
+  // Who hears of each step may put the port back. From then on all of it is another machine's.
+  auto const isTakenOver = [this] {
+    return igmpHostDir_->igmpHost(portKey_.hostName()) != nullptr;
+  };
   igmpHostDir_->igmpHostDel(portKey_.hostName());
+  if (isTakenOver()) return;
   pamManager_->portVlanPamDel(portKey_);
+  if (isTakenOver()) return;
   if (auto const portInfo = portVlanMap_->portInfo(intfId_)) portInfo->vlanDel(vlanId_);
   if (auto const portInfo = portVlanMap_->portInfo(intfId_); portInfo && portInfo->vlan().empty())
     portVlanMap_->portInfoDel(intfId_);
@@ -436,6 +452,10 @@ void ProxyVlanSm::handlePort() {
   for (IntfId const& intfId : topoVlan()->port().keys()) {
     if (topoVlan_->isZombie()) return;
     if (topoVlan()->port().contains(intfId)) handlePort(intfId);
+    if (initialized()) continue;
+    // Who heard of the port may have had another machine of the VLAN made, to whose hosts this one
+    // must do nothing.
+    if (auto const portSm = this->portSm(intfId); portSm && portSm->isSuperseded()) return;
   }
 }
 
@@ -470,7 +490,8 @@ void ProxyVlanSm::serve(IntfId const& intfId, PortKey const& key) {
   portSmIs(intfId, vlanId_, querierVlanConfig_, igmpHostDir_, kernelIntfStatusDir(), pamManager_,
            portVlanMap_, timerWheel_);
   // Who heard of the new host may have taken the port out again, or this machine.
-  if (topoVlan_->isZombie() || !isServed(intfId)) {
+  if (topoVlan_->isZombie()) return;
+  if (!isServed(intfId)) {
     unserve(intfId, key);
     return;
   }
@@ -479,7 +500,8 @@ void ProxyVlanSm::serve(IntfId const& intfId, PortKey const& key) {
 
 void ProxyVlanSm::unserve(IntfId const& intfId, PortKey const& key) {
   if (adapterConfig_) adapterConfig_->hostKeyDel(key);
-  portSmDel(intfId);
+  // Who heard of the key may have put the port back.
+  if (!isServed(intfId)) portSmDel(intfId);
 }
 
 void ProxyVlanSm::handleHostPam(IntfId intfId) {
@@ -734,18 +756,31 @@ void ProxySm::handleVlan(VlanId vlan) {
   auto const querierConfig = querierConfigDir()->querierConfig(Kel::format("%d", vlan.value()));
   KEL_TRACE(9, "contextConfig : " << static_cast<bool>(contextConfig)
                                   << " querierConfig : " << static_cast<bool>(querierConfig));
-  if (contextConfig && contextConfig->proxyEnabled() && querierConfig) {
+  if (isProxied(vlan)) {
     // One that is there keeps the configurations that it was made with.
     if (vlanSm(vlan)) return;
     KEL_TRACE(9, "Creating VlanSm for vlan " << vlan);
     auto const adapterConfig = getOrCreateAdapterConfig(vlan);
     vlanSmIs(vlan, querierConfig, topoVlanState_->topoVlan(vlan), pamManager(), igmpHostDir_,
              kernelIntfStatusDir_, portVlanMap_, adapterConfig, timerWheel_);
+    // Who heard of the first hosts may have switched the VLAN off again.
+    if (!isProxied(vlan)) handleVlan(vlan);
   } else {
     KEL_TRACE(9, "Deleting VlanSm for " << vlan);
     vlanSmDel(vlan);
-    adapterConfigDel(vlan);
+    // Who heard of the last hosts may have switched it on again.
+    if (!vlanSm(vlan)) adapterConfigDel(vlan);
   }
+}
+
+/// Whether a VLAN has its querier, and its switch, which for a secondary VLAN is its primary's, is
+/// on.
+bool ProxySm::isProxied(VlanId vlan) const {
+  auto const role = pVlanLib()->secondaryVlan(vlan);
+  auto const contextConfig =
+      protocolConfig()->contextConfig(role == VlanTypeAndPrimaryVlan() ? vlan : role.primaryVlan());
+  return contextConfig && contextConfig->proxyEnabled() &&
+         querierConfigDir()->querierConfig(Kel::format("%d", vlan.value()));
 }
 
 Kel::Ptr<AdapterVlanConfig> ProxySm::getOrCreateAdapterConfig(VlanId vlan) {

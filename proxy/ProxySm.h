@@ -88,6 +88,11 @@ class KEL_EXPORT ProxyPortSm : public Kel::PtrInterface {
   bool initialized() const { return initialized_; }
   void initializedIs(bool initialized) { initialized_ = initialized; }
 
+  /// Whether another machine of the port has configured the host since, whose it is then. That
+  /// happens when the port is taken out and put back while this machine is still being made or
+  /// held, by who runs in one of its notifications.
+  bool isSuperseded() const;
+
   void handleInitialized();
   /// Connects the host with its packet access, or disconnects it while the port has no multiplexer.
   void updateHostPam();
@@ -117,6 +122,7 @@ class KEL_EXPORT ProxyPortSm : public Kel::PtrInterface {
   Kel::Ptr<PortVlanMapping> portVlanMap_;
   Kel::Ptr<Horix::TimerWheel const> timerWheel_;
   PortKey portKey_;
+  std::uint32_t configVersion_ = 0;  // of the host, as this machine configured it
   Kel::Ptr<Igmp::IgmpHost> igmpHost_;
   Kel::Ptr<KelInnerQuerierConfig> innerQuerierConfig_;
 };
@@ -365,6 +371,8 @@ class KEL_EXPORT ProxySm : public Kel::PtrInterface {
   class KelPVlanLib;
   class KelQuerierConfigDir;
   class KelPamManager;
+
+  bool isProxied(VlanId vlan) const;
 
   bool initialized_ = false;
   std::uint32_t mtu_ = mtuDefault;

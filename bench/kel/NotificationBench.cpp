@@ -102,9 +102,22 @@ void activityYardstick(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
+/// All reactors of an entity leave it, first come, first gone.
+void reactorsLeave(benchmark::State& state) {
+  auto const lamp = Kel::make<Lamp>();
+  std::vector<Kel::Ptr<Lamp::NotifieeConst>> watchers;
+  for (int i = 0; i < state.range(0); ++i) watchers.push_back(makeWatcher(lamp, nullptr));
+  for (auto _ : state) {
+    for (auto const& watcher : watchers) watcher->hasNotificationActiveIs(false);
+    for (auto const& watcher : watchers) watcher->hasNotificationActiveIs(true);
+  }
+  state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
 BENCHMARK(immediateNotification)->Arg(1)->Arg(4);
 BENCHMARK(immediateYardstick)->Arg(1)->Arg(4);
 BENCHMARK(activityNotification)->Arg(1)->Arg(64)->Arg(1024);
 BENCHMARK(activityYardstick)->Arg(1)->Arg(64)->Arg(1024);
+BENCHMARK(reactorsLeave)->Arg(4)->Arg(64)->Arg(4096);
 
 }  // namespace

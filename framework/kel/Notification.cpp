@@ -1,7 +1,5 @@
 #include "framework/kel/Notification.h"
 
-#include <algorithm>
-
 namespace Kel {
 
 thread_local constinit std::uint64_t mutations = 0;
@@ -38,11 +36,14 @@ NotifieeSlots::~NotifieeSlots() {
 
 void NotifieeSlots::add(Notifiee& notifiee) {
   if (Many* const several = many()) {
+    notifiee.slot_ = several->slots.size() & slotMask;
     several->slots.push_back(&notifiee);
   } else if (empty()) {
     content_ = reinterpret_cast<std::uintptr_t>(&notifiee);
   } else {
     auto* const list = new Many{{single(), &notifiee}};
+    single()->slot_ = 0;
+    notifiee.slot_ = 1;
     content_ = reinterpret_cast<std::uintptr_t>(list) | manyTag;
   }
 }
@@ -53,27 +54,22 @@ void NotifieeSlots::remove(Notifiee& notifiee) noexcept {
     content_ = 0;
     return;
   }
-  auto const slot = std::find(list->slots.begin(), list->slots.end(), &notifiee);
-  if (list->walks > 0) {
-    *slot = nullptr;
-    list->blanked = true;
-    return;
-  }
-  list->slots.erase(slot);
-  if (list->slots.empty()) {
-    delete list;
-    content_ = 0;
-  }
+  list->slots[notifiee.slot_] = nullptr;
+  ++list->blank;
+  if (list->compactable()) compact();
 }
 
 void NotifieeSlots::compact() noexcept {
   Many* const list = many();
-  std::erase(list->slots, nullptr);
-  list->blanked = false;
-  if (list->slots.empty()) {
+  if (list->blank == list->slots.size()) {
     delete list;
     content_ = 0;
+    return;
   }
+  std::erase(list->slots, nullptr);
+  list->blank = 0;
+  std::uint32_t slot = 0;
+  for (Notifiee* const notifiee : list->slots) notifiee->slot_ = slot++ & slotMask;
 }
 
 }  // namespace Kel

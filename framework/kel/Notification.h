@@ -49,7 +49,8 @@ class KEL_EXPORT Notifiee : public PtrInterface {
  protected:
   enum class Delivery : std::uint8_t { immediate, byActivity };
 
-  explicit Notifiee(Delivery delivery) noexcept : byActivity_(delivery == Delivery::byActivity) {}
+  explicit Notifiee(Delivery delivery) noexcept
+      : byActivity_(delivery == Delivery::byActivity), slot_(0) {}
 
   void activeFlagIs(bool active) noexcept { active_ = active; }
   void callOffPending() noexcept;
@@ -57,6 +58,7 @@ class KEL_EXPORT Notifiee : public PtrInterface {
  private:
   friend class ActivityQueue;
   friend class Entity;
+  friend class NotifieeSlots;
 
   /// Queues the callback with its key, unless it is pending already.
   template <auto Callback, class... Key>
@@ -125,18 +127,25 @@ class KEL_EXPORT Notifiee : public PtrInterface {
   void indexPending(ActivityQueue& queue);
 
   static constexpr std::uint32_t longChain = 8;
+  static constexpr unsigned slotBits = 27;
 
   bool active_ : 1 = true;
   bool zombie_ : 1 = false;
   bool initialized_ : 1 = false;
   bool pendingIndexed_ : 1 = false;
   bool byActivity_ : 1;
+  std::uint32_t slot_ : slotBits;  // where the entity has this reactor, if it has many
   // The newest, whose successor in the chain is the oldest.
   PendingNotification* newestPending_ = nullptr;
 };
 
 /// The reactors registered with one entity, in order of registration: none or one in place, more
 /// in an allocation of their own.
+///
+/// 1. Among many, a reactor knows its slot. One that leaves only blanks it, so that thousands of
+///    reactors can leave in any order at the same cost each.
+/// 2. Fewer than half of the slots are blank, except while walks are under way: nothing moves
+///    under a walk, and the end of the outermost one compacts.
 class KEL_EXPORT NotifieeSlots {
  public:
   NotifieeSlots() noexcept = default;
@@ -148,12 +157,12 @@ class KEL_EXPORT NotifieeSlots {
   void add(Notifiee& notifiee);
   void remove(Notifiee& notifiee) noexcept;
 
-  /// While walks are under way, a reactor that leaves only blanks its slot, and the end of the
-  /// outermost walk compacts.
   struct Many {
+    bool compactable() const noexcept { return walks == 0 && blank >= slots.size() - blank; }
+
     std::vector<Notifiee*> slots;
     std::uint32_t walks = 0;
-    bool blanked = false;
+    std::uint32_t blank = 0;
   };
 
   /// Visits the reactors of an entity that has many: those that were registered when it began,
@@ -167,7 +176,8 @@ class KEL_EXPORT NotifieeSlots {
     Walk(Walk const&) = delete;
     Walk& operator=(Walk const&) = delete;
     ~Walk() {
-      if (--many_.walks == 0 && many_.blanked) slots_.compact();
+      --many_.walks;
+      if (many_.compactable()) slots_.compact();
     }
 
     /// The next one, or null.
@@ -190,6 +200,7 @@ class KEL_EXPORT NotifieeSlots {
   void compact() noexcept;
 
   static constexpr std::uintptr_t manyTag = 1;
+  static constexpr std::uint32_t slotMask = (1U << Notifiee::slotBits) - 1;
 
   // NOLINTBEGIN(performance-no-int-to-ptr): the tag shares the word with the pointer
   bool hasMany() const noexcept { return (content_ & manyTag) != 0; }

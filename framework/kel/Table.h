@@ -178,6 +178,7 @@ class Table {
   static constexpr std::uint32_t scanned = 8;
   static constexpr std::uint32_t shrinkAbove = 256;
   static constexpr bool mapsToSomething = !std::is_same_v<Mapped, Nothing>;
+  // NOLINTNEXTLINE(bugprone-sizeof-expression): what is mapped to may be a pointer
   static constexpr std::size_t mappedSize = mapsToSomething ? sizeof(Mapped) : 0;
 
   struct Block {

@@ -376,9 +376,24 @@ TEST_F(ReentrancyTest, ReactorMayChangeWhatItWatchesInItsDestructor) {
   }
 }
 
-using NotifieeSlotsTest = ReentrancyTest;
+/// The slots alone, because what they compact cannot be seen through an entity. A reactor has its
+/// place in one entity's slots only, so these are not registered with one.
+class NotifieeSlotsTest : public ReentrancyTest {
+ protected:
+  Kel::Ptr<Recorder> recorder(std::string const& name) {
+    auto made = ReentrancyTest::recorder(name);
+    made->hasNotificationActiveIs(false);
+    return made;
+  }
 
-/// The slots alone, because what they compact cannot be seen through an entity.
+  static std::vector<Kel::Notifiee*> visited(Kel::NotifieeSlots& slots) {
+    std::vector<Kel::Notifiee*> visited;
+    Kel::NotifieeSlots::Walk walk(slots);
+    while (Kel::Notifiee* const notifiee = walk.next()) visited.push_back(notifiee);
+    return visited;
+  }
+};
+
 TEST_F(NotifieeSlotsTest, AreEmptyAgainWhenAllHaveLeftDuringAWalk) {
   auto const a = recorder("a");
   auto const b = recorder("b");
@@ -436,6 +451,54 @@ TEST_F(NotifieeSlotsTest, WalkVisitsWhoWasThereAtItsStartAndHasNotLeft) {
   EXPECT_EQ(walk.next(), c.get());
   EXPECT_EQ(walk.next(), d.get());
   EXPECT_EQ(walk.next(), nullptr);
+}
+
+TEST_F(NotifieeSlotsTest, KeepTheOrderOfRegistrationWhoeverLeaves) {
+  std::mt19937 random(11);
+  auto const below = [&random](std::size_t count) { return random() % count; };
+  std::vector<Kel::Ptr<Recorder>> idle;
+  for (int number = 0; number < 3000; ++number) idle.push_back(recorder("r"));
+  std::vector<Kel::Ptr<Recorder>> registered;
+  Kel::NotifieeSlots slots;
+
+  auto const add = [&] {
+    slots.add(*idle.back());
+    registered.push_back(idle.back());
+    idle.pop_back();
+  };
+  auto const removeAt = [&](std::size_t at) {
+    slots.remove(*registered[at]);
+    idle.push_back(registered[at]);
+    registered.erase(registered.begin() + static_cast<std::ptrdiff_t>(at));
+  };
+  auto const expectOrder = [&] {
+    if (registered.size() < 2) return;  // walks are for many
+    std::vector<Kel::Notifiee*> expected;
+    for (auto const& each : registered) expected.push_back(each.get());
+    ASSERT_EQ(visited(slots), expected);
+  };
+
+  while (!idle.empty()) add();
+  expectOrder();
+  for (int round = 0; round < 300; ++round) {
+    bool const grows = below(2) == 0;
+    for (std::size_t left = below(200); left > 0; --left) {
+      if (grows && !idle.empty()) add();
+      if (!grows && registered.size() > 2) removeAt(round % 3 == 0 ? 0 : below(registered.size()));
+    }
+    if (round % 4 == 0) {
+      Kel::NotifieeSlots::Walk const walk(slots);  // under which nothing may move
+      for (std::size_t left = below(100); left > 0 && registered.size() > 2; --left)
+        removeAt(below(registered.size()));
+      if (!idle.empty()) add();
+    }
+    expectOrder();
+  }
+  while (!registered.empty()) {
+    removeAt(0);
+    if (registered.size() % 500 == 0) expectOrder();
+  }
+  EXPECT_TRUE(slots.empty());
 }
 
 /// Reactors that do any of the above at random: nothing dangles, and whoever is deleted, inactive

@@ -8,16 +8,20 @@
 
 namespace Bridging::IgmpSnooping::Proxy::Testing {
 
-/// Enables levels of the adapter's traces while it lives, and keeps what is traced.
+/// Enables levels of one handle's traces while it lives, and keeps what is traced.
 class TraceCapture {
  public:
+  static constexpr char const* adapter = "IgmpSnoopingProxyAdapter";
+  static constexpr char const* pam = "IgmpSnooping::Proxy::Pam";
+
   struct Line {
     std::string handle, object, sourceFile, function;
     int level;
     std::string text;
   };
 
-  explicit TraceCapture(std::initializer_list<int> levels) : levels_(levels) {
+  explicit TraceCapture(std::initializer_list<int> levels, char const* handle = adapter)
+      : handle_(Kel::traceHandle(handle)), levels_(levels) {
     handle_.enabledIs(true);
     for (int const level : levels_) handle_.levelEnabledIs(level, true);
     Kel::traceSinkIs([this](Kel::TraceMessage const& message) {
@@ -34,8 +38,8 @@ class TraceCapture {
     handle_.enabledIs(false);
   }
 
-  static TraceCapture ofEveryLevel() {
-    return TraceCapture({0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15});
+  static TraceCapture ofEveryLevel(char const* handle = adapter) {
+    return TraceCapture({0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}, handle);
   }
 
   std::vector<Line> const& lines() const { return lines_; }
@@ -50,7 +54,7 @@ class TraceCapture {
   void clear() { lines_.clear(); }
 
  private:
-  Kel::TraceHandle& handle_ = Kel::traceHandle("IgmpSnoopingProxyAdapter");
+  Kel::TraceHandle& handle_;
   std::vector<int> levels_;
   std::vector<Line> lines_;
 };
