@@ -473,16 +473,16 @@ bool AdapterDriver::raiseSources(Event const& event) {
 // --- Hosts
 
 bool AdapterDriver::setHostKey(Event const& event) {
-  auto const entry = surroundings_.hostKeys.at.find(event.hostKey);
-  if (entry != surroundings_.hostKeys.at.end() && entry->second == event.keyValue) return false;
+  auto const entry = hostKeys_.at.find(event.hostKey);
+  if (entry != hostKeys_.at.end() && entry->second == event.keyValue) return false;
   config_->hostKeyIs(portKey(event.hostKey), event.keyValue);
-  surroundings_.hostKeys.at[event.hostKey] = event.keyValue;
+  hostKeys_.at[event.hostKey] = event.keyValue;
   hostKeyWasChanged(event.hostKey);
   return true;
 }
 
 bool AdapterDriver::removeHostKey(Event const& event) {
-  if (surroundings_.hostKeys.at.erase(event.hostKey) == 0) return false;
+  if (hostKeys_.at.erase(event.hostKey) == 0) return false;
   config_->hostKeyDel(portKey(event.hostKey));
   hostKeyWasChanged(event.hostKey);
   return true;
@@ -495,18 +495,18 @@ bool AdapterDriver::raiseHostKey(Event const& event) {
 }
 
 void AdapterDriver::hostKeyWasChanged(HostKey const& key) {
-  readOrder(config_->hostKey(), surroundings_.hostKeys.order);
+  readOrder(config_->hostKey(), hostKeys_.order);
   if (model_) model_->hostKeyChanged(key);
 }
 
 bool AdapterDriver::makeHost(Event const& event) {
-  if (!surroundings_.hosts.try_emplace(event.hostKey).second) return false;
+  if (!hosts_.try_emplace(event.hostKey).second) return false;
   hostDir_->igmpHostIs(hostName(event.hostKey));
   return true;
 }
 
 bool AdapterDriver::removeHost(Event const& event) {
-  if (surroundings_.hosts.erase(event.hostKey) == 0) return false;
+  if (hosts_.erase(event.hostKey) == 0) return false;
   hostDir_->igmpHostDel(hostName(event.hostKey));
   return true;
 }
@@ -531,7 +531,7 @@ bool AdapterDriver::dropAdapter() {
 bool AdapterDriver::makeAdapter() {
   if (model_) return false;
   adapter_ = adapterSmFactory(VlanId(adapterVlan), config_, hostDir_, statuses_[followed_].real);
-  model_.emplace(surroundings_, statuses_[followed_].twin, perturbation_);
+  model_.emplace(hostKeys_, hosts_, statuses_[followed_].twin, perturbation_);
   return true;
 }
 
@@ -565,7 +565,7 @@ VlanPicture AdapterDriver::observed() const {
   if (adapter_)
     for (auto const& [group, reactor] : adapter_->igmpGroup())
       observed.groups[number(group)] = picture(*reactor);
-  for (auto const& [key, records] : surroundings_.hosts)
+  for (auto const& [key, records] : hosts_)
     if (auto const host = hostDir_->igmpHost(hostName(key))) observed.hosts[key] = picture(*host);
   return observed;
 }
@@ -581,7 +581,7 @@ std::string AdapterDriver::difference() const {
   if (model_)
     expected = model_->picture();
   else
-    expected.hosts = surroundings_.hosts;
+    expected.hosts = hosts_;
   return deliveryDifference_ + Model::difference(observed(), expected);
 }
 

@@ -117,7 +117,8 @@ class AdapterDriver {
   std::size_t followed_ = 0;
   Kel::Ptr<AdapterVlanConfig> config_;
   Kel::Ptr<Igmp::IgmpHostDir> hostDir_;
-  Surroundings surroundings_;
+  HostKeys hostKeys_;
+  Hosts hosts_;
 
   // The last one removed in each place.
   std::map<Place, Groups> removedGroups_;

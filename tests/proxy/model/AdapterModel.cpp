@@ -24,9 +24,9 @@ std::set<int> sourcesOf(Counts const& counts) {
 
 }  // namespace
 
-AdapterModel::AdapterModel(Surroundings& surroundings, std::shared_ptr<Status const> status,
-                           Perturbation perturbation)
-    : surroundings_(surroundings), status_(std::move(status)), perturbation_(perturbation) {
+AdapterModel::AdapterModel(HostKeys const& hostKeys, Hosts& hosts,
+                           std::shared_ptr<Status const> status, Perturbation perturbation)
+    : hostKeys_(hostKeys), hosts_(hosts), status_(std::move(status)), perturbation_(perturbation) {
   followGroups();
 }
 
@@ -49,9 +49,9 @@ void AdapterModel::groupChanged(Status const& status, int group) {
 }
 
 void AdapterModel::hostKeyChanged(HostKey const& key) {
-  if (surroundings_.hostKeys.find(key)) {
+  if (hostKeys_.find(key)) {
     for (auto const& [group, reactor] : groups_) report(key, group);
-  } else if (auto const host = surroundings_.hosts.find(key); host != surroundings_.hosts.end()) {
+  } else if (auto const host = hosts_.find(key); host != hosts_.end()) {
     host->second.clear();
   }
 }
@@ -304,15 +304,15 @@ void AdapterModel::mergeExcludes(GroupReactor& group, PortReactor& port, Counts 
 void AdapterModel::updateHosts() {
   for (auto& [group, reactor] : groups_) {
     if (!reactor.hostChanged) continue;
-    for (auto const& [key, value] : surroundings_.hostKeys.at) report(key, group);
+    for (auto const& [key, value] : hostKeys_.at) report(key, group);
     reactor.hostChanged = false;
   }
 }
 
 void AdapterModel::clear(int group) {
-  for (HostKey const& key : surroundings_.hostKeys.order) {
-    auto const host = surroundings_.hosts.find(key);
-    if (host != surroundings_.hosts.end())
+  for (HostKey const& key : hostKeys_.order) {
+    auto const host = hosts_.find(key);
+    if (host != hosts_.end())
       host->second.erase(group);
     else if (!perturbed(Perturbation::clearingPassesMissingHosts))
       return;
@@ -320,8 +320,8 @@ void AdapterModel::clear(int group) {
 }
 
 void AdapterModel::report(HostKey const& key, int group) {
-  auto const host = surroundings_.hosts.find(key);
-  if (host == surroundings_.hosts.end()) return;
+  auto const host = hosts_.find(key);
+  if (host == hosts_.end()) return;
 
   GroupReactor const& reactor = groups_.at(group);
   auto const own = reactor.ports.find(key.port);
@@ -425,7 +425,7 @@ GroupPicture AdapterModel::picture(int group) const {
 VlanPicture AdapterModel::picture() const {
   VlanPicture picture;
   for (auto const& [group, reactor] : groups_) picture.groups[group] = this->picture(group);
-  picture.hosts = surroundings_.hosts;
+  picture.hosts = hosts_;
   return picture;
 }
 

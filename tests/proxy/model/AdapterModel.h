@@ -46,10 +46,8 @@ struct Status {
 };
 
 /// What lies outside of an adapter: the keys of its hosts, and the hosts.
-struct Surroundings {
-  Keyed<HostKey, bool> hostKeys;
-  std::map<HostKey, HostPicture> hosts;
-};
+using HostKeys = Keyed<HostKey, bool>;
+using Hosts = std::map<HostKey, HostPicture>;
 
 /// Where a reactor stands; the numbers that it does not need are 0.
 struct Place {
@@ -79,7 +77,7 @@ enum class Perturbation {
 
 class AdapterModel {
  public:
-  AdapterModel(Surroundings& surroundings, std::shared_ptr<Status const> status,
+  AdapterModel(HostKeys const& hostKeys, Hosts& hosts, std::shared_ptr<Status const> status,
                Perturbation perturbation);
   AdapterModel(AdapterModel const&) = delete;
   AdapterModel& operator=(AdapterModel const&) = delete;
@@ -173,7 +171,8 @@ class AdapterModel {
   static Merged allPortsBut(GroupReactor const& group, PortReactor const& own);
   static Merged exactly(GroupReactor const& group);
 
-  Surroundings& surroundings_;
+  HostKeys const& hostKeys_;
+  Hosts& hosts_;
   std::shared_ptr<Status const> status_;
   Perturbation perturbation_;
   std::map<int, GroupReactor> groups_;

@@ -1,11 +1,11 @@
 #include "tests/proxy/model/Sequence.h"
 
-#include <algorithm>
 #include <exception>
 #include <sstream>
 #include <utility>
 
 #include "tests/proxy/model/AdapterDriver.h"
+#include "tests/proxy/model/Shrinking.h"
 
 namespace Bridging::IgmpSnooping::Proxy::Model {
 
@@ -39,70 +39,21 @@ class Play {
   Failure failure_;
 };
 
-template <class T>
-std::vector<T> without(std::vector<T> const& whole, std::size_t first, std::size_t count) {
-  std::vector<T> rest(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(first));
-  std::size_t const behind = std::min(whole.size(), first + count);
-  rest.insert(rest.end(), whole.begin() + static_cast<std::ptrdiff_t>(behind), whole.end());
-  return rest;
-}
-
-class Shrinking {
+class Shrinking : public ShrinkingOf<Event, Failure> {
  public:
   Shrinking(Failure failure, Perturbation perturbation)
-      : failure_(std::move(failure)), perturbation_(perturbation) {}
-
-  Failure result() {
-    std::size_t before = 0;
-    do {
-      before = failure_.events.size();
-      leaveOutEvents();
-      leaveOutPairs();
-      leaveOutContents();
-    } while (failure_.events.size() < before);
-    return failure_;
-  }
+      : ShrinkingOf(std::move(failure), [perturbation](std::vector<Event> const& events) {
+          return replay(events, perturbation);
+        }) {}
 
  private:
-  bool take(std::vector<Event> const& candidate) {
-    std::optional<Failure> shorter = replay(candidate, perturbation_);
-    if (!shorter) return false;
-    failure_ = std::move(*shorter);
-    return true;
-  }
-
-  void leaveOutEvents() {
-    for (std::size_t chunk = failure_.events.size() / 2; chunk > 0; chunk /= 2) {
-      bool shorter = true;
-      while (std::exchange(shorter, false)) {
-        for (std::size_t end = failure_.events.size(); end > 0;) {
-          std::size_t const first = end > chunk ? end - chunk : 0;
-          if (take(without(failure_.events, first, end - first))) shorter = true;
-          end = std::min(first, failure_.events.size());
-        }
-        if (chunk > 1) break;
-      }
-    }
-  }
-
-  /// Events that undo each other can only go together.
-  void leaveOutPairs() {
-    for (std::size_t first = 0; first < failure_.events.size(); ++first) {
-      for (std::size_t second = first + 1; second < failure_.events.size(); ++second) {
-        if (!take(without(without(failure_.events, second, 1), first, 1))) continue;
-        second = first;
-      }
-    }
-  }
-
-  void leaveOutContents() {
-    for (std::size_t i = 0; i < failure_.events.size(); ++i) {
+  void leaveOutContents() override {
+    for (std::size_t i = 0; i < events().size(); ++i) {
       leaveOut(
           i, [](Event & event) -> auto& { return event.sources; });
       leaveOut(
           i, [](Event & event) -> auto& { return event.reporters; });
-      for (std::size_t j = 0; i < failure_.events.size() && j < failure_.events[i].reporters.size();
-           ++j)
+      for (std::size_t j = 0; i < events().size() && j < events()[i].reporters.size(); ++j)
         leaveOut(
             i, [j](Event & event) -> auto& { return event.reporters[j].sources; });
     }
@@ -110,17 +61,14 @@ class Shrinking {
 
   template <class ContentsOf>
   void leaveOut(std::size_t event, ContentsOf contentsOf) {
-    for (std::size_t i = 0;
-         event < failure_.events.size() && i < contentsOf(failure_.events[event]).size();) {
-      std::vector<Event> candidate = failure_.events;
+    for (std::size_t i = 0; event < events().size();) {
+      std::vector<Event> candidate = events();
       auto& contents = contentsOf(candidate[event]);
+      if (i >= contents.size()) return;
       contents = without(contents, i, 1);
       if (!take(candidate)) ++i;
     }
   }
-
-  Failure failure_;
-  Perturbation perturbation_;
 };
 
 }  // namespace
