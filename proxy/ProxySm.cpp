@@ -401,13 +401,14 @@ Kel::Ptr<ProxyVlanSm::KelProxyTopoPort> ProxyVlanSm::proxyTopoPort(IntfId const&
 Kel::Ptr<ProxyVlanSm::KelProxyTopoPort> ProxyVlanSm::proxyTopoPortIs(
     Kel::Ptr<TopoPort const> const& port) {
   Kel::nonNull(port, "Bridging::IgmpSnooping::Proxy::ProxyVlanSm", "proxyTopoPort");
-  auto const [watcher, isNew] = proxyTopoPort_.ensure(
-      port->intfId(), [&] { return Kel::make<KelProxyTopoPort>(port, this); });
-  if (isNew)
-    watcher->handleTopoPortBlocked();
-  else if (watcher->notifier() != port)
-    watcher->notifierIs(port);
-  return watcher;
+  if (auto present = proxyTopoPort(port->intfId())) {
+    if (present->notifier() != port) present->notifierIs(port);
+    return present;
+  }
+  auto added = proxyTopoPort_.watch(port->intfId(), port,
+                                    [&] { return Kel::make<KelProxyTopoPort>(port, this); });
+  added->handleTopoPortBlocked();
+  return added;
 }
 
 void ProxyVlanSm::proxyTopoPortDel(IntfId const& intfId) {
@@ -681,10 +682,11 @@ Kel::Ptr<ProxyVlanSm> ProxySm::vlanSmIs(
 }
 
 Kel::Ptr<AdapterVlanConfig> ProxySm::adapterConfigIs(VlanId vlan) {
-  auto const [config, isNew] =
-      adapterConfig_.ensure(vlan, [&] { return Kel::make<AdapterVlanConfig>(vlan); });
-  if (isNew) handleAdapterConfig(vlan);
-  return config;
+  if (auto present = adapterConfig(vlan)) return present;
+  auto added =
+      adapterConfig_.ensure(vlan, [&] { return Kel::make<AdapterVlanConfig>(vlan); }).first;
+  handleAdapterConfig(vlan);
+  return added;
 }
 
 void ProxySm::adapterConfigDel(VlanId vlan) {
