@@ -165,6 +165,7 @@ void AdapterSm::updateIgmpHost() {
   for (auto const& [position, address] : changed) {
     Kel::Ptr<KelIgmpGroup> const group = kelIgmpGroup(address);
     if (!group || !group->igmpHostChanged()) continue;
+    fetchRecords(address);
     std::uint32_t keyPosition = 0;
     for (PortKey const& key : hostKeys.keys()) {
       if (group->isZombie()) break;
@@ -173,6 +174,19 @@ void AdapterSm::updateIgmpHost() {
       processSplitHorizon(key, *group);
     }
     group->igmpHostChangedIs(false);
+  }
+}
+
+// Among many groups, the records of one lie far apart and out of the caches. To look all of them up
+// before any is written has the processor wait for several at a time.
+void AdapterSm::fetchRecords(IpAddr group) const {
+  constexpr std::uint32_t manyGroups = 4096;
+  if (igmpGroup_.size() < manyGroups) return;
+  for (auto const [key, value] : adapterConfig()->hostKey()) {
+    Igmp::IgmpHost const* const host = igmpHostDir_->igmpHost().find(key.hostName());
+    Igmp::IgmpV3GroupRecord const* const record = host ? host->v3group().find(group) : nullptr;
+    if (!record || !record->source() || record->source()->sourceIp().empty()) continue;
+    __builtin_prefetch(&record->source()->sourceIp().keyAt(0));
   }
 }
 

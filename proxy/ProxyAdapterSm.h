@@ -71,6 +71,7 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   /// The framework's zombie pass calls this for a group reactor that is about to go.
   void kel_handleIgmpGroup(KelIgmpGroup& reactor);
   void reconcileGroups(IgmpContextStatus const& status);
+  void fetchRecords(Wirex::IpAddr group) const;
   void processSplitHorizon(PortKey const& key, KelIgmpGroup const& group);
   bool mergeMemberPorts(KelIgmpGroup const& group, SourceCount& merged) const;
   void writeRecord(Igmp::IgmpHost& host, Wirex::IpAddr group, SourceCount& merged);
