@@ -3,8 +3,6 @@
 #include <tuple>
 #include <utility>
 
-#include "proxy/ReceiveFilter.h"
-
 namespace Agent {
 
 using Bridging::AllowedTrafficDirection;
@@ -44,24 +42,15 @@ Kel::Ptr<ProxySm> proxyOf(SwitchEntities const& entities,
       entities.snoopingStatus, timerWheel);
 }
 
-/// As the proxy's own, so that each device is opened once for both.
-Interface::EthDevSettings deviceSettings() {
-  using Bridging::IgmpSnooping::Proxy::receiveFilter;
-  Interface::EthDevSettings settings;
-  settings.bufferSize = 10004;
-  settings.protocol = 3;
-  settings.filter.assign(receiveFilter.begin(), receiveFilter.end());
-  return settings;
-}
-
 }  // namespace
 
 Switch::Switch(Configuration const& configuration, Horix::EventLoop& loop)
     : entities_(makeSwitchEntities(configuration)),
       loop_(loop),
       proxy_(proxyOf(entities_, loop.timerWheel())),
+      // With the proxy's own settings, so that each device is opened once for both.
       snooping_(Kel::make<SnoopingPamManager>(entities_.bridging, entities_.kernelIntfs,
-                                              deviceSettings())) {
+                                              proxy_->pamManager()->ethDevPamMgr()->settings())) {
   for (VlanConfig const& vlan : configuration.vlans) addLearning(vlan);
   addPorts(configuration);
   setDirections(entities_, configuration);
