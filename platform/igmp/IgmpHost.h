@@ -15,6 +15,18 @@
 /// the host library builds and sends their reports and answers queries.
 namespace Igmp {
 
+/// How a host sends, which its port and the configuration of its VLAN say.
+struct HostSettings {
+  Wirex::MacAddress macAddress{};       ///< of the port; a host that has none yet sends nothing
+  Wirex::IpAddr sourceAddress;          ///< of its messages (RFC 9776 section 4.2.14)
+  std::uint16_t mtu = 1500;             ///< bytes of an IP datagram on the port
+  std::uint8_t robustnessVariable = 2;  ///< 1 to 7 (RFC 9776 section 8.1)
+  /// Whether it says of itself how its records change. Queries are answered in any case.
+  bool reportsUnasked = false;
+
+  friend bool operator==(HostSettings const&, HostSettings const&) noexcept = default;
+};
+
 /// The sources of a group record. The value kept with each is not interpreted.
 class KEL_EXPORT IgmpV3HostGroupSourceList : public Kel::Entity {
  public:
@@ -104,6 +116,7 @@ class KEL_EXPORT IgmpHost : public Kel::Entity {
     virtual void onIntfConfigVersion() {}
     virtual void onBlocked() {}
     virtual void onDirection() {}
+    virtual void onSettings() {}
     virtual void onV3group(Wirex::IpAddr /*group*/) {}
     virtual void onV3groupkelImmediate() {}
 
@@ -161,6 +174,10 @@ class KEL_EXPORT IgmpHost : public Kel::Entity {
   Direction direction() const { return direction_.get(); }
   void directionIs(Direction direction) { direction_.is(*this, direction); }
 
+  /// Written by whoever knows the ports; the proxy leaves it alone.
+  HostSettings const& settings() const { return settings_.get(); }
+  void settingsIs(HostSettings const& settings) { settings_.is(*this, settings); }
+
   V3groups const& v3group() const { return v3group_; }
   Kel::Ptr<IgmpV3GroupRecord> v3group(Wirex::IpAddr group) const { return v3group_.get(group); }
   Kel::Ptr<IgmpV3GroupRecord> newV3group(Wirex::IpAddr group) const {
@@ -187,6 +204,7 @@ class KEL_EXPORT IgmpHost : public Kel::Entity {
   Kel::Value<std::uint32_t, &NotifieeConst::onIntfConfigVersion> intfConfigVersion_;
   Kel::Value<bool, &NotifieeConst::onBlocked> blocked_;
   Kel::Value<Direction, &NotifieeConst::onDirection> direction_;
+  Kel::Value<HostSettings, &NotifieeConst::onSettings> settings_;
   V3groups v3group_;
 };
 
@@ -217,15 +235,73 @@ class KEL_EXPORT IgmpHostDir : public Kel::Entity {
   IgmpHosts igmpHost_;
 };
 
-/// The status directory of the hosts of one owner, which its name tells.
+/// What a host has heard and sent.
+struct HostCounters {
+  std::uint64_t queriesHeard = 0;
+  std::uint64_t reportsSentV1 = 0;
+  std::uint64_t reportsSentV2 = 0;
+  std::uint64_t reportsSentV3 = 0;
+  std::uint64_t leavesSent = 0;        ///< IGMPv2's
+  std::uint64_t groupRecordsSent = 0;  ///< in IGMPv3 reports
+};
+
+/// How a host is doing. Its machine writes it; nobody is notified, because it changes with every
+/// message.
+class KEL_EXPORT IgmpHostStatus : public Kel::Entity {
+ public:
+  explicit IgmpHostStatus(Kel::Name name) : name_(std::move(name)) {}
+
+  /// The host's.
+  Kel::Name const& name() const { return name_; }
+
+  /// The version it speaks now: the configured one, or that of an older querier (RFC 9776
+  /// section 7.2.1).
+  IgmpVersion compatibilityMode() const { return compatibilityMode_; }
+  void compatibilityModeIs(IgmpVersion version) { compatibilityMode_ = version; }
+
+  HostCounters const& counters() const { return counters_; }
+  HostCounters& counters() { return counters_; }
+
+ private:
+  Kel::Name name_;
+  IgmpVersion compatibilityMode_ = IgmpVersion::v3;
+  HostCounters counters_;
+};
+
+/// The status of the hosts of one owner, which its name tells.
 class KEL_EXPORT IgmpHostStatusDir : public Kel::Entity {
  public:
+  class NotifieeConst : public Kel::NotifieeOf<IgmpHostStatusDir const> {
+   public:
+    virtual void onIgmpHostStatus(Kel::Name const& /*host*/) {}
+    virtual void onIgmpHostStatuskelImmediate() {}
+
+   protected:
+    using NotifieeOf::NotifieeOf;
+  };
+
+  using IgmpHostStatuses =
+      Kel::Members<Kel::Name, IgmpHostStatus, &NotifieeConst::onIgmpHostStatus>;
+
   explicit IgmpHostStatusDir(Kel::Name name) : name_(std::move(name)) {}
 
   Kel::Name const& name() const { return name_; }
 
+  IgmpHostStatuses const& igmpHostStatus() const { return igmpHostStatus_; }
+  Kel::Ptr<IgmpHostStatus> igmpHostStatus(Kel::Name const& host) const {
+    return igmpHostStatus_.get(host);
+  }
+  Kel::Ptr<IgmpHostStatus> newIgmpHostStatus(Kel::Name const& host) const {
+    return Kel::make<IgmpHostStatus>(host);
+  }
+  Kel::Ptr<IgmpHostStatus> igmpHostStatusIs(Kel::Name const& host) {
+    return igmpHostStatus_.is(*this, host);
+  }
+  void igmpHostStatusDel(Kel::Name const& host) { igmpHostStatus_.del(*this, host); }
+
  private:
   Kel::Name name_;
+  IgmpHostStatuses igmpHostStatus_;
 };
 
 }  // namespace Igmp

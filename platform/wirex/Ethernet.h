@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -12,6 +13,10 @@ using Bytes = std::span<std::uint8_t const>;
 using WritableBytes = std::span<std::uint8_t>;
 
 inline constexpr std::size_t macAddressSize = 6;
+
+/// All zero where it is not known.
+using MacAddress = std::array<std::uint8_t, macAddressSize>;
+
 inline constexpr std::size_t etherTypeOffset = 2 * macAddressSize;
 inline constexpr std::size_t ethernetHeaderSize = etherTypeOffset + 2;
 inline constexpr std::size_t vlanTagSize = 2 + 2;

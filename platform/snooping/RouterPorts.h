@@ -1,0 +1,52 @@
+#pragma once
+
+#include "framework/kel/Collection.h"
+#include "framework/types/IntfId.h"
+#include "framework/types/IpAddr.h"
+#include "framework/types/VlanId.h"
+#include "platform/horix/Clock.h"
+
+namespace Bridging::IgmpSnooping {
+
+/// Why an interface is a multicast router port, and until when (RFC 4541 section 2.1.1). At least
+/// one of these holds of an interface that is in RouterPorts.
+struct RouterPort {
+  bool configured = false;
+  Wirex::IpAddr querier;       ///< the last querier heard; 0.0.0.0 if none was
+  Horix::Time querierUntil{};  ///< zero if none was heard
+  Wirex::IpAddr pimNeighbor;   ///< the last router whose PIM hello was heard
+  Horix::Time pimUntil{};
+
+  friend bool operator==(RouterPort const&, RouterPort const&) noexcept = default;
+};
+
+/// The multicast router ports of one VLAN.
+class KEL_EXPORT RouterPorts : public Kel::Entity {
+ public:
+  class NotifieeConst : public Kel::NotifieeOf<RouterPorts const> {
+   public:
+    virtual void onRouterPort(Wirex::IntfId /*intf*/) {}
+    virtual void onRouterPortkelImmediate() {}
+
+   protected:
+    using NotifieeOf::NotifieeOf;
+  };
+
+  using Ports = Kel::Values<Wirex::IntfId, RouterPort, &NotifieeConst::onRouterPort>;
+
+  explicit RouterPorts(VlanId vlanId) : vlanId_(vlanId) {}
+
+  VlanId vlanId() const { return vlanId_; }
+
+  Ports const& routerPort() const { return routerPort_; }
+  void routerPortIs(Wirex::IntfId const& intf, RouterPort const& port) {
+    routerPort_.is(*this, intf, port);
+  }
+  void routerPortDel(Wirex::IntfId intf) { routerPort_.del(*this, intf); }
+
+ private:
+  VlanId vlanId_;
+  Ports routerPort_;
+};
+
+}  // namespace Bridging::IgmpSnooping
