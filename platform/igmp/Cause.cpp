@@ -44,6 +44,10 @@ std::string_view name(Cause cause) noexcept {
       return "too-many-groups";
     case Cause::tooManySources:
       return "too-many-sources";
+    case Cause::badPimChecksum:
+      return "bad-pim-checksum";
+    case Cause::badPimHello:
+      return "bad-pim-hello";
   }
   return "unknown-cause";
 }

@@ -20,7 +20,7 @@ enum class Cause : std::uint8_t {
   badTtl,              ///< Other than 1: the message may come from another network.
   noRouterAlert,       ///< RFC 2113's option is missing and was required.
   sourceNotUnicast,    ///< Of the IP header, or in a source list.
-  inconsistentLength,  ///< An IGMP message shorter than its type or its counts ask for.
+  inconsistentLength,  ///< A message shorter than its type or its counts ask for.
   badIgmpChecksum,     ///< Over the whole IP payload.
   unknownType,         ///< An IGMP message type that a snooping switch has no use for.
   unknownRecordType,   ///< A group record of a type that RFC 9776 section 4.2.12 lacks.
@@ -30,9 +30,11 @@ enum class Cause : std::uint8_t {
   notInVlan,           ///< The port is no such member of the frame's VLAN.
   tooManyGroups,       ///< The VLAN has as many groups as it may have.
   tooManySources,      ///< The reporter would have more sources of the group than it may have.
+  badPimChecksum,      ///< Of a PIM hello.
+  badPimHello,         ///< A PIM hello of another version than 2, or not sent to all PIM routers.
 };
 
-inline constexpr std::size_t causes = static_cast<std::size_t>(Cause::tooManySources) + 1;
+inline constexpr std::size_t causes = static_cast<std::size_t>(Cause::badPimHello) + 1;
 
 /// The cause as operators read it: "bad-ip-checksum".
 KEL_EXPORT std::string_view name(Cause cause) noexcept;

@@ -46,7 +46,7 @@ Parsed<EthernetFrame> parseEthernet(Bytes captured) {
   return frame;
 }
 
-Parsed<Datagram> parseDatagram(EthernetFrame const& frame) {
+Parsed<Datagram> parseDatagram(EthernetFrame const& frame, std::uint8_t ipProtocol) {
   constexpr std::uint16_t moreFragmentsAndOffset = 0x3fff;
 
   if (frame.etherType != etherTypeIpv4) return Cause::notIgmp;
@@ -64,8 +64,8 @@ Parsed<Datagram> parseDatagram(EthernetFrame const& frame) {
   datagram.destination = reader.ipAddr();
   if (reader.failed()) return Cause::truncated;
 
-  // Before all else, so that no other protocol's damage is counted as IGMP's.
-  if (protocol != ipProtocolIgmp) return Cause::notIgmp;
+  // Before all else, so that no other protocol's damage is counted as this one's.
+  if (protocol != ipProtocol) return Cause::notIgmp;
 
   std::size_t const headerSize = (versionAndHeaderWords & 0x0fu) * std::size_t{4};
   if (versionAndHeaderWords >> 4 != 4 || headerSize < ipv4HeaderSize) return Cause::badIpHeader;

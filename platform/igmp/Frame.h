@@ -22,6 +22,7 @@ inline constexpr std::size_t ipv4HeaderSize = 20;  // without options
 inline constexpr std::size_t routerAlertSize = 4;
 
 inline constexpr std::uint8_t ipProtocolIgmp = 2;
+inline constexpr std::uint8_t ipProtocolPim = 103;
 inline constexpr std::uint8_t ipOptionRouterAlert = 0x94;  // RFC 2113 section 2.1
 
 /// An Ethernet frame with at most one IEEE 802.1Q tag. Views the captured bytes.
@@ -36,7 +37,7 @@ struct EthernetFrame {
 /// Refuses with `truncated` or `reservedVlan`.
 KEL_EXPORT Parsed<EthernetFrame> parseEthernet(Bytes captured);
 
-/// An IPv4 datagram that carries IGMP. Views the captured bytes.
+/// An IPv4 datagram. Views the captured bytes.
 struct Datagram {
   Wirex::IpAddr source;
   Wirex::IpAddr destination;
@@ -45,8 +46,10 @@ struct Datagram {
   Bytes payload;  ///< as long as the header says: Ethernet's padding is not in it
 };
 
-/// Refuses what is not IGMP in IPv4, cut short or fragmented, and a wrong header (RFC 791,
-/// checksum included). Whether TTL, source and Router Alert are acceptable is not decided here.
-KEL_EXPORT Parsed<Datagram> parseDatagram(EthernetFrame const& frame);
+/// Refuses what is not this protocol in IPv4 (with `notIgmp`), cut short or fragmented, and a wrong
+/// header (RFC 791, checksum included). Whether TTL, source and Router Alert are acceptable is not
+/// decided here.
+KEL_EXPORT Parsed<Datagram> parseDatagram(EthernetFrame const& frame,
+                                          std::uint8_t ipProtocol = ipProtocolIgmp);
 
 }  // namespace Igmp

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "framework/kel/Attribute.h"
 #include "framework/kel/Collection.h"
@@ -9,6 +10,7 @@
 #include "framework/types/IgmpVersion.h"
 #include "framework/types/IntfId.h"
 #include "framework/types/IpAddr.h"
+#include "platform/horix/Clock.h"
 #include "platform/wirex/VlanPam.h"
 
 /// The IGMP hosts: one per (port, VLAN), named by the text of its PortKey. The proxy writes them;
@@ -23,6 +25,8 @@ struct HostSettings {
   std::uint8_t robustnessVariable = 2;  ///< 1 to 7 (RFC 9776 section 8.1)
   /// Whether it says of itself how its records change. Queries are answered in any case.
   bool reportsUnasked = false;
+  /// Whether it ignores IGMPv2 and IGMPv3 queries without Router Alert (RFC 9776 section 9.1).
+  bool requireRouterAlert = false;
 
   friend bool operator==(HostSettings const&, HostSettings const&) noexcept = default;
 };
@@ -259,12 +263,23 @@ class KEL_EXPORT IgmpHostStatus : public Kel::Entity {
   IgmpVersion compatibilityMode() const { return compatibilityMode_; }
   void compatibilityModeIs(IgmpVersion version) { compatibilityMode_ = version; }
 
+  /// The last one heard of the version that it speaks, where that is older than the configured
+  /// one; 0.0.0.0 also for a querier without an address.
+  Wirex::IpAddr olderQuerier() const { return olderQuerier_; }
+  void olderQuerierIs(Wirex::IpAddr querier) { olderQuerier_ = querier; }
+
+  /// When it last sent something. Nothing if it never did.
+  std::optional<Horix::Time> const& lastSent() const { return lastSent_; }
+  void lastSentIs(Horix::Time time) { lastSent_ = time; }
+
   HostCounters const& counters() const { return counters_; }
   HostCounters& counters() { return counters_; }
 
  private:
   Kel::Name name_;
   IgmpVersion compatibilityMode_ = IgmpVersion::v3;
+  Wirex::IpAddr olderQuerier_;
+  std::optional<Horix::Time> lastSent_;
   HostCounters counters_;
 };
 

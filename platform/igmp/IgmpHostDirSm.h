@@ -1,34 +1,47 @@
 #pragma once
 
 #include "framework/kel/Activity.h"
+#include "framework/kel/Collection.h"
 #include "platform/horix/TimerWheel.h"
 #include "platform/igmp/IgmpHost.h"
 
 namespace Igmp {
 
-/// The host library's machine for the hosts of a directory. So far it only stands for them: hosts
-/// neither send nor answer queries yet.
+class HostSm;
+
+/// The host library: runs every host of a directory as an IGMP host (RFC 9776 sections 5 and 7;
+/// RFC 2236 and RFC 1112 towards older queriers), and keeps a status for each. A host that is
+/// disabled or removed while it can send leaves what it has reported; one whose machine ends just
+/// falls silent. Single-threaded, on the thread of the timer wheel.
 class KEL_EXPORT IgmpHostDirSm : public Kel::PtrInterface {
  public:
   /// @param activity on which the machine works; empty for one of its own.
   IgmpHostDirSm(Kel::Ptr<Kel::ActivityConfig> activity, Kel::Ptr<IgmpHostDir> igmpHostDir,
                 Kel::Ptr<IgmpHostStatusDir> igmpHostStatusDir,
-                Kel::Ptr<Horix::TimerWheel const> timerWheel)
-      : activity_(activity ? std::move(activity) : Kel::make<Kel::ActivityConfig>()),
-        igmpHostDir_(std::move(igmpHostDir)),
-        igmpHostStatusDir_(std::move(igmpHostStatusDir)),
-        timerWheel_(std::move(timerWheel)) {}
+                Kel::Ptr<Horix::TimerWheel const> timerWheel);
+  ~IgmpHostDirSm() override;
 
   Kel::Ptr<Kel::ActivityConfig> const& activity() const { return activity_; }
   Kel::Ptr<IgmpHostDir> const& igmpHostDir() const { return igmpHostDir_; }
   Kel::Ptr<IgmpHostStatusDir> const& igmpHostStatusDir() const { return igmpHostStatusDir_; }
   Kel::Ptr<Horix::TimerWheel const> const& timerWheel() const { return timerWheel_; }
 
+  void hasNotificationActiveIs(bool active) override;
+  void kelDoZombieReactors(bool zombie) override;
+
  private:
+  class KelIgmpHostDir;
+
+  void handleIgmpHost(Kel::Name const& name);
+  void handleIgmpHosts();
+  void remove(Kel::Name const& name);
+
   Kel::Ptr<Kel::ActivityConfig> activity_;
   Kel::Ptr<IgmpHostDir> igmpHostDir_;
   Kel::Ptr<IgmpHostStatusDir> igmpHostStatusDir_;
   Kel::Ptr<Horix::TimerWheel const> timerWheel_;
+  Kel::OwnedMembers<Kel::Name, HostSm> hosts_;
+  Kel::Ptr<KelIgmpHostDir> kelIgmpHostDir_;
 };
 
 }  // namespace Igmp

@@ -8,14 +8,6 @@ namespace Igmp {
 
 namespace {
 
-enum class MessageType : std::uint8_t {
-  query = 0x11,
-  reportV1 = 0x12,
-  reportV2 = 0x16,
-  leave = 0x17,
-  reportV3 = 0x22,
-};
-
 bool areUnicast(SourceList const& sources) {
   return std::all_of(sources.begin(), sources.end(), isUnicast);
 }

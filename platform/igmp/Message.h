@@ -20,6 +20,15 @@
 /// checked once by parseMessage() and read as they are walked. They live as long as those bytes.
 namespace Igmp {
 
+/// The first byte of a message.
+enum class MessageType : std::uint8_t {
+  query = 0x11,
+  reportV1 = 0x12,
+  reportV2 = 0x16,
+  leave = 0x17,
+  reportV3 = 0x22,
+};
+
 inline constexpr std::size_t addressSize = 4;
 inline constexpr std::size_t messageSize = 1 + 1 + 2 + addressSize;  // of IGMPv1 and IGMPv2
 inline constexpr std::size_t queryV3HeaderSize = messageSize + 1 + 1 + 2;

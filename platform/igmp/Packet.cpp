@@ -11,7 +11,7 @@ Parsed<Packet> parsePacket(EthernetFrame const& frame, ReceivePolicy policy) {
   if (!hasNoAddressYet && !isUnicast(datagram->source)) return Cause::sourceNotUnicast;
   auto const message = parseMessage(datagram->payload);
   if (!message) return message.cause();
-  return Packet{datagram->source, datagram->destination, *message};
+  return Packet{datagram->source, datagram->destination, *message, datagram->routerAlert};
 }
 
 }  // namespace Igmp

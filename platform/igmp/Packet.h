@@ -13,6 +13,7 @@ struct Packet {
   Wirex::IpAddr source;  ///< 0.0.0.0 from a system that has no address yet
   Wirex::IpAddr destination;
   Message message;
+  bool routerAlert = false;
 };
 
 /// What a VLAN asks of received IGMP packets beyond correctness.

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "framework/types/IgmpV3GroupRecordType.h"
+#include "platform/igmp/IgmpFrame.h"
+#include "platform/igmp/IgmpHost.h"
+#include "platform/igmp/Message.h"
+
+namespace Igmp {
+
+/// Writes what a host has to say at one time into as few frames as the MTU allows, and counts it.
+/// They are sent when all is written, because sending may change what is being said.
+class MessageWriter {
+ public:
+  using RecordType = Wirex::IgmpV3GroupRecordType;
+
+  /// @param counters outlives the writer.
+  MessageWriter(HostSettings const& settings, HostCounters& counters);
+
+  /// A group record of an IGMPv3 report; its sources are ascending.
+  void record(RecordType type, Wirex::IpAddr group, std::span<Wirex::IpAddr const> sources);
+
+  /// A report of an older version.
+  void report(IgmpVersion version, Wirex::IpAddr group);
+
+  /// An IGMPv2 leave.
+  void leave(Wirex::IpAddr group);
+
+  /// The frames, in the order in which they were written.
+  std::vector<Wirex::Pkt::Ptr> takeFrames();
+
+ private:
+  std::size_t room() const { return capacity_ - message_.size(); }
+  void append(RecordType type, Wirex::IpAddr group, std::span<Wirex::IpAddr const> sources);
+  void closeReport();
+  void groupMessage(MessageType type, Wirex::IpAddr group, Wirex::IpAddr destination);
+
+  Sender sender_;
+  std::size_t capacity_;  // of an IGMP message
+  HostCounters& counters_;
+  std::uint16_t records_ = 0;
+  std::vector<std::uint8_t> message_;  // the IGMPv3 report that is being written; empty if none is
+  std::vector<Wirex::Pkt::Ptr> frames_;
+};
+
+}  // namespace Igmp
