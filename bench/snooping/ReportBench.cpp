@@ -97,10 +97,25 @@ void reportAmongUnchangedGroups(benchmark::State& state) {
   allowAndBlockInTurn(state, vlan, Sources(1));
 }
 
+/// A port of two goes down with half of the groups that the argument says; per group. The hosts'
+/// records change too. Per group, the cost should not grow.
+void forgettingAPort(benchmark::State& state) {
+  SnoopedVlan vlan(2);
+  auto const groups = static_cast<std::uint32_t>(state.range(0));
+  for (auto _ : state) {
+    state.PauseTiming();
+    vlan.fillGroups(groups);
+    state.ResumeTiming();
+    vlan.forgetPort(0);
+  }
+  state.SetItemsProcessed(state.iterations() * groups / 2);
+}
+
 BENCHMARK(reportThatChangesSources)->Arg(1)->Arg(16)->Arg(365);
 BENCHMARK(reportThatChangesSourcesOfAMixedPort)->Arg(1)->Arg(16)->Arg(365);
 BENCHMARK(reportOfKnownState)->Arg(10)->Arg(1000)->Arg(100000);
 BENCHMARK(knownStateYardstick)->Arg(10)->Arg(1000)->Arg(100000);
+BENCHMARK(forgettingAPort)->Arg(2048)->Arg(16384)->Arg(131072)->Unit(benchmark::kMillisecond);
 BENCHMARK(reportAmongUnchangedGroups)->Arg(10)->Arg(1000)->Arg(100000);
 
 }  // namespace

@@ -53,6 +53,11 @@ class SnoopedVlan {
     batch_.publish();
   }
 
+  void forgetPort(std::size_t port) {
+    learning_.forgetPort(ports_[port]);
+    batch_.publish();
+  }
+
   /// One reporter that wants every source in each of `count` groups, over all ports in turn.
   void fillGroups(std::uint32_t count) {
     for (std::uint32_t i = 0; i < count; ++i)

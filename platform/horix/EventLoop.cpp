@@ -35,7 +35,15 @@ EventLoop::Watch::~Watch() {
 }
 
 void EventLoop::Watch::waitsForOutputIs(bool waits) {
-  loop_.change(*this, waits);
+  if (waits == waitsForOutput_) return;
+  waitsForOutput_ = waits;
+  loop_.change(*this);
+}
+
+void EventLoop::Watch::waitsForInputIs(bool waits) {
+  if (waits == waitsForInput_) return;
+  waitsForInput_ = waits;
+  loop_.change(*this);
 }
 
 EventLoop::EventLoop(Kel::Ptr<TimerWheel> timerWheel) : timerWheel_(std::move(timerWheel)) {}
@@ -111,10 +119,10 @@ void EventLoop::add(Watch& watch) {
   ++watches_;
 }
 
-void EventLoop::change(Watch& watch, bool waitsForOutput) {
+void EventLoop::change(Watch& watch) {
   epoll_event event{};
-  event.events = EPOLLIN;
-  if (waitsForOutput) event.events |= EPOLLOUT;
+  if (watch.waitsForInput_) event.events |= EPOLLIN;
+  if (watch.waitsForOutput_) event.events |= EPOLLOUT;
   event.data.ptr = &watch;
   if (epoll_ctl(epoll_, EPOLL_CTL_MOD, watch.descriptor_, &event) < 0) fail("epoll_ctl");
 }

@@ -29,8 +29,10 @@ class KEL_EXPORT EventLoop {
     Watch(EventLoop& loop, int descriptor);
     virtual ~Watch();
 
-    /// Whether to wait also until the descriptor takes output.
+    /// Whether to wait until the descriptor takes output, and whether to wait for input. Errors,
+    /// and that the other side has gone, are told in any case.
     void waitsForOutputIs(bool waits);
+    void waitsForInputIs(bool waits);
 
    private:
     friend class EventLoop;
@@ -41,6 +43,8 @@ class KEL_EXPORT EventLoop {
 
     EventLoop& loop_;
     int descriptor_;
+    bool waitsForInput_ = true;
+    bool waitsForOutput_ = false;
   };
 
   explicit EventLoop(Kel::Ptr<TimerWheel> timerWheel);
@@ -72,7 +76,7 @@ class KEL_EXPORT EventLoop {
 
  private:
   void add(Watch& watch);
-  void change(Watch& watch, bool waitsForOutput);
+  void change(Watch& watch);
   void remove(Watch& watch) noexcept;
   void deliver(std::span<epoll_event> ready);
 

@@ -15,8 +15,9 @@ namespace Interface {
 
 namespace {
 
-// Timers and other devices get their turn after so many frames.
-constexpr std::size_t receivedAtOnce = 256;
+// Timers, clients and other devices get their turn after so many frames: few enough that they do
+// not wait long even when every device is busy.
+constexpr std::size_t receivedAtOnce = 64;
 
 // So many packets wait for a socket that is full.
 constexpr std::size_t mostUnsent = 1024;

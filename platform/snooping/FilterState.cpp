@@ -42,6 +42,16 @@ FilterState FilterState::after(Igmp::GroupRecord const& record, IgmpMembership c
   return {};
 }
 
+bool FilterState::isRepeatedBy(Igmp::GroupRecord const& record, IgmpMembership const& membership) {
+  bool const includes = record.type == IgmpV3GroupRecordType::modeIsInclude ||
+                        record.type == IgmpV3GroupRecordType::changeToIncludeMode;
+  bool const excludes = record.type == IgmpV3GroupRecordType::modeIsExclude ||
+                        record.type == IgmpV3GroupRecordType::changeToExcludeMode;
+  return (membership.filterMode() == Mode::include ? includes : excludes) &&
+         record.sources.size() == membership.source().size() &&
+         std::equal(record.sources.begin(), record.sources.end(), membership.source().begin());
+}
+
 bool FilterState::describes(IgmpMembership const& membership) const {
   return mode_ == membership.filterMode() && sources_.size() == membership.source().size() &&
          std::all_of(membership.source().begin(), membership.source().end(),

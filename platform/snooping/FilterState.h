@@ -22,6 +22,10 @@ class KEL_EXPORT FilterState {
   /// @param membership its present one, or null.
   static FilterState after(Igmp::GroupRecord const& record, IgmpMembership const* membership);
 
+  /// Whether a record states a membership's filter as it is, its sources in the same order. It may
+  /// be missed, but costs little to find out, and most reports only repeat what is known.
+  static bool isRepeatedBy(Igmp::GroupRecord const& record, IgmpMembership const& membership);
+
   Mode mode() const { return mode_; }
   std::uint32_t sourceCount() const { return sources_.size(); }
   bool left() const { return mode_ == Mode::include && sources_.empty(); }

@@ -31,7 +31,7 @@ class LearnedIntf final : public IgmpIntfStatus {
   LearnedGroup& group_;
 };
 
-class LearnedMembership final : public IgmpMembership, public Horix::Timer {
+class KEL_EXPORT LearnedMembership final : public IgmpMembership, public Horix::Timer {
  public:
   LearnedMembership(Wirex::IpAddr reporter, LearnedIntf& intf)
       : IgmpMembership(reporter), intf_(intf) {}

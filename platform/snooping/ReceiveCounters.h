@@ -9,17 +9,25 @@
 
 namespace Bridging::IgmpSnooping {
 
-/// What was heard on a port: messages by type, in the order of Igmp::Message, and what was ignored
-/// by cause. Group records that were ignored count as well, though the rest of their report was
-/// used.
+/// What was heard on a port: messages by type, in the order of Igmp::Message, PIM hellos, and what
+/// was ignored by cause. Group records that were ignored count as well, though the rest of their
+/// report was used.
 struct ReceiveCounters {
   std::array<std::uint64_t, std::variant_size_v<Igmp::Message>> received{};
+  std::uint64_t pimHellos = 0;
   std::array<std::uint64_t, Igmp::causes> ignored{};
 
   void countReceived(Igmp::Message const& message) { ++received[message.index()]; }
   void countIgnored(Igmp::Cause cause) { ++ignored[static_cast<std::size_t>(cause)]; }
   std::uint64_t ignoredFor(Igmp::Cause cause) const {
     return ignored[static_cast<std::size_t>(cause)];
+  }
+
+  ReceiveCounters& operator+=(ReceiveCounters const& other) {
+    for (std::size_t i = 0; i < received.size(); ++i) received[i] += other.received[i];
+    for (std::size_t i = 0; i < ignored.size(); ++i) ignored[i] += other.ignored[i];
+    pimHellos += other.pimHellos;
+    return *this;
   }
 };
 

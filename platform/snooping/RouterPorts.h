@@ -9,13 +9,14 @@
 namespace Bridging::IgmpSnooping {
 
 /// Why an interface is a multicast router port, and until when (RFC 4541 section 2.1.1). At least
-/// one of these holds of an interface that is in RouterPorts.
+/// one of these holds of an interface that is in RouterPorts. Of several queriers, and of several
+/// PIM routers, the one that stays longest is told.
 struct RouterPort {
   bool configured = false;
-  Wirex::IpAddr querier;       ///< the last querier heard; 0.0.0.0 if none was
+  Wirex::IpAddr querier;       ///< 0.0.0.0 if none was heard
   Horix::Time querierUntil{};  ///< zero if none was heard
-  Wirex::IpAddr pimNeighbor;   ///< the last router whose PIM hello was heard
-  Horix::Time pimUntil{};
+  Wirex::IpAddr pimNeighbor;   ///< 0.0.0.0 if no PIM hello was heard
+  Horix::Time pimUntil{};      ///< Horix::Time::max() if its neighbor never times out
 
   friend bool operator==(RouterPort const&, RouterPort const&) noexcept = default;
 };

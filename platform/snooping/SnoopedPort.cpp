@@ -1,8 +1,13 @@
 #include "platform/snooping/SnoopedPort.h"
 
+#include <utility>
 #include <variant>
 
+#include "platform/igmp/IgmpFrame.h"
+
 namespace Bridging::IgmpSnooping {
+
+using Wirex::IpAddr;
 
 namespace {
 
@@ -15,7 +20,85 @@ Overloaded(Visitors...) -> Overloaded<Visitors...>;
 
 }  // namespace
 
+SnoopedPort::~SnoopedPort() {
+  for (auto const [vlan, snooped] : vlans_) snooped.querier->portDel(vlan, *this);
+}
+
+void SnoopedPort::vlanIs(VlanId vlan, SnoopedVlan const& snooped) {
+  if (SnoopedVlan* const present = vlans_.find(vlan)) {
+    if (present->querier != snooped.querier) present->querier->portDel(vlan, *this);
+    *present = snooped;
+  } else {
+    vlans_.add(vlan, snooped);
+    if (!counters_.contains(vlan)) counters_.add(vlan, std::make_unique<ReceiveCounters>());
+  }
+  snooped.querier->portIs(vlan, *this);
+}
+
+ReceiveCounters SnoopedPort::counters() const {
+  ReceiveCounters sum = countersInNoVlan_;
+  for (auto const [vlan, counters] : counters_) sum += *counters;
+  return sum;
+}
+
+ReceiveCounters const* SnoopedPort::counters(VlanId vlan) const {
+  auto const* const counters = counters_.find(vlan);
+  return counters ? counters->get() : nullptr;
+}
+
+void SnoopedPort::vlanDel(VlanId vlan) {
+  std::uint32_t const at = vlans_.position(vlan);
+  if (at == Vlans::absent) return;
+  SnoopedVlan const left = vlans_.takeAt(at);
+  left.querier->portDel(vlan, *this);
+  left.routers->portIsGone(intfId_);
+  // A primary VLAN's learning does not tell in which of its VLANs the port heard a reporter.
+  bool isElsewhere = false;
+  for (auto const [other, snooped] : vlans_) isElsewhere |= snooped.learning == left.learning;
+  if (!isElsewhere) left.learning->forgetPort(intfId_);
+}
+
+void SnoopedPort::forget() {
+  for (auto const [vlan, snooped] : vlans_) {
+    snooped.learning->forgetPort(intfId_);
+    snooped.routers->portIsGone(intfId_);
+  }
+}
+
+void SnoopedPort::sendsIs(bool sends) {
+  change([&] { sends_ = sends; });
+}
+
+void SnoopedPort::macAddressIs(Wirex::MacAddress const& macAddress) {
+  change([&] { macAddress_ = macAddress; });
+}
+
+void SnoopedPort::multiplexerIs(Kel::Ptr<Wirex::Multiplexer> multiplexer) {
+  change([&] { multiplexer_ = std::move(multiplexer); });
+}
+
+bool SnoopedPort::canSend() const {
+  constexpr Wirex::MacAddress unknown{};
+  return sends_ && macAddress_ != unknown && multiplexer_;
+}
+
+template <class Change>
+void SnoopedPort::change(Change change) {
+  bool const could = canSend();
+  change();
+  if (could || !canSend()) return;
+  for (auto const [vlan, snooped] : vlans_) snooped.querier->portIsUp(vlan, *this);
+}
+
+bool SnoopedPort::send(VlanId vlan, IpAddr source, IpAddr destination, Wirex::Bytes message) {
+  if (!canSend()) return false;
+  multiplexer_->outputPktIs(vlan, Igmp::igmpFrame({macAddress_, source}, destination, message));
+  return true;
+}
+
 void SnoopedPort::receive(VlanId vlan, Igmp::Bytes frame) {
+  auto const* const counters = counters_.find(vlan);
+  counting_ = counters ? counters->get() : &countersInNoVlan_;
   countIfIgnored(learnFrom(vlan, frame));
 }
 
@@ -27,45 +110,90 @@ void SnoopedPort::receiveInNoVlan(Igmp::Bytes frame) {
     auto const datagram = Igmp::parseDatagram(*ethernet);
     return datagram ? Igmp::Cause::notInVlan : datagram.cause();
   };
-  counters_.countIgnored(causeOf());
+  countersInNoVlan_.countIgnored(causeOf());
 }
 
 std::optional<Igmp::Cause> SnoopedPort::learnFrom(VlanId vlan, Igmp::Bytes bytes) {
   if (!receives_) return Igmp::Cause::portBlocked;
   auto const frame = Igmp::parseEthernet(bytes);
   if (!frame) return frame.cause();
-  VlanLearning& learning = *learning_.at(vlan);
-  auto const packet = Igmp::parsePacket(*frame, learning.policy().receive);
+  SnoopedVlan const* const found = vlans_.find(vlan);
+  if (!found) return Igmp::Cause::notInVlan;
+  SnoopedVlan const snooped = *found;
+  auto const packet = Igmp::parsePacket(*frame, snooped.learning->policy().receive);
+  if (!packet && packet.cause() == Igmp::Cause::notIgmp) return hearPim(snooped, *frame);
   if (!packet) return packet.cause();
-  counters_.countReceived(packet->message);
-  learn(learning, *packet);
+  counting_->countReceived(packet->message);
+  hear(vlan, snooped, *packet);
   return std::nullopt;
 }
 
-void SnoopedPort::learn(VlanLearning& learning, Igmp::Packet const& packet) {
+std::optional<Igmp::Cause> SnoopedPort::hearPim(SnoopedVlan const& vlan,
+                                                Igmp::EthernetFrame const& frame) {
+  auto const hello = Igmp::parsePimHello(frame);
+  if (!hello) return hello.cause();
+  ++counting_->pimHellos;
+  vlan.routers->helloHeard(intfId_, *hello);
+  return std::nullopt;
+}
+
+void SnoopedPort::hear(VlanId vlan, SnoopedVlan const& snooped, Igmp::Packet const& packet) {
   auto const report = [&](auto const& message) {
-    countIfIgnored(learning.report(intfId_, packet.source, message.group));
+    countIfIgnored(snooped.learning->report(intfId_, packet.source, message.group));
   };
-  std::visit(
-      Overloaded{
-          [](Igmp::Query const&) {},  // what routers ask changes no membership
-          [&](Igmp::ReportV1 const& message) { report(message); },
-          [&](Igmp::ReportV2 const& message) { report(message); },
-          [&](Igmp::ReportV3 const& message) {
-            for (Igmp::GroupRecord const& record : message.records) {
-              auto const problem = record.problem();
-              countIfIgnored(problem ? problem : learning.record(intfId_, packet.source, record));
-            }
-          },
-          [&](Igmp::Leave const& message) {
-            learning.leave(intfId_, packet.source, message.group);
-          },
-      },
-      packet.message);
+  std::visit(Overloaded{
+                 [&](Igmp::Query const& query) { hear(snooped, packet.source, query); },
+                 [&](Igmp::ReportV1 const& message) { report(message); },
+                 [&](Igmp::ReportV2 const& message) { report(message); },
+                 [&](Igmp::ReportV3 const& message) {
+                   for (Igmp::GroupRecord const& record : message.records)
+                     hear(vlan, snooped, packet.source, record);
+                 },
+                 [&](Igmp::Leave const& leave) { hear(vlan, snooped, packet.source, leave); },
+             },
+             packet.message);
+}
+
+void SnoopedPort::hear(SnoopedVlan const& snooped, IpAddr source, Igmp::Query const& query) {
+  Horix::Time const lifetime = snooped.learning->policy().otherQuerierPresentInterval(query);
+  snooped.querier->queryHeard(source, lifetime);
+  snooped.routers->querierHeard(intfId_, source, lifetime);
+}
+
+void SnoopedPort::hear(VlanId vlan, SnoopedVlan const& snooped, IpAddr reporter,
+                       Igmp::GroupRecord const& record) {
+  VlanLearning& learning = *snooped.learning;
+  if (auto const problem = record.problem()) {
+    counting_->countIgnored(*problem);
+    return;
+  }
+  Withdrawal withdrawal;
+  if (snooped.querier->isQuerier())
+    withdrawal = withdrawnBy(record, learning.membership(intfId_, reporter, record.group));
+  if (auto const cause = learning.record(intfId_, reporter, record))
+    counting_->countIgnored(*cause);
+  else if (!withdrawal.empty())
+    withdrawn(vlan, snooped, record.group, withdrawal);
+}
+
+void SnoopedPort::hear(VlanId vlan, SnoopedVlan const& snooped, IpAddr reporter,
+                       Igmp::Leave const& leave) {
+  // Somebody whose report another one's made unnecessary is no known member, but may leave.
+  bool const hasMembers = snooped.learning->hasMembers(intfId_, leave.group);
+  snooped.learning->leave(intfId_, reporter, leave.group);
+  if (hasMembers) withdrawn(vlan, snooped, leave.group, {.group = true, .sources = {}});
+}
+
+/// Where leaves are fast, the last one needs no confirmation.
+void SnoopedPort::withdrawn(VlanId vlan, SnoopedVlan const& snooped, IpAddr group,
+                            Withdrawal const& withdrawal) {
+  VlanLearning const& learning = *snooped.learning;
+  if (learning.policy().fastLeave && !learning.hasMembers(intfId_, group)) return;
+  snooped.querier->withdrawn(vlan, *this, group, withdrawal);
 }
 
 void SnoopedPort::countIfIgnored(std::optional<Igmp::Cause> cause) {
-  if (cause) counters_.countIgnored(*cause);
+  if (cause) counting_->countIgnored(*cause);
 }
 
 }  // namespace Bridging::IgmpSnooping

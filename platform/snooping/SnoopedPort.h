@@ -1,35 +1,61 @@
 #pragma once
 
-#include <map>
+#include <cstdint>
+#include <memory>
 #include <optional>
 
+#include "framework/kel/Table.h"
 #include "framework/types/IntfId.h"
 #include "framework/types/VlanId.h"
 #include "platform/igmp/ByteReader.h"
 #include "platform/igmp/Packet.h"
+#include "platform/snooping/QueryPort.h"
 #include "platform/snooping/ReceiveCounters.h"
-#include "platform/snooping/VlanLearning.h"
+#include "platform/snooping/SnoopedVlan.h"
+#include "platform/wirex/Multiplexer.h"
 
 namespace Bridging::IgmpSnooping {
 
 /// One port as snooping hears it: parses received frames, hands reports and leaves to their VLAN's
-/// learning, and counts what it ignores and why.
-class KEL_EXPORT SnoopedPort {
+/// learning, queries and PIM hellos to its router ports, and counts what it ignores and why. The
+/// queries of the VLANs' queriers leave through it.
+class KEL_EXPORT SnoopedPort final : private QueryPort {
  public:
+  using Vlans = Kel::Table<VlanId, SnoopedVlan>;
+
   explicit SnoopedPort(Wirex::IntfId intfId) : intfId_(std::move(intfId)) {}
+  SnoopedPort(SnoopedPort const&) = delete;
+  SnoopedPort& operator=(SnoopedPort const&) = delete;
+  ~SnoopedPort();
 
-  Wirex::IntfId const& intfId() const { return intfId_; }
-  ReceiveCounters const& counters() const { return counters_; }
-
-  /// What is heard in a VLAN is learned in `learning`, which for a secondary VLAN is its primary's:
-  /// the primary's adapter serves the hosts of both.
-  void vlanIs(VlanId vlan, VlanLearning& learning) { learning_[vlan] = &learning; }
+  Wirex::IntfId const& intfId() const override { return intfId_; }
+  /// Of all VLANs together, and of frames that belong to none of the port's.
+  ReceiveCounters counters() const;
+  /// Of a VLAN in which the port is or has been. Null if it never was.
+  ReceiveCounters const* counters(VlanId vlan) const;
+  ReceiveCounters const& countersInNoVlan() const { return countersInNoVlan_; }
 
   /// The VLANs in which the port is heard.
-  std::map<VlanId, VlanLearning*> const& vlan() const { return learning_; }
+  Vlans const& vlan() const { return vlans_; }
+  void vlanIs(VlanId vlan, SnoopedVlan const& snooped);
+  /// Takes the port from a VLAN, in which what was learned on it is forgotten.
+  void vlanDel(VlanId vlan);
+
+  /// Forgets what was learned on the port in all its VLANs: memberships and router ports. For a
+  /// port that is gone, blocked or without carrier.
+  void forget();
 
   /// A port that does not take frames in learns nothing from them.
+  bool receives() const { return receives_; }
   void receivesIs(bool receives) { receives_ = receives; }
+
+  /// What it takes to send queries, of which a port at first has nothing. When the last of it
+  /// comes, the queriers of the port's VLANs hear that it is up.
+  /// @param sends whether it lets frames out.
+  void sendsIs(bool sends);
+  void macAddressIs(Wirex::MacAddress const& macAddress);
+  void multiplexerIs(Kel::Ptr<Wirex::Multiplexer> multiplexer);
+  void mtuIs(std::size_t mtu) { mtu_ = mtu; }
 
   /// A frame of one of the port's VLANs, from the destination's MAC address on.
   void receive(VlanId vlan, Igmp::Bytes frame);
@@ -38,14 +64,36 @@ class KEL_EXPORT SnoopedPort {
   void receiveInNoVlan(Igmp::Bytes frame);
 
  private:
+  std::size_t mtu() const override { return mtu_; }
+  bool send(VlanId vlan, Wirex::IpAddr source, Wirex::IpAddr destination,
+            Wirex::Bytes message) override;
+
+  bool canSend() const;
+  template <class Change>
+  void change(Change change);
+
   std::optional<Igmp::Cause> learnFrom(VlanId vlan, Igmp::Bytes bytes);
-  void learn(VlanLearning& learning, Igmp::Packet const& packet);
+  std::optional<Igmp::Cause> hearPim(SnoopedVlan const& vlan, Igmp::EthernetFrame const& frame);
+  void hear(VlanId vlan, SnoopedVlan const& snooped, Igmp::Packet const& packet);
+  void hear(SnoopedVlan const& snooped, Wirex::IpAddr source, Igmp::Query const& query);
+  void hear(VlanId vlan, SnoopedVlan const& snooped, Wirex::IpAddr reporter,
+            Igmp::GroupRecord const& record);
+  void hear(VlanId vlan, SnoopedVlan const& snooped, Wirex::IpAddr reporter,
+            Igmp::Leave const& leave);
+  void withdrawn(VlanId vlan, SnoopedVlan const& snooped, Wirex::IpAddr group,
+                 Withdrawal const& withdrawal);
   void countIfIgnored(std::optional<Igmp::Cause> cause);
 
   Wirex::IntfId intfId_;
   bool receives_ = true;
-  std::map<VlanId, VlanLearning*> learning_;
-  ReceiveCounters counters_;
+  bool sends_ = false;
+  Wirex::MacAddress macAddress_{};
+  std::size_t mtu_ = 1500;
+  Kel::Ptr<Wirex::Multiplexer> multiplexer_;
+  Vlans vlans_;
+  Kel::Table<VlanId, std::unique_ptr<ReceiveCounters>> counters_;
+  ReceiveCounters countersInNoVlan_;
+  ReceiveCounters* counting_ = &countersInNoVlan_;  // those of the frame that is being heard
 };
 
 }  // namespace Bridging::IgmpSnooping

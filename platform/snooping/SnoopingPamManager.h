@@ -28,13 +28,19 @@ class KEL_EXPORT SnoopingPamManager final : public Wirex::PortVlanPamManager {
   SnoopedPort* port(Wirex::IntfId const& intf);
   /// The port, which from now on is snooped.
   SnoopedPort& portIs(Wirex::IntfId const& intf);
-  /// Has the port hear a VLAN.
-  void vlanIs(Wirex::IntfId const& intf, VlanId vlan, VlanLearning& learning);
+  /// The port is snooped no longer, and leaves its VLANs. Not to be called by what a port hears.
+  void portDel(Wirex::IntfId const& intf);
+
+  /// Has the port hear a VLAN, and the VLAN's querier send through it.
+  void vlanIs(Wirex::IntfId const& intf, VlanId vlan, SnoopedVlan const& snooped);
+  /// Takes the port from a VLAN, in which what was learned on it is forgotten.
+  void vlanDel(Wirex::IntfId const& intf, VlanId vlan);
 
   Kel::Ptr<Interface::EthDevPamCollection> const& ethDevPamCol() const { return ethDevPamCol_; }
 
   void doRxPkt(VlanId vlanId, Wirex::IntfId intfId, Wirex::Pkt::PtrConst const& pkt) override;
   void doRxPktInNoVlan(Wirex::IntfId intfId, Wirex::Pkt::PtrConst const& pkt) override;
+  bool tagOnEgress(VlanId vlanId, Wirex::IntfId intfId) const override;
 
   void hasNotificationActiveIs(bool active) override;
   void kelDoZombieReactors(bool zombie) override;
@@ -44,7 +50,9 @@ class KEL_EXPORT SnoopingPamManager final : public Wirex::PortVlanPamManager {
 
   void handleEthDevPam(Wirex::IntfId const& intf);
 
+  Kel::Ptr<Bridging::Config const> bridgingConfig_;
   Ports ports_;
+  Kel::Table<Wirex::IntfId, SnoopedPort*> portByIntf_;  // the same, found faster for every frame
   Kel::Ptr<Interface::PamDesiredIntfDir> desired_;
   Kel::Ptr<Interface::EthDevPamCollection> ethDevPamCol_;
   Kel::Ptr<KelEthDevPamCol> kelEthDevPamCol_;

@@ -31,8 +31,23 @@ struct SnoopingPolicy {
     return robustnessVariable * queryInterval + 2 * queryMaxResponseTime;
   }
 
-  /// How long it lives after a leave that nobody contradicts (RFC 9776 section 8.8).
+  /// How long it lives after a leave that nobody contradicts (RFC 9776 section 8.10).
   Milliseconds lastMemberQueryTime() const { return robustnessVariable * lastMemberQueryInterval; }
+
+  /// RFC 9776 section 8.6.
+  Milliseconds startupQueryInterval() const { return queryInterval / 4; }
+
+  /// How long the sender of a query is taken to be there (RFC 9776 section 8.5). It counts in its
+  /// own variables where it tells them (sections 4.1.6 and 4.1.7); the response time of a specific
+  /// query is not that of its general ones.
+  Milliseconds otherQuerierPresentInterval(Igmp::Query const& query) const {
+    unsigned const robustness = query.robustness != 0 ? query.robustness : robustnessVariable;
+    Milliseconds const interval =
+        query.queryInterval != query.queryInterval.zero() ? query.queryInterval : queryInterval;
+    Milliseconds const responseTime =
+        query.isGeneral() ? Milliseconds(query.maxResponseTime) : queryMaxResponseTime;
+    return robustness * interval + responseTime / 2;
+  }
 };
 
 }  // namespace Bridging::IgmpSnooping

@@ -31,23 +31,28 @@ VlanLearning::~VlanLearning() {
 
 std::optional<Igmp::Cause> VlanLearning::record(IntfId const& intf, IpAddr reporter,
                                                 Igmp::GroupRecord const& record) {
-  LearnedMembership* const known = find(intf, reporter, record.group);
+  LearnedMembership* const known = membership(intf, reporter, record.group);
+  if (known && FilterState::isRepeatedBy(record, *known)) {
+    timerWheel_->schedule(*known, policy_.groupMembershipInterval());
+    return std::nullopt;
+  }
   return learn(intf, reporter, record.group, known, FilterState::after(record, known));
 }
 
 std::optional<Igmp::Cause> VlanLearning::report(IntfId const& intf, IpAddr reporter, IpAddr group) {
-  return learn(intf, reporter, group, find(intf, reporter, group), FilterState::everySource());
+  return learn(intf, reporter, group, membership(intf, reporter, group),
+               FilterState::everySource());
 }
 
 void VlanLearning::leave(IntfId const& intf, IpAddr reporter, IpAddr group) {
-  LearnedMembership* const membership = find(intf, reporter, group);
-  if (!membership) return;
+  LearnedMembership* const known = membership(intf, reporter, group);
+  if (!known) return;
   if (policy_.fastLeave) {
-    forget(*membership);
+    forget(*known);
     return;
   }
   Horix::Time const end = timerWheel_->now() + policy_.lastMemberQueryTime();
-  if (end < membership->deadline()) timerWheel_->scheduleAt(*membership, end);
+  if (end < known->deadline()) timerWheel_->scheduleAt(*known, end);
 }
 
 std::optional<Igmp::Cause> VlanLearning::learn(IntfId const& intf, IpAddr reporter, IpAddr group,
@@ -56,12 +61,12 @@ std::optional<Igmp::Cause> VlanLearning::learn(IntfId const& intf, IpAddr report
     if (known) forget(*known);
     return std::nullopt;
   }
-  if (policy_.maxGroupSources != 0 && state.sourceCount() > policy_.maxGroupSources)
-    return Igmp::Cause::tooManySources;
   if (known && state.describes(*known)) {
     timerWheel_->schedule(*known, policy_.groupMembershipInterval());
     return std::nullopt;
   }
+  if (policy_.maxGroupSources != 0 && state.sourceCount() > policy_.maxGroupSources)
+    return Igmp::Cause::tooManySources;
   bool const newGroup = !known && !status_->group().contains(group);
   if (newGroup && policy_.maxGroups != 0 && status_->group().size() >= policy_.maxGroups)
     return Igmp::Cause::tooManyGroups;
@@ -69,17 +74,47 @@ std::optional<Igmp::Cause> VlanLearning::learn(IntfId const& intf, IpAddr report
   Kel::Ptr<LearnedMembership> const membership =
       known ? Kel::Ptr<LearnedMembership>(known) : make(intf, reporter, group);
   state.applyTo(*membership);
+  // One that wants every source was born so, and changes nothing. Its port is to look at it even so:
+  // what other reporters there exclude is excluded no longer.
+  if (!known) membership->filterModeNotify();
   Kel::runActivities();
   timerWheel_->schedule(*membership, policy_.groupMembershipInterval());
   batch_.add(status_);
   return std::nullopt;
 }
 
-LearnedMembership* VlanLearning::find(IntfId const& intf, IpAddr reporter, IpAddr group) const {
-  IgmpGroup const* const groupStatus = status_->group().find(group);
-  IgmpIntfStatus const* const intfStatus = groupStatus ? groupStatus->intf().find(intf) : nullptr;
-  IgmpMembership* const membership = intfStatus ? intfStatus->membership().find(reporter) : nullptr;
-  return static_cast<LearnedMembership*>(membership);
+LearnedMembership* VlanLearning::membership(IntfId const& intf, IpAddr reporter,
+                                            IpAddr group) const {
+  LearnedIntf const* const status = this->intf(intf, group);
+  return static_cast<LearnedMembership*>(status ? status->membership().find(reporter) : nullptr);
+}
+
+LearnedIntf* VlanLearning::intf(IntfId const& intf, IpAddr group) const {
+  IgmpGroup const* const status = status_->group().find(group);
+  return static_cast<LearnedIntf*>(status ? status->intf().find(intf) : nullptr);
+}
+
+bool VlanLearning::wants(IntfId const& intf, IpAddr group, IpAddr source, Horix::Time end) const {
+  LearnedIntf const* const status = this->intf(intf, group);
+  if (!status) return false;
+  for (auto const& [reporter, membership] : status->membership()) {
+    bool const includes = membership->filterMode() == Gmp::Igmp::IgmpFilterMode::include;
+    if (membership->source(source) == includes &&
+        static_cast<LearnedMembership&>(*membership).deadline() > end)
+      return true;
+  }
+  return false;
+}
+
+bool VlanLearning::wantsEverySource(IntfId const& intf, IpAddr group, Horix::Time end) const {
+  LearnedIntf const* const status = this->intf(intf, group);
+  if (!status) return false;
+  for (auto const& [reporter, membership] : status->membership()) {
+    if (membership->filterMode() == Gmp::Igmp::IgmpFilterMode::exclude &&
+        static_cast<LearnedMembership&>(*membership).deadline() > end)
+      return true;
+  }
+  return false;
 }
 
 /// Makes the membership and what is missing above it, from the top down, so that readers find
@@ -97,11 +132,53 @@ Kel::Ptr<LearnedMembership> VlanLearning::make(IntfId const& intf, IpAddr report
 }
 
 void VlanLearning::forget(LearnedMembership& membership) {
-  // Readers take nothing back for a membership that goes, so it withdraws what it said first.
-  membership.filterModeIs(Gmp::Igmp::IgmpFilterMode::include);
-  membership.sourceDelAll();
+  Kel::Ptr<LearnedIntf> const intf(&membership.intf());
+  forget(Memberships{Kel::Ptr<LearnedMembership>(&membership)});
+
+  // Readers do not look at the reporters that stay: "excluded by all of them" may now be true of
+  // more sources, which they find out when one of those speaks up.
+  if (intf->membership().empty()) return;
+  intf->membership().find(intf->membership().keyAt(0))->filterModeNotify();
   Kel::runActivities();
-  remove(membership);
+}
+
+void VlanLearning::forgetGroup(IpAddr group) {
+  Memberships memberships;
+  if (IgmpGroup const* const status = status_->group().find(group))
+    for (auto const& [name, intf] : status->intf()) collect(*intf, memberships);
+  forget(memberships);
+}
+
+void VlanLearning::forgetPort(IntfId const& intf) {
+  Memberships memberships;
+  for (auto const& [address, group] : status_->group())
+    if (IgmpIntfStatus const* const status = group->intf().find(intf))
+      collect(*status, memberships);
+  forget(memberships);
+}
+
+void VlanLearning::forgetAll() {
+  Memberships memberships;
+  for (auto const& [address, group] : status_->group())
+    for (auto const& [name, intf] : group->intf()) collect(*intf, memberships);
+  forget(memberships);
+}
+
+void VlanLearning::collect(IgmpIntfStatus const& intf, Memberships& memberships) {
+  for (auto const& [reporter, membership] : intf.membership())
+    memberships.emplace_back(static_cast<LearnedMembership*>(membership.get()));
+}
+
+void VlanLearning::forget(Memberships const& memberships) {
+  if (memberships.empty()) return;
+  // Readers take nothing back for a membership that goes, so it withdraws what it said first.
+  for (auto const& membership : memberships) {
+    membership->filterModeIs(Gmp::Igmp::IgmpFilterMode::include);
+    membership->sourceDelAll();
+  }
+  Kel::runActivities();
+  for (auto const& membership : memberships) remove(*membership);
+  Kel::runActivities();
   batch_.add(status_);
 }
 
@@ -112,13 +189,6 @@ void VlanLearning::remove(LearnedMembership& membership) {
   intf->membershipDel(membership.addr());
   if (intf->membership().empty()) group->intfDel(intf->intfId());
   if (group->intf().empty()) status_->groupDel(group->addr());
-  Kel::runActivities();
-
-  // Nor do they look at the reporters that stay: "excluded by all of them" may now be true of
-  // more sources, which they find out when one of those speaks up.
-  if (intf->membership().empty()) return;
-  intf->membership().find(intf->membership().keyAt(0))->filterModeNotify();
-  Kel::runActivities();
 }
 
 }  // namespace Bridging::IgmpSnooping

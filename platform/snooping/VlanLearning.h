@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <vector>
 
 #include "framework/entities/IgmpContextStatus.h"
 #include "platform/horix/TimerWheel.h"
@@ -26,7 +27,11 @@ class KEL_EXPORT VlanLearning {
   ~VlanLearning();
 
   VlanId vlanId() const { return status_->vlanId(); }
+  /// Memberships stay as they are when it changes: a new timing holds from their next report on,
+  /// and a lower limit from the next new group or source on.
   SnoopingPolicy const& policy() const { return policy_; }
+  void policyIs(SnoopingPolicy const& policy) { policy_ = policy; }
+
   Kel::Ptr<IgmpContextStatus> const& status() const { return status_; }
 
   /// A group record of an IGMPv3 report. Returns why it was ignored, if it was.
@@ -40,17 +45,38 @@ class KEL_EXPORT VlanLearning {
   /// An IGMPv2 leave.
   void leave(Wirex::IntfId const& intf, Wirex::IpAddr reporter, Wirex::IpAddr group);
 
-  /// Forgets a membership.
+  /// Forgets memberships: one, those of a group, those of a port, all. However many they are, each
+  /// turn is made once.
   void forget(LearnedMembership& membership);
+  void forgetGroup(Wirex::IpAddr group);
+  void forgetPort(Wirex::IntfId const& intf);
+  void forgetAll();
+
+  /// A reporter's membership, or null.
+  LearnedMembership* membership(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
+                                Wirex::IpAddr group) const;
+
+  bool hasMembers(Wirex::IntfId const& intf, Wirex::IpAddr group) const {
+    return this->intf(intf, group) != nullptr;
+  }
+
+  /// Whether somebody on a port wants this source of a group, or every source but some, beyond a
+  /// point in time if no more is heard.
+  bool wants(Wirex::IntfId const& intf, Wirex::IpAddr group, Wirex::IpAddr source,
+             Horix::Time end) const;
+  bool wantsEverySource(Wirex::IntfId const& intf, Wirex::IpAddr group, Horix::Time end) const;
 
  private:
-  LearnedMembership* find(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
-                          Wirex::IpAddr group) const;
+  using Memberships = std::vector<Kel::Ptr<LearnedMembership>>;
+
+  LearnedIntf* intf(Wirex::IntfId const& intf, Wirex::IpAddr group) const;
   Kel::Ptr<LearnedMembership> make(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
                                    Wirex::IpAddr group);
   std::optional<Igmp::Cause> learn(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
                                    Wirex::IpAddr group, LearnedMembership* known,
                                    FilterState const& state);
+  static void collect(IgmpIntfStatus const& intf, Memberships& memberships);
+  void forget(Memberships const& memberships);
   void remove(LearnedMembership& membership);
 
   Kel::Ptr<IgmpContextStatus> status_;

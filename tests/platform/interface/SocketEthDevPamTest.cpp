@@ -274,18 +274,18 @@ TEST_F(SocketEthDevPamTest, ErrorThatAReadIsToldOfDoesNotCostItsFrame) {
   EXPECT_EQ(pam->counters().receiveFailed, 1u);
 }
 
-TEST_F(SocketEthDevPamTest, OthersGetTheirTurnAfter256Frames) {
+TEST_F(SocketEthDevPamTest, OthersGetTheirTurnAfter64Frames) {
   pam = open();
   auto const other = open(swp2);
   auto const receiver = recorder(pam);
   auto const otherReceiver = recorder(other);
-  for (int i = 0; i < 300; ++i) ASSERT_TRUE(socket(swp1).arrive({frameOf(60, 1)}));
+  for (int i = 0; i < 100; ++i) ASSERT_TRUE(socket(swp1).arrive({frameOf(60, 1)}));
   ASSERT_TRUE(socket(swp2).arrive({frameOf(60, 2)}));
   turn();
-  EXPECT_THAT(received, SizeIs(257));
+  EXPECT_THAT(received, SizeIs(65));
   EXPECT_THAT(received, testing::Contains(frameOf(60, 2)));
   turn();
-  EXPECT_THAT(received, SizeIs(301));
+  EXPECT_THAT(received, SizeIs(101));
 }
 
 TEST_F(SocketEthDevPamTest, RingGoesRound) {

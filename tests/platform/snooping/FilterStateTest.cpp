@@ -127,6 +127,23 @@ TEST(FilterState, DescribesWhatHasTheSameModeAndSources) {
   EXPECT_FALSE(state.describes(*membershipWith(include({a, c}))));
 }
 
+TEST(FilterState, RecordThatStatesTheSameIsARepetition) {
+  auto const repeated = [](Record const& record, Filter const& present) {
+    return FilterState::isRepeatedBy(*ParsedRecord(record), *membershipWith(present));
+  };
+  EXPECT_TRUE(repeated(isIn(group, {a, b}), include({a, b})));
+  EXPECT_TRUE(repeated(toIn(group, {a, b}), include({a, b})));
+  EXPECT_TRUE(repeated(isEx(group, {a}), exclude({a})));
+  EXPECT_TRUE(repeated(toEx(group), exclude({})));
+  EXPECT_FALSE(repeated(isEx(group, {a}), include({a})));
+  EXPECT_FALSE(repeated(isIn(group, {a}), exclude({a})));
+  EXPECT_FALSE(repeated(isIn(group, {a}), include({a, b})));
+  EXPECT_FALSE(repeated(isIn(group, {a, c}), include({a, b})));
+  EXPECT_FALSE(repeated(isIn(group, {a, a}), include({a, b}))) << "says INCLUDE({a})";
+  EXPECT_FALSE(repeated(allow(group, {a}), include({a})));
+  EXPECT_FALSE(repeated(block(group, {a}), exclude({a})));
+}
+
 /// Counts what a membership's readers are told.
 class ChangeCounter final : public IgmpMembership::NotifieeConst {
  public:

@@ -1,23 +1,31 @@
+#include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstdint>
+#include <functional>
+#include <list>
 #include <map>
+#include <utility>
 #include <variant>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "platform/snooping/SnoopedPort.h"
 #include "tests/platform/snooping/MembershipTesting.h"
+#include "tests/platform/snooping/SnoopedVlans.h"
+#include "tests/platform/wirex/Wiring.h"
 
 namespace {
 
 using namespace SnoopingTest;
 using namespace IgmpTest;
+using namespace std::chrono_literals;
 using Bridging::VlanId;
 using Bridging::IgmpSnooping::ReportBatch;
 using Bridging::IgmpSnooping::SnoopedPort;
 using Bridging::IgmpSnooping::SnoopingPolicy;
-using Bridging::IgmpSnooping::VlanLearning;
 using Igmp::Cause;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -30,24 +38,11 @@ constexpr IpAddr linkLocal{224, 0, 0, 106};
 constexpr IpAddr host{10, 0, 0, 1};
 constexpr IpAddr a{192, 0, 2, 1};
 
-/// A VLAN with learning of its own.
-struct Vlan {
-  Vlan(std::uint16_t vlan, SnoopingPolicy const& policy, ReportBatch& batch)
-      : status(Kel::make<IgmpContextStatus>(VlanId(vlan))),
-        learning(status, policy, Kel::make<Horix::TimerWheel>(Kel::make<Horix::VirtualClock>()),
-                 batch) {}
-
-  bool has(IpAddr address) const { return status->group(address) != nullptr; }
-
-  Kel::Ptr<IgmpContextStatus> status;
-  VlanLearning learning;
-};
-
 class SnoopedPortTest : public testing::Test {
  protected:
   SnoopedPortTest() {
-    port.vlanIs(VlanId(10), vlan10.learning);
-    port.vlanIs(VlanId(20), vlan20.learning);
+    port.vlanIs(VlanId(10), vlan10.snooped());
+    port.vlanIs(VlanId(20), vlan20.snooped());
   }
 
   void hear(FrameBuilder const& frame) { hearIn(10, frame); }
@@ -55,6 +50,11 @@ class SnoopedPortTest : public testing::Test {
     port.receive(VlanId(vlan), frame.bytes());
   }
   void hearInNoVlan(FrameBuilder const& frame) { port.receiveInNoVlan(frame.bytes()); }
+
+  /// Another VLAN.
+  Vlan& vlanWith(SnoopingPolicy const& policy) {
+    return vlans.emplace_back(30, policy, batch, wheel);
+  }
 
   /// What was ignored, without the causes that there were none of.
   std::map<Cause, std::uint64_t> ignored() const {
@@ -67,8 +67,11 @@ class SnoopedPortTest : public testing::Test {
   }
 
   ReportBatch batch;
-  Vlan vlan10{10, {}, batch};
-  Vlan vlan20{20, {}, batch};
+  Kel::Ptr<Horix::TimerWheel> wheel =
+      Kel::make<Horix::TimerWheel>(Kel::make<Horix::VirtualClock>());
+  Vlan vlan10{10, {}, batch, wheel};
+  Vlan vlan20{20, {}, batch, wheel};
+  std::list<Vlan> vlans;
   SnoopedPort port{IntfId("swp1")};
 };
 
@@ -102,7 +105,7 @@ TEST_F(SnoopedPortTest, BlockedPortHearsNothingOfOtherVlansEither) {
 }
 
 TEST_F(SnoopedPortTest, SecondaryVlansLearnIntoTheirPrimarys) {
-  port.vlanIs(VlanId(11), vlan10.learning);
+  port.vlanIs(VlanId(11), vlan10.snooped());
   hearIn(11, FrameBuilder::reportV2(otherGroup).from(host).vlan(11));
   EXPECT_TRUE(vlan10.has(otherGroup));
 }
@@ -135,8 +138,8 @@ TEST_F(SnoopedPortTest, ReporterWithoutAnAddressIsOne) {
 TEST_F(SnoopedPortTest, LeaveIsTheReportersOwn) {
   SnoopingPolicy policy;
   policy.fastLeave = true;
-  Vlan vlan(30, policy, batch);
-  port.vlanIs(VlanId(10), vlan.learning);
+  Vlan& vlan = vlanWith(policy);
+  port.vlanIs(VlanId(10), vlan.snooped());
   hear(FrameBuilder::reportV2(group).from(host));
   hear(FrameBuilder::leave(group).from(IpAddr(10, 0, 0, 99)));
   EXPECT_TRUE(vlan.has(group));
@@ -161,6 +164,302 @@ TEST_F(SnoopedPortTest, MessagesAreCountedByType) {
   for (int i = 0; i < 4; ++i) hear(FrameBuilder::reportV3({isEx(group), isEx(otherGroup)}));
   for (int i = 0; i < 5; ++i) hear(FrameBuilder::leave(group));
   EXPECT_THAT(port.counters().received, ElementsAre(1, 2, 3, 4, 5));
+}
+
+// ---- Router ports
+
+class SnoopedPortRouterTest : public SnoopedPortTest {
+ protected:
+  static FrameBuilder hello() {
+    return FrameBuilder::message({0x20, 0, 0, 0, 0, 1, 0, 2, 0, 90}, Igmp::allPimRouters)
+        .protocol(103)
+        .withoutRouterAlert();
+  }
+  static bool isRouterPort(Vlan const& vlan) {
+    return vlan.routerPorts->routerPort().contains(IntfId("swp1"));
+  }
+  static Horix::Time querierUntil(Vlan const& vlan) {
+    return vlan.routerPorts->routerPort().get(IntfId("swp1")).querierUntil;
+  }
+};
+
+TEST_F(SnoopedPortRouterTest, QueriesOfAllVersionsMakeARouterPortOfTheirVlan) {
+  for (auto const& query : {FrameBuilder::queryV1(), FrameBuilder::queryV2(IpAddr(), 100),
+                            FrameBuilder::queryV3({}), FrameBuilder::queryV2(group, 10)}) {
+    hear(query);
+    EXPECT_TRUE(isRouterPort(vlan10));
+    EXPECT_FALSE(isRouterPort(vlan20));
+    vlan10.routers.portIsGone(IntfId("swp1"));
+  }
+}
+
+TEST_F(SnoopedPortRouterTest, QuerierStaysForItsOwnVariablesWhereItTellsThem) {
+  // 3 * 20 s + 5 s / 2
+  hear(FrameBuilder::queryV3(
+      {.maxResponseCode = 50, .flagsAndRobustness = 3, .queryIntervalCode = 20}));
+  EXPECT_EQ(querierUntil(vlan10), 62500ms);
+}
+
+TEST_F(SnoopedPortRouterTest, QuerierStaysForTheVlansVariablesWhereItTellsNone) {
+  SnoopingPolicy policy;
+  policy.robustnessVariable = 4;
+  policy.queryInterval = 10s;
+  Vlan& vlan = vlanWith(policy);
+  port.vlanIs(VlanId(10), vlan.snooped());
+  hear(FrameBuilder::queryV2(IpAddr(), 40));
+  EXPECT_EQ(querierUntil(vlan), 42s);
+  hear(FrameBuilder::queryV3(
+      {.maxResponseCode = 40, .flagsAndRobustness = 0, .queryIntervalCode = 0}));
+  EXPECT_EQ(querierUntil(vlan), 42s);
+  hear(FrameBuilder::queryV1());
+  EXPECT_EQ(querierUntil(vlan), 45s) << "its response time is 10 s";
+}
+
+TEST_F(SnoopedPortRouterTest, SpecificQueryDoesNotTellTheResponseTimeOfGeneralOnes) {
+  hear(FrameBuilder::queryV2(group, 10));
+  EXPECT_EQ(querierUntil(vlan10), 255s);
+}
+
+TEST_F(SnoopedPortRouterTest, QueryFromNobodyMakesNone) {
+  hear(FrameBuilder::queryV3({}).from(IpAddr()));
+  EXPECT_FALSE(isRouterPort(vlan10));
+}
+
+TEST_F(SnoopedPortRouterTest, BadQueryMakesNone) {
+  hear(FrameBuilder::queryV3({}).damageIgmpChecksum());
+  hear(FrameBuilder::queryV3({}).damageIpChecksum());
+  hear(FrameBuilder::queryV3({}).ttl(2));
+  EXPECT_FALSE(isRouterPort(vlan10));
+}
+
+TEST_F(SnoopedPortRouterTest, PimHelloMakesOneForItsHoldtimeAndIsCounted) {
+  hear(hello());
+  EXPECT_EQ(vlan10.routerPorts->routerPort().get(IntfId("swp1")).pimUntil, 90s);
+  EXPECT_EQ(port.counters().pimHellos, 1u);
+  EXPECT_THAT(ignored(), IsEmpty());
+}
+
+TEST_F(SnoopedPortRouterTest, BadPimHelloIsCountedByCause) {
+  hear(hello().damageIgmpChecksum());
+  hear(hello().ttl(2));
+  EXPECT_FALSE(isRouterPort(vlan10));
+  EXPECT_EQ(port.counters().pimHellos, 0u);
+  EXPECT_THAT(ignored(),
+              UnorderedElementsAre(Pair(Cause::badPimChecksum, 1), Pair(Cause::badTtl, 1)));
+}
+
+TEST_F(SnoopedPortRouterTest, BlockedPortHearsNoRouters) {
+  port.receivesIs(false);
+  hear(hello());
+  hear(FrameBuilder::queryV3({}));
+  EXPECT_FALSE(isRouterPort(vlan10));
+}
+
+TEST_F(SnoopedPortRouterTest, RouterPortOfASecondaryVlanIsItsOwn) {
+  auto const ownRouters = Kel::make<Bridging::IgmpSnooping::RouterPorts>(VlanId(11));
+  Bridging::IgmpSnooping::VlanRouters routers(ownRouters, wheel);
+  port.vlanIs(VlanId(11), {&vlan10.learning, &routers, &vlan10.querier});
+  hearIn(11, FrameBuilder::queryV3({}).vlan(11));
+  EXPECT_TRUE(ownRouters->routerPort().contains(IntfId("swp1")));
+  EXPECT_FALSE(isRouterPort(vlan10));
+  port.vlanDel(VlanId(11));
+}
+
+TEST_F(SnoopedPortRouterTest, ReportOnARouterPortIsLearnedLikeAnyOther) {
+  hear(FrameBuilder::queryV3({}));
+  hear(FrameBuilder::reportV2(group));
+  EXPECT_TRUE(vlan10.has(group));
+}
+
+// ---- Forgetting
+
+class SnoopedPortForgetTest : public SnoopedPortRouterTest {
+ protected:
+  SnoopedPortForgetTest() {
+    hear(FrameBuilder::reportV2(group));
+    hear(FrameBuilder::queryV3({}));
+    hearIn(20, FrameBuilder::reportV2(group));
+  }
+};
+
+TEST_F(SnoopedPortForgetTest, PortThatIsGoneForgetsWhatItHeardInAllItsVlans) {
+  vlan10.learning.report(IntfId("swp2"), host, otherGroup);
+  port.forget();
+  EXPECT_FALSE(vlan10.has(group));
+  EXPECT_FALSE(vlan20.has(group));
+  EXPECT_FALSE(isRouterPort(vlan10));
+  EXPECT_TRUE(vlan10.has(otherGroup)) << "of another port";
+  hear(FrameBuilder::reportV2(group));
+  EXPECT_TRUE(vlan10.has(group)) << "it still is in its VLANs";
+}
+
+TEST_F(SnoopedPortForgetTest, PortThatLeavesAVlanIsForgottenThere) {
+  port.vlanDel(VlanId(10));
+  EXPECT_FALSE(vlan10.has(group));
+  EXPECT_FALSE(isRouterPort(vlan10));
+  EXPECT_TRUE(vlan20.has(group));
+  hear(FrameBuilder::reportV2(group));
+  EXPECT_FALSE(vlan10.has(group));
+  EXPECT_THAT(ignored(), ElementsAre(Pair(Cause::notInVlan, 1)));
+  port.vlanDel(VlanId(10));
+}
+
+TEST_F(SnoopedPortForgetTest, PortThatLeavesASecondaryVlanKeepsWhatItsPrimaryMayHaveHeard) {
+  port.vlanIs(VlanId(11), vlan10.snooped());
+  port.vlanDel(VlanId(11));
+  EXPECT_TRUE(vlan10.has(group));
+  port.vlanDel(VlanId(10));
+  EXPECT_FALSE(vlan10.has(group));
+}
+
+// ---- Queries that are sent
+
+class SnoopedPortQuerierTest : public SnoopedPortTest {
+ protected:
+  SnoopedPortQuerierTest() {
+    multiplexer->devicePamIs(device);
+    multiplexer->vlanIs(VlanId(10), 0);
+    policy.queryMaxResponseTime = 10s;
+    querierIs({.sendsQueries = true, .version = Igmp::IgmpVersion::v3, .source = querier});
+  }
+
+  void querierIs(Bridging::IgmpSnooping::QuerierSettings const& settings) {
+    vlan10.learning.policyIs(policy);
+    vlan10.querier.settingsIs(settings, policy);
+  }
+  void bringUp() {
+    port.sendsIs(true);
+    port.macAddressIs(mac);
+    port.multiplexerIs(multiplexer);
+    device->sent.clear();
+  }
+  /// The queries on the wire since the last call.
+  std::vector<SentQuery> sent() {
+    std::vector<SentQuery> queries;
+    for (auto const& frame : std::exchange(device->sent, {})) {
+      auto const packet = Igmp::parsePacket(*Igmp::parseEthernet(frame), {true});
+      EXPECT_TRUE(packet) << "Router Alert, checksums and TTL are right";
+      EXPECT_EQ(packet->source, querier);
+      queries.push_back(sentQuery(std::get<Igmp::Query>(packet->message)));
+    }
+    return queries;
+  }
+
+  static constexpr IpAddr querier{10, 0, 0, 254};
+  static constexpr Wirex::MacAddress mac{2, 0, 0, 0, 0, 1};
+
+  SnoopingPolicy policy;
+  Kel::Ptr<WirexTest::Manager> manager = Kel::make<WirexTest::Manager>();
+  Kel::Ptr<WirexTest::Device> device = Kel::make<WirexTest::Device>();
+  Kel::Ptr<Wirex::Multiplexer> multiplexer = manager->multiplexerIs(IntfId("swp1"), manager.get());
+};
+
+TEST_F(SnoopedPortQuerierTest, PortThatHasAllItTakesToSendIsAskedOnce) {
+  port.sendsIs(true);
+  port.multiplexerIs(multiplexer);
+  EXPECT_THAT(sent(), IsEmpty());
+  port.macAddressIs(mac);
+  ASSERT_THAT(device->sent, testing::SizeIs(1));
+  EXPECT_TRUE(std::equal(mac.begin(), mac.end(), device->sent.front().begin() + 6));
+  EXPECT_THAT(sent(), ElementsAre(generalQuery));
+  port.macAddressIs(mac);
+  port.sendsIs(true);
+  EXPECT_THAT(sent(), IsEmpty());
+}
+
+TEST_F(SnoopedPortQuerierTest, PortThatLacksSomethingSendsNothing) {
+  bringUp();
+  for (auto const& takeAway : std::vector<std::function<void()>>{
+           [&] { port.sendsIs(false); }, [&] { port.macAddressIs({}); },
+           [&] { port.multiplexerIs(nullptr); }}) {
+    bringUp();
+    takeAway();
+    wheel->advanceTo(wheel->now() + 125s);
+    EXPECT_THAT(sent(), IsEmpty());
+  }
+}
+
+TEST_F(SnoopedPortQuerierTest, LeaveOfAMemberIsAskedAbout) {
+  bringUp();
+  hear(FrameBuilder::reportV2(group).from(host));
+  hear(FrameBuilder::leave(group).from(host));
+  EXPECT_THAT(sent(), ElementsAre(SentQuery{group}));
+}
+
+TEST_F(SnoopedPortQuerierTest, LeaveOfWhoseReportAnotherMadeUnnecessaryIsAskedAbout) {
+  bringUp();
+  hear(FrameBuilder::reportV2(group).from(host));
+  hear(FrameBuilder::leave(group).from(IpAddr(10, 0, 0, 2)));
+  EXPECT_THAT(sent(), ElementsAre(SentQuery{group, {}, true}));
+}
+
+TEST_F(SnoopedPortQuerierTest, LeaveOfAGroupThatNobodyOnThePortIsInIsNot) {
+  bringUp();
+  hear(FrameBuilder::leave(group).from(host));
+  EXPECT_THAT(sent(), IsEmpty());
+}
+
+TEST_F(SnoopedPortQuerierTest, WithdrawnSourcesAreAskedForThoughTheReporterIsGone) {
+  bringUp();
+  hear(FrameBuilder::reportV3({isIn(group, {a}), isEx(otherGroup)}).from(host));
+  hear(FrameBuilder::reportV3({block(group, {a}), toIn(otherGroup)}).from(host));
+  EXPECT_FALSE(vlan10.has(group));
+  EXPECT_THAT(sent(), ElementsAre(SentQuery{group, {a}}, SentQuery{otherGroup}));
+}
+
+TEST_F(SnoopedPortQuerierTest, WithFastLeaveTheLastOneIsNotAskedAbout) {
+  policy.fastLeave = true;
+  querierIs(vlan10.querier.settings());
+  bringUp();
+  hear(FrameBuilder::reportV2(group).from(host));
+  hear(FrameBuilder::reportV3({isIn(otherGroup, {a})}).from(host));
+  hear(FrameBuilder::leave(group).from(host));
+  hear(FrameBuilder::reportV3({block(otherGroup, {a})}).from(host));
+  EXPECT_FALSE(vlan10.has(group));
+  EXPECT_THAT(sent(), IsEmpty());
+}
+
+TEST_F(SnoopedPortQuerierTest, WithFastLeaveOneOfSeveralIsAskedAbout) {
+  policy.fastLeave = true;
+  querierIs(vlan10.querier.settings());
+  bringUp();
+  hear(FrameBuilder::reportV2(group).from(host));
+  hear(FrameBuilder::reportV2(group).from(IpAddr(10, 0, 0, 2)));
+  hear(FrameBuilder::leave(group).from(host));
+  EXPECT_THAT(sent(), ElementsAre(SentQuery{group, {}, true}));
+}
+
+TEST_F(SnoopedPortQuerierTest, IgnoredRecordIsNotAskedAbout) {
+  policy.maxGroupSources = 1;
+  querierIs(vlan10.querier.settings());
+  bringUp();
+  hear(FrameBuilder::reportV3({isEx(group)}).from(host));
+  hear(FrameBuilder::reportV3({block(group, {a, host})}).from(host));
+  EXPECT_THAT(ignored(), ElementsAre(Pair(Cause::tooManySources, 1)));
+  EXPECT_THAT(sent(), IsEmpty());
+}
+
+TEST_F(SnoopedPortQuerierTest, QuerierOfALowerAddressIsHeard) {
+  hear(FrameBuilder::queryV2(IpAddr(), 100).from(IpAddr(10, 0, 0, 253)));
+  EXPECT_EQ(vlan10.querier.otherQuerier(), IpAddr(10, 0, 0, 253));
+  wheel->advanceTo(255s - 1ms);
+  EXPECT_FALSE(vlan10.querier.isQuerier());
+  wheel->advanceTo(255s);
+  EXPECT_TRUE(vlan10.querier.isQuerier());
+}
+
+TEST_F(SnoopedPortQuerierTest, PortThatLeavesTheVlanSendsNoMoreOfItsQueries) {
+  bringUp();
+  port.vlanDel(VlanId(10));
+  wheel->advanceTo(1000s);
+  EXPECT_THAT(sent(), IsEmpty());
+}
+
+TEST_F(SnoopedPortQuerierTest, VlanMayGetAnotherQuerier) {
+  bringUp();
+  port.vlanIs(VlanId(10), vlan20.snooped());
+  wheel->advanceTo(1000s);
+  EXPECT_THAT(sent(), IsEmpty());
 }
 
 // ---- What is ignored
@@ -203,8 +502,8 @@ TEST_F(SnoopedPortTest, WhatLearningRefusesIsCounted) {
   SnoopingPolicy policy;
   policy.maxGroups = 1;
   policy.maxGroupSources = 1;
-  Vlan vlan(30, policy, batch);
-  port.vlanIs(VlanId(10), vlan.learning);
+  Vlan& vlan = vlanWith(policy);
+  port.vlanIs(VlanId(10), vlan.snooped());
   hear(FrameBuilder::reportV3(
       {isIn(group, {a}), isIn(otherGroup, {a}), isIn(otherGroup, {a, host})}));
   hear(FrameBuilder::reportV2(otherGroup));
@@ -215,8 +514,8 @@ TEST_F(SnoopedPortTest, WhatLearningRefusesIsCounted) {
 TEST_F(SnoopedPortTest, RouterAlertIsRequiredWhereTheVlanRequiresIt) {
   SnoopingPolicy policy;
   policy.receive.requireRouterAlert = true;
-  Vlan strict(30, policy, batch);
-  port.vlanIs(VlanId(30), strict.learning);
+  Vlan& strict = vlanWith(policy);
+  port.vlanIs(VlanId(30), strict.snooped());
 
   hearIn(30, FrameBuilder::reportV2(group).withoutRouterAlert());
   EXPECT_FALSE(strict.has(group));

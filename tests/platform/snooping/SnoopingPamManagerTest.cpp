@@ -1,5 +1,8 @@
 #include <cstdint>
 #include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,6 +10,7 @@
 #include "platform/interface/CaptureEthDevPams.h"
 #include "platform/snooping/SnoopingPamManager.h"
 #include "tests/platform/snooping/MembershipTesting.h"
+#include "tests/platform/snooping/SnoopedVlans.h"
 #include "tests/platform/wirex/Wiring.h"
 
 namespace {
@@ -16,22 +20,12 @@ using namespace IgmpTest;
 using Bridging::VlanId;
 using Bridging::IgmpSnooping::ReportBatch;
 using Bridging::IgmpSnooping::SnoopingPamManager;
-using Bridging::IgmpSnooping::VlanLearning;
 using Igmp::Cause;
 using testing::ElementsAre;
+using testing::Pair;
 using WirexTest::MultiplexerListener;
 
 constexpr IpAddr group{232, 1, 1, 1};
-
-struct Vlan {
-  Vlan(std::uint16_t number, ReportBatch& batch)
-      : status(Kel::make<IgmpContextStatus>(VlanId(number))),
-        learning(status, {}, Kel::make<Horix::TimerWheel>(Kel::make<Horix::VirtualClock>()),
-                 batch) {}
-
-  Kel::Ptr<IgmpContextStatus> status;
-  VlanLearning learning;
-};
 
 class SnoopingPamManagerTest : public testing::Test {
  protected:
@@ -43,7 +37,7 @@ class SnoopingPamManagerTest : public testing::Test {
   void kernelLoses(char const* intf) { kernel->intfStatusAndDeviceNameDel(IntfId(intf)); }
 
   void snoop(char const* intf, Vlan& vlan) {
-    manager->vlanIs(IntfId(intf), vlan.status->vlanId(), vlan.learning);
+    manager->vlanIs(IntfId(intf), vlan.vlanId, vlan.snooped());
   }
   void untagged(std::uint16_t vlan, char const* intf) {
     bridging->vlanConfigIs(VlanId(vlan))->intfConfigIs(IntfId(intf));
@@ -66,8 +60,10 @@ class SnoopingPamManagerTest : public testing::Test {
   Kel::Ptr<Interface::DeviceIntfStatusDir> kernel = Kel::make<Interface::DeviceIntfStatusDir>();
   Interface::EthDevSettings settings{2048, 3, {}};
   ReportBatch batch;
-  Vlan vlan10{10, batch};
-  Vlan vlan20{20, batch};
+  Kel::Ptr<Horix::TimerWheel> wheel =
+      Kel::make<Horix::TimerWheel>(Kel::make<Horix::VirtualClock>());
+  Vlan vlan10{10, {}, batch, wheel};
+  Vlan vlan20{20, {}, batch, wheel};
   Kel::Ptr<SnoopingPamManager> manager = Kel::make<SnoopingPamManager>(bridging, kernel, settings);
 };
 
@@ -208,8 +204,130 @@ TEST_F(SnoopingPamManagerTest, PortWhoseDeviceComesBackHearsAgain) {
   EXPECT_TRUE(learned(vlan20, "swp1"));
 }
 
-TEST_F(SnoopingPamManagerTest, HasNothingToTag) {
+// ---- Ports and VLANs that go
+
+TEST_F(SnoopingPamManagerTest, PortThatIsSnoopedNoLongerIsClosedAndForgotten) {
+  snoop("swp1", vlan10);
+  snoop("swp1", vlan20);
+  hear("swp1", report().vlan(10));
+  hear("swp1", report().vlan(20));
+  manager->portDel(IntfId("swp1"));
+  EXPECT_FALSE(vlan10.has(group));
+  EXPECT_FALSE(vlan20.has(group));
+  EXPECT_EQ(manager->port(IntfId("swp1")), nullptr);
+  EXPECT_TRUE(manager->port().empty());
+  EXPECT_TRUE(manager->ethDevPamCol()->intfPam().empty());
+  EXPECT_EQ(manager->multiplexer(IntfId("swp1")), nullptr);
+  manager->portDel(IntfId("swp1"));
+}
+
+TEST_F(SnoopingPamManagerTest, PortMayBeRemovedByTheNameThatItKeeps) {
+  snoop("swp1", vlan10);
+  manager->portDel(manager->port(IntfId("swp1"))->intfId());
+  EXPECT_TRUE(manager->port().empty());
+}
+
+TEST_F(SnoopingPamManagerTest, PortThatIsSnoopedAgainHearsAgain) {
+  snoop("swp1", vlan10);
+  manager->portDel(IntfId("swp1"));
+  snoop("swp1", vlan20);
+  hear("swp1", report().vlan(10));
+  hear("swp1", report().vlan(20));
+  EXPECT_FALSE(learned(vlan10, "swp1"));
+  EXPECT_TRUE(learned(vlan20, "swp1"));
+}
+
+TEST_F(SnoopingPamManagerTest, PortLeavesAVlan) {
+  snoop("swp1", vlan10);
+  snoop("swp1", vlan20);
+  hear("swp1", report().vlan(10));
+  manager->vlanDel(IntfId("swp1"), VlanId(10));
+  EXPECT_FALSE(vlan10.has(group));
+  hear("swp1", report().vlan(10));
+  EXPECT_FALSE(vlan10.has(group));
+  EXPECT_EQ(ignored("swp1", Cause::notInVlan), 1u);
+  kernelLoses("swp1");
+  kernelHas("swp1");
+  hear("swp1", report().vlan(10));
+  EXPECT_EQ(ignored("swp1", Cause::notInVlan), 2u) << "not on a new device either";
+}
+
+TEST_F(SnoopingPamManagerTest, WhoIsNotSnoopedLeavesNoVlan) {
+  manager->vlanDel(IntfId("swp1"), VlanId(10));
+  snoop("swp1", vlan10);
+  manager->vlanDel(IntfId("swp1"), VlanId(20));
+  hear("swp1", report().vlan(10));
+  EXPECT_TRUE(learned(vlan10, "swp1"));
+}
+
+// ---- Queries
+
+class SnoopingPamManagerQuerierTest : public SnoopingPamManagerTest {
+ protected:
+  SnoopingPamManagerQuerierTest() {
+    devices.sentIs([this](IntfId const& intf, Wirex::Bytes frame) {
+      sent.emplace_back(intf.stringValue().view(), vlanOf(frame));
+    });
+    bridging->vlanConfigIs(VlanId(10))->intfConfigIs(IntfId("swp1"));
+    bridging->vlanConfigIs(VlanId(10))->intfConfigIs(IntfId("swp2"))->taggedIs(true);
+    for (char const* const intf : {"swp1", "swp2"}) {
+      snoop(intf, vlan10);
+      auto& port = manager->portIs(IntfId(intf));
+      port.sendsIs(true);
+      port.macAddressIs({2, 0, 0, 0, 0, 1});
+    }
+  }
+  ~SnoopingPamManagerQuerierTest() override { devices.sentIs({}); }
+
+  void start() { vlan10.querier.settingsIs({.sendsQueries = true}, {}); }
+
+  static int vlanOf(Wirex::Bytes frame) {
+    auto const vlan = Igmp::parseEthernet(frame)->vlan;
+    return vlan ? vlan->value() : 0;
+  }
+
+  std::vector<std::pair<std::string, int>> sent;
+};
+
+TEST_F(SnoopingPamManagerQuerierTest, QueryLeavesWithATagWhereTheVlanIsTagged) {
+  start();
+  EXPECT_THAT(sent, ElementsAre(Pair("swp1", 0), Pair("swp2", 10)));
+}
+
+TEST_F(SnoopingPamManagerQuerierTest, PortWhoseDeviceComesBackIsAsked) {
+  start();
+  sent.clear();
+  kernelLoses("swp1");
+  kernelHas("swp1");
+  EXPECT_THAT(sent, ElementsAre(Pair("swp1", 0)));
+}
+
+TEST_F(SnoopingPamManagerQuerierTest, PortWithoutADeviceSendsNothing) {
+  kernelLoses("swp1");
+  start();
+  EXPECT_THAT(sent, ElementsAre(Pair("swp2", 10)));
+  EXPECT_EQ(vlan10.querier.sent().general, 1u);
+}
+
+TEST_F(SnoopingPamManagerQuerierTest, PortThatIsSnoopedNoLongerIsNotAsked) {
+  manager->portDel(IntfId("swp1"));
+  start();
+  EXPECT_THAT(sent, ElementsAre(Pair("swp2", 10)));
+}
+
+TEST_F(SnoopingPamManagerQuerierTest, PortThatIsInTheVlanNoLongerIsNotAsked) {
+  manager->vlanDel(IntfId("swp2"), VlanId(10));
+  start();
+  EXPECT_THAT(sent, ElementsAre(Pair("swp1", 0)));
+}
+
+TEST_F(SnoopingPamManagerQuerierTest, TagFollowsTheConfiguration) {
   EXPECT_FALSE(manager->tagOnEgress(VlanId(10), IntfId("swp1")));
+  EXPECT_TRUE(manager->tagOnEgress(VlanId(10), IntfId("swp2")));
+  EXPECT_FALSE(manager->tagOnEgress(VlanId(20), IntfId("swp2")));
+  EXPECT_FALSE(manager->tagOnEgress(VlanId(10), IntfId("swp3")));
+  bridging->vlanConfig(VlanId(10))->intfConfig(IntfId("swp2"))->taggedIs(false);
+  EXPECT_FALSE(manager->tagOnEgress(VlanId(10), IntfId("swp2")));
 }
 
 // ---- The manager

@@ -223,6 +223,58 @@ TEST_F(VlanLearningTest, FastLeaveRemovesTheReporterAtOnce) {
   EXPECT_TRUE(member(swp1, otherHost)) << "another reporter of the port has not left";
 }
 
+// ---- Policy
+
+TEST_F(VlanLearningTest, ChangedPolicyKeepsMembershipsAndHoldsFromTheNextReportOn) {
+  record(swp1, host, isIn(group, {a}));
+  learning->report(swp1, otherHost, group);
+  SnoopingPolicy policy;
+  policy.queryInterval = 10s;
+  policy.maxGroups = 1;
+  learning->policyIs(policy);
+  EXPECT_EQ(filter(swp1, host), include({a}));
+  record(swp1, host, isIn(group, {a}));
+  EXPECT_EQ(learning->report(swp1, host, otherGroup), Cause::tooManyGroups);
+  wheel->advanceTo(40s);
+  EXPECT_FALSE(member(swp1, host));
+  wheel->advanceTo(270s - 1ms);
+  EXPECT_TRUE(member(swp1, otherHost)) << "has its time from its report";
+}
+
+TEST_F(VlanLearningTest, GroupsBeyondALoweredLimitStay) {
+  learning->report(swp1, host, group);
+  learning->report(swp1, host, otherGroup);
+  SnoopingPolicy policy;
+  policy.maxGroups = 1;
+  learning->policyIs(policy);
+  EXPECT_TRUE(member(swp1, host, group));
+  EXPECT_TRUE(member(swp1, host, otherGroup));
+  EXPECT_EQ(learning->report(swp1, otherHost, otherGroup), std::nullopt);
+}
+
+TEST_F(VlanLearningTest, SourcesBeyondALoweredLimitStayWhileTheyAreRepeated) {
+  record(swp1, host, isIn(group, {a, b}));
+  SnoopingPolicy policy;
+  policy.maxGroupSources = 1;
+  learning->policyIs(policy);
+  EXPECT_EQ(record(swp1, host, isIn(group, {a, b})), std::nullopt);
+  EXPECT_EQ(record(swp1, host, isIn(group, {b, a})), std::nullopt);
+  EXPECT_EQ(record(swp1, host, isIn(group, {a, c})), Cause::tooManySources);
+  EXPECT_EQ(filter(swp1, host), include({a, b}));
+}
+
+TEST_F(VlanLearningTest, RepetitionStartsTheTimerAnewInWhateverOrder) {
+  record(swp1, host, isIn(group, {a, b}));
+  for (auto const& repetition :
+       {isIn(group, {a, b}), toIn(group, {b, a}), isIn(group, {b, a, a})}) {
+    wheel->advanceTo(wheel->now() + 200s);
+    record(swp1, host, repetition);
+    EXPECT_EQ(filter(swp1, host), include({a, b}));
+  }
+  wheel->advanceTo(wheel->now() + 270s);
+  EXPECT_FALSE(member(swp1, host));
+}
+
 // ---- Limits
 
 TEST_F(VlanLearningTest, NoMoreGroupsThanAllowed) {
@@ -385,6 +437,14 @@ TEST_F(VlanLearningTurnTest, ReporterOnAKnownPortAppearsBeforeItSaysAnything) {
               ElementsAre("10.0.0.2 appears as exclude()", "10.0.0.2 says include(192.0.2.1)"));
 }
 
+TEST_F(VlanLearningTurnTest, NewReporterThatWantsEverySourceSaysSoThoughItWasBornSo) {
+  record(swp1, host, isEx(group, {a}));
+  reader.takeLog();
+  learning->report(swp1, otherHost, group);
+  EXPECT_THAT(reader.takeLog(),
+              ElementsAre("10.0.0.2 appears as exclude()", "10.0.0.2 says exclude()"));
+}
+
 TEST_F(VlanLearningTurnTest, ChangeOfModeAndSourcesIsHeardAsOneState) {
   record(swp1, host, isIn(group, {a, b}));
   reader.takeLog();
@@ -476,6 +536,92 @@ TEST_F(VlanLearningTest, LearningThatEndsForgetsEverythingAndStopsEveryTimer) {
   EXPECT_EQ(wheel->nextExpiry(), std::nullopt);
   wheel->advanceTo(1000s);
   EXPECT_EQ(filterOf(*held), exclude({}));
+}
+
+// ---- Forgetting
+
+class VlanLearningForgetTest : public VlanLearningTest {
+ protected:
+  VlanLearningForgetTest() {
+    record(swp1, host, isIn(group, {a}));
+    record(swp1, otherHost, isEx(group, {b}));
+    record(swp2, host, isEx(group));
+    record(swp1, host, isEx(otherGroup));
+  }
+};
+
+TEST_F(VlanLearningForgetTest, GroupIsForgottenOnAllPorts) {
+  learning->forgetGroup(group);
+  EXPECT_FALSE(status->group(group));
+  EXPECT_TRUE(member(swp1, host, otherGroup));
+}
+
+TEST_F(VlanLearningForgetTest, PortIsForgottenInAllGroups) {
+  learning->forgetPort(swp1);
+  EXPECT_FALSE(status->group(otherGroup));
+  ASSERT_TRUE(status->group(group));
+  EXPECT_FALSE(status->group(group)->intf(swp1));
+  EXPECT_TRUE(member(swp2, host));
+}
+
+TEST_F(VlanLearningForgetTest, AllIsForgotten) {
+  learning->forgetAll();
+  EXPECT_TRUE(status->group().empty());
+}
+
+TEST_F(VlanLearningForgetTest, WhatIsUnknownIsForgottenWithoutAReport) {
+  batch.publish();
+  Reader reader(status);
+  learning->forgetGroup(IpAddr(232, 9, 9, 9));
+  learning->forgetPort(IntfId("swp9"));
+  batch.publish();
+  EXPECT_THAT(reader.takeLog(), IsEmpty());
+  EXPECT_EQ(status->group().size(), 2u);
+}
+
+TEST_F(VlanLearningForgetTest, WhoIsForgottenMayComeBackAndNoTimerIsLeft) {
+  learning->forgetAll();
+  wheel->advanceTo(100s);
+  learning->report(swp1, host, group);
+  wheel->advanceTo(270s);
+  EXPECT_TRUE(member(swp1, host)) << "the former membership's timer is gone";
+}
+
+TEST_F(VlanLearningForgetTest, AllWithdrawBeforeTheFirstOneGoesAndOneReportFollows) {
+  batch.publish();
+  learning->forgetGroup(otherGroup);
+  learning->report(swp1, host, otherGroup);
+  batch.publish();
+  Kel::runActivities();
+  Reader reader(status);
+  record(swp1, IpAddr(10, 0, 0, 3), isIn(IpAddr(232, 1, 1, 3), {a}));
+  record(swp1, IpAddr(10, 0, 0, 4), isIn(IpAddr(232, 1, 1, 4), {a}));
+  batch.publish();
+  reader.takeLog();
+  learning->forgetAll();
+  batch.publish();
+  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.3 says include()", "10.0.0.4 says include()",
+                                            "no group", "report"))
+      << "a line that repeats is written down once";
+}
+
+// ---- What is wanted for how long
+
+TEST_F(VlanLearningForgetTest, TellsWhetherASourceIsWantedBeyondATime) {
+  EXPECT_TRUE(learning->wants(swp1, group, a, 269s)) << "included, and not excluded";
+  EXPECT_FALSE(learning->wants(swp1, group, a, 270s));
+  EXPECT_FALSE(learning->wants(swp1, group, b, 1s)) << "one includes another one, one excludes it";
+  EXPECT_TRUE(learning->wants(swp1, group, c, 269s));
+  EXPECT_FALSE(learning->wants(swp2, otherGroup, a, 1s));
+  EXPECT_FALSE(learning->wants(swp1, IpAddr(232, 9, 9, 9), a, 1s));
+}
+
+TEST_F(VlanLearningForgetTest, TellsWhetherEverySourceIsWantedBeyondATime) {
+  EXPECT_TRUE(learning->wantsEverySource(swp1, group, 269s));
+  EXPECT_FALSE(learning->wantsEverySource(swp1, group, 270s));
+  learning->forget(*learning->membership(swp1, otherHost, group));
+  EXPECT_FALSE(learning->wantsEverySource(swp1, group, 1s)) << "who is left includes one";
+  EXPECT_FALSE(learning->wantsEverySource(swp2, otherGroup, 1s));
 }
 
 }  // namespace

@@ -1,0 +1,216 @@
+#include "platform/snooping/VlanQuerier.h"
+
+#include <algorithm>
+#include <span>
+#include <utility>
+#include <vector>
+
+#include "platform/igmp/IgmpFrame.h"
+
+namespace Bridging::IgmpSnooping {
+
+using Igmp::IgmpVersion;
+using Wirex::IntfId;
+using Wirex::IpAddr;
+
+/// What is still to be asked of one group on one port: how often the group, how often which sources
+/// (RFC 9776 section 6.6.3).
+class VlanQuerier::Inquiry final : public Horix::Timer {
+ public:
+  /// In two queries: what somebody is known to want for longer than an inquiry takes, for which
+  /// routers are not to lower their timers, and the rest.
+  struct Sources {
+    std::vector<IpAddr> wanted;
+    std::vector<IpAddr> doubtful;
+  };
+
+  Inquiry(InquiryKey key, VlanQuerier& querier) : key_(std::move(key)), querier_(querier) {}
+
+  bool begun() const { return begun_; }
+  bool ended() const { return groupQueries_ == 0 && sourceQueries_.empty(); }
+
+  /// Asks `times` more often for what was withdrawn. Returns whether something of it is new.
+  bool add(Withdrawal const& withdrawal, unsigned times) {
+    bool isNew = withdrawal.group && groupQueries_ == 0;
+    if (withdrawal.group) groupQueries_ = times;
+    for (IpAddr const source : withdrawal.sources)
+      isNew |= sourceQueries_.insert_or_assign(source, times).second;
+    return isNew;
+  }
+
+  bool asksForGroup() const { return groupQueries_ != 0; }
+  void groupAsked() {
+    begun_ = true;
+    --groupQueries_;
+  }
+  void groupAnswered() { groupQueries_ = 0; }
+
+  template <class IsWanted>
+  Sources sources(IsWanted isWanted) const {
+    Sources sources;
+    for (auto const& [source, times] : sourceQueries_)
+      (isWanted(source) ? sources.wanted : sources.doubtful).push_back(source);
+    return sources;
+  }
+  void sourcesAsked() {
+    for (auto& [source, times] : sourceQueries_) --times;
+    std::erase_if(sourceQueries_, [](auto const& entry) { return entry.second == 0; });
+  }
+
+ private:
+  void onExpiry() override { querier_.continueInquiry(key_); }
+
+  InquiryKey const key_;
+  VlanQuerier& querier_;
+  bool begun_ = false;
+  unsigned groupQueries_ = 0;
+  std::map<IpAddr, unsigned> sourceQueries_;
+};
+
+VlanQuerier::VlanQuerier(VlanLearning const& learning, Kel::Ptr<Horix::TimerWheel const> timerWheel)
+    : learning_(learning), timerWheel_(std::move(timerWheel)) {}
+
+VlanQuerier::~VlanQuerier() = default;
+
+void VlanQuerier::settingsIs(QuerierSettings const& settings, SnoopingPolicy const& policy) {
+  bool const wasOn = settings_.sendsQueries;
+  settings_ = settings;
+  policy_ = policy;
+  if (!settings_.sendsQueries) {
+    cancel();
+    inquiries_.clear();
+    otherQuerier_ = IpAddr();
+  } else if (!wasOn) {
+    startupQueriesLeft_ = policy_.robustnessVariable;
+    queryAll();
+  } else if (!isQuerier() && !wins(otherQuerier_)) {
+    otherQuerier_ = IpAddr();
+    queryAll();
+  } else if (isQuerier()) {
+    // A query may have become due earlier than it was, but not later.
+    Horix::Time const latest = timerWheel_->now() + policy_.queryInterval;
+    if (latest < deadline()) timerWheel_->scheduleAt(*this, latest);
+  }
+}
+
+void VlanQuerier::portIs(VlanId vlan, QueryPort& port) {
+  ports_.insert_or_assign(PortVlan{port.intfId(), vlan}, &port);
+  portIsUp(vlan, port);
+}
+
+void VlanQuerier::portDel(VlanId vlan, QueryPort const& port) {
+  PortVlan const key{port.intfId(), vlan};
+  ports_.erase(key);
+  std::erase_if(inquiries_, [&](auto const& inquiry) { return inquiry.first.port == key; });
+}
+
+void VlanQuerier::portIsUp(VlanId vlan, QueryPort& port) {
+  if (isQuerier()) queryGenerally(vlan, port);
+}
+
+void VlanQuerier::queryHeard(IpAddr source, Horix::Time lifetime) {
+  if (!settings_.sendsQueries || !wins(source)) return;
+  otherQuerier_ = source;
+  startupQueriesLeft_ = 0;
+  inquiries_.clear();
+  timerWheel_->schedule(*this, lifetime);
+}
+
+void VlanQuerier::withdrawn(VlanId vlan, QueryPort const& port, IpAddr group,
+                            Withdrawal const& withdrawal) {
+  // Leaves are nothing to an IGMPv1 querier, and an IGMPv2 one cannot ask for sources
+  // (RFC 9776 section 7.3.1).
+  if (!isQuerier() || settings_.version == IgmpVersion::v1) return;
+  Withdrawal asked = withdrawal;
+  if (settings_.version == IgmpVersion::v2) asked.sources.clear();
+  if (asked.empty()) return;
+  InquiryKey const key{{port.intfId(), vlan}, group};
+  if (!ports_.contains(key.port)) return;
+  auto& inquiry = inquiries_[key];
+  if (!inquiry) inquiry = std::make_unique<Inquiry>(key, *this);
+  // What is being asked for already is asked for again in its turn.
+  if (inquiry->add(asked, policy_.robustnessVariable)) continueInquiry(key);
+}
+
+void VlanQuerier::onExpiry() {
+  otherQuerier_ = IpAddr();
+  queryAll();
+}
+
+/// 0.0.0.0 is the address of a switch that queries without being a router (RFC 4541 section
+/// 2.1.1); it wins no election.
+bool VlanQuerier::wins(IpAddr querier) const {
+  if (querier == IpAddr()) return false;
+  return settings_.source == IpAddr() || querier < settings_.source;
+}
+
+void VlanQuerier::queryAll() {
+  if (startupQueriesLeft_ > 0) --startupQueriesLeft_;
+  timerWheel_->schedule(
+      *this, startupQueriesLeft_ > 0 ? policy_.startupQueryInterval() : policy_.queryInterval);
+  for (auto const& [key, port] : ports_) queryGenerally(key.vlanId, *port);
+}
+
+void VlanQuerier::queryGenerally(VlanId vlan, QueryPort& port) {
+  Igmp::QueryToSend general = query();
+  general.maxResponseTime = policy_.queryMaxResponseTime;
+  if (port.send(vlan, settings_.source, Igmp::allSystems, Igmp::queryMessage(general)))
+    ++sent_.general;
+}
+
+Igmp::QueryToSend VlanQuerier::query() const {
+  Igmp::QueryToSend query;
+  query.version = settings_.version;
+  query.maxResponseTime = policy_.lastMemberQueryInterval;
+  query.robustness = policy_.robustnessVariable;
+  query.queryInterval = policy_.queryInterval;
+  return query;
+}
+
+void VlanQuerier::continueInquiry(InquiryKey const& asked) {
+  InquiryKey const key = asked;  // lives in what ends here
+  QueryPort& port = *ports_.at(key.port);
+  Inquiry& inquiry = *inquiries_.at(key);
+  IntfId const& intf = key.port.intfId;
+  Horix::Time const end =
+      timerWheel_->now() + policy_.lastMemberQueryTime() + Horix::TimerWheel::tick;
+
+  auto const send = [&](Igmp::QueryToSend const& query, std::uint64_t& counter) {
+    if (port.send(key.port.vlanId, settings_.source, key.group, Igmp::queryMessage(query)))
+      ++counter;
+  };
+  Igmp::QueryToSend query = this->query();
+  query.group = key.group;
+
+  bool const groupIsWanted = learning_.wantsEverySource(intf, key.group, end);
+  // RFC 2236 section 3: a report ends the queries.
+  if (settings_.version == IgmpVersion::v2 && inquiry.begun() && groupIsWanted)
+    inquiry.groupAnswered();
+  bool const asksForGroup = inquiry.asksForGroup();
+  if (asksForGroup) {
+    query.suppressesRouters = groupIsWanted;
+    send(query, sent_.groupSpecific);
+    inquiry.groupAsked();
+  }
+
+  auto const sources =
+      inquiry.sources([&](IpAddr source) { return learning_.wants(intf, key.group, source, end); });
+  auto const askForSources = [&](std::vector<IpAddr> const& addresses, bool suppressesRouters) {
+    query.suppressesRouters = suppressesRouters;
+    std::size_t const atOnce = Igmp::sourcesPerQuery(port.mtu());
+    for (std::size_t i = 0; i < addresses.size(); i += atOnce) {
+      query.sources = std::span(addresses).subspan(i, std::min(atOnce, addresses.size() - i));
+      send(query, sent_.groupAndSourceSpecific);
+    }
+  };
+  if (!asksForGroup) askForSources(sources.wanted, true);  // the other query asks for them too
+  askForSources(sources.doubtful, false);
+  inquiry.sourcesAsked();
+
+  if (inquiry.ended())
+    inquiries_.erase(key);
+  else
+    timerWheel_->schedule(inquiry, policy_.lastMemberQueryInterval);
+}
+
+}  // namespace Bridging::IgmpSnooping

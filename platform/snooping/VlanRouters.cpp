@@ -1,0 +1,97 @@
+#include "platform/snooping/VlanRouters.h"
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+namespace Bridging::IgmpSnooping {
+
+using Wirex::IntfId;
+using Wirex::IpAddr;
+
+/// A router port, and the timer of the reason that ends first.
+class VlanRouters::Port final : public Horix::Timer {
+ public:
+  Port(IntfId intf, VlanRouters& routers) : intfId(std::move(intf)), routers_(routers) {}
+
+  RouterPort state() const {
+    auto const querier = queriers.latest();
+    auto const pimNeighbor = pimNeighbors.latest();
+    return {configured, querier.address, querier.until, pimNeighbor.address, pimNeighbor.until};
+  }
+  Horix::Time nextEnd() const { return std::min(queriers.nextEnd(), pimNeighbors.nextEnd()); }
+
+  IntfId const intfId;
+  bool configured = false;
+  HeardRouters queriers;
+  HeardRouters pimNeighbors;
+
+ private:
+  void onExpiry() override { routers_.handlePort(*this); }
+
+  VlanRouters& routers_;
+};
+
+VlanRouters::VlanRouters(Kel::Ptr<RouterPorts> routerPorts,
+                         Kel::Ptr<Horix::TimerWheel const> timerWheel)
+    : routerPorts_(std::move(routerPorts)), timerWheel_(std::move(timerWheel)) {}
+
+VlanRouters::~VlanRouters() = default;
+
+void VlanRouters::configuredIs(IntfId const& intf, bool configured) {
+  Port& port = this->port(intf);
+  port.configured = configured;
+  handlePort(port);
+}
+
+void VlanRouters::querierHeard(IntfId const& intf, IpAddr querier, Horix::Time lifetime) {
+  if (querier == IpAddr()) return;
+  Port& port = this->port(intf);
+  port.queriers.heard({querier, timerWheel_->now() + lifetime});
+  handlePort(port);
+}
+
+void VlanRouters::helloHeard(IntfId const& intf, Igmp::PimHello const& hello) {
+  Port& port = this->port(intf);
+  if (hello.holdtime == hello.holdtime.zero())
+    port.pimNeighbors.gone(hello.source);
+  else if (hello.holdtime == Igmp::PimHello::forever)
+    port.pimNeighbors.heard({hello.source, Horix::Time::max()});
+  else
+    port.pimNeighbors.heard({hello.source, timerWheel_->now() + hello.holdtime});
+  handlePort(port);
+}
+
+void VlanRouters::portIsGone(IntfId const& intf) {
+  Port& port = this->port(intf);
+  port.queriers.allGone();
+  port.pimNeighbors.allGone();
+  handlePort(port);
+}
+
+VlanRouters::Port& VlanRouters::port(IntfId const& intf) {
+  auto& port = ports_[intf];
+  if (!port) port = std::make_unique<Port>(intf, *this);
+  return *port;
+}
+
+/// Tells of the port as it is now. Who hears of it may come back, so that is last.
+void VlanRouters::handlePort(Port& port) {
+  Horix::Time const now = timerWheel_->now();
+  port.queriers.nowIs(now);
+  port.pimNeighbors.nowIs(now);
+  RouterPort const state = port.state();
+  IntfId const intf = port.intfId;
+  if (state == RouterPort()) {
+    ports_.erase(intf);
+    routerPorts_->routerPortDel(intf);
+    return;
+  }
+  if (Horix::Time const end = port.nextEnd(); end != Horix::Time::max())
+    timerWheel_->scheduleAt(port, end);
+  else
+    port.cancel();
+  routerPorts_->routerPortIs(intf, state);
+}
+
+}  // namespace Bridging::IgmpSnooping

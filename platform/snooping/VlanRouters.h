@@ -1,0 +1,48 @@
+#pragma once
+
+#include <map>
+#include <memory>
+
+#include "platform/horix/TimerWheel.h"
+#include "platform/igmp/Pim.h"
+#include "platform/snooping/HeardRouters.h"
+#include "platform/snooping/RouterPorts.h"
+
+namespace Bridging::IgmpSnooping {
+
+/// Keeps the router ports of one VLAN, and is their only writer: ports on which a querier or a PIM
+/// router is heard, until they are heard no longer, and configured ones. Each reason ends on its
+/// own.
+class KEL_EXPORT VlanRouters {
+ public:
+  VlanRouters(Kel::Ptr<RouterPorts> routerPorts, Kel::Ptr<Horix::TimerWheel const> timerWheel);
+  VlanRouters(VlanRouters const&) = delete;
+  VlanRouters& operator=(VlanRouters const&) = delete;
+  ~VlanRouters();
+
+  Kel::Ptr<RouterPorts> const& routerPorts() const { return routerPorts_; }
+
+  /// A configured router port is one whatever is heard on it.
+  void configuredIs(Wirex::IntfId const& intf, bool configured);
+
+  /// A query was heard, whose sender is taken to be there for so long. From 0.0.0.0 it comes from a
+  /// switch that queries in place of a router, and means nothing.
+  void querierHeard(Wirex::IntfId const& intf, Wirex::IpAddr querier, Horix::Time lifetime);
+
+  void helloHeard(Wirex::IntfId const& intf, Igmp::PimHello const& hello);
+
+  /// Nothing more is heard on the port: what was learned there is forgotten.
+  void portIsGone(Wirex::IntfId const& intf);
+
+ private:
+  class Port;
+
+  Port& port(Wirex::IntfId const& intf);
+  void handlePort(Port& port);
+
+  Kel::Ptr<RouterPorts> routerPorts_;
+  Kel::Ptr<Horix::TimerWheel const> timerWheel_;
+  std::map<Wirex::IntfId, std::unique_ptr<Port>> ports_;
+};
+
+}  // namespace Bridging::IgmpSnooping

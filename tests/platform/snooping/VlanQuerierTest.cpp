@@ -1,0 +1,605 @@
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/platform/snooping/MembershipTesting.h"
+#include "tests/platform/snooping/SnoopedVlans.h"
+
+namespace {
+
+using namespace SnoopingTest;
+using namespace IgmpTest;
+using namespace std::chrono_literals;
+using Bridging::VlanId;
+using Bridging::IgmpSnooping::QuerierSettings;
+using Bridging::IgmpSnooping::QueryPort;
+using Bridging::IgmpSnooping::ReportBatch;
+using Bridging::IgmpSnooping::SnoopingPolicy;
+using Bridging::IgmpSnooping::VlanQuerier;
+using Bridging::IgmpSnooping::Withdrawal;
+using Igmp::IgmpVersion;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::Field;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+constexpr IpAddr group{232, 1, 1, 1};
+constexpr IpAddr otherGroup{232, 1, 1, 2};
+constexpr IpAddr host{10, 0, 0, 1};
+constexpr IpAddr otherHost{10, 0, 0, 2};
+constexpr IpAddr self{192, 0, 2, 50};
+constexpr IpAddr lower{192, 0, 2, 49};
+constexpr IpAddr higher{192, 0, 2, 51};
+constexpr IpAddr a{198, 51, 100, 1};
+constexpr IpAddr b{198, 51, 100, 2};
+
+VlanId const vlan10(10);
+VlanId const vlan11(11);
+
+/// A port that keeps the queries that leave through it.
+class Port final : public QueryPort {
+ public:
+  struct Sent {
+    VlanId vlan;
+    IpAddr source;
+    IpAddr destination;
+    Igmp::Query query;
+    SentQuery content;
+  };
+
+  explicit Port(char const* name) : intfId_(name) {}
+
+  IntfId const& intfId() const override { return intfId_; }
+  std::size_t mtu() const override { return size; }
+  bool send(VlanId vlan, IpAddr source, IpAddr destination, Wirex::Bytes message) override {
+    if (!up) return false;
+    ByteVector bytes(message.begin(), message.end());
+    writeChecksum(bytes, 0, bytes.size(), 2);
+    auto const parsed = Igmp::parseMessage(bytes);
+    auto const& query = std::get<Igmp::Query>(*parsed);
+    sent.push_back({vlan, source, destination, query, sentQuery(query)});
+    sent.back().query.sources = {};  // the bytes end here
+    return true;
+  }
+
+  /// What was sent since the last call.
+  std::vector<SentQuery> take() {
+    std::vector<SentQuery> queries;
+    for (Sent& each : std::exchange(sent, {})) queries.push_back(std::move(each.content));
+    return queries;
+  }
+
+  bool up = true;
+  std::size_t size = 1500;
+  std::vector<Sent> sent;
+
+ private:
+  IntfId intfId_;
+};
+
+class VlanQuerierTest : public testing::Test {
+ protected:
+  VlanQuerierTest() {
+    settings.sendsQueries = true;
+    settings.source = self;
+    querier().portIs(vlan10, swp1);
+    querier().portIs(vlan10, swp2);
+  }
+
+  VlanQuerier& querier() { return vlan.querier; }
+  void start() {
+    apply();
+    swp1.take();
+    swp2.take();
+  }
+  void apply() {
+    vlan.learning.policyIs(policy);
+    querier().settingsIs(settings, policy);
+  }
+  void passes(Horix::Time time) { wheel->advanceTo(wheel->now() + time); }
+
+  void reports(Port const& port, IpAddr reporter, Record const& record) {
+    vlan.learning.record(port.intfId(), reporter, *ParsedRecord(record));
+  }
+  void joins(Port const& port, IpAddr reporter) {
+    vlan.learning.report(port.intfId(), reporter, group);
+  }
+  /// An IGMPv2 leave.
+  void leaves(Port& port, IpAddr reporter) {
+    vlan.learning.leave(port.intfId(), reporter, group);
+    querier().withdrawn(vlan10, port, group, {.group = true, .sources = {}});
+  }
+  void withdraws(Port& port, std::vector<IpAddr> sources) {
+    querier().withdrawn(vlan10, port, group, {.group = false, .sources = std::move(sources)});
+  }
+
+  ReportBatch batch;
+  SnoopingPolicy policy;
+  QuerierSettings settings;
+  Kel::Ptr<Horix::TimerWheel> wheel =
+      Kel::make<Horix::TimerWheel>(Kel::make<Horix::VirtualClock>());
+  Vlan vlan{10, {}, batch, wheel};
+  Port swp1{"swp1"};
+  Port swp2{"swp2"};
+};
+
+// ---- General queries
+
+TEST_F(VlanQuerierTest, SendsNothingWhereItIsOff) {
+  passes(1000s);
+  joins(swp1, host);
+  leaves(swp1, host);
+  querier().portIsUp(vlan10, swp1);
+  EXPECT_FALSE(querier().isQuerier());
+  EXPECT_THAT(swp1.take(), IsEmpty());
+}
+
+TEST_F(VlanQuerierTest, BeginsWithAsManyQueriesAtAQuarterOfTheIntervalAsItIsRobust) {
+  policy.robustnessVariable = 3;
+  policy.queryInterval = 100s;
+  apply();
+  EXPECT_THAT(swp1.take(), ElementsAre(generalQuery));
+  for (int startup = 1; startup < 3; ++startup) {
+    passes(25s - 1ms);
+    EXPECT_THAT(swp1.take(), IsEmpty());
+    passes(1ms);
+    EXPECT_THAT(swp1.take(), ElementsAre(generalQuery));
+  }
+  for (int i = 0; i < 3; ++i) {
+    passes(100s - 1ms);
+    EXPECT_THAT(swp1.take(), IsEmpty());
+    passes(1ms);
+    EXPECT_THAT(swp1.take(), ElementsAre(generalQuery));
+  }
+}
+
+TEST_F(VlanQuerierTest, GeneralQueryGoesOutOnEveryPort) {
+  apply();
+  EXPECT_THAT(swp1.take(), ElementsAre(generalQuery));
+  EXPECT_THAT(swp2.take(), ElementsAre(generalQuery));
+}
+
+TEST_F(VlanQuerierTest, QueriesPortsOfSecondaryVlansInTheirVlan) {
+  Port swp3("swp3");
+  querier().portIs(vlan11, swp3);
+  apply();
+  ASSERT_THAT(swp3.sent, SizeIs(1));
+  EXPECT_EQ(swp3.sent.front().vlan, vlan11);
+  EXPECT_EQ(swp1.sent.front().vlan, vlan10);
+  querier().portDel(vlan11, swp3);
+}
+
+TEST_F(VlanQuerierTest, GeneralQueryOfVersion3SaysItsVariables) {
+  policy.robustnessVariable = 3;
+  policy.queryInterval = 60s;
+  policy.queryMaxResponseTime = 5s;
+  apply();
+  ASSERT_THAT(swp1.sent, SizeIs(1));
+  auto const& sent = swp1.sent.front();
+  EXPECT_EQ(sent.source, self);
+  EXPECT_EQ(sent.destination, IpAddr(224, 0, 0, 1));
+  EXPECT_EQ(sent.query.version, IgmpVersion::v3);
+  EXPECT_EQ(sent.query.maxResponseTime, 5s);
+  EXPECT_EQ(sent.query.robustness, 3);
+  EXPECT_EQ(sent.query.queryInterval, 60s);
+  EXPECT_FALSE(sent.query.suppressesRouters);
+}
+
+TEST_F(VlanQuerierTest, SpeaksTheConfiguredVersion) {
+  for (auto const version : {IgmpVersion::v1, IgmpVersion::v2, IgmpVersion::v3}) {
+    settings.sendsQueries = false;
+    apply();
+    settings.sendsQueries = true;
+    settings.version = version;
+    swp1.sent.clear();
+    apply();
+    ASSERT_THAT(swp1.sent, SizeIs(1));
+    EXPECT_EQ(swp1.sent.front().query.version, version);
+    EXPECT_EQ(swp1.sent.front().query.maxResponseTime, 10s);
+  }
+}
+
+TEST_F(VlanQuerierTest, PortThatComesUpIsAskedAtOnce) {
+  start();
+  querier().portIsUp(vlan10, swp1);
+  EXPECT_THAT(swp1.take(), ElementsAre(generalQuery));
+  EXPECT_THAT(swp2.take(), IsEmpty());
+}
+
+TEST_F(VlanQuerierTest, PortThatComesToTheVlanIsAskedAtOnceAndLikeTheOthersFromThenOn) {
+  start();
+  Port swp3("swp3");
+  querier().portIs(vlan10, swp3);
+  EXPECT_THAT(swp3.take(), ElementsAre(generalQuery));
+  passes(policy.startupQueryInterval());
+  EXPECT_THAT(swp3.take(), ElementsAre(generalQuery));
+  querier().portDel(vlan10, swp3);
+  passes(1000s);
+  EXPECT_THAT(swp3.take(), IsEmpty());
+}
+
+TEST_F(VlanQuerierTest, SentQueriesAreCountedOnEachPortThatCouldSend) {
+  swp2.up = false;
+  apply();
+  EXPECT_EQ(querier().sent().general, 1u);
+  joins(swp1, host);
+  leaves(swp1, host);
+  withdraws(swp1, {a});
+  EXPECT_EQ(querier().sent().groupSpecific, 2u) << "the second goes with that for the source";
+  EXPECT_EQ(querier().sent().groupAndSourceSpecific, 1u);
+}
+
+// ---- Settings
+
+TEST_F(VlanQuerierTest, IsSilentOnceItIsSwitchedOff) {
+  start();
+  joins(swp1, host);
+  leaves(swp1, host);
+  swp1.take();
+  settings.sendsQueries = false;
+  apply();
+  passes(1000s);
+  EXPECT_THAT(swp1.take(), IsEmpty());
+}
+
+TEST_F(VlanQuerierTest, BeginsAnewWhenItIsSwitchedOnAgain) {
+  start();
+  querier().queryHeard(lower, 1000s);
+  settings.sendsQueries = false;
+  apply();
+  settings.sendsQueries = true;
+  apply();
+  EXPECT_TRUE(querier().isQuerier());
+  passes(policy.startupQueryInterval());
+  EXPECT_THAT(swp1.take(), ElementsAre(generalQuery, generalQuery));
+}
+
+TEST_F(VlanQuerierTest, UnchangedSettingsDisturbNothing) {
+  start();
+  passes(10s);
+  apply();
+  passes(policy.startupQueryInterval() - 10s - 1ms);
+  EXPECT_THAT(swp1.take(), IsEmpty());
+  passes(1ms);
+  EXPECT_THAT(swp1.take(), ElementsAre(generalQuery));
+}
+
+TEST_F(VlanQuerierTest, ShorterIntervalHoldsAtOnce) {
+  start();
+  passes(policy.startupQueryInterval() + 1s);
+  swp1.take();
+  policy.queryInterval = 10s;
+  apply();
+  passes(10s);
+  EXPECT_THAT(swp1.take(), ElementsAre(generalQuery));
+}
+
+TEST_F(VlanQuerierTest, LongerIntervalHoldsFromTheNextQueryOn) {
+  start();
+  passes(policy.startupQueryInterval());
+  policy.queryInterval = 1000s;
+  apply();
+  swp1.take();
+  passes(125s);
+  EXPECT_THAT(swp1.take(), ElementsAre(generalQuery));
+  passes(1000s - 1ms);
+  EXPECT_THAT(swp1.take(), IsEmpty());
+}
+
+TEST_F(VlanQuerierTest, ChangedVersionAndSourceHoldFromTheNextQueryOn) {
+  start();
+  settings.version = IgmpVersion::v2;
+  settings.source = higher;
+  apply();
+  EXPECT_THAT(swp1.sent, IsEmpty());
+  passes(policy.startupQueryInterval());
+  ASSERT_THAT(swp1.sent, SizeIs(1));
+  EXPECT_EQ(swp1.sent.front().query.version, IgmpVersion::v2);
+  EXPECT_EQ(swp1.sent.front().source, higher);
+}
+
+// ---- Election
+
+TEST_F(VlanQuerierTest, QuerierOfALowerAddressSilencesItForAsLongAsItIsTakenToBeThere) {
+  policy.robustnessVariable = 3;
+  start();
+  querier().queryHeard(lower, 255s);
+  EXPECT_FALSE(querier().isQuerier());
+  EXPECT_EQ(querier().otherQuerier(), lower);
+  passes(255s - 1ms);
+  EXPECT_THAT(swp1.take(), IsEmpty());
+  passes(1ms);
+  EXPECT_TRUE(querier().isQuerier());
+  EXPECT_THAT(swp1.take(), ElementsAre(generalQuery));
+  passes(125s - 1ms);
+  EXPECT_THAT(swp1.take(), IsEmpty()) << "no second start";
+  passes(1ms);
+  EXPECT_THAT(swp1.take(), ElementsAre(generalQuery));
+}
+
+TEST_F(VlanQuerierTest, EveryQueryOfTheElectedOneKeepsItSilent) {
+  start();
+  for (int i = 0; i < 10; ++i) {
+    querier().queryHeard(lower, 255s);
+    passes(125s);
+  }
+  EXPECT_THAT(swp1.take(), IsEmpty());
+}
+
+TEST_F(VlanQuerierTest, QuerierOfAHigherAddressLosesTheElection) {
+  start();
+  querier().queryHeard(higher, 255s);
+  querier().queryHeard(self, 255s);
+  EXPECT_TRUE(querier().isQuerier());
+  EXPECT_EQ(querier().otherQuerier(), IpAddr());
+}
+
+TEST_F(VlanQuerierTest, QuerierWithoutAnAddressTakesNoPartInTheElection) {
+  start();
+  querier().queryHeard(IpAddr(), 255s);
+  EXPECT_TRUE(querier().isQuerier());
+}
+
+TEST_F(VlanQuerierTest, WithoutAnAddressOfItsOwnItLosesToEveryOther) {
+  settings.source = IpAddr();
+  start();
+  querier().queryHeard(IpAddr(), 255s);
+  EXPECT_TRUE(querier().isQuerier()) << "two without an address both query";
+  querier().queryHeard(IpAddr(223, 255, 255, 255), 255s);
+  EXPECT_FALSE(querier().isQuerier());
+}
+
+TEST_F(VlanQuerierTest, AddressThatIsNowTheLowestWinsTheElectionAtOnce) {
+  start();
+  querier().queryHeard(lower, 255s);
+  settings.source = IpAddr(192, 0, 2, 1);
+  apply();
+  EXPECT_TRUE(querier().isQuerier());
+  EXPECT_THAT(swp1.take(), ElementsAre(generalQuery));
+}
+
+TEST_F(VlanQuerierTest, LostElectionEndsWhatWasBeingAskedFor) {
+  start();
+  joins(swp1, host);
+  leaves(swp1, host);
+  querier().queryHeard(lower, 255s);
+  swp1.take();
+  passes(10s);
+  EXPECT_THAT(swp1.take(), IsEmpty());
+}
+
+TEST_F(VlanQuerierTest, WhoIsNotElectedAsksForNoGroupAndNoNewPort) {
+  start();
+  querier().queryHeard(lower, 255s);
+  joins(swp1, host);
+  leaves(swp1, host);
+  withdraws(swp1, {a});
+  querier().portIsUp(vlan10, swp1);
+  EXPECT_THAT(swp1.take(), IsEmpty());
+}
+
+TEST_F(VlanQuerierTest, OffItHearsNoElection) {
+  querier().queryHeard(lower, 255s);
+  apply();
+  EXPECT_TRUE(querier().isQuerier());
+}
+
+// ---- Leaves
+
+TEST_F(VlanQuerierTest, LeaveIsAskedAboutOnItsPortAsOftenAsTheQuerierIsRobust) {
+  policy.robustnessVariable = 3;
+  policy.lastMemberQueryInterval = 2s;
+  start();
+  joins(swp1, host);
+  leaves(swp1, host);
+  ASSERT_THAT(swp1.sent, SizeIs(1));
+  EXPECT_EQ(swp1.sent.front().source, self);
+  EXPECT_EQ(swp1.sent.front().destination, group);
+  EXPECT_EQ(swp1.sent.front().query.maxResponseTime, 2s);
+  EXPECT_EQ(swp1.sent.front().query.robustness, 3);
+  EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group}));
+  passes(2s - 1ms);
+  EXPECT_THAT(swp1.take(), IsEmpty());
+  passes(1ms);
+  EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group}));
+  passes(2s);
+  EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group}));
+  passes(10s);
+  EXPECT_THAT(swp1.take(), IsEmpty());
+  EXPECT_THAT(swp2.take(), IsEmpty());
+}
+
+TEST_F(VlanQuerierTest, RoutersAreNotToLowerTheirTimersWhereOthersWantTheGroup) {
+  start();
+  joins(swp1, host);
+  joins(swp1, otherHost);
+  leaves(swp1, host);
+  EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group, {}, true}));
+}
+
+TEST_F(VlanQuerierTest, AnswerMakesTheNextQueryOneThatLowersNoTimers) {
+  start();
+  joins(swp1, host);
+  leaves(swp1, host);
+  EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group}));
+  passes(500ms);
+  joins(swp1, otherHost);
+  passes(500ms);
+  EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group, {}, true}));
+}
+
+TEST_F(VlanQuerierTest, MembersOfAnotherPortDoNotAnswerForThisOne) {
+  start();
+  joins(swp1, host);
+  joins(swp2, otherHost);
+  leaves(swp1, host);
+  EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group}));
+}
+
+TEST_F(VlanQuerierTest, LeaveWhileTheGroupIsAskedForHasItAskedForAgainInItsTurn) {
+  start();
+  joins(swp1, host);
+  joins(swp1, otherHost);
+  leaves(swp1, host);
+  swp1.take();
+  passes(400ms);
+  leaves(swp1, otherHost);
+  EXPECT_THAT(swp1.take(), IsEmpty());
+  passes(600ms);
+  EXPECT_THAT(swp1.take(), SizeIs(1));
+  passes(1s);
+  EXPECT_THAT(swp1.take(), SizeIs(1));
+  passes(10s);
+  EXPECT_THAT(swp1.take(), IsEmpty());
+}
+
+TEST_F(VlanQuerierTest, PortsAndGroupsAreAskedForOnTheirOwn) {
+  start();
+  joins(swp1, host);
+  joins(swp2, host);
+  leaves(swp1, host);
+  leaves(swp2, host);
+  querier().withdrawn(vlan10, swp1, otherGroup, {.group = true, .sources = {}});
+  EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group}, SentQuery{otherGroup}));
+  EXPECT_THAT(swp2.take(), ElementsAre(SentQuery{group}));
+}
+
+TEST_F(VlanQuerierTest, PortThatLeavesTheVlanIsAskedNoMore) {
+  start();
+  joins(swp1, host);
+  leaves(swp1, host);
+  swp1.take();
+  querier().portDel(vlan10, swp1);
+  passes(10s);
+  EXPECT_THAT(swp1.take(), IsEmpty());
+  leaves(swp1, host);
+  EXPECT_THAT(swp1.take(), IsEmpty());
+  querier().portIs(vlan10, swp1);
+  swp1.take();
+  leaves(swp1, host);
+  EXPECT_THAT(swp1.take(), SizeIs(1)) << "nothing is left of what was asked before";
+}
+
+TEST_F(VlanQuerierTest, LeaverIsNobodyWhoStillWantsTheGroupWhenTimeIsBetweenTicks) {
+  start();
+  passes(300us);
+  joins(swp1, host);
+  leaves(swp1, host);
+  EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group}));
+}
+
+// ---- Sources
+
+TEST_F(VlanQuerierTest, WithdrawnSourcesAreAskedFor) {
+  start();
+  withdraws(swp1, {b, a});
+  EXPECT_EQ(swp1.sent.front().destination, group);
+  EXPECT_EQ(swp1.sent.front().query.maxResponseTime, 1s);
+  EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group, {a, b}}));
+  passes(1s);
+  EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group, {a, b}}));
+  passes(10s);
+  EXPECT_THAT(swp1.take(), IsEmpty());
+}
+
+TEST_F(VlanQuerierTest, SourcesThatOthersWantAreAskedForInAQueryOfTheirOwn) {
+  start();
+  reports(swp1, otherHost, isIn(group, {a}));
+  withdraws(swp1, {a, b});
+  EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group, {a}, true}, SentQuery{group, {b}, false}));
+}
+
+TEST_F(VlanQuerierTest, WhoExcludesOtherSourcesWantsThisOne) {
+  start();
+  reports(swp1, otherHost, isEx(group, {b}));
+  withdraws(swp1, {a, b});
+  EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group, {a}, true}, SentQuery{group, {b}, false}));
+}
+
+TEST_F(VlanQuerierTest, MoreSourcesAreAskedForAtOnceTogetherWithThoseUnderWay) {
+  start();
+  withdraws(swp1, {a});
+  passes(500ms);
+  swp1.take();
+  withdraws(swp1, {b});
+  EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group, {a, b}}));
+  passes(1s);
+  EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group, {b}}));
+  passes(10s);
+  EXPECT_THAT(swp1.take(), IsEmpty());
+}
+
+TEST_F(VlanQuerierTest, GroupAndSourcesAreAskedForTogether) {
+  start();
+  reports(swp1, otherHost, isIn(group, {a}));
+  withdraws(swp1, {a, b});
+  swp1.take();
+  querier().withdrawn(vlan10, swp1, group, {.group = true, .sources = {}});
+  // RFC 9776 section 6.6.3.2: the one for the wanted sources may be left out.
+  EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group}, SentQuery{group, {b}}));
+}
+
+TEST_F(VlanQuerierTest, SourcesThatDoNotFitTheLinkAreAskedForInSeveralQueries) {
+  swp1.size = 24 + 12 + 4 * 2;
+  start();
+  withdraws(swp1, {a, b, IpAddr(198, 51, 100, 3)});
+  EXPECT_THAT(swp1.take(),
+              ElementsAre(SentQuery{group, {a, b}}, SentQuery{group, {IpAddr(198, 51, 100, 3)}}));
+}
+
+// ---- Older versions
+
+TEST_F(VlanQuerierTest, Version2AsksForTheGroupOnly) {
+  settings.version = IgmpVersion::v2;
+  start();
+  joins(swp1, host);
+  leaves(swp1, host);
+  ASSERT_THAT(swp1.sent, SizeIs(1));
+  EXPECT_EQ(swp1.sent.front().query.version, IgmpVersion::v2);
+  EXPECT_EQ(swp1.sent.front().query.maxResponseTime, 1s);
+  EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group}));
+  withdraws(swp1, {a});
+  EXPECT_THAT(swp1.take(), IsEmpty());
+}
+
+TEST_F(VlanQuerierTest, Version2StopsAskingWhenSomebodyReports) {
+  settings.version = IgmpVersion::v2;
+  start();
+  joins(swp1, host);
+  leaves(swp1, host);
+  swp1.take();
+  passes(500ms);
+  joins(swp1, otherHost);
+  passes(10s);
+  EXPECT_THAT(swp1.take(), IsEmpty());
+}
+
+TEST_F(VlanQuerierTest, Version1IgnoresLeaves) {
+  settings.version = IgmpVersion::v1;
+  start();
+  joins(swp1, host);
+  leaves(swp1, host);
+  passes(10s);
+  EXPECT_THAT(swp1.take(), IsEmpty());
+}
+
+// ---- Queries are answered
+
+TEST_F(VlanQuerierTest, QueriesLowerNobodysTime) {
+  start();
+  joins(swp1, host);
+  joins(swp1, otherHost);
+  leaves(swp1, host);
+  wheel->advanceTo(policy.groupMembershipInterval() - 1ms);
+  EXPECT_TRUE(vlan.learning.membership(swp1.intfId(), otherHost, group));
+  EXPECT_FALSE(vlan.learning.membership(swp1.intfId(), host, group));
+}
+
+}  // namespace
