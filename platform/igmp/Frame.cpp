@@ -33,7 +33,8 @@ Parsed<EthernetFrame> parseEthernet(Bytes captured) {
 
   EthernetFrame frame;
   ByteReader reader(captured);
-  reader.skip(6 + 6);
+  reader.skip(Wirex::macAddressSize);
+  frame.source = reader.take(Wirex::macAddressSize);
   frame.etherType = reader.u16();
   if (frame.etherType == etherTypeVlan) {
     std::uint16_t const vlan = reader.u16() & Wirex::vlanIdMask;

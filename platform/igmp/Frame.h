@@ -29,6 +29,7 @@ inline constexpr std::uint8_t ipOptionRouterAlert = 0x94;  // RFC 2113 section 2
 struct EthernetFrame {
   /// The VLAN of its tag; none if it is untagged or carries a priority only.
   std::optional<Bridging::VlanId> vlan;
+  Bytes source;                 ///< MAC address
   std::uint16_t etherType = 0;  ///< or a length, below 0x0600
   Bytes payload;                ///< padding included
 };

@@ -1,5 +1,6 @@
 #include "platform/snooping/SnoopedPort.h"
 
+#include <algorithm>
 #include <utility>
 #include <variant>
 
@@ -124,7 +125,7 @@ std::optional<Igmp::Cause> SnoopedPort::learnFrom(VlanId vlan, Igmp::Bytes bytes
   if (!packet && packet.cause() == Igmp::Cause::notIgmp) return hearPim(snooped, *frame);
   if (!packet) return packet.cause();
   counting_->countReceived(packet->message);
-  hear(vlan, snooped, *packet);
+  hear(vlan, snooped, *frame, *packet);
   return std::nullopt;
 }
 
@@ -137,26 +138,31 @@ std::optional<Igmp::Cause> SnoopedPort::hearPim(SnoopedVlan const& vlan,
   return std::nullopt;
 }
 
-void SnoopedPort::hear(VlanId vlan, SnoopedVlan const& snooped, Igmp::Packet const& packet) {
+void SnoopedPort::hear(VlanId vlan, SnoopedVlan const& snooped, Igmp::EthernetFrame const& frame,
+                       Igmp::Packet const& packet) {
   auto const report = [&](auto const& message) {
     countIfIgnored(snooped.learning->report(intfId_, packet.source, message.group));
   };
-  std::visit(Overloaded{
-                 [&](Igmp::Query const& query) { hear(snooped, packet.source, query); },
-                 [&](Igmp::ReportV1 const& message) { report(message); },
-                 [&](Igmp::ReportV2 const& message) { report(message); },
-                 [&](Igmp::ReportV3 const& message) {
-                   for (Igmp::GroupRecord const& record : message.records)
-                     hear(vlan, snooped, packet.source, record);
-                 },
-                 [&](Igmp::Leave const& leave) { hear(vlan, snooped, packet.source, leave); },
-             },
-             packet.message);
+  std::visit(
+      Overloaded{
+          [&](Igmp::Query const& query) { hear(snooped, frame.source, packet.source, query); },
+          [&](Igmp::ReportV1 const& message) { report(message); },
+          [&](Igmp::ReportV2 const& message) { report(message); },
+          [&](Igmp::ReportV3 const& message) {
+            for (Igmp::GroupRecord const& record : message.records)
+              hear(vlan, snooped, packet.source, record);
+          },
+          [&](Igmp::Leave const& leave) { hear(vlan, snooped, packet.source, leave); },
+      },
+      packet.message);
 }
 
-void SnoopedPort::hear(SnoopedVlan const& snooped, IpAddr source, Igmp::Query const& query) {
+void SnoopedPort::hear(SnoopedVlan const& snooped, Wirex::Bytes sourceMac, IpAddr source,
+                       Igmp::Query const& query) {
   Horix::Time const lifetime = snooped.learning->policy().otherQuerierPresentInterval(query);
-  snooped.querier->queryHeard(source, lifetime);
+  bool const precedesByMac = std::lexicographical_compare(sourceMac.begin(), sourceMac.end(),
+                                                          macAddress_.begin(), macAddress_.end());
+  snooped.querier->queryHeard(source, lifetime, precedesByMac);
   snooped.routers->querierHeard(intfId_, source, lifetime);
 }
 

@@ -74,8 +74,10 @@ class KEL_EXPORT SnoopedPort final : private QueryPort {
 
   std::optional<Igmp::Cause> learnFrom(VlanId vlan, Igmp::Bytes bytes);
   std::optional<Igmp::Cause> hearPim(SnoopedVlan const& vlan, Igmp::EthernetFrame const& frame);
-  void hear(VlanId vlan, SnoopedVlan const& snooped, Igmp::Packet const& packet);
-  void hear(SnoopedVlan const& snooped, Wirex::IpAddr source, Igmp::Query const& query);
+  void hear(VlanId vlan, SnoopedVlan const& snooped, Igmp::EthernetFrame const& frame,
+            Igmp::Packet const& packet);
+  void hear(SnoopedVlan const& snooped, Wirex::Bytes sourceMac, Wirex::IpAddr source,
+            Igmp::Query const& query);
   void hear(VlanId vlan, SnoopedVlan const& snooped, Wirex::IpAddr reporter,
             Igmp::GroupRecord const& record);
   void hear(VlanId vlan, SnoopedVlan const& snooped, Wirex::IpAddr reporter,

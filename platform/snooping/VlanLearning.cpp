@@ -74,8 +74,8 @@ std::optional<Igmp::Cause> VlanLearning::learn(IntfId const& intf, IpAddr report
   Kel::Ptr<LearnedMembership> const membership =
       known ? Kel::Ptr<LearnedMembership>(known) : make(intf, reporter, group);
   state.applyTo(*membership);
-  // One that wants every source was born so, and changes nothing. Its port is to look at it even so:
-  // what other reporters there exclude is excluded no longer.
+  // One that wants every source was born so, and changes nothing. Its port is to look at it even
+  // so: what other reporters there exclude is excluded no longer.
   if (!known) membership->filterModeNotify();
   Kel::runActivities();
   timerWheel_->schedule(*membership, policy_.groupMembershipInterval());

@@ -79,13 +79,13 @@ void VlanQuerier::settingsIs(QuerierSettings const& settings, SnoopingPolicy con
   if (!settings_.sendsQueries) {
     cancel();
     inquiries_.clear();
+    givesWay_ = false;
     otherQuerier_ = IpAddr();
   } else if (!wasOn) {
     startupQueriesLeft_ = policy_.robustnessVariable;
     queryAll();
-  } else if (!isQuerier() && !wins(otherQuerier_)) {
-    otherQuerier_ = IpAddr();
-    queryAll();
+  } else if (givesWay_ && !wins(otherQuerier_, true)) {
+    onExpiry();
   } else if (isQuerier()) {
     // A query may have become due earlier than it was, but not later.
     Horix::Time const latest = timerWheel_->now() + policy_.queryInterval;
@@ -108,8 +108,9 @@ void VlanQuerier::portIsUp(VlanId vlan, QueryPort& port) {
   if (isQuerier()) queryGenerally(vlan, port);
 }
 
-void VlanQuerier::queryHeard(IpAddr source, Horix::Time lifetime) {
-  if (!settings_.sendsQueries || !wins(source)) return;
+void VlanQuerier::queryHeard(IpAddr source, Horix::Time lifetime, bool precedesByMac) {
+  if (!settings_.sendsQueries || !wins(source, precedesByMac)) return;
+  givesWay_ = true;
   otherQuerier_ = source;
   startupQueriesLeft_ = 0;
   inquiries_.clear();
@@ -133,14 +134,17 @@ void VlanQuerier::withdrawn(VlanId vlan, QueryPort const& port, IpAddr group,
 }
 
 void VlanQuerier::onExpiry() {
+  givesWay_ = false;
   otherQuerier_ = IpAddr();
   queryAll();
 }
 
 /// 0.0.0.0 is the address of a switch that queries without being a router (RFC 4541 section
-/// 2.1.1); it wins no election.
-bool VlanQuerier::wins(IpAddr querier) const {
-  if (querier == IpAddr()) return false;
+/// 2.1.1); it wins no election against an address. Two switches without one that are connected must
+/// not both query: each would answer the other with what it has learned from it, and what the two
+/// believe of each other would never end. So of these the lower MAC address wins.
+bool VlanQuerier::wins(IpAddr querier, bool precedesByMac) const {
+  if (querier == IpAddr()) return settings_.source == IpAddr() && precedesByMac;
   return settings_.source == IpAddr() || querier < settings_.source;
 }
 

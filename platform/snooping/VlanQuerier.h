@@ -20,7 +20,7 @@ struct QuerierSettings {
   Igmp::IgmpVersion version = Igmp::IgmpVersion::v3;
 
   /// The source of the queries, by which queriers elect one of them. With 0.0.0.0, which a switch
-  /// without an address uses, every other querier wins.
+  /// without an address uses, every querier that has one wins.
   Wirex::IpAddr source{};
 };
 
@@ -49,9 +49,9 @@ class KEL_EXPORT VlanQuerier : private Horix::Timer {
   QuerierSettings const& settings() const { return settings_; }
 
   /// Whether it is switched on and no other one is elected.
-  bool isQuerier() const { return settings_.sendsQueries && otherQuerier_ == Wirex::IpAddr(); }
+  bool isQuerier() const { return settings_.sendsQueries && !givesWay_; }
 
-  /// The one to which it has lost the election; 0.0.0.0 if to none.
+  /// The one to which it has lost the election; 0.0.0.0 if to none, or to one without an address.
   Wirex::IpAddr otherQuerier() const { return otherQuerier_; }
 
   QueriesSent const& sent() const { return sent_; }
@@ -65,7 +65,9 @@ class KEL_EXPORT VlanQuerier : private Horix::Timer {
   void portIsUp(VlanId vlan, QueryPort& port);
 
   /// A query was heard, whose sender is taken to be there for so long.
-  void queryHeard(Wirex::IpAddr source, Horix::Time lifetime);
+  /// @param precedesByMac whether the sender's MAC address is lower than that of the port on which
+  /// it was heard.
+  void queryHeard(Wirex::IpAddr source, Horix::Time lifetime, bool precedesByMac = false);
 
   /// Something was withdrawn on a port, and learning knows.
   void withdrawn(VlanId vlan, QueryPort const& port, Wirex::IpAddr group,
@@ -91,7 +93,7 @@ class KEL_EXPORT VlanQuerier : private Horix::Timer {
   /// The next general query is due, or another querier has fallen silent.
   void onExpiry() override;
 
-  bool wins(Wirex::IpAddr querier) const;
+  bool wins(Wirex::IpAddr querier, bool precedesByMac) const;
   void queryAll();
   void queryGenerally(VlanId vlan, QueryPort& port);
   void continueInquiry(InquiryKey const& asked);
@@ -102,6 +104,7 @@ class KEL_EXPORT VlanQuerier : private Horix::Timer {
   QuerierSettings settings_;
   SnoopingPolicy policy_;
   unsigned startupQueriesLeft_ = 0;
+  bool givesWay_ = false;
   Wirex::IpAddr otherQuerier_;
   QueriesSent sent_;
   std::map<PortVlan, QueryPort*> ports_;

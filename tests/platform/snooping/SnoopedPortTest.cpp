@@ -448,6 +448,17 @@ TEST_F(SnoopedPortQuerierTest, QuerierOfALowerAddressIsHeard) {
   EXPECT_TRUE(vlan10.querier.isQuerier());
 }
 
+TEST_F(SnoopedPortQuerierTest, QuerierWithoutAnAddressIsMeasuredByThePortsMacAddress) {
+  auto const fromNoAddress = FrameBuilder::queryV2(IpAddr(), 100).from(IpAddr());
+  querierIs({.sendsQueries = true, .version = Igmp::IgmpVersion::v3, .source = IpAddr()});
+  port.macAddressIs({1, 255, 255, 255, 255, 255});  // it comes from 02:00:00:00:00:00
+  hear(fromNoAddress);
+  EXPECT_TRUE(vlan10.querier.isQuerier());
+  port.macAddressIs(mac);
+  hear(fromNoAddress);
+  EXPECT_FALSE(vlan10.querier.isQuerier());
+}
+
 TEST_F(SnoopedPortQuerierTest, PortThatLeavesTheVlanSendsNoMoreOfItsQueries) {
   bringUp();
   port.vlanDel(VlanId(10));

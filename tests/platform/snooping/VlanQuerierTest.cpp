@@ -341,17 +341,40 @@ TEST_F(VlanQuerierTest, QuerierOfAHigherAddressLosesTheElection) {
   EXPECT_EQ(querier().otherQuerier(), IpAddr());
 }
 
-TEST_F(VlanQuerierTest, QuerierWithoutAnAddressTakesNoPartInTheElection) {
+TEST_F(VlanQuerierTest, QuerierWithoutAnAddressLosesToOneThatHasOne) {
   start();
-  querier().queryHeard(IpAddr(), 255s);
+  querier().queryHeard(IpAddr(), 255s, true);
   EXPECT_TRUE(querier().isQuerier());
+}
+
+TEST_F(VlanQuerierTest, OfTwoWithoutAnAddressTheLowerMacAddressWins) {
+  settings.source = IpAddr();
+  start();
+  querier().queryHeard(IpAddr(), 255s, false);
+  EXPECT_TRUE(querier().isQuerier());
+  querier().queryHeard(IpAddr(), 255s, true);
+  EXPECT_FALSE(querier().isQuerier());
+  apply();
+  EXPECT_FALSE(querier().isQuerier()) << "settings that are the same";
+  passes(255s - 1ms);
+  EXPECT_THAT(swp1.take(), IsEmpty());
+  passes(1ms);
+  EXPECT_THAT(swp1.take(), ElementsAre(generalQuery));
+}
+
+TEST_F(VlanQuerierTest, WhoGetsAnAddressWinsOverOneThatHasNone) {
+  settings.source = IpAddr();
+  start();
+  querier().queryHeard(IpAddr(), 255s, true);
+  settings.source = self;
+  apply();
+  EXPECT_TRUE(querier().isQuerier());
+  EXPECT_THAT(swp1.take(), SizeIs(1));
 }
 
 TEST_F(VlanQuerierTest, WithoutAnAddressOfItsOwnItLosesToEveryOther) {
   settings.source = IpAddr();
   start();
-  querier().queryHeard(IpAddr(), 255s);
-  EXPECT_TRUE(querier().isQuerier()) << "two without an address both query";
   querier().queryHeard(IpAddr(223, 255, 255, 255), 255s);
   EXPECT_FALSE(querier().isQuerier());
 }
