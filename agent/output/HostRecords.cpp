@@ -1,6 +1,7 @@
 #include "agent/output/HostRecords.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "agent/output/NaturalOrder.h"
 
@@ -12,14 +13,13 @@ std::string textOf(Kel::String8 const& text) {
   return std::string(text.view());
 }
 
+std::vector<Wirex::IpAddr> sorted(std::vector<Wirex::IpAddr> addresses) {
+  std::sort(addresses.begin(), addresses.end());
+  return addresses;
+}
+
 HostRecords recordsOf(Igmp::IgmpHost const& host) {
-  HostRecords records;
-  records.name = textOf(host.name().stringValue());
-  records.vlan = host.vlanId();
-  records.interface = textOf(host.intfId().stringValue());
-  records.igmpVersion = host.igmpVersion();
-  records.blocked = host.blocked();
-  records.direction = host.direction();
+  HostRecords records = attributesOf(host);
   for (auto const& [group, record] : host.v3group())
     records.groups.push_back({group, filterOf(*record)});
   std::sort(records.groups.begin(), records.groups.end(),
@@ -35,17 +35,35 @@ SourceFilter filterOf(Igmp::IgmpV3GroupRecord const& record) {
     filter.mode = Gmp::Igmp::IgmpFilterMode::exclude;
   if (auto const& list = record.source())
     for (auto const& [source, value] : list->sourceIp()) filter.sources.push_back(source);
-  std::sort(filter.sources.begin(), filter.sources.end());
+  filter.sources = sorted(std::move(filter.sources));
   return filter;
+}
+
+SourceFilter filterOf(Bridging::IgmpSnooping::IgmpMembership const& membership) {
+  return {membership.filterMode(),
+          sorted({membership.source().begin(), membership.source().end()})};
+}
+
+HostRecords attributesOf(Igmp::IgmpHost const& host) {
+  HostRecords records;
+  records.name = textOf(host.name().stringValue());
+  records.vlan = host.vlanId();
+  records.interface = textOf(host.intfId().stringValue());
+  records.igmpVersion = host.igmpVersion();
+  records.blocked = host.blocked();
+  records.direction = host.direction();
+  return records;
+}
+
+bool precedes(HostRecords const& a, HostRecords const& b) {
+  if (a.vlan != b.vlan) return a.vlan < b.vlan;
+  return precedesNaturally(a.interface, b.interface);
 }
 
 std::vector<HostRecords> hostsIn(Igmp::IgmpHostDir const& directory) {
   std::vector<HostRecords> hosts;
   for (auto const& [name, host] : directory.igmpHost()) hosts.push_back(recordsOf(*host));
-  std::sort(hosts.begin(), hosts.end(), [](HostRecords const& a, HostRecords const& b) {
-    if (a.vlan != b.vlan) return a.vlan < b.vlan;
-    return precedesNaturally(a.interface, b.interface);
-  });
+  std::sort(hosts.begin(), hosts.end(), precedes);
   return hosts;
 }
 

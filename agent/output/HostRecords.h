@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "framework/entities/IgmpContextStatus.h"
 #include "framework/types/AllowedTrafficDirection.h"
 #include "framework/types/IgmpFilterMode.h"
 #include "framework/types/IgmpVersion.h"
@@ -39,6 +40,13 @@ struct HostRecords {
 };
 
 SourceFilter filterOf(Igmp::IgmpV3GroupRecord const& record);
+SourceFilter filterOf(Bridging::IgmpSnooping::IgmpMembership const& membership);
+
+/// A host without its groups.
+HostRecords attributesOf(Igmp::IgmpHost const& host);
+
+/// By VLAN, then by interface in natural order.
+bool precedes(HostRecords const& a, HostRecords const& b);
 
 /// All hosts, by VLAN and then by interface in natural order.
 std::vector<HostRecords> hostsIn(Igmp::IgmpHostDir const& directory);

@@ -12,10 +12,10 @@ std::vector<IgnoredInput> ignoredBy(Switch::Ports const& ports) {
   std::vector<IgnoredInput> ignored;
   for (auto const& [intf, port] : ports) {
     IgnoredInput input{std::string(intf.stringValue().view()), {}};
+    auto const counters = port.counters();
     for (std::size_t i = 0; i < Igmp::causes; ++i) {
       auto const cause = static_cast<Igmp::Cause>(i);
-      if (auto const count = port.counters().ignoredFor(cause))
-        input.counts.emplace_back(cause, count);
+      if (auto const count = counters.ignoredFor(cause)) input.counts.emplace_back(cause, count);
     }
     if (!input.counts.empty()) ignored.push_back(std::move(input));
   }

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <ostream>
 #include <string>
+#include <utility>
 
 #include "agent/config/Wording.h"
+#include "agent/output/ExplanationWords.h"
 #include "agent/output/TextTable.h"
 #include "agent/output/TimeText.h"
 
@@ -47,26 +49,6 @@ void addHost(TextTable& table, HostRecords const& host) {
   }
 }
 
-void printHosts(std::ostream& out, std::vector<HostRecords> const& hosts) {
-  if (hosts.empty()) {
-    out << "There are no hosts: no VLAN with interfaces is proxied, which takes proxy = true and a "
-           "querier.\n";
-    return;
-  }
-  TextTable table({{"VLAN", Align::right},
-                   {"INTERFACE"},
-                   {"IGMP", Align::right},
-                   {"BLOCKED"},
-                   {"DIRECTION"},
-                   {"GROUP"},
-                   {"MODE"},
-                   {"SOURCES"}});
-  for (HostRecords const& host : hosts) addHost(table, host);
-  table.print(out);
-  if (std::all_of(hosts.begin(), hosts.end(), [](auto const& host) { return host.groups.empty(); }))
-    out << "\nNo host has anything to report: nobody listens to a group.\n";
-}
-
 void addEvent(TextTable& table, RecordEvent const& event) {
   RecordChange const& change = event.change;
   SourceFilter const& shown = change.after ? *change.after : *change.before;
@@ -88,7 +70,67 @@ void printIgnored(std::ostream& out, std::vector<IgnoredInput> const& ignored) {
   table.print(out);
 }
 
+std::string expiryText(Horix::Time time) {
+  return message(std::chrono::round<std::chrono::seconds>(time).count(), " s");
+}
+
+/// What counts for the port, and under it what its reporters want.
+void addPort(TextTable& table, ExplainedPort const& port) {
+  table.row({port.interface + (port.own ? " (own)" : ""), "all together", "",
+             message(port.wants.mode), sourcesText(port.wants)});
+  for (ExplainedReporter const& reporter : port.reporters)
+    table.row({"", message(reporter.address), expiryText(reporter.expiresIn),
+               message(reporter.filter.mode), sourcesText(reporter.filter)});
+}
+
+void printListeners(std::ostream& out, Explanation const& explanation) {
+  TextTable table({{"PORT"}, {"REPORTER"}, {"EXPIRES", Align::right}, {"MODE"}, {"SOURCES"}});
+  for (ExplainedPort const& port : explanation.ports) addPort(table, port);
+  table.print(out);
+  for (ExplainedPort const& port : explanation.ports)
+    if (std::string const remark = remarkOn(port); !remark.empty())
+      printParagraph(out, message(port.interface, ": ", remark, '.'), 2);
+}
+
+/// Sources with the same fate share a sentence.
+void printSources(std::ostream& out, Explanation const& explanation) {
+  std::vector<std::pair<std::string, std::vector<std::string>>> byFate;
+  for (ExplainedSource const& source : explanation.sources) {
+    std::string fate = fateOf(source, explanation);
+    auto const known = std::find_if(byFate.begin(), byFate.end(),
+                                    [&](auto const& entry) { return entry.first == fate; });
+    auto& sources = known == byFate.end()
+                        ? byFate.emplace_back(std::move(fate), std::vector<std::string>()).second
+                        : known->second;
+    sources.push_back(message(source.address));
+  }
+  for (auto const& [fate, sources] : byFate)
+    printParagraph(
+        out, message(enumerated(sources, "and"), sources.size() == 1 ? " is " : " are ", fate, '.'),
+        2);
+}
+
 }  // namespace
+
+void printHosts(std::ostream& out, std::vector<HostRecords> const& hosts) {
+  if (hosts.empty()) {
+    out << "There are no hosts: no VLAN with interfaces is proxied, which takes proxy = true and a "
+           "querier.\n";
+    return;
+  }
+  TextTable table({{"VLAN", Align::right},
+                   {"INTERFACE"},
+                   {"IGMP", Align::right},
+                   {"BLOCKED"},
+                   {"DIRECTION"},
+                   {"GROUP"},
+                   {"MODE"},
+                   {"SOURCES"}});
+  for (HostRecords const& host : hosts) addHost(table, host);
+  table.print(out);
+  if (std::all_of(hosts.begin(), hosts.end(), [](auto const& host) { return host.groups.empty(); }))
+    out << "\nNo host has anything to report: nobody listens to a group.\n";
+}
 
 void printSnapshot(std::ostream& out, Snapshot const& snapshot) {
   out << "Records at " << timeText(snapshot.time) << " s\n\n";
@@ -112,6 +154,25 @@ void printEvents(std::ostream& out, std::vector<RecordEvent> const& events) {
                    {"SOURCES"}});
   for (RecordEvent const& event : events) addEvent(table, event);
   table.print(out);
+}
+
+void printExplanation(std::ostream& out, Explanation const& explanation) {
+  printParagraph(out, verdictOf(explanation));
+  if (!explanation.ports.empty()) {
+    out << "\nWho listens";
+    if (explanation.learnedIn != explanation.vlan)
+      out << " (in the primary VLAN " << explanation.learnedIn << " and its secondary VLANs)";
+    out << "\n\n";
+    printListeners(out, explanation);
+  }
+  if (explanation.standing != Standing::hasHost) return;
+  if (!explanation.ports.empty()) {
+    out << "\nHow that merges\n\n";
+    printParagraph(out, mergeOf(explanation), 2);
+    printSources(out, explanation);
+  }
+  out << "\nWhether it is sent\n\n";
+  for (std::string const& sentence : sendingOf(explanation)) printParagraph(out, sentence, 2);
 }
 
 }  // namespace Agent

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "agent/RecordWatch.h"
+#include "agent/output/Explanation.h"
 #include "agent/output/Snapshot.h"
 
 /// Output for people, in tables that fit 100 columns. What is empty is said in words.
@@ -11,6 +12,11 @@ namespace Agent {
 
 /// The hosts with their records, and what ports ignored if there is any.
 void printSnapshot(std::ostream& out, Snapshot const& snapshot);
+
+/// The hosts with their records.
+void printHosts(std::ostream& out, std::vector<HostRecords> const& hosts);
+
+void printExplanation(std::ostream& out, Explanation const& explanation);
 
 /// What has changed when. A changed record stands in two rows, as it became and as it was.
 void printEvents(std::ostream& out, std::vector<RecordEvent> const& events);

@@ -87,4 +87,9 @@ void TextTable::printRow(std::ostream& out, std::vector<std::string> const& cell
   } while (!std::all_of(rest.begin(), rest.end(), [](auto text) { return text.empty(); }));
 }
 
+void printParagraph(std::ostream& out, std::string_view text, std::size_t indent) {
+  do out << std::string(indent, ' ') << takeLine(text, TextTable::width - indent) << '\n';
+  while (!text.empty());
+}
+
 }  // namespace Agent

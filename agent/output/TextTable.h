@@ -38,4 +38,8 @@ class TextTable {
   std::vector<std::vector<std::string>> rows_;
 };
 
+/// Prints a text in lines that end, like those of tables, at TextTable::width.
+/// @param indent blanks before each line.
+void printParagraph(std::ostream& out, std::string_view text, std::size_t indent = 0);
+
 }  // namespace Agent

@@ -1,0 +1,125 @@
+#include "agent/control/ControlServer.h"
+
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+
+#include <nlohmann/json.hpp>
+
+#include "agent/TraceRequest.h"
+#include "agent/config/Wording.h"
+#include "agent/control/Metrics.h"
+#include "agent/control/ShowAnswers.h"
+#include "agent/output/Explanation.h"
+#include "agent/output/JsonValues.h"
+#include "agent/output/Tables.h"
+
+namespace Agent {
+
+namespace {
+
+/// A whole answer: one line, and the end.
+std::unique_ptr<Answer> lineAnswer(Json const& line) {
+  return std::make_unique<TextAnswer>(oneLine(line) + "\n{\"end\":true}\n");
+}
+
+/// Another answer's pieces of text, each in a line of JSON.
+class Framed final : public Answer {
+ public:
+  explicit Framed(std::unique_ptr<Answer> answer) : answer_(std::move(answer)) {}
+
+  Progress advance(std::string& out) override {
+    std::string text;
+    Progress const progress = answer_->advance(text);
+    if (!text.empty()) out += oneLine({{"text", std::move(text)}}) + '\n';
+    if (progress == Progress::done) out += oneLine({{"end", true}}) + '\n';
+    return progress;
+  }
+
+ private:
+  std::unique_ptr<Answer> answer_;
+};
+
+}  // namespace
+
+ControlServer::ControlServer(Horix::EventLoop& loop, Switch& snoopingSwitch, std::string path,
+                             Limits const& limits)
+    : SocketServer(loop, std::move(path), limits),
+      switch_(snoopingSwitch),
+      start_(snoopingSwitch.now()),
+      feed_(snoopingSwitch, start_, [this] { countCutOff(); }) {}
+
+// Monitors go before the feed that they are in.
+ControlServer::~ControlServer() {
+  removeClients();
+}
+
+bool ControlServer::isComplete(std::string_view input, bool ended) const {
+  return input.find('\n') != std::string_view::npos || (ended && !input.empty());
+}
+
+std::unique_ptr<Answer> ControlServer::answerToSilence(std::string_view /*input*/) {
+  return nullptr;
+}
+
+std::string ControlServer::refusal(std::string_view reason) const {
+  return oneLine({{"error", reason}}) + '\n';
+}
+
+std::unique_ptr<Answer> ControlServer::answerTo(std::string_view request) {
+  try {
+    return answerTo(requestIn(request.substr(0, request.find('\n'))));
+  } catch (std::invalid_argument const& error) {
+    return std::make_unique<TextAnswer>(refusal(error.what()));
+  }
+}
+
+std::unique_ptr<Answer> ControlServer::answerTo(Request const& request) {
+  // What was heard in the same turn before is not published yet.
+  loop().endBatch();
+  if (request.command == "show") return showAnswer(switch_, request, start_);
+  if (request.command == "explain") return explanation(request);
+  if (request.command == "monitor") return feed_.monitor();
+  if (request.command == "clear") return clearing(request);
+  if (request.command == "trace") return tracing(request);
+  if (request.command == "metrics") return std::make_unique<Framed>(metricsAnswer(switch_, *this));
+  refuse("there is no command ", Agent::quoted(request.command));
+}
+
+std::unique_ptr<Answer> ControlServer::explanation(Request const& request) const {
+  Selection const& of = request.of;
+  if (!of.vlan || !of.interface || !of.group) refuse("explain takes vlan, interface and group");
+  Explanation explained = explain(switch_, *of.vlan, *of.interface, *of.group);
+  explained.time -= start_;
+  if (!request.text) return lineAnswer({{"explanation", explanationObject(explained)}});
+  std::ostringstream text;
+  printExplanation(text, explained);
+  return lineAnswer({{"text", text.str()}});
+}
+
+std::unique_ptr<Answer> ControlServer::clearing(Request const& request) {
+  if (request.what != "groups")
+    refuse("there is nothing called ", Agent::quoted(request.what), " to clear");
+  if (request.of.vlan && !switch_.learning(*request.of.vlan))
+    refuse("VLAN ", *request.of.vlan, " is not configured");
+  for (VlanConfig const& vlan : switch_.configuration().vlans) {
+    if (!request.of.has(vlan.vlanId)) continue;
+    auto* const learning = switch_.learning(vlan.vlanId);
+    if (request.of.group)
+      learning->forgetGroup(*request.of.group);
+    else
+      learning->forgetAll();
+  }
+  return lineAnswer({{"done", true}});
+}
+
+std::unique_ptr<Answer> ControlServer::tracing(Request const& request) const {
+  TraceRequest const trace = traceRequestIn(request.handle, request.levels);
+  for (int level = 0; level < Kel::TraceHandle::levels; ++level)
+    trace.handle->levelEnabledIs(level, false);
+  for (int const level : trace.levels) trace.handle->levelEnabledIs(level, true);
+  trace.handle->enabledIs(!trace.levels.empty());
+  return lineAnswer({{"done", true}});
+}
+
+}  // namespace Agent

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "agent/Switch.h"
+#include "agent/control/MonitorFeed.h"
+#include "agent/control/Request.h"
+#include "agent/control/SocketServer.h"
+
+namespace Agent {
+
+/// The agent's control socket: igmpsnoopctl asks here. A request is one line of JSON, and so is
+/// each line of the answer; one with the key "error" says what could not be done.
+class ControlServer final : public SocketServer {
+ public:
+  /// Throws std::runtime_error if the path cannot be listened on.
+  /// @param snoopingSwitch outlives the server, which uses its afterPublish.
+  ControlServer(Horix::EventLoop& loop, Switch& snoopingSwitch, std::string path,
+                Limits const& limits = {});
+  ~ControlServer() override;
+
+  /// Seconds are counted from then on.
+  Horix::Time start() const { return start_; }
+
+ private:
+  bool isComplete(std::string_view input, bool ended) const override;
+  std::unique_ptr<Answer> answerToSilence(std::string_view input) override;
+  std::unique_ptr<Answer> answerTo(std::string_view request) override;
+  std::string refusal(std::string_view reason) const override;
+
+  std::unique_ptr<Answer> answerTo(Request const& request);
+  std::unique_ptr<Answer> explanation(Request const& request) const;
+  std::unique_ptr<Answer> clearing(Request const& request);
+  std::unique_ptr<Answer> tracing(Request const& request) const;
+
+  Switch& switch_;
+  Horix::Time start_;
+  MonitorFeed feed_;
+};
+
+}  // namespace Agent

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "agent/output/HostRecords.h"
+#include "framework/entities/IgmpContextStatus.h"
+#include "framework/kel/Reactors.h"
+
+namespace Agent {
+
+/// How what is known of a reporter has changed. Without `before` it is new, without `after` gone.
+struct MembershipChange {
+  Bridging::VlanId vlan;
+  Wirex::IpAddr group;
+  Wirex::IntfId interface;
+  Wirex::IpAddr reporter;
+  std::optional<SourceFilter> before;
+  std::optional<SourceFilter> after;
+
+  char const* kind() const { return !before ? "added" : after ? "changed" : "removed"; }
+};
+
+/// Tells how memberships change from one settled state to the next, as RecordWatch does of records:
+/// what is heard meanwhile says no more than which may have changed. Single-threaded.
+class MembershipWatch {
+ public:
+  /// Memberships that are there now are the first settled state.
+  explicit MembershipWatch(
+      Kel::Ptr<Bridging::IgmpSnooping::IgmpProtocolStatus> const& protocolStatus);
+  MembershipWatch(MembershipWatch const&) = delete;
+  MembershipWatch& operator=(MembershipWatch const&) = delete;
+  ~MembershipWatch();
+
+  /// What has changed since the last time, by VLAN, group, interface in natural order, and
+  /// reporter. To be called when memberships have settled.
+  std::vector<MembershipChange> takeChanges();
+
+ private:
+  class Protocol;
+  class Vlan;
+  class Group;
+  class Interface;
+  class Reporter;
+
+  std::vector<Kel::Ptr<Reporter>> touched_;  // each once
+  Kel::Ptr<Protocol> protocol_;
+};
+
+}  // namespace Agent

@@ -1,0 +1,309 @@
+#include "agent/control/Metrics.h"
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <utility>
+#include <vector>
+
+#include "agent/config/Wording.h"
+#include "agent/control/MembershipWalk.h"
+
+namespace Agent {
+
+namespace {
+
+using Bridging::VlanId;
+using Bridging::IgmpSnooping::ReceiveCounters;
+using Bridging::IgmpSnooping::Proxy::PortKey;
+using Wirex::IntfId;
+
+constexpr std::size_t stepsAtOnce = 1000;
+constexpr std::size_t bytesAtOnce = 65536;
+
+/// The value of a label: printable ASCII stays, other bytes become \xNN.
+std::string escaped(std::string_view text) {
+  std::string result;
+  for (char const c : text) {
+    if (c == '\\' || c == '"')
+      result += {'\\', c};
+    else if (static_cast<unsigned char>(c) < 0x80)
+      result += onOneLine({&c, 1});
+    else
+      result += message("\\\\x", std::hex, static_cast<unsigned>(static_cast<unsigned char>(c)));
+  }
+  return result;
+}
+
+using Label = std::pair<char const*, std::string>;
+
+/// The text of one family: its samples all carry its name.
+class Family {
+ public:
+  enum class Type { gauge, counter };
+
+  Family(std::string& out, Type type, std::string name) : out_(out), name_(std::move(name)) {
+    if (type == Type::counter) suffix_ = "_total";
+  }
+
+  void sample(std::initializer_list<Label> labels, std::uint64_t value) {
+    out_ += name_;
+    out_ += suffix_;
+    char separator = '{';
+    for (auto const& [label, text] : labels) {
+      out_ += message(separator, label, "=\"", escaped(text), '"');
+      separator = ',';
+    }
+    out_ += message(labels.size() == 0 ? "" : "}", ' ', value, '\n');
+  }
+
+ private:
+  std::string& out_;
+  std::string name_;
+  char const* suffix_ = "";
+};
+
+class Metrics final : public Answer {
+ public:
+  Metrics(Switch const& snoopingSwitch, SocketServer const& clients, std::string heading)
+      : switch_(snoopingSwitch),
+        clients_(clients),
+        heading_(std::move(heading)),
+        walk_(snoopingSwitch, {}) {}
+
+  Progress advance(std::string& out) override {
+    walk_.advance(stepsAtOnce, [this](MembershipWalk::Place const& place, auto const&) {
+      ++memberships_[{place.vlan, place.interface}];
+    });
+    if (!walk_.atEnd()) return Progress::more;
+    out += std::exchange(heading_, {});
+    while (family_ < families.size()) {
+      if (out.size() >= bytesAtOnce) return Progress::more;
+      advanceFamily(out);
+    }
+    out += "# EOF\n";
+    return Progress::done;
+  }
+
+ private:
+  struct Description {
+    Family::Type type;
+    char const* name;
+    char const* help;
+    /// The samples of one VLAN, and those that belong to none; null where there are none.
+    void (Metrics::*ofVlan)(Family&, VlanConfig const&) const;
+    void (Metrics::*ofAll)(Family&) const;
+  };
+
+  static std::array<Description, 14> const families;
+
+  /// The samples of one VLAN, or a whole family.
+  void advanceFamily(std::string& out) {
+    Description const& description = families[family_];
+    std::string const name = message("igmpsnoop_", description.name);
+    Family family(out, description.type, name);
+    if (!std::exchange(begun_, true)) {
+      char const* const type = description.type == Family::Type::counter ? "counter" : "gauge";
+      out += message("# TYPE ", name, ' ', type, "\n# HELP ", name, ' ', description.help, '\n');
+      nextVlan_ = VlanId::min;
+    }
+    if (VlanConfig const* const vlan = description.ofVlan ? nextVlan() : nullptr) {
+      (this->*description.ofVlan)(family, *vlan);
+      nextVlan_ = vlan->vlanId.value() + 1u;
+      return;
+    }
+    if (description.ofAll) (this->*description.ofAll)(family);
+    begun_ = false;
+    ++family_;
+  }
+
+  /// The configuration may have changed since the last one.
+  VlanConfig const* nextVlan() const {
+    auto const& vlans = switch_.configuration().vlans;
+    auto const next = std::lower_bound(
+        vlans.begin(), vlans.end(), nextVlan_,
+        [](VlanConfig const& vlan, unsigned id) { return vlan.vlanId.value() < id; });
+    return next == vlans.end() ? nullptr : &*next;
+  }
+
+  static std::string text(VlanId vlan) { return message(vlan); }
+  static std::string text(IntfId const& intf) { return std::string(intf.stringValue().view()); }
+
+  // ---- Of VLANs
+
+  void groups(Family& family, VlanConfig const& vlan) const {
+    if (auto const status = switch_.entities().snoopingStatus->contextStatus(vlan.vlanId))
+      family.sample({{"vlan", text(vlan.vlanId)}}, status->group().size());
+  }
+
+  /// Of a primary VLAN also those heard on its secondary VLANs' ports.
+  void memberships(Family& family, VlanConfig const& vlan) const {
+    auto const sample = [&](IntfId const& intf, std::uint64_t count) {
+      family.sample({{"vlan", text(vlan.vlanId)}, {"interface", text(intf)}}, count);
+    };
+    for (auto of = memberships_.lower_bound({vlan.vlanId, IntfId()});
+         of != memberships_.end() && of->first.first == vlan.vlanId; ++of)
+      sample(of->first.second, of->second);
+    for (VlanMember const& member : vlan.members)
+      if (!memberships_.contains({vlan.vlanId, member.intfId})) sample(member.intfId, 0);
+  }
+
+  void routerPorts(Family& family, VlanConfig const& vlan) const {
+    if (auto const* const ports = switch_.routerPorts(vlan.vlanId))
+      family.sample({{"vlan", text(vlan.vlanId)}}, ports->routerPort().size());
+  }
+
+  void hosts(Family& family, VlanConfig const& vlan) const {
+    auto const proxied = switch_.proxy().vlanSm(vlan.vlanId);
+    family.sample({{"vlan", text(vlan.vlanId)}}, proxied ? proxied->portSm().size() : 0);
+  }
+
+  void records(Family& family, VlanConfig const& vlan) const {
+    for (VlanMember const& member : vlan.members)
+      if (auto const host =
+              switch_.entities().hosts->igmpHost(PortKey(vlan.vlanId, member.intfId).hostName()))
+        family.sample({{"vlan", text(vlan.vlanId)}, {"interface", text(member.intfId)}},
+                      host->v3group().size());
+  }
+
+  void querier(Family& family, VlanConfig const& vlan) const {
+    if (auto const* const querier = switch_.querier(vlan.vlanId))
+      family.sample({{"vlan", text(vlan.vlanId)}}, querier->isQuerier() ? 1 : 0);
+  }
+
+  void queriesSent(Family& family, VlanConfig const& vlan) const {
+    auto const* const querier = switch_.querier(vlan.vlanId);
+    if (!querier || vlan.privateRole != Bridging::VlanTypeAndPrimaryVlan()) return;
+    auto const& sent = querier->sent();
+    std::string const id = text(vlan.vlanId);
+    family.sample({{"vlan", id}, {"type", "general"}}, sent.general);
+    family.sample({{"vlan", id}, {"type", "group"}}, sent.groupSpecific);
+    family.sample({{"vlan", id}, {"type", "group-source"}}, sent.groupAndSourceSpecific);
+  }
+
+  void sent(Family& family, VlanConfig const& vlan) const {
+    for (VlanMember const& member : vlan.members) {
+      auto const status = switch_.proxy().igmpHostStatusDir()->igmpHostStatus(
+          PortKey(vlan.vlanId, member.intfId).hostName());
+      if (!status) continue;
+      auto const sample = [&](char const* type, std::uint64_t count) {
+        family.sample(
+            {{"vlan", text(vlan.vlanId)}, {"interface", text(member.intfId)}, {"type", type}},
+            count);
+      };
+      Igmp::HostCounters const& counters = status->counters();
+      sample("membership-report-v1", counters.reportsSentV1);
+      sample("membership-report-v2", counters.reportsSentV2);
+      sample("membership-report-v3", counters.reportsSentV3);
+      sample("leave", counters.leavesSent);
+    }
+  }
+
+  void received(Family& family, VlanConfig const& vlan) const {
+    // In the order of Igmp::Message.
+    static constexpr std::array<char const*, std::variant_size_v<Igmp::Message>> types{
+        "query", "membership-report-v1", "membership-report-v2", "membership-report-v3", "leave"};
+    for (VlanMember const& member : vlan.members) {
+      ReceiveCounters const* const counters = countersOf(vlan.vlanId, member.intfId);
+      if (!counters) continue;
+      auto const sample = [&](char const* type, std::uint64_t count) {
+        family.sample(
+            {{"vlan", text(vlan.vlanId)}, {"interface", text(member.intfId)}, {"type", type}},
+            count);
+      };
+      for (std::size_t i = 0; i < types.size(); ++i) sample(types[i], counters->received[i]);
+      sample("pim-hello", counters->pimHellos);
+    }
+  }
+
+  void ignored(Family& family, VlanConfig const& vlan) const {
+    for (VlanMember const& member : vlan.members)
+      if (ReceiveCounters const* const counters = countersOf(vlan.vlanId, member.intfId))
+        sampleIgnored(family, text(vlan.vlanId), member.intfId, *counters);
+  }
+
+  ReceiveCounters const* countersOf(VlanId vlan, IntfId const& intf) const {
+    auto const port = switch_.ports().find(intf);
+    return port == switch_.ports().end() ? nullptr : port->second.counters(vlan);
+  }
+
+  // ---- Of ports, and of the agent
+
+  void ignoredInNoVlan(Family& family) const {
+    for (auto const& [intf, port] : switch_.ports())
+      sampleIgnored(family, "none", intf, port.countersInNoVlan());
+  }
+
+  static void sampleIgnored(Family& family, std::string const& vlan, IntfId const& intf,
+                            ReceiveCounters const& counters) {
+    for (std::size_t i = 0; i < Igmp::causes; ++i)
+      if (counters.ignored[i] != 0)
+        family.sample({{"vlan", vlan},
+                       {"interface", text(intf)},
+                       {"cause", message(static_cast<Igmp::Cause>(i))}},
+                      counters.ignored[i]);
+  }
+
+  template <auto Counter>
+  void device(Family& family) const {
+    for (auto const& [intf, pam] : switch_.snooping().ethDevPamCol()->intfPam())
+      family.sample({{"interface", text(intf)}}, pam->counters().*Counter);
+  }
+
+  void clients(Family& family) const { family.sample({}, clients_.clients()); }
+
+  void connections(Family& family) const {
+    auto const& counters = clients_.counters();
+    family.sample({{"outcome", "accepted"}}, counters.accepted);
+    family.sample({{"outcome", "refused"}}, counters.refused);
+    family.sample({{"outcome", "timed-out"}}, counters.timedOut);
+    family.sample({{"outcome", "cut-off"}}, counters.cutOff);
+  }
+
+  Switch const& switch_;
+  SocketServer const& clients_;
+  std::string heading_;
+  MembershipWalk walk_;
+  std::map<std::pair<VlanId, IntfId>, std::uint64_t> memberships_;
+  std::size_t family_ = 0;
+  bool begun_ = false;
+  unsigned nextVlan_ = VlanId::min;
+};
+
+std::array<Metrics::Description, 14> const Metrics::families{{
+    {Family::Type::gauge, "groups", "Groups with listeners.", &Metrics::groups, nullptr},
+    {Family::Type::gauge, "memberships", "Memberships, one for each reporter of each group.",
+     &Metrics::memberships, nullptr},
+    {Family::Type::gauge, "mrouter_ports", "Multicast router ports.", &Metrics::routerPorts,
+     nullptr},
+    {Family::Type::gauge, "hosts", "Ports on which the proxy reports.", &Metrics::hosts, nullptr},
+    {Family::Type::gauge, "records", "Group records that a port's host reports.", &Metrics::records,
+     nullptr},
+    {Family::Type::gauge, "querier", "Whether the agent is the querier of the VLAN.",
+     &Metrics::querier, nullptr},
+    {Family::Type::counter, "queries_sent", "IGMP queries sent, each counted on each port.",
+     &Metrics::queriesSent, nullptr},
+    {Family::Type::counter, "messages_sent", "IGMP reports and leaves sent by the proxy's hosts.",
+     &Metrics::sent, nullptr},
+    {Family::Type::counter, "messages_received", "Messages heard and used.", &Metrics::received,
+     nullptr},
+    {Family::Type::counter, "ignored", "Frames and group records heard and not used.",
+     &Metrics::ignored, &Metrics::ignoredInNoVlan},
+    {Family::Type::counter, "frames_received", "Frames that the device handed over.", nullptr,
+     &Metrics::device<&Interface::EthDevPam::Counters::received>},
+    {Family::Type::counter, "frames_dropped", "Frames that the kernel dropped for want of speed.",
+     nullptr, &Metrics::device<&Interface::EthDevPam::Counters::receiveDropped>},
+    {Family::Type::gauge, "clients", "Clients that the control socket serves.", nullptr,
+     &Metrics::clients},
+    {Family::Type::counter, "connections", "Clients of the control socket so far.", nullptr,
+     &Metrics::connections},
+}};
+
+}  // namespace
+
+std::unique_ptr<Answer> metricsAnswer(Switch const& snoopingSwitch, SocketServer const& clients,
+                                      std::string heading) {
+  return std::make_unique<Metrics>(snoopingSwitch, clients, std::move(heading));
+}
+
+}  // namespace Agent

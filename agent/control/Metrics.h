@@ -1,0 +1,19 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "agent/Switch.h"
+#include "agent/control/Answer.h"
+#include "agent/control/SocketServer.h"
+
+namespace Agent {
+
+/// The agent's counters and gauges in OpenMetrics text (version 1.0.0). Labels are VLANs, ports,
+/// message types and causes only, so that their number is bounded by the configuration.
+/// @param clients of whose socket is told.
+/// @param heading what stands before.
+std::unique_ptr<Answer> metricsAnswer(Switch const& snoopingSwitch, SocketServer const& clients,
+                                      std::string heading = "");
+
+}  // namespace Agent

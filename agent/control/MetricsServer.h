@@ -1,0 +1,35 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "agent/Switch.h"
+#include "agent/control/ControlServer.h"
+#include "agent/control/SocketServer.h"
+
+namespace Agent {
+
+/// Gives whoever connects the metrics: as they are, or as an HTTP response to who sends an HTTP
+/// request.
+class MetricsServer final : public SocketServer {
+ public:
+  /// A scraper that has not begun to speak HTTP by then does not.
+  static Limits limitsOfScrapers();
+
+  /// Throws std::runtime_error if the path cannot be listened on.
+  /// @param control of whose clients is told. Outlives this, and so does the switch.
+  MetricsServer(Horix::EventLoop& loop, Switch const& snoopingSwitch, ControlServer const& control,
+                std::string path, Limits const& limits = limitsOfScrapers());
+  ~MetricsServer() override;
+
+ private:
+  bool isComplete(std::string_view input, bool ended) const override;
+  std::unique_ptr<Answer> answerToSilence(std::string_view input) override;
+  std::unique_ptr<Answer> answerTo(std::string_view request) override;
+  std::string refusal(std::string_view reason) const override;
+
+  Switch const& switch_;
+  ControlServer const& control_;
+};
+
+}  // namespace Agent

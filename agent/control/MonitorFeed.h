@@ -1,0 +1,48 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "agent/RecordWatch.h"
+#include "agent/Switch.h"
+#include "agent/control/Answer.h"
+#include "agent/control/MembershipWatch.h"
+
+namespace Agent {
+
+/// Tells monitors of each change of memberships and records, in lines of JSON: {"time":T}, and then
+/// {"membership":{...}} and {"record":{...}} as they happen. While nobody monitors it watches
+/// nothing. A monitor that leaves too much unread is told so and hears no more.
+class MonitorFeed {
+ public:
+  static constexpr std::size_t mostUnread = 1 << 20;  // bytes
+
+  /// @param snoopingSwitch outlives the feed; its afterPublish belongs to the feed.
+  /// @param cutOff is called for each monitor that was too slow.
+  MonitorFeed(Switch& snoopingSwitch, Horix::Time start, std::function<void()> cutOff);
+  MonitorFeed(MonitorFeed const&) = delete;
+  MonitorFeed& operator=(MonitorFeed const&) = delete;
+  ~MonitorFeed();
+
+  /// One more monitor. It goes when its answer does, which is before the feed does.
+  std::unique_ptr<Answer> monitor();
+
+ private:
+  class Monitor;
+
+  void begin();
+  void end();
+  void publish();
+  void remove(Monitor const& monitor);
+
+  Switch& switch_;
+  Horix::Time start_;
+  std::function<void()> cutOff_;
+  std::vector<Monitor*> monitors_;
+  std::unique_ptr<RecordWatch> records_;
+  std::unique_ptr<MembershipWatch> memberships_;
+};
+
+}  // namespace Agent

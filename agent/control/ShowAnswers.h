@@ -1,0 +1,20 @@
+#pragma once
+
+#include <memory>
+
+#include "agent/Switch.h"
+#include "agent/control/Answer.h"
+#include "agent/control/Request.h"
+
+namespace Agent {
+
+/// What the control socket says of a switch, in lines of JSON: first {"time":T,"lists":[NAME...]},
+/// with the seconds since `start`; then any number of {NAME:{...}}, which are the elements of the
+/// lists in no particular order, and {"more":{NAME:{KEY:[...]}}}, which go on with a list in the
+/// last element; last {"end":true}.
+/// @param snoopingSwitch outlives the answer.
+/// Throws std::invalid_argument if there is no such thing to show.
+std::unique_ptr<Answer> showAnswer(Switch const& snoopingSwitch, Request const& request,
+                                   Horix::Time start);
+
+}  // namespace Agent

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "agent/control/Answer.h"
+#include "agent/control/Descriptor.h"
+#include "agent/control/UnixSocket.h"
+#include "platform/horix/EventLoop.h"
+
+namespace Agent {
+
+/// Serves clients of a Unix socket on the event loop: one request, one answer, end. Nothing blocks,
+/// and nothing that a client does or leaves undone holds up the loop: clients, what they say, what
+/// waits for them, and the time they take are bounded, and each turn of the loop makes at most one
+/// piece of each answer. Derive to say what requests and answers are. Single-threaded.
+class SocketServer : private UnixSocket, private Horix::EventLoop::Watch {
+ public:
+  struct Limits {
+    std::size_t clients = 16;
+    std::size_t requestBytes = 4096;
+    Horix::Time requestTime = std::chrono::seconds(5);
+    /// How long a client may read nothing while there is something to read.
+    Horix::Time idleTime = std::chrono::seconds(30);
+  };
+
+  struct Counters {
+    std::uint64_t accepted = 0;
+    std::uint64_t refused = 0;   ///< too many clients, or no descriptors left
+    std::uint64_t timedOut = 0;  ///< too slow to ask or to read
+    std::uint64_t cutOff = 0;    ///< too slow for what went on meanwhile
+  };
+
+  using UnixSocket::path;
+  std::size_t clients() const { return clients_.size(); }
+  Counters const& counters() const { return counters_; }
+
+ protected:
+  /// Throws std::runtime_error if the path cannot be listened on.
+  SocketServer(Horix::EventLoop& loop, std::string path, Limits const& limits);
+  ~SocketServer() override;
+
+  Horix::EventLoop& loop() const { return loop_; }
+  Limits const& limits() const { return limits_; }
+  void countCutOff() { ++counters_.cutOff; }
+  /// For whoever derives, when what its answers use is about to go.
+  void removeClients();
+
+ private:
+  class Client;
+
+  /// Whether the request is complete.
+  /// @param ended nothing more will come.
+  virtual bool isComplete(std::string_view input, bool ended) const = 0;
+  /// What a client that said no more in its time has asked for. Null if it is to go unanswered.
+  virtual std::unique_ptr<Answer> answerToSilence(std::string_view input) = 0;
+  virtual std::unique_ptr<Answer> answerTo(std::string_view request) = 0;
+  /// What a client that cannot be served is told.
+  virtual std::string refusal(std::string_view reason) const = 0;
+
+  void onReady() override;
+  void acceptWithoutDescriptors();
+  void turnAway(Descriptor const& connection, std::string_view reason);
+  void remove(Client& client);
+
+  Horix::EventLoop& loop_;
+  Limits limits_;
+  Descriptor spare_;  // given up for a moment when the process has no other left
+  Counters counters_;
+  std::list<Client> clients_;
+};
+
+}  // namespace Agent

@@ -1,0 +1,104 @@
+#include "agent/control/UnixSocket.h"
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <system_error>
+#include <utility>
+
+#include "agent/config/Wording.h"
+
+namespace Agent {
+
+namespace {
+
+constexpr mode_t socketMode = 0660;
+constexpr mode_t directoryMode = 0755;
+
+std::string errorText(int error) {
+  return std::generic_category().message(error);
+}
+
+template <class... Parts>
+[[noreturn]] void fail(Parts const&... parts) {
+  throw std::runtime_error(message(parts...));
+}
+
+Descriptor newSocket() {
+  Descriptor descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+  if (descriptor.value() < 0) fail("cannot make a Unix socket: ", errorText(errno));
+  return descriptor;
+}
+
+sockaddr_un addressOf(std::string const& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.empty() || path.size() >= sizeof address.sun_path)
+    fail("socket path ", Agent::quoted(path), " has ", path.size(), " bytes; choose one of 1 to ",
+         sizeof address.sun_path - 1);
+  std::memcpy(address.sun_path, path.data(), path.size());
+  return address;
+}
+
+/// Returns 0 or the error.
+int tryToBind(int descriptor, std::string const& path) {
+  sockaddr_un const address = addressOf(path);
+  auto const* const generic = reinterpret_cast<sockaddr const*>(&address);
+  return bind(descriptor, generic, sizeof address) == 0 ? 0 : errno;
+}
+
+}  // namespace
+
+UnixSocket::UnixSocket(std::string path) : path_(std::move(path)), descriptor_(newSocket()) {
+  int error = tryToBind(descriptor(), path_);
+  if (error == EADDRINUSE) {
+    removeStale();
+    error = tryToBind(descriptor(), path_);
+  } else if (error == ENOENT) {
+    std::string const directory = std::filesystem::path(path_).parent_path();
+    if (mkdir(directory.c_str(), directoryMode) == 0) error = tryToBind(descriptor(), path_);
+  }
+  if (error != 0)
+    fail("cannot listen on ", path_, ": ", errorText(error),
+         "; choose another path or make its directory writable");
+
+  // Nobody can connect before it listens, so nobody slips in while the mode is a wider one.
+  struct stat status {};
+  if (chmod(path_.c_str(), socketMode) != 0 || stat(path_.c_str(), &status) != 0 ||
+      listen(descriptor(), SOMAXCONN) != 0) {
+    error = errno;
+    unlink(path_.c_str());
+    fail("cannot listen on ", path_, ": ", errorText(error));
+  }
+  device_ = status.st_dev;
+  inode_ = status.st_ino;
+}
+
+UnixSocket::~UnixSocket() {
+  struct stat status {};
+  if (lstat(path_.c_str(), &status) == 0 && status.st_dev == device_ && status.st_ino == inode_)
+    unlink(path_.c_str());
+}
+
+/// A connection is refused exactly where no process listens.
+void UnixSocket::removeStale() const {
+  struct stat status {};
+  if (lstat(path_.c_str(), &status) != 0) return;
+  if (!S_ISSOCK(status.st_mode))
+    fail("cannot listen on ", path_,
+         ": something that is no socket is there; remove it or choose "
+         "another path");
+  Descriptor const probe = newSocket();
+  sockaddr_un const address = addressOf(path_);
+  if (connect(probe.value(), reinterpret_cast<sockaddr const*>(&address), sizeof address) == 0 ||
+      errno != ECONNREFUSED)
+    fail("cannot listen on ", path_,
+         ": another igmpsnoopd listens there; stop it or choose another path");
+  unlink(path_.c_str());
+}
+
+}  // namespace Agent

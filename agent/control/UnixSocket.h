@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+
+#include "agent/control/Descriptor.h"
+
+namespace Agent {
+
+/// A listening Unix stream socket at a path. It replaces a socket that nobody listens on any more,
+/// refuses to replace anything else, and removes its own when it goes.
+class UnixSocket {
+ public:
+  /// Mode 0660: for the owner and the group of the process. Makes the directory if only that is
+  /// missing. Throws std::runtime_error.
+  explicit UnixSocket(std::string path);
+  UnixSocket(UnixSocket const&) = delete;
+  UnixSocket& operator=(UnixSocket const&) = delete;
+  ~UnixSocket();
+
+  std::string const& path() const { return path_; }
+  int descriptor() const { return descriptor_.value(); }
+
+ private:
+  void removeStale() const;
+
+  std::string path_;
+  Descriptor descriptor_;
+  dev_t device_ = 0;  // of the socket that was made: another one at the path is not removed
+  ino_t inode_ = 0;
+};
+
+}  // namespace Agent

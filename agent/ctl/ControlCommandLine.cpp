@@ -1,0 +1,179 @@
+#include "agent/ctl/ControlCommandLine.h"
+
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+
+#include <CLI/CLI.hpp>
+
+#include "agent/config/NumberRanges.h"
+#include "agent/config/Wording.h"
+
+namespace Agent {
+
+namespace {
+
+Bridging::VlanId vlanIn(std::string const& text) {
+  using Bridging::VlanId;
+  auto const number = expandNumberRanges(text);
+  if (number.size() != 1 || number[0] < VlanId::min || number[0] > VlanId::max)
+    refuse("--vlan ", Agent::quoted(text), " is no number from ", VlanId::min, " to ", VlanId::max);
+  return VlanId(static_cast<std::uint16_t>(number[0]));
+}
+
+Wirex::IpAddr groupIn(std::string const& text) {
+  auto const group = Wirex::IpAddr::fromText(text);
+  if (!group || !group->isMulticast())
+    refuse("--group ", Agent::quoted(text), " is no IPv4 multicast address");
+  return *group;
+}
+
+/// The parser and what it fills.
+class ControlCommandLine {
+ public:
+  ControlCommandLine() {
+    app_.require_subcommand(1);
+    app_.fallthrough();
+    app_.set_version_flag("--version", "igmpsnoopctl " IGMPSNOOPD_VERSION, "Print the version");
+    app_.add_option("--socket", command_.socket, "The agent's control socket")
+        ->capture_default_str()
+        ->type_name("PATH");
+    addShow();
+    addExplain();
+    addMonitor();
+    addClear();
+    addTrace();
+    addMetrics();
+  }
+
+  std::variant<ControlCommand, Information> parse(int argc, char const* const* argv) {
+    try {
+      app_.parse(argc, argv);
+    } catch (CLI::Success const& request) {
+      std::ostringstream text;
+      app_.exit(request, text, text);
+      return Information{text.str()};
+    } catch (CLI::ParseError const& error) {
+      refuseUsage(error);
+    } catch (std::invalid_argument const& error) {
+      refuseUsage(error);
+    }
+    return std::move(command_);
+  }
+
+ private:
+  enum Option : unsigned { vlan = 1, interface = 2, group = 4 };
+
+  void addShow() {
+    CLI::App* const show = add(app_, "show", "Show what the agent knows");
+    show->require_subcommand(1);
+    addShown(*show, "vlans", "The VLANs, and whether they are proxied", vlan);
+    addShown(*show, "interfaces", "The interfaces and their state", interface);
+    addShown(*show, "groups", "Who listens to what", vlan | interface | group);
+    addShown(*show, "hosts", "What the host on each port reports", vlan | interface | group);
+    addShown(*show, "mrouters", "The multicast router ports, and why they are", vlan | interface);
+    addShown(*show, "statistics", "What was heard, ignored and sent", vlan | interface);
+  }
+
+  void addShown(CLI::App& show, char const* what, char const* description, unsigned options) {
+    CLI::App* const shown = show.add_subcommand(what, description);
+    addOptions(*shown, options, false);
+    addJson(*shown);
+    shown->callback([this, what] {
+      command_.request.command = "show";
+      command_.request.what = what;
+    });
+  }
+
+  void addExplain() {
+    CLI::App* const explain =
+        add(app_, "explain", "Say why the host on a port reports what it reports for a group");
+    addOptions(*explain, vlan | interface | group, true);
+    addJson(*explain);
+  }
+
+  void addMonitor() {
+    addJson(*add(app_, "monitor", "Print changes of memberships and records as they happen"));
+  }
+
+  void addClear() {
+    CLI::App* const clear = add(app_, "clear", "Forget what was learned");
+    clear->require_subcommand(1);
+    CLI::App* const groups = clear->add_subcommand("groups", "Forget memberships");
+    addOptions(*groups, vlan | group, false);
+    groups->callback([this] { command_.request.what = "groups"; });
+  }
+
+  void addTrace() {
+    CLI::App* const trace = add(app_, "trace", "Switch the levels of a trace handle");
+    trace->add_option("HANDLE", command_.request.handle, "The handle")->required()->type_name("");
+    trace
+        ->add_option("LEVELS", command_.request.levels,
+                     "The levels that are on from now on, as in 0,4-9, or none")
+        ->required()
+        ->type_name("");
+  }
+
+  void addMetrics() { add(app_, "metrics", "Print counters and gauges as OpenMetrics text"); }
+
+  CLI::App* add(CLI::App& parent, char const* name, char const* description) {
+    CLI::App* const command = parent.add_subcommand(name, description);
+    command->callback([this, name] {
+      if (command_.request.command.empty()) command_.request.command = name;
+    });
+    return command;
+  }
+
+  void addJson(CLI::App& command) { command.add_flag("-j,--json", command_.json, "Print JSON"); }
+
+  void addOptions(CLI::App& command, unsigned options, bool required) {
+    Selection& of = command_.request.of;
+    if (options & vlan)
+      addOption(command, "--vlan", "NUMBER", required,
+                [&of](auto& text) { of.vlan = vlanIn(text); });
+    if (options & interface)
+      addOption(command, "--interface", "NAME", required,
+                [&of](auto& text) { of.interface = Wirex::IntfId(Kel::String8(text)); });
+    if (options & group)
+      addOption(command, "--group", "ADDRESS", required,
+                [&of](auto& text) { of.group = groupIn(text); });
+  }
+
+  /// @param parse whose std::invalid_argument is wrong usage.
+  template <class Parse>
+  static void addOption(CLI::App& command, char const* name, char const* type, bool required,
+                        Parse parse) {
+    command
+        .add_option(name,
+                    [parse](std::vector<std::string> const& texts) {
+                      parse(texts.front());
+                      return true;
+                    })
+        ->required(required)
+        ->type_name(type);
+  }
+
+  [[noreturn]] void refuseUsage(std::exception const& error) const {
+    std::string problem = error.what();
+    std::string help = "igmpsnoopctl";
+    for (CLI::App const* app = &app_; !app->get_subcommands().empty();) {
+      app = app->get_subcommands().front();
+      help += " " + app->get_name();
+    }
+    if (auto const extras = app_.remaining(true); !extras.empty())
+      problem = "unexpected argument " + Agent::quoted(extras[0]);
+    throw WrongUsage(problem + "; try " + help + " --help");
+  }
+
+  CLI::App app_{"Ask a running igmpsnoopd", "igmpsnoopctl"};
+  ControlCommand command_;
+};
+
+}  // namespace
+
+std::variant<ControlCommand, Information> parseControlCommandLine(int argc,
+                                                                  char const* const* argv) {
+  return ControlCommandLine().parse(argc, argv);
+}
+
+}  // namespace Agent

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+#include <variant>
+
+#include "agent/CommandLine.h"
+#include "agent/control/Request.h"
+
+/// The command line of igmpsnoopctl.
+namespace Agent {
+
+struct ControlCommand {
+  std::string socket = "/run/igmpsnoopd/control";
+  Request request;
+  bool json = false;
+};
+
+/// Throws WrongUsage.
+std::variant<ControlCommand, Information> parseControlCommandLine(int argc,
+                                                                  char const* const* argv);
+
+}  // namespace Agent

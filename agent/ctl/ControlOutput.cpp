@@ -1,0 +1,356 @@
+#include "agent/ctl/ControlOutput.h"
+
+#include <algorithm>
+#include <ostream>
+#include <tuple>
+#include <utility>
+
+#include <nlohmann/json.hpp>
+
+#include "agent/config/Wording.h"
+#include "agent/output/HostRecords.h"
+#include "agent/output/NaturalOrder.h"
+#include "agent/output/Tables.h"
+#include "agent/output/TextTable.h"
+#include "agent/output/TimeText.h"
+
+namespace Agent {
+
+namespace {
+
+using Align = TextTable::Align;
+using Wirex::IpAddr;
+
+constexpr char const* nothing = "-";
+
+std::string textAt(Json const& object, char const* key) {
+  auto const found = object.find(key);
+  return found == object.end() || !found->is_string() ? std::string() : found->get<std::string>();
+}
+
+IpAddr addressAt(Json const& object, char const* key) {
+  return IpAddr::fromText(textAt(object, key)).value_or(IpAddr());
+}
+
+unsigned numberAt(Json const& object, char const* key) {
+  auto const found = object.find(key);
+  return found == object.end() || !found->is_number_unsigned() ? 0 : found->get<unsigned>();
+}
+
+// ---- Sorting
+
+struct SortKey {
+  unsigned vlan;
+  IpAddr address;
+  std::string interface;
+  IpAddr host;
+
+  explicit SortKey(Json const& element)
+      : vlan(numberAt(element, "vlan")),
+        address(addressAt(element, "address")),
+        interface(textAt(element, element.contains("interface") ? "interface" : "name")),
+        host(addressAt(element, "host")) {}
+
+  friend bool operator<(SortKey const& a, SortKey const& b) {
+    if (std::tie(a.vlan, a.address) != std::tie(b.vlan, b.address))
+      return std::tie(a.vlan, a.address) < std::tie(b.vlan, b.address);
+    if (a.interface != b.interface) return precedesNaturally(a.interface, b.interface);
+    return a.host < b.host;
+  }
+};
+
+Json sorted(std::vector<Json> elements) {
+  std::vector<std::pair<SortKey, std::size_t>> keys;
+  keys.reserve(elements.size());
+  for (std::size_t i = 0; i < elements.size(); ++i) keys.emplace_back(SortKey(elements[i]), i);
+  std::sort(keys.begin(), keys.end(),
+            [](auto const& a, auto const& b) { return a.first < b.first; });
+  Json list = Json::array();
+  for (auto const& [key, place] : keys) list.push_back(std::move(elements[place]));
+  return list;
+}
+
+Json sorted(Json& list) {
+  return sorted(list.get<std::vector<Json>>());
+}
+
+// ---- Cells
+
+std::string yesOrNo(bool value) {
+  return value ? "yes" : "no";
+}
+
+/// A number, a text, or a dash for what is absent.
+std::string cell(Json const& object, char const* key) {
+  auto const found = object.find(key);
+  if (found == object.end() || found->is_null()) return nothing;
+  return found->is_string() ? found->get<std::string>() : found->dump();
+}
+
+std::string secondsCell(Json const& object, char const* key) {
+  auto const found = object.find(key);
+  if (found == object.end()) return nothing;
+  if (found->is_null()) return "never";
+  return message(static_cast<long>(found->get<double>() + 0.5), " s");
+}
+
+std::string listCell(Json const& list) {
+  std::string text;
+  for (Json const& each : list) {
+    if (!text.empty()) text += ", ";
+    text += each.is_string() ? each.get<std::string>() : each.dump();
+  }
+  return text.empty() ? nothing : text;
+}
+
+SourceFilter filterIn(Json const& object) {
+  SourceFilter filter;
+  if (textAt(object, "filter-mode") == "exclude") filter.mode = Gmp::Igmp::IgmpFilterMode::exclude;
+  for (Json const& source : object.at("source"))
+    filter.sources.push_back(IpAddr::fromText(source.get<std::string>()).value_or(IpAddr()));
+  return filter;
+}
+
+TextTable::Column number(char const* header) {
+  return {header, Align::right, 10};
+}
+
+/// One column for each number, under one for what they are of.
+TextTable numbers(std::vector<char const*> const& headers, std::vector<TextTable::Column> first) {
+  for (char const* const header : headers) first.push_back(number(header));
+  first.push_back({""});  // takes what is left of the line
+  return TextTable(std::move(first));
+}
+
+void addNumbers(TextTable& table, std::vector<std::string> cells, Json const& counts,
+                std::vector<char const*> const& keys) {
+  for (char const* const key : keys) cells.push_back(cell(counts, key));
+  cells.emplace_back();
+  table.row(std::move(cells));
+}
+
+// ---- Lists
+
+void printVlans(std::ostream& out, Json const& vlans) {
+  TextTable table({{"VLAN", Align::right},
+                   {"PROXIED", Align::left, 26},
+                   {"QUERIER", Align::left, 15},
+                   number("PORTS"),
+                   number("GROUPS"),
+                   number("MEMBERS"),
+                   {"MROUTERS"}});
+  for (Json const& vlan : vlans) {
+    std::string const querier = textAt(vlan, "querier");
+    table.row({cell(vlan, "vlan"), vlan.value("proxy", false) ? "yes" : textAt(vlan, "standing"),
+               vlan.contains("other-querier") ? textAt(vlan, "other-querier") : querier,
+               cell(vlan, "interface-count"), cell(vlan, "entries-count"), cell(vlan, "host-count"),
+               listCell(vlan.at("bridge-mrouter-interface"))});
+  }
+  table.print(out);
+}
+
+std::string stateOf(Json const& interface) {
+  if (!interface.value("present", false)) return "absent";
+  if (!interface.value("carrier", false)) return "no carrier";
+  if (!interface.value("forwarding", false)) return "not forwarding";
+  return interface.value("blocked", false) ? "blocked" : "up";
+}
+
+void printInterfaces(std::ostream& out, Json const& interfaces) {
+  TextTable table({{"INTERFACE"}, {"STATE"}, {"DIRECTION"}, number("MTU"), {"VLANS"}});
+  for (Json const& interface : interfaces) {
+    std::string vlans;
+    for (Json const& vlan : interface.at("vlan"))
+      vlans += message(vlans.empty() ? "" : ", ", cell(vlan, "id"),
+                       vlan.value("tagged", false) ? " tagged" : "");
+    table.row({cell(interface, "name"), stateOf(interface), cell(interface, "direction"),
+               cell(interface, "mtu"), vlans.empty() ? nothing : vlans});
+  }
+  table.print(out);
+}
+
+void printGroups(std::ostream& out, Json const& groups) {
+  TextTable table({{"VLAN", Align::right},
+                   {"GROUP"},
+                   {"INTERFACE"},
+                   {"REPORTER"},
+                   {"EXPIRES", Align::right},
+                   {"MODE"},
+                   {"SOURCES"}});
+  for (Json const& membership : groups)
+    table.row({cell(membership, "vlan"), cell(membership, "address"), cell(membership, "interface"),
+               cell(membership, "host"), secondsCell(membership, "expire"),
+               cell(membership, "filter-mode"), listCell(membership.at("source"))});
+  table.print(out);
+}
+
+void printHostList(std::ostream& out, Json const& hosts) {
+  std::vector<HostRecords> records;
+  for (Json const& host : hosts) {
+    HostRecords& each = records.emplace_back();
+    each.name = textAt(host, "name");
+    each.vlan = numberAt(host, "vlan");
+    each.interface = textAt(host, "interface");
+    each.igmpVersion = static_cast<Igmp::IgmpVersion>(host.value("igmp-version", 3));
+    each.blocked = host.value("blocked", false);
+    using Bridging::AllowedTrafficDirection;
+    for (auto const direction : {AllowedTrafficDirection::ingress, AllowedTrafficDirection::egress,
+                                 AllowedTrafficDirection::none})
+      if (textAt(host, "direction") == message(direction)) each.direction = direction;
+    for (Json const& group : host.at("group"))
+      each.groups.push_back({addressAt(group, "address"), filterIn(group)});
+  }
+  printHosts(out, records);
+}
+
+void printRouterPorts(std::ostream& out, Json const& routerPorts) {
+  TextTable table({{"VLAN", Align::right},
+                   {"INTERFACE"},
+                   {"STATIC"},
+                   {"QUERIER"},
+                   {"EXPIRES", Align::right},
+                   {"PIM NEIGHBOR"},
+                   {"EXPIRES"}});
+  for (Json const& port : routerPorts)
+    table.row({cell(port, "vlan"), cell(port, "interface"), yesOrNo(port.value("static", false)),
+               cell(port, "querier"), secondsCell(port, "querier-expire"),
+               cell(port, "pim-neighbor"), secondsCell(port, "pim-expire")});
+  table.print(out);
+}
+
+void printIgnored(std::ostream& out, Json const& interfaces) {
+  TextTable table({{"VLAN", Align::right}, {"INTERFACE"}, number("IGNORED"), {"CAUSE"}});
+  bool empty = true;
+  for (Json const& interface : interfaces)
+    for (auto const& [cause, count] : interface.at("ignored").items()) {
+      table.row({cell(interface, "vlan"), cell(interface, "name"), count.dump(), cause});
+      empty = false;
+    }
+  if (empty) return;
+  out << "\nIgnored\n\n";
+  table.print(out);
+}
+
+void printStatistics(std::ostream& out, Json const& document) {
+  out << "Received\n\n";
+  TextTable received = numbers({"QUERIES", "V1", "V2", "V3", "LEAVES", "HELLOS"},
+                               {{"VLAN", Align::right}, {"INTERFACE", Align::left, 15}});
+  for (Json const& interface : document.at("interfaces"))
+    if (interface.contains("vlan"))
+      addNumbers(received, {cell(interface, "vlan"), cell(interface, "name")},
+                 interface.at("received"),
+                 {"query-count", "membership-report-v1-count", "membership-report-v2-count",
+                  "membership-report-v3-count", "leave-count", "pim-hello-count"});
+  received.print(out);
+  printIgnored(out, document.at("interfaces"));
+
+  out << "\nReported by hosts\n\n";
+  TextTable sent =
+      numbers({"V1", "V2", "V3", "RECORDS", "LEAVES"}, {{"VLAN", Align::right}, {"INTERFACE"}});
+  for (Json const& host : document.at("hosts"))
+    addNumbers(sent, {cell(host, "vlan"), cell(host, "name")}, host.at("sent"),
+               {"membership-report-v1-count", "membership-report-v2-count",
+                "membership-report-v3-count", "group-record-count", "leave-count"});
+  sent.print(out);
+
+  out << "\nQueries sent\n\n";
+  TextTable queries = numbers({"GENERAL", "GROUP", "SOURCE"}, {{"VLAN", Align::right}});
+  for (Json const& vlan : document.at("vlans"))
+    addNumbers(queries, {cell(vlan, "vlan")}, vlan.at("sent"),
+               {"general-query-count", "group-query-count", "group-source-query-count"});
+  queries.print(out);
+
+  out << "\nDevices\n\n";
+  TextTable devices =
+      numbers({"RECEIVED", "DROPPED", "TRUNCATED", "FAILED", "SENT", "NOT SENT"}, {{"INTERFACE"}});
+  for (Json const& device : document.at("devices"))
+    addNumbers(devices, {cell(device, "name")}, device,
+               {"received", "receive-dropped", "receive-truncated", "receive-failed", "sent",
+                "send-dropped"});
+  devices.print(out);
+}
+
+/// "include 192.0.2.1, 192.0.2.2", "exclude -".
+std::string filterText(Json const& filter) {
+  return message(cell(filter, "filter-mode"), ' ', listCell(filter.at("source")));
+}
+
+}  // namespace
+
+void ShownLists::add(Json line) {
+  if (line.contains("lists")) {
+    for (Json const& name : line.at("lists")) lists_.emplace_back(name.get<std::string>(), 0);
+    line.erase("lists");
+    header_ = std::move(line);
+    return;
+  }
+  bool const isMore = line.contains("more");
+  Json named = isMore ? std::move(line.at("more")) : std::move(line);
+  for (auto& [name, element] : named.items())
+    for (auto& [listName, list] : lists_) {
+      if (listName != name) continue;
+      if (!isMore) {
+        list.push_back(std::move(element));
+        continue;
+      }
+      for (auto& [key, values] : element.items())
+        for (Json& value : values) list.back().at(key).push_back(std::move(value));
+    }
+}
+
+Json ShownLists::takeDocument() {
+  Json document = std::move(header_);
+  for (auto& [name, list] : lists_) {
+    for (Json& element : list)
+      if (auto const group = element.find("group"); group != element.end()) *group = sorted(*group);
+    document[name] = sorted(std::move(list));
+  }
+  return document;
+}
+
+void printShown(std::ostream& out, std::string const& what, Json const& document) {
+  if (what == "statistics") {
+    printStatistics(out, document);
+    return;
+  }
+  Json const& list = document.at(what);
+  if (what == "hosts") {
+    printHostList(out, list);
+  } else if (list.empty()) {
+    out << "There are no " << (what == "groups" ? "memberships" : what) << " to show.\n";
+  } else if (what == "vlans") {
+    printVlans(out, list);
+  } else if (what == "interfaces") {
+    printInterfaces(out, list);
+  } else if (what == "groups") {
+    printGroups(out, list);
+  } else {
+    printRouterPorts(out, list);
+  }
+}
+
+Json monitorObject(Json const& line) {
+  Json object;
+  for (auto const& [event, value] : line.items()) {
+    if (!value.is_object()) return {};
+    object["event"] = event;
+    object.update(value);
+  }
+  return object;
+}
+
+std::string monitorText(Json const& line) {
+  Json const event = monitorObject(line);
+  if (event.is_null()) return {};
+  auto const time = Horix::Time(static_cast<Horix::Time::rep>(event.value("time", 0.0) * 1e9));
+  std::string text = message(timeText(std::chrono::round<std::chrono::microseconds>(time)),
+                             " vlan ", cell(event, "vlan"), ' ', cell(event, "interface"), ' ',
+                             cell(event, "address"), ' ', cell(event, "event"), ' ');
+  if (event.contains("host")) text += message("of ", cell(event, "host"), ' ');
+  text += cell(event, "change");
+  if (event.contains("new")) text += message(": ", filterText(event.at("new")));
+  if (event.contains("old")) text += message(" (was ", filterText(event.at("old")), ')');
+  return text;
+}
+
+}  // namespace Agent

@@ -1,0 +1,128 @@
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <iostream>
+#include <sstream>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include <nlohmann/json.hpp>
+
+#include "agent/config/Wording.h"
+#include "agent/ctl/ControlClient.h"
+#include "agent/ctl/ControlCommandLine.h"
+#include "agent/ctl/ControlOutput.h"
+
+namespace {
+
+using namespace Agent;  // NOLINT(google-build-using-namespace): this belongs to the agent
+
+constexpr int done = 0;
+constexpr int couldNot = 1;
+constexpr int wrongUsage = 2;
+
+void print(std::string const& text) {
+  errno = 0;
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  if (std::fflush(stdout) != 0 || std::ferror(stdout))
+    throw std::runtime_error(
+        message("cannot write to standard output: ", std::generic_category().message(errno),
+                "; make room or keep its reader running"));
+}
+
+/// The lines of an answer. Throws what the agent says if it could not do it, and if it falls silent
+/// before the end.
+class Lines {
+ public:
+  explicit Lines(ControlCommand const& command)
+      : client_(command.socket, command.request),
+        patient_(command.request.command == "monitor"),
+        path_(command.socket) {}
+
+  /// Returns whether there was one.
+  bool next(Json& line) {
+    auto const text = client_.nextLine(patient_);
+    if (!text)
+      throw std::runtime_error(
+          message("igmpsnoopd on ", path_, " ended in the midst of its answer; ask again"));
+    line = Json::parse(*text, nullptr, /* allow_exceptions */ false);
+    if (!line.is_object())
+      throw std::runtime_error(
+          message("what listens on ", path_, " is no igmpsnoopd of this version; restart it"));
+    if (auto const error = line.find("error"); error != line.end())
+      throw std::runtime_error(error->get<std::string>());
+    return !line.contains("end");
+  }
+
+ private:
+  ControlClient client_;
+  bool patient_;
+  std::string path_;
+};
+
+void show(ControlCommand const& command, Lines& lines) {
+  ShownLists lists;
+  for (Json line; lines.next(line);) lists.add(std::move(line));
+  Json const document = lists.takeDocument();
+  if (command.json) {
+    print(document.dump(2) + '\n');
+    return;
+  }
+  std::ostringstream out;
+  printShown(out, command.request.what, document);
+  print(out.str());
+}
+
+void monitor(ControlCommand const& command, Lines& lines) {
+  for (Json line; lines.next(line);) {
+    std::string text = monitorText(line);
+    if (text.empty()) continue;
+    print((command.json ? oneLine(monitorObject(line)) : std::move(text)) + '\n');
+  }
+}
+
+/// What comes as text, or as one value.
+void printAnswer(Lines& lines) {
+  for (Json line; lines.next(line);) {
+    if (auto const text = line.find("text"); text != line.end()) print(text->get<std::string>());
+    if (auto const value = line.find("explanation"); value != line.end())
+      print(value->dump(2) + '\n');
+  }
+}
+
+void run(ControlCommand& command) {
+  command.request.text = !command.json;
+  Lines lines(command);
+  if (command.request.command == "show")
+    show(command, lines);
+  else if (command.request.command == "monitor")
+    monitor(command, lines);
+  else
+    printAnswer(lines);
+}
+
+void run(Information const& information) {
+  print(information.text);
+}
+
+int fail(std::exception const& error, int status) {
+  std::cerr << "igmpsnoopctl: " << onOneLine(error.what()) << '\n';
+  return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::signal(SIGPIPE, SIG_IGN);  // a reader that went away is told by the write that fails
+  try {
+    auto commandLine = parseControlCommandLine(argc, argv);
+    std::visit([](auto& command) { run(command); }, commandLine);
+    return done;
+  } catch (WrongUsage const& error) {
+    return fail(error, wrongUsage);
+  } catch (std::exception const& error) {
+    return fail(error, couldNot);
+  }
+}

@@ -1,0 +1,286 @@
+#include "agent/output/Explanation.h"
+
+#include <algorithm>
+#include <map>
+#include <utility>
+
+#include "agent/output/NaturalOrder.h"
+#include "platform/snooping/LearnedMembership.h"
+#include "proxy/ProxyAdapterSm.h"
+
+namespace Agent {
+
+namespace {
+
+using Bridging::AllowedTrafficDirection;
+using Bridging::VlanId;
+using Bridging::IgmpSnooping::IgmpIntfStatus;
+using Bridging::IgmpSnooping::LearnedMembership;
+using Bridging::IgmpSnooping::RouterPorts;
+using Bridging::IgmpSnooping::Proxy::AdapterSm;
+using Bridging::IgmpSnooping::Proxy::PortKey;
+using Bridging::IgmpSnooping::Proxy::SourceCount;
+using Gmp::Igmp::IgmpFilterMode;
+using Wirex::IntfId;
+using Wirex::IpAddr;
+
+std::string textOf(IntfId const& intf) {
+  return std::string(intf.stringValue().view());
+}
+
+bool names(SourceFilter const& filter, IgmpFilterMode mode, IpAddr source) {
+  return filter.mode == mode &&
+         std::binary_search(filter.sources.begin(), filter.sources.end(), source);
+}
+
+/// What the reporters of a port want together: the union of what they include, or, as soon as one
+/// of them excludes, what all of them exclude.
+SourceFilter mergeOf(std::vector<ExplainedReporter> const& reporters) {
+  SourceFilter merged;
+  bool first = true;
+  bool const excludes =
+      std::any_of(reporters.begin(), reporters.end(), [](ExplainedReporter const& reporter) {
+        return reporter.filter.mode == IgmpFilterMode::exclude;
+      });
+  if (excludes) merged.mode = IgmpFilterMode::exclude;
+  for (auto const& [address, filter, expiresIn] : reporters) {
+    std::vector<IpAddr> sources;
+    if (!excludes)
+      std::set_union(merged.sources.begin(), merged.sources.end(), filter.sources.begin(),
+                     filter.sources.end(), std::back_inserter(sources));
+    else if (filter.mode == IgmpFilterMode::exclude && first)
+      sources = filter.sources;
+    else if (filter.mode == IgmpFilterMode::exclude)
+      std::set_intersection(merged.sources.begin(), merged.sources.end(), filter.sources.begin(),
+                            filter.sources.end(), std::back_inserter(sources));
+    merged.sources = std::move(sources);
+    first = false;
+  }
+  return merged;
+}
+
+/// What counts for a port in the proxy.
+SourceFilter filterOf(AdapterSm::KelIgmpGroup::KelIgmpIntf const& port) {
+  if (port.starG()) return {IgmpFilterMode::exclude, {}};
+  SourceFilter filter{port.mode(), {}};
+  auto const& sources =
+      port.mode() == IgmpFilterMode::exclude ? port.portExclude() : port.portInclude();
+  for (auto const [source, count] : sources) filter.sources.push_back(source);
+  std::sort(filter.sources.begin(), filter.sources.end());
+  return filter;
+}
+
+/// The VLAN in which memberships of a VLAN are learned.
+VlanId primaryOf(SwitchEntities const& entities, VlanId vlan) {
+  auto const role = entities.privateVlans->secondaryVlan(vlan);
+  return role == Bridging::VlanTypeAndPrimaryVlan() ? vlan : role.primaryVlan();
+}
+
+Horix::Time timeLeft(Horix::Time until, Horix::Time now) {
+  return until == Horix::Time::max() ? until : std::max(until - now, Horix::Time::zero());
+}
+
+}  // namespace
+
+Standing standingOf(Switch const& snoopingSwitch, VlanId vlan) {
+  SwitchEntities const& entities = snoopingSwitch.entities();
+  if (!entities.topology->topoVlan(vlan)) return Standing::vlanUnknown;
+  if (!entities.queriers->querierConfig(Kel::format("%d", vlan.value())))
+    return Standing::noQuerier;
+  VlanId const primary = primaryOf(entities, vlan);
+  auto const config = entities.snoopingConfig->contextConfig(primary);
+  if (config && config->proxyEnabled()) return Standing::hasHost;
+  return primary == vlan ? Standing::proxyOff : Standing::primaryNotProxied;
+}
+
+Bridging::IgmpSnooping::RouterPort remaining(Bridging::IgmpSnooping::RouterPort port,
+                                             Horix::Time now) {
+  port.querierUntil = timeLeft(port.querierUntil, now);
+  port.pimUntil = timeLeft(port.pimUntil, now);
+  return port;
+}
+
+namespace {
+
+/// Builds one explanation, step by step.
+class Explainer {
+ public:
+  Explainer(Switch const& snoopingSwitch, VlanId vlan, IntfId const& intf, IpAddr group)
+      : switch_(snoopingSwitch), entities_(snoopingSwitch.entities()), intf_(intf) {
+    explanation_.time = snoopingSwitch.now();
+    explanation_.vlan = vlan;
+    explanation_.interface = textOf(intf);
+    explanation_.group = group;
+    explanation_.learnedIn = primaryOf(entities_, vlan);
+    if (auto const adapter = switch_.proxy().adapterSm(explanation_.learnedIn))
+      merging_ = adapter->kelIgmpGroup(group);
+  }
+
+  Explanation explain() {
+    explanation_.standing = standing();
+    addPorts();
+    if (merging_) merge();
+    addHost();
+    return std::move(explanation_);
+  }
+
+ private:
+  Standing standing() const {
+    auto const topoVlan = entities_.topology->topoVlan(explanation_.vlan);
+    if (topoVlan && !topoVlan->port(intf_)) return Standing::notAMember;
+    if (entities_.hosts->igmpHost(PortKey(explanation_.vlan, intf_).hostName()))
+      return Standing::hasHost;
+    Standing const standing = standingOf(switch_, explanation_.vlan);
+    return standing == Standing::hasHost ? Standing::noInterface : standing;
+  }
+
+  void addPorts() {
+    auto const status = entities_.snoopingStatus->contextStatus(explanation_.learnedIn);
+    auto const group = status ? status->group(explanation_.group) : nullptr;
+    if (!group) return;
+    for (auto const& [intf, port] : group->intf()) explanation_.ports.push_back(portOf(*port));
+    std::sort(explanation_.ports.begin(), explanation_.ports.end(),
+              [](ExplainedPort const& a, ExplainedPort const& b) {
+                return precedesNaturally(a.interface, b.interface);
+              });
+  }
+
+  ExplainedPort portOf(IgmpIntfStatus const& status) const {
+    ExplainedPort port;
+    port.interface = textOf(status.intfId());
+    port.own = status.intfId() == intf_;
+    for (auto const& [address, membership] : status.membership()) {
+      auto const& learned = static_cast<LearnedMembership const&>(*membership);
+      port.reporters.push_back(
+          {address, Agent::filterOf(*membership),
+           std::max(learned.deadline() - explanation_.time, Horix::Time::zero())});
+    }
+    std::sort(port.reporters.begin(), port.reporters.end(),
+              [](auto const& a, auto const& b) { return a.address < b.address; });
+    port.wants = mergeOf(port.reporters);
+    auto const counted = merging_ ? merging_->igmpIntf(status.intfId()) : nullptr;
+    if (!counted) return port;
+    SourceFilter counts = filterOf(*counted);
+    if (counts != port.wants) port.reportersWant = std::exchange(port.wants, std::move(counts));
+    return port;
+  }
+
+  /// The proxy's merge. It works with counts, so this does.
+  void merge() {
+    SourceCount const& global = *merging_->record();
+    auto const own = merging_->igmpIntf(intf_);
+    int const otherPorts = static_cast<int>(merging_->igmpIntf().size()) - (own ? 1 : 0);
+
+    std::map<IpAddr, ExplainedSource> sources;
+    for (auto const [address, count] : global.include()) {
+      ExplainedSource& source = sources[address];
+      source.ownIncludes = own && own->portInclude(address) != 0;
+      source.including = count - (source.ownIncludes ? 1 : 0);
+    }
+    bool someExclude = false;
+    bool commonExclusion = false;
+    for (auto const [address, count] : global.exclude()) {
+      ExplainedSource& source = sources[address];
+      source.ownExcludes = own && own->portExclude(address) != 0;
+      source.excluding = count - (source.ownExcludes ? 1 : 0);
+      if (source.excluding == otherPorts)
+        source.place = ExplainedSource::Place::excluded;
+      else if (source.excluding > 0)
+        someExclude = true;
+    }
+    bool someInclude = false;
+    for (auto& [address, source] : sources) {
+      if (source.including >= 1) {
+        source.place = ExplainedSource::Place::included;
+        someInclude = true;
+      }
+      commonExclusion |= source.place == ExplainedSource::Place::excluded;
+    }
+
+    int const wantEverySource = global.starGCount() - (own && own->starG() ? 1 : 0);
+    explanation_.rule = wantEverySource >= 1              ? MergeRule::everySource
+                        : someExclude && !commonExclusion ? MergeRule::noCommonExclusion
+                        : commonExclusion                 ? MergeRule::commonExclusion
+                        : someInclude                     ? MergeRule::inclusion
+                                                          : MergeRule::nobody;
+    take(sources);
+  }
+
+  /// Keeps the sources, each in its place under the rule.
+  void take(std::map<IpAddr, ExplainedSource>& sources) {
+    using Place = ExplainedSource::Place;
+    MergeRule const rule = explanation_.rule;
+    Place const listed = rule == MergeRule::inclusion         ? Place::included
+                         : rule == MergeRule::commonExclusion ? Place::excluded
+                                                              : Place::unlisted;
+    if (rule != MergeRule::nobody)
+      explanation_.merged = SourceFilter{
+          rule == MergeRule::inclusion ? IgmpFilterMode::include : IgmpFilterMode::exclude, {}};
+    for (auto& [address, source] : sources) {
+      source.address = address;
+      if (source.place != listed) source.place = Place::unlisted;
+      if (source.place != Place::unlisted) explanation_.merged->sources.push_back(address);
+      for (ExplainedPort const& port : explanation_.ports) {
+        if (port.own) continue;
+        if (names(port.wants, IgmpFilterMode::include, address))
+          source.includedBy.push_back(port.interface);
+        if (names(port.wants, IgmpFilterMode::exclude, address))
+          source.excludedBy.push_back(port.interface);
+      }
+      explanation_.sources.push_back(std::move(source));
+    }
+  }
+
+  void addHost() {
+    PortKey const key(explanation_.vlan, intf_);
+    auto const host = entities_.hosts->igmpHost(key.hostName());
+    if (!host) return;
+    if (auto const record = host->v3group(explanation_.group))
+      explanation_.record = Agent::filterOf(*record);
+    explanation_.sending = sendingOf(*host);
+  }
+
+  ExplainedSending sendingOf(Igmp::IgmpHost const& host) const {
+    ExplainedSending sending;
+    sending.configuredVersion = sending.spokenVersion = host.igmpVersion();
+    sending.reportsUnasked = host.settings().reportsUnasked;
+    sending.obstacles = obstaclesOf(host);
+    if (auto const status = switch_.proxy().igmpHostStatusDir()->igmpHostStatus(host.name())) {
+      sending.spokenVersion = status->compatibilityMode();
+      sending.counters = status->counters();
+      sending.olderQuerier = status->olderQuerier();
+      if (status->lastSent()) sending.sinceSent = explanation_.time - *status->lastSent();
+    }
+    if (RouterPorts const* const routers = switch_.routerPorts(explanation_.vlan))
+      if (routers->routerPort().contains(intf_))
+        sending.routerPort = remaining(routers->routerPort().get(intf_), explanation_.time);
+    return sending;
+  }
+
+  static std::vector<Obstacle> obstaclesOf(Igmp::IgmpHost const& host) {
+    std::vector<Obstacle> obstacles;
+    if (!host.enabled()) obstacles.push_back(Obstacle::disabled);
+    if (host.blocked()) obstacles.push_back(Obstacle::blocked);
+    if (host.direction() != AllowedTrafficDirection::both &&
+        host.direction() != AllowedTrafficDirection::egress)
+      obstacles.push_back(Obstacle::direction);
+    if (!host.pam()) obstacles.push_back(Obstacle::noPacketAccess);
+    if (host.settings().macAddress == Wirex::MacAddress{})
+      obstacles.push_back(Obstacle::noMacAddress);
+    return obstacles;
+  }
+
+  Switch const& switch_;
+  SwitchEntities const& entities_;
+  IntfId const& intf_;
+  Kel::Ptr<AdapterSm::KelIgmpGroup const> merging_;
+  Explanation explanation_;
+};
+
+}  // namespace
+
+Explanation explain(Switch const& snoopingSwitch, VlanId vlan, IntfId const& intf, IpAddr group) {
+  return Explainer(snoopingSwitch, vlan, intf, group).explain();
+}
+
+}  // namespace Agent

@@ -1,0 +1,116 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agent/Switch.h"
+#include "agent/output/HostRecords.h"
+#include "platform/snooping/RouterPorts.h"
+
+/// Why the host of a port reports what it reports for a group: what each member port wants and on
+/// whose behalf, how the proxy merges that, and whether the host sends it. Plain values, taken at
+/// one time.
+namespace Agent {
+
+struct ExplainedReporter {
+  Wirex::IpAddr address;
+  SourceFilter filter;
+  Horix::Time expiresIn{};
+};
+
+/// A member port of the group: what counts for it in the merge, and its reporters.
+struct ExplainedPort {
+  std::string interface;
+  bool own = false;  ///< the port in question, which its own host leaves out
+  SourceFilter wants;
+  /// What its reporters want now, where that is not what counts for it.
+  std::optional<SourceFilter> reportersWant;
+  std::vector<ExplainedReporter> reporters;  ///< by address
+};
+
+/// What becomes of a source that some port names.
+struct ExplainedSource {
+  enum class Place { included, excluded, unlisted };
+
+  Wirex::IpAddr address;
+  Place place = Place::unlisted;
+  std::vector<std::string> includedBy;  ///< other ports
+  std::vector<std::string> excludedBy;
+  bool ownIncludes = false;
+  bool ownExcludes = false;
+  /// The other ports that the proxy counts, which differ from those above in rare cases.
+  int including = 0;
+  int excluding = 0;
+};
+
+/// How the other ports' wishes merge into one record, the first that holds.
+enum class MergeRule {
+  everySource,        ///< some port wants every source: EXCLUDE({})
+  noCommonExclusion,  ///< ports exclude sources, but none that stays excluded: EXCLUDE({})
+  commonExclusion,    ///< what all ports exclude and none includes
+  inclusion,          ///< what any port includes
+  nobody,             ///< no record
+};
+
+/// What is in the way of a host's sending.
+enum class Obstacle {
+  disabled,
+  blocked,
+  direction,
+  noPacketAccess,
+  noMacAddress,
+};
+
+/// Whether and how the host sends what it has to report.
+struct ExplainedSending {
+  Igmp::IgmpVersion configuredVersion{};
+  Igmp::IgmpVersion spokenVersion{};
+  Wirex::IpAddr olderQuerier;  ///< on account of which it speaks another version than configured
+  std::optional<Horix::Time> sinceSent;  ///< nothing if it never sent
+  std::vector<Obstacle> obstacles;
+  bool reportsUnasked = false;
+  /// With its times from now on. Nothing if the port is no router port.
+  std::optional<Bridging::IgmpSnooping::RouterPort> routerPort;
+  Igmp::HostCounters counters;
+};
+
+/// Why the port has a host, or has none.
+enum class Standing {
+  hasHost,
+  vlanUnknown,
+  notAMember,
+  proxyOff,
+  noQuerier,
+  primaryNotProxied,
+  noInterface,
+};
+
+struct Explanation {
+  Horix::Time time{};
+  Bridging::VlanId vlan;
+  Bridging::VlanId learnedIn;  ///< the VLAN itself, or for a secondary one its primary
+  std::string interface;
+  Wirex::IpAddr group;
+  Standing standing = Standing::hasHost;
+
+  std::vector<ExplainedPort> ports;  ///< in natural order; the own one among them
+  MergeRule rule = MergeRule::nobody;
+  std::vector<ExplainedSource> sources;  ///< by address
+  std::optional<SourceFilter> merged;    ///< what the merge gives
+  std::optional<SourceFilter> record;    ///< what the host has
+  std::optional<ExplainedSending> sending;
+};
+
+/// Whether the VLAN is proxied: if not, why its ports have no hosts.
+Standing standingOf(Switch const& snoopingSwitch, Bridging::VlanId vlan);
+
+/// A router port with the times that its reasons have left.
+Bridging::IgmpSnooping::RouterPort remaining(Bridging::IgmpSnooping::RouterPort port,
+                                             Horix::Time now);
+
+/// To be called when records have settled: at the end of a batch.
+Explanation explain(Switch const& snoopingSwitch, Bridging::VlanId vlan, Wirex::IntfId const& intf,
+                    Wirex::IpAddr group);
+
+}  // namespace Agent

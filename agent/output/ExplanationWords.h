@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "agent/output/Explanation.h"
+
+/// An explanation in plain English, a sentence or more each. "This port" is the one in question.
+namespace Agent {
+
+/// What the host reports, or why there is nothing that it could.
+std::string verdictOf(Explanation const& explanation);
+
+/// How the other ports' wishes became the record.
+std::string mergeOf(Explanation const& explanation);
+
+/// What became of the source, without its address: "is not in the list: ...".
+std::string fateOf(ExplainedSource const& source, Explanation const& explanation);
+
+/// What is odd about a port, or nothing.
+std::string remarkOn(ExplainedPort const& port);
+
+/// Whether the host says it, and to whom. None if there is no host.
+std::vector<std::string> sendingOf(Explanation const& explanation);
+
+/// "include 192.0.2.1", "exclude nothing".
+std::string filterText(SourceFilter const& filter);
+
+char const* name(MergeRule rule);
+char const* name(Standing standing);
+char const* name(Obstacle obstacle);
+
+}  // namespace Agent

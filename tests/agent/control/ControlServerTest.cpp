@@ -1,0 +1,487 @@
+#include <fcntl.h>
+#include <random>
+#include <string>
+#include <sys/resource.h>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "agent/config/Wording.h"
+#include "agent/control/ControlServer.h"
+#include "framework/kel/Trace.h"
+#include "tests/agent/SwitchTesting.h"
+#include "tests/agent/control/ControlTesting.h"
+#include "tests/agent/replay/CaptureTesting.h"
+
+namespace Agent {
+namespace {
+
+using namespace std::chrono_literals;
+using namespace IgmpTest;
+using nlohmann::ordered_json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+constexpr IpAddr group{239, 1, 1, 1};
+constexpr IpAddr otherGroup{239, 2, 2, 2};
+constexpr IpAddr tv{10, 0, 0, 1};
+constexpr IpAddr a{192, 0, 2, 1};
+
+class ControlServerTest : public testing::Test {
+ protected:
+  TestClient connect() { return TestClient(test.loop, server.path()); }
+
+  /// The lines of an answer.
+  std::vector<ordered_json> ask(ordered_json const& request) {
+    return connect().say(request.dump() + "\n").lines();
+  }
+
+  /// The elements of a list that is shown.
+  std::vector<ordered_json> shown(std::string const& what,
+                                  ordered_json more = ordered_json::object()) {
+    ordered_json request{{"command", "show"}, {"what", what}};
+    request.update(more);
+    std::vector<ordered_json> elements;
+    for (ordered_json const& line : ask(request))
+      if (line.contains(what)) elements.push_back(line.at(what));
+    return elements;
+  }
+
+  std::string errorOf(std::string const& line) {
+    auto const lines = connect().say(line).lines();
+    return lines.size() == 1 ? lines[0].value("error", "") : "no error";
+  }
+
+  /// Has as many groups joined on swp1.
+  void join(std::uint32_t groups, IpAddr from = tv) {
+    for (std::uint32_t i = 0; i < groups; ++i)
+      test.hearOnly("swp1", FrameBuilder::reportV2(IpAddr(group.value() + i)).from(from));
+    test.loop.endBatch();
+  }
+
+  TemporaryDirectory directory;
+  TestSwitch test{vlan10("swp[1-3]", "[[vlan]]\nid = 20\ntagged-interfaces = [\"swp1\"]\n")};
+  ControlServer server{test.loop, test.snooping, directory.file("control")};
+};
+
+// ---- What is shown
+
+TEST_F(ControlServerTest, AnswerBeginsWithTimeAndListsAndEndsWithAnEnd) {
+  test.advance(1500ms);
+  EXPECT_THAT(ask({{"command", "show"}, {"what", "mrouters"}}),
+              ElementsAre(ordered_json::parse(R"({"time":1.5,"lists":["mrouters"]})"),
+                          ordered_json::parse(R"({"end":true})")));
+}
+
+TEST_F(ControlServerTest, VlansTellWhetherTheyAreProxiedOrWhyNot) {
+  join(2);
+  auto const vlans = shown("vlans");
+  ASSERT_THAT(vlans, SizeIs(2));
+  EXPECT_EQ(vlans[0].at("vlan"), 10);
+  EXPECT_EQ(vlans[0].at("proxy"), true);
+  EXPECT_EQ(vlans[0].at("entries-count"), 2);
+  EXPECT_EQ(vlans[0].at("host-count"), 2);
+  EXPECT_EQ(vlans[0].at("interface-count"), 3);
+  EXPECT_EQ(vlans[1].at("proxy"), false);
+  EXPECT_EQ(vlans[1].at("standing"), "no-querier-configuration");
+  EXPECT_THAT(shown("vlans", {{"vlan", 20}}), SizeIs(1));
+}
+
+TEST_F(ControlServerTest, InterfacesTellTheirState) {
+  InterfaceState state = operationalInterface();
+  state.carrier = false;
+  test.snooping.interfaceStateIs(Wirex::IntfId("swp2"), state);
+  auto const interfaces = shown("interfaces");
+  ASSERT_THAT(interfaces, SizeIs(3));
+  EXPECT_EQ(interfaces[0].at("blocked"), false);
+  EXPECT_EQ(interfaces[0].at("vlan").dump(),
+            R"([{"id":10,"tagged":false},{"id":20,"tagged":true}])");
+  EXPECT_EQ(interfaces[1].at("carrier"), false);
+  EXPECT_EQ(interfaces[1].at("blocked"), true);
+  EXPECT_THAT(shown("interfaces", {{"interface", "swp2"}}), SizeIs(1));
+}
+
+TEST_F(ControlServerTest, GroupsTellEachMembershipAndWhatIsLeftOfIt) {
+  test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
+  test.advance(10s);
+  auto const memberships = shown("groups");
+  ASSERT_THAT(memberships, SizeIs(1));
+  EXPECT_EQ(memberships[0].dump(),
+            R"({"vlan":10,"address":"239.1.1.1","interface":"swp1","host":"10.0.0.1",)"
+            R"("filter-mode":"include","source":["192.0.2.1"],"expire":260.0})");
+}
+
+TEST_F(ControlServerTest, GroupsAreSelected) {
+  test.hear("swp1", FrameBuilder::reportV2(group).from(tv));
+  test.hear("swp2", FrameBuilder::reportV2(otherGroup).from(tv));
+  EXPECT_THAT(shown("groups"), SizeIs(2));
+  EXPECT_THAT(shown("groups", {{"vlan", 10}}), SizeIs(2));
+  EXPECT_THAT(shown("groups", {{"vlan", 20}}), IsEmpty());
+  EXPECT_THAT(shown("groups", {{"interface", "swp1"}}), SizeIs(1));
+  EXPECT_THAT(shown("groups", {{"group", "239.2.2.2"}}), SizeIs(1));
+  EXPECT_THAT(shown("groups", {{"group", "239.2.2.2"}, {"interface", "swp1"}}), IsEmpty());
+}
+
+TEST_F(ControlServerTest, HostsAreFollowedByTheirGroups) {
+  test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
+  auto const lines = ask({{"command", "show"}, {"what", "hosts"}, {"interface", "swp2"}});
+  ASSERT_THAT(lines, SizeIs(4));
+  EXPECT_EQ(lines[1].dump(),
+            R"({"hosts":{"name":"Vlan10swp2","vlan":10,"interface":"swp2","igmp-version":3,)"
+            R"("blocked":false,"direction":"both","group":[]}})");
+  EXPECT_EQ(lines[2].dump(),
+            R"({"more":{"hosts":{"group":[{"address":"239.1.1.1","filter-mode":"include",)"
+            R"("source":["192.0.2.1"]}]}}})");
+}
+
+TEST_F(ControlServerTest, RouterPortsTellWhyAndForHowLong) {
+  test.hear("swp3", FrameBuilder::queryV3({}).from(IpAddr(10, 0, 0, 254)));
+  test.advance(5s);
+  auto const ports = shown("mrouters");
+  ASSERT_THAT(ports, SizeIs(1));
+  EXPECT_EQ(ports[0].dump(),
+            R"({"vlan":10,"interface":"swp3","static":false,"querier":"10.0.0.254",)"
+            R"("querier-expire":250.0})");
+}
+
+TEST_F(ControlServerTest, StatisticsCountByTypeAndCause) {
+  test.hear("swp1", FrameBuilder::reportV2(group).from(tv));
+  test.hear("swp1", FrameBuilder::reportV2(group).from(tv).ttl(2));
+  auto const interfaces = [&] {
+    std::vector<ordered_json> list;
+    for (ordered_json const& line : ask({{"command", "show"}, {"what", "statistics"}}))
+      if (line.contains("interfaces")) list.push_back(line.at("interfaces"));
+    return list;
+  }();
+  ASSERT_FALSE(interfaces.empty());
+  EXPECT_EQ(interfaces[0].at("name"), "swp1");
+  EXPECT_EQ(interfaces[0].at("received").at("membership-report-v2-count"), 1);
+  EXPECT_EQ(interfaces[0].at("ignored").dump(), R"({"bad-ttl":1})");
+}
+
+TEST_F(ControlServerTest, ExplainsInWordsAndAsValue) {
+  test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
+  ordered_json request{
+      {"command", "explain"}, {"vlan", 10}, {"interface", "swp2"}, {"group", "239.1.1.1"}};
+  EXPECT_EQ(ask(request).at(0).at("explanation").at("rule"), "inclusion");
+  request["text"] = true;
+  EXPECT_THAT(ask(request).at(0).at("text").get<std::string>(),
+              HasSubstr("192.0.2.1 is in the list: swp1 includes it."));
+}
+
+TEST_F(ControlServerTest, RequestInTheSameTurnAsAReportSeesItPublished) {
+  auto client =
+      connect().say(R"({"command":"explain","vlan":10,"interface":"swp2","group":"239.1.1.1"})"
+                    "\n");
+  test.hearOnly("swp1", FrameBuilder::reportV2(group).from(tv));
+  auto const explanation = client.lines().at(0).at("explanation");
+  EXPECT_EQ(explanation.at("record").at("filter-mode"), "exclude");
+  EXPECT_EQ(explanation.at("merged"), explanation.at("record"));
+}
+
+// ---- Clearing and tracing
+
+TEST_F(ControlServerTest, ClearForgetsMembershipsAndRecords) {
+  test.hear("swp1", FrameBuilder::reportV2(group).from(tv));
+  test.hear("swp1", FrameBuilder::reportV2(otherGroup).from(tv));
+  EXPECT_EQ(ask({{"command", "clear"}, {"what", "groups"}, {"group", "239.2.2.2"}}).at(0).dump(),
+            R"({"done":true})");
+  EXPECT_THAT(shown("groups"), SizeIs(1));
+  ask({{"command", "clear"}, {"what", "groups"}, {"vlan", 20}});
+  EXPECT_THAT(shown("groups"), SizeIs(1)) << "another VLAN";
+  ask({{"command", "clear"}, {"what", "groups"}});
+  EXPECT_THAT(shown("groups"), IsEmpty());
+  EXPECT_TRUE(test.snooping.entities().hosts->igmpHost("Vlan10swp2")->v3group().empty());
+}
+
+TEST_F(ControlServerTest, TraceSwitchesExactlyTheNamedLevels) {
+  auto& handle = Kel::traceHandle("IgmpSnoopingProxyAdapter");
+  ask({{"command", "trace"}, {"handle", "IgmpSnoopingProxyAdapter"}, {"levels", "4,9"}});
+  EXPECT_TRUE(handle.enabled());
+  EXPECT_TRUE(handle.levelEnabled(4));
+  EXPECT_FALSE(handle.levelEnabled(5));
+  ask({{"command", "trace"}, {"handle", "IgmpSnoopingProxyAdapter"}, {"levels", "none"}});
+  EXPECT_FALSE(handle.enabled());
+  EXPECT_FALSE(handle.levelEnabled(4));
+}
+
+// ---- What cannot be done
+
+TEST_F(ControlServerTest, WhatIsWrongWithARequestIsTold) {
+  EXPECT_THAT(errorOf("nonsense\n"), HasSubstr("one line with a JSON object"));
+  EXPECT_THAT(errorOf("[1]\n"), HasSubstr("JSON object"));
+  EXPECT_THAT(errorOf("{}\n"), HasSubstr("no command"));
+  EXPECT_THAT(errorOf(R"({"command":"jump"})"
+                      "\n"),
+              HasSubstr("no command \"jump\""));
+  EXPECT_THAT(errorOf(R"({"command":7})"
+                      "\n"),
+              HasSubstr("\"command\" is no text"));
+  EXPECT_THAT(errorOf(R"({"command":"show","what":"all"})"
+                      "\n"),
+              HasSubstr("\"all\""));
+  EXPECT_THAT(errorOf(R"({"command":"show","what":"groups","vlan":4095})"
+                      "\n"),
+              HasSubstr("1 to 4094"));
+  EXPECT_THAT(errorOf(R"({"command":"show","what":"groups","vlan":-1})"
+                      "\n"),
+              HasSubstr("1 to 4094"));
+  EXPECT_THAT(errorOf(R"({"command":"show","what":"groups","group":"x"})"
+                      "\n"),
+              HasSubstr("no IPv4 address"));
+  EXPECT_THAT(errorOf(R"({"command":"explain","vlan":10})"
+                      "\n"),
+              HasSubstr("explain takes"));
+  EXPECT_THAT(errorOf(R"({"command":"clear","what":"groups","vlan":99})"
+                      "\n"),
+              HasSubstr("VLAN 99 is not configured"));
+  EXPECT_THAT(errorOf(R"({"command":"trace","handle":"None","levels":"1"})"
+                      "\n"),
+              HasSubstr("no trace handle"));
+  EXPECT_THAT(errorOf(std::string(5000, 'x')), HasSubstr("too long"));
+  EXPECT_THAT(errorOf("\xff\xfe{\"command\"\n"), HasSubstr("JSON object"));
+  EXPECT_THAT(errorOf(R"({"command":")"
+                      "\xc3"
+                      R"("})"
+                      "\n"),
+              testing::Not(IsEmpty()));
+  EXPECT_EQ(server.clients(), 0u);
+}
+
+TEST_F(ControlServerTest, RequestThatEndsWithTheInputIsComplete) {
+  auto client = connect().say(R"({"command":"show","what":"mrouters"})").endOfInput();
+  EXPECT_THAT(client.lines(), SizeIs(2));
+}
+
+TEST_F(ControlServerTest, WhoAsksNothingGoesUnanswered) {
+  auto client = connect().endOfInput();
+  EXPECT_EQ(client.hear(), "");
+  EXPECT_TRUE(client.ended());
+  EXPECT_EQ(server.clients(), 0u);
+}
+
+// ---- Clients that do not behave
+
+TEST_F(ControlServerTest, HalfARequestTimesOut) {
+  auto client = connect().say("{\"comm");
+  client.hear();
+  EXPECT_EQ(server.clients(), 1u);
+  test.advance(4900ms);
+  EXPECT_EQ(server.clients(), 1u);
+  test.advance(200ms);
+  EXPECT_EQ(server.clients(), 0u);
+  EXPECT_EQ(server.counters().timedOut, 1u);
+}
+
+TEST_F(ControlServerTest, WhoDoesNotReadIsLeftAfterItsTime) {
+  join(20000);
+  auto client = connect().say(R"({"command":"show","what":"groups"})"
+                              "\n");
+  for (int i = 0; i < 200; ++i) test.loop.turn(test.loop.now());
+  EXPECT_EQ(server.clients(), 1u) << "the answer does not fit into the socket's buffer";
+  test.advance(29s);
+  EXPECT_EQ(server.clients(), 1u);
+  test.advance(2s);
+  EXPECT_EQ(server.clients(), 0u);
+  EXPECT_EQ(server.counters().timedOut, 1u);
+}
+
+TEST_F(ControlServerTest, LargeAnswerComesWholeInManyTurns) {
+  join(20000);
+  auto client = connect().say(R"({"command":"show","what":"groups"})"
+                              "\n");
+  EXPECT_THAT(client.lines(), SizeIs(20002));
+  EXPECT_GT(client.turns(), 20);
+}
+
+TEST_F(ControlServerTest, NoMoreClientsThanThereMayBe) {
+  std::vector<TestClient> clients;
+  for (std::size_t i = 0; i < ControlServer::Limits().clients; ++i) {
+    clients.push_back(connect());
+    clients.back().hear();
+  }
+  auto tooMany = connect();
+  EXPECT_THAT(tooMany.hear(), HasSubstr("as many clients as it may"));
+  EXPECT_TRUE(tooMany.ended());
+  EXPECT_EQ(server.counters().refused, 1u);
+  clients.pop_back();
+  test.loop.turn(test.loop.now());
+  EXPECT_THAT(shown("vlans"), SizeIs(2)) << "there is room again";
+}
+
+TEST_F(ControlServerTest, ClientsAreTurnedAwayWhileThereAreNoDescriptors) {
+  auto client = connect();
+  rlimit before{};
+  getrlimit(RLIMIT_NOFILE, &before);
+  int const next = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  close(next);
+  rlimit const none{static_cast<rlim_t>(next), before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  std::string const heard = client.hear();
+  setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_THAT(heard, HasSubstr("too many files open"));
+  EXPECT_THAT(shown("vlans"), SizeIs(2)) << "and served as soon as there are";
+}
+
+TEST_F(ControlServerTest, VlanThatGoesDuringAnAnswerEndsIt) {
+  join(20000);
+  auto client = connect().say(R"({"command":"show","what":"groups"})"
+                              "\n");
+  for (int i = 0; i < 5; ++i) test.loop.turn(test.loop.now());
+  test.snooping.configurationIs(configurationIn("[[interface]]\nname = \"swp9\"\n"));
+  auto const lines = client.lines();
+  EXPECT_LT(lines.size(), 20000u);
+  EXPECT_EQ(lines.back().dump(), R"({"end":true})");
+}
+
+TEST_F(ControlServerTest, GroupsThatAreClearedDuringAnAnswerAreLeftOut) {
+  join(20000);
+  auto hosts = connect().say(R"({"command":"show","what":"hosts"})"
+                             "\n");
+  for (int i = 0; i < 5; ++i) test.loop.turn(test.loop.now());
+  ask({{"command", "clear"}, {"what", "groups"}});
+  EXPECT_EQ(hosts.lines().back().dump(), R"({"end":true})");
+}
+
+TEST_F(ControlServerTest, SurvivesWhateverClientsDo) {
+  std::vector<std::string> const requests = {
+      R"({"command":"show","what":"groups"})", R"({"command":"show","what":"hosts"})",
+      R"({"command":"monitor"})", R"({"command":"metrics"})",
+      R"({"command":"explain","vlan":10,"interface":"swp1","group":"239.1.1.1","text":true})"};
+  join(500);
+  std::mt19937 random(1);
+  auto const draw = [&](std::size_t below) {
+    return std::uniform_int_distribution<std::size_t>(0, below - 1)(random);
+  };
+  std::vector<TestClient> clients;
+  for (int step = 0; step < 4000; ++step) {
+    std::string request = requests[draw(requests.size())] + "\n";
+    switch (draw(8)) {
+      case 0:
+        clients.push_back(connect());
+        break;
+      case 1:
+        if (!clients.empty())
+          clients.erase(clients.begin() + static_cast<long>(draw(clients.size())));
+        break;
+      case 2:
+        for (char& c : request)
+          if (draw(20) == 0) c = static_cast<char>(draw(256));
+        [[fallthrough]];
+      case 3:
+        if (!clients.empty())
+          clients[draw(clients.size())].say(request.substr(0, draw(request.size() + 1)));
+        break;
+      case 4:
+        if (!clients.empty()) clients[draw(clients.size())].say(request);
+        break;
+      case 5:
+        if (!clients.empty()) clients[draw(clients.size())].readOnce();
+        break;
+      case 6:
+        test.hearOnly("swp2", FrameBuilder::reportV2(
+                                  IpAddr(group.value() + static_cast<std::uint32_t>(draw(50))))
+                                  .from(tv));
+        break;
+      default:
+        if (draw(10) == 0) test.advance(1s);
+        break;
+    }
+    test.loop.turn(test.loop.now());
+    ASSERT_LE(server.clients(), ControlServer::Limits().clients);
+  }
+  clients.clear();
+  test.advance(60s);
+  for (int i = 0; i < 500; ++i) test.loop.turn(test.loop.now());
+  EXPECT_EQ(server.clients(), 0u);
+  EXPECT_THAT(shown("vlans"), SizeIs(2));
+}
+
+// ---- Monitors
+
+TEST_F(ControlServerTest, MonitorHearsMembershipsAndRecordsAsTheyChange) {
+  test.hear("swp1", FrameBuilder::reportV2(otherGroup).from(tv));
+  auto monitor = connect().say(R"({"command":"monitor"})"
+                               "\n");
+  EXPECT_THAT(monitor.lines(), ElementsAre(ordered_json{{"time", 0.0}})) << "nothing has changed";
+  monitor.forgetHeard();
+  test.advance(2s);
+  test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
+  auto const lines = monitor.lines();
+  ASSERT_THAT(lines, SizeIs(3));
+  EXPECT_EQ(lines[0].dump(),
+            R"({"membership":{"time":2.0,"vlan":10,"interface":"swp1","address":"239.1.1.1",)"
+            R"("host":"10.0.0.1","change":"added",)"
+            R"("new":{"filter-mode":"include","source":["192.0.2.1"]}}})");
+  EXPECT_EQ(lines[1].at("record").at("name"), "Vlan10swp2");
+  EXPECT_EQ(lines[2].at("record").at("name"), "Vlan10swp3");
+}
+
+TEST_F(ControlServerTest, MonitorHearsWhatIsClearedUnderIt) {
+  join(300);
+  auto monitor = connect().say(R"({"command":"monitor"})"
+                               "\n");
+  monitor.hear();
+  monitor.forgetHeard();
+  ask({{"command", "clear"}, {"what", "groups"}});
+  std::size_t removed = 0;
+  for (ordered_json const& line : monitor.lines())
+    if (line.contains("membership"))
+      removed += line.at("membership").at("change") == "removed" ? 1 : 0;
+  EXPECT_EQ(removed, 300u);
+}
+
+TEST_F(ControlServerTest, EntitiesAreWatchedOnlyWhileSomebodyMonitors) {
+  test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
+  auto const record = test.snooping.entities().hosts->igmpHost("Vlan10swp2")->v3group(group);
+  EXPECT_FALSE(record->watched());
+  {
+    auto first = connect().say(R"({"command":"monitor"})"
+                               "\n");
+    auto second = connect().say(R"({"command":"monitor"})"
+                                "\n");
+    first.hear();
+    second.hear();
+    EXPECT_TRUE(record->watched());
+  }
+  for (int i = 0; i < 5; ++i) test.loop.turn(test.loop.now());
+  EXPECT_EQ(server.clients(), 0u);
+  EXPECT_FALSE(record->watched());
+}
+
+TEST_F(ControlServerTest, MonitorThatDoesNotReadIsCutOffAndToldSo) {
+  auto monitor = connect().say(R"({"command":"monitor"})"
+                               "\n");
+  monitor.hear();
+  monitor.forgetHeard();
+  auto reader = connect().say(R"({"command":"monitor"})"
+                              "\n");
+  for (std::uint32_t round = 0; round < 20 && server.counters().cutOff == 0; ++round) {
+    join(1000, IpAddr(tv.value() + round));
+    ask({{"command", "clear"}, {"what", "groups"}});
+    reader.hear();
+  }
+  EXPECT_EQ(server.counters().cutOff, 1u);
+  EXPECT_THAT(monitor.hear(), HasSubstr("reads too slowly"));
+  EXPECT_TRUE(monitor.ended());
+  EXPECT_FALSE(reader.ended());
+}
+
+TEST_F(ControlServerTest, MonitorMayOutliveTheServer) {
+  auto own = std::make_unique<ControlServer>(test.loop, test.snooping, directory.file("own"));
+  TestClient monitor(test.loop, own->path());
+  monitor.say(R"({"command":"monitor"})"
+              "\n");
+  monitor.hear();
+  own.reset();
+  test.hear("swp1", FrameBuilder::reportV2(group).from(tv));
+  monitor.hear();
+  EXPECT_TRUE(monitor.ended());
+}
+
+}  // namespace
+}  // namespace Agent

@@ -1,0 +1,87 @@
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "agent/ctl/ControlCommandLine.h"
+
+namespace Agent {
+namespace {
+
+using testing::HasSubstr;
+
+std::variant<ControlCommand, Information> parsed(std::vector<char const*> arguments) {
+  arguments.insert(arguments.begin(), "igmpsnoopctl");
+  return parseControlCommandLine(static_cast<int>(arguments.size()), arguments.data());
+}
+
+ControlCommand commandIn(std::vector<char const*> const& arguments) {
+  return std::get<ControlCommand>(parsed(arguments));
+}
+
+/// The request as it goes to the agent.
+std::string requestIn(std::vector<char const*> const& arguments) {
+  std::string line = requestLine(commandIn(arguments).request);
+  line.pop_back();
+  return line;
+}
+
+std::string problemOf(std::vector<char const*> const& arguments) {
+  try {
+    parsed(arguments);
+  } catch (WrongUsage const& error) {
+    return error.what();
+  }
+  return "none";
+}
+
+TEST(ControlCommandLine, EachCommandIsARequest) {
+  for (char const* const what :
+       {"vlans", "interfaces", "groups", "hosts", "mrouters", "statistics"})
+    EXPECT_EQ(requestIn({"show", what}),
+              std::string(R"({"command":"show","what":")") + what + "\"}");
+  EXPECT_EQ(
+      requestIn({"show", "groups", "--vlan", "10", "--interface", "swp1", "--group", "239.1.1.1"}),
+      R"({"command":"show","what":"groups","vlan":10,"interface":"swp1","group":"239.1.1.1"})");
+  EXPECT_EQ(requestIn({"explain", "--vlan", "10", "--interface", "swp1", "--group", "239.1.1.1"}),
+            R"({"command":"explain","vlan":10,"interface":"swp1","group":"239.1.1.1"})");
+  EXPECT_EQ(requestIn({"monitor"}), R"({"command":"monitor"})");
+  EXPECT_EQ(requestIn({"clear", "groups", "--vlan", "10"}),
+            R"({"command":"clear","what":"groups","vlan":10})");
+  EXPECT_EQ(requestIn({"trace", "Handle", "0,4-9"}),
+            R"({"command":"trace","handle":"Handle","levels":"0,4-9"})");
+  EXPECT_EQ(requestIn({"metrics"}), R"({"command":"metrics"})");
+}
+
+TEST(ControlCommandLine, SocketMayStandAnywhere) {
+  EXPECT_EQ(commandIn({"metrics"}).socket, "/run/igmpsnoopd/control");
+  EXPECT_EQ(commandIn({"--socket", "here", "show", "vlans"}).socket, "here");
+  EXPECT_EQ(commandIn({"show", "vlans", "--socket", "here"}).socket, "here");
+}
+
+TEST(ControlCommandLine, JsonIsAskedForPerCommand) {
+  EXPECT_FALSE(commandIn({"show", "vlans"}).json);
+  EXPECT_TRUE(commandIn({"show", "vlans", "-j"}).json);
+  EXPECT_TRUE(commandIn({"monitor", "--json"}).json);
+}
+
+TEST(ControlCommandLine, WrongUsageIsToldWithWhereToRead) {
+  EXPECT_THAT(problemOf({}), HasSubstr("try igmpsnoopctl --help"));
+  EXPECT_THAT(problemOf({"show"}), HasSubstr("try igmpsnoopctl show --help"));
+  EXPECT_THAT(problemOf({"jump"}), HasSubstr("\"jump\""));
+  EXPECT_THAT(problemOf({"show", "vlans", "--group", "239.1.1.1"}), HasSubstr("\"--group\""));
+  EXPECT_THAT(problemOf({"show", "groups", "--vlan", "4095"}), HasSubstr("1 to 4094"));
+  EXPECT_THAT(problemOf({"show", "groups", "--vlan", "10-11"}), HasSubstr("1 to 4094"));
+  EXPECT_THAT(problemOf({"show", "groups", "--group", "10.0.0.1"}), HasSubstr("multicast"));
+  EXPECT_THAT(problemOf({"explain", "--vlan", "10"}), HasSubstr("required"));
+  EXPECT_THAT(problemOf({"trace", "Handle"}), HasSubstr("required"));
+}
+
+TEST(ControlCommandLine, HelpAndVersionAreInformation) {
+  EXPECT_THAT(std::get<Information>(parsed({"--help"})).text, HasSubstr("explain"));
+  EXPECT_THAT(std::get<Information>(parsed({"--version"})).text, HasSubstr("igmpsnoopctl "));
+}
+
+}  // namespace
+}  // namespace Agent

@@ -1,0 +1,174 @@
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "agent/control/ControlServer.h"
+#include "tests/agent/SwitchTesting.h"
+#include "tests/agent/replay/CaptureTesting.h"
+
+/// Runs the real igmpsnoopctl against a server in this process.
+namespace Agent {
+namespace {
+
+using namespace std::chrono_literals;
+using namespace IgmpTest;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+constexpr IpAddr group{239, 1, 1, 1};
+constexpr IpAddr tv{10, 0, 0, 1};
+constexpr IpAddr a{192, 0, 2, 1};
+
+class ControlProgramTest : public testing::Test {
+ protected:
+  struct Outcome {
+    int status;
+    std::string out;
+    std::string err;
+  };
+
+  /// @param arguments as a shell reads them.
+  Outcome run(std::string const& arguments) {
+    Outcome outcome{};
+    std::atomic<bool> done = false;
+    std::thread program([&] {
+      std::string const command = std::string(IGMPSNOOPCTL) + " --socket " + path + " " +
+                                  arguments + " 2>" + directory.file("err");
+      FILE* const pipe = popen(command.c_str(), "r");
+      char bytes[4096];
+      while (std::size_t const count = fread(bytes, 1, sizeof bytes, pipe))
+        outcome.out.append(bytes, count);
+      int const status = pclose(pipe);
+      outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+      done = true;
+    });
+    while (!done) test.loop.turn(test.loop.now() + 5ms);
+    program.join();
+    std::ostringstream err;
+    err << std::ifstream(directory.file("err")).rdbuf();
+    outcome.err = err.str();
+    return outcome;
+  }
+
+  std::string out(std::string const& arguments) {
+    Outcome const outcome = run(arguments);
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(outcome.err, "");
+    std::istringstream lines(outcome.out);
+    for (std::string line; std::getline(lines, line);)
+      if (!arguments.ends_with("-j")) EXPECT_LE(line.size(), 100u) << line;
+    return outcome.out;
+  }
+
+  TemporaryDirectory directory;
+  std::string path = directory.file("control");
+  TestSwitch test{vlan10("swp[1-3]"), Kel::make<Horix::MonotonicClock>()};
+  std::unique_ptr<ControlServer> server =
+      std::make_unique<ControlServer>(test.loop, test.snooping, path);
+};
+
+TEST_F(ControlProgramTest, ShowsTables) {
+  test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
+  EXPECT_EQ(out("show vlans"),
+            "VLAN  PROXIED  QUERIER  PORTS  GROUPS  MEMBERS  MROUTERS\n"
+            "  10  yes      off          3       1        1  -\n");
+  EXPECT_EQ(out("show interfaces"),
+            "INTERFACE  STATE  DIRECTION   MTU  VLANS\n"
+            "swp1       up     both       1500  10\n"
+            "swp2       up     both       1500  10\n"
+            "swp3       up     both       1500  10\n");
+  EXPECT_EQ(out("show hosts --interface swp2"),
+            "VLAN  INTERFACE  IGMP  BLOCKED  DIRECTION  GROUP      MODE     SOURCES\n"
+            "  10  swp2          3  no       both       239.1.1.1  include  192.0.2.1\n");
+  EXPECT_THAT(out("show groups"), HasSubstr("  10  239.1.1.1  swp1       10.0.0.1"));
+  EXPECT_EQ(out("show mrouters"), "There are no mrouters to show.\n");
+  EXPECT_THAT(out("show statistics"), HasSubstr("Reported by hosts"));
+}
+
+TEST_F(ControlProgramTest, HostsAsJsonAreInTheFormatOfAReplay) {
+  test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
+  test.hear("swp1", FrameBuilder::reportV2(IpAddr(239, 0, 0, 1)).from(tv));
+  auto const document = nlohmann::ordered_json::parse(out("show hosts -j"));
+  EXPECT_TRUE(document.at("time").is_number());
+  EXPECT_EQ(document.at("hosts").size(), 3u);
+  EXPECT_EQ(document.at("hosts").at(1).dump(),
+            R"({"name":"Vlan10swp2","vlan":10,"interface":"swp2","igmp-version":3,)"
+            R"("blocked":false,"direction":"both","group":[)"
+            R"({"address":"239.0.0.1","filter-mode":"exclude","source":[]},)"
+            R"({"address":"239.1.1.1","filter-mode":"include","source":["192.0.2.1"]}]})");
+}
+
+TEST_F(ControlProgramTest, ExplainsInTextAndJson) {
+  test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
+  std::string const of = "explain --vlan 10 --interface swp2 --group 239.1.1.1";
+  EXPECT_THAT(out(of), StartsWith("The host on swp2 in VLAN 10 reports 239.1.1.1: 192.0.2.1 "));
+  EXPECT_EQ(nlohmann::json::parse(out(of + " -j")).at("rule"), "inclusion");
+}
+
+TEST_F(ControlProgramTest, ClearsAndTracesInSilence) {
+  test.hear("swp1", FrameBuilder::reportV2(group).from(tv));
+  EXPECT_EQ(out("clear groups"), "");
+  EXPECT_EQ(out("show groups"), "There are no memberships to show.\n");
+  EXPECT_EQ(out("trace IgmpSnoopingProxyAdapter none"), "");
+}
+
+TEST_F(ControlProgramTest, MetricsEndAsTheyShould) {
+  EXPECT_TRUE(out("metrics").ends_with("# EOF\n"));
+}
+
+TEST_F(ControlProgramTest, LargeAnswersComeWholeAndSorted) {
+  for (std::uint32_t i = 3000; i-- > 0;)
+    test.hearOnly("swp1", FrameBuilder::reportV2(IpAddr(group.value() + i)).from(tv));
+  test.loop.endBatch();
+  auto const groups = nlohmann::json::parse(out("show groups -j")).at("groups");
+  ASSERT_EQ(groups.size(), 3000u);
+  EXPECT_EQ(groups.front().at("address"), "239.1.1.1");
+  EXPECT_EQ(groups.back().at("address"), "239.1.12.184");
+}
+
+TEST_F(ControlProgramTest, WhatTheAgentRefusesIsOneLine) {
+  auto const outcome = run("clear groups --vlan 99");
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(outcome.err, "igmpsnoopctl: VLAN 99 is not configured\n");
+}
+
+TEST_F(ControlProgramTest, NoAgentIsToldWithHowToStartOne) {
+  server.reset();
+  auto const outcome = run("show vlans");
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.err, StartsWith("igmpsnoopctl: no igmpsnoopd listens on " + path));
+  EXPECT_THAT(outcome.err, HasSubstr("igmpsnoopd live --config FILE"));
+  EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1);
+}
+
+TEST_F(ControlProgramTest, WrongUsageIsTwo) {
+  auto const outcome = run("show everything");
+  EXPECT_EQ(outcome.status, 2);
+  EXPECT_THAT(outcome.err, HasSubstr("--help"));
+}
+
+TEST_F(ControlProgramTest, OutputThatCannotBeWrittenIsAnError) {
+  auto const outcome = run("show vlans >/dev/full");
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.err, HasSubstr("cannot write to standard output"));
+}
+
+TEST_F(ControlProgramTest, MonitorEndsWithItsReader) {
+  auto const outcome = run("monitor | true");
+  EXPECT_EQ(outcome.status, 0);
+  test.hear("swp1", FrameBuilder::reportV2(group).from(tv));
+  for (int i = 0; i < 5; ++i) test.loop.turn(test.loop.now() + 1ms);
+}
+
+}  // namespace
+}  // namespace Agent
