@@ -10,7 +10,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include "agent/config/NumberRanges.h"
 #include "agent/config/Wording.h"
 
 namespace Agent {
@@ -36,24 +35,9 @@ Horix::Time secondsIn(std::string const& text) {
   return Horix::Time(std::llround(seconds * 1e9));
 }
 
-Kel::TraceHandle& traceHandleNamed(std::string const& name) {
-  std::vector<std::string> names;
-  for (Kel::TraceHandle* const handle : Kel::traceHandles()) {
-    if (handle->name().stringValue().view() == name) return *handle;
-    names.emplace_back(handle->name().stringValue().view());
-  }
-  refuse("there is no trace handle ", Agent::quoted(name), ", but ", enumerated(names, "and"));
-}
-
 TraceRequest traceRequestIn(std::string const& text) {
-  auto const [name, levels] = assignmentIn(text, "HANDLE=LEVELS, as in HANDLE=0,4-9");
-  TraceRequest request{&traceHandleNamed(name), {}};
-  for (std::uint32_t const level : expandNumberRanges(levels)) {
-    if (level >= Kel::TraceHandle::levels)
-      refuse("trace level ", level, " is above ", Kel::TraceHandle::levels - 1);
-    request.levels.push_back(static_cast<int>(level));
-  }
-  return request;
+  auto const [handle, levels] = assignmentIn(text, "HANDLE=LEVELS, as in HANDLE=0,4-9");
+  return Agent::traceRequestIn(handle, levels);
 }
 
 PortCapture portCaptureIn(std::string const& text) {
@@ -76,6 +60,7 @@ class CommandLine {
   CommandLine() {
     app_.require_subcommand(1);
     app_.set_version_flag("--version", "igmpsnoopd " IGMPSNOOPD_VERSION, "Print the version");
+    addLive();
     addReplay();
     addCheck();
   }
@@ -92,11 +77,24 @@ class CommandLine {
     } catch (std::invalid_argument const& error) {
       refuseUsage(error);
     }
+    if (live_->parsed()) return liveCommand_;
     if (check_->parsed()) return checkCommand_;
     return replayCommand_;
   }
 
  private:
+  void addLive() {
+    live_ = addCommand("live", "Run on real interfaces, in the foreground, until SIGTERM",
+                       liveCommand_.configuration);
+    auto& command = liveCommand_;
+    live_->add_option("--control", command.control, "The socket on which igmpsnoopctl asks")
+        ->type_name("PATH")
+        ->capture_default_str();
+    live_->add_option("--metrics", command.metrics, "A socket on which metrics are served")
+        ->type_name("PATH");
+    addTrace(*live_, command.traces);
+  }
+
   void addReplay() {
     replay_ =
         addCommand("replay", "Feed captures to the ports of a switch and print what it reports",
@@ -114,12 +112,19 @@ class CommandLine {
         ->add_option("--until", each([&](auto& text) { command.until = secondsIn(text); }),
                      "End so long after the first packet, not at the last one")
         ->type_name("SECONDS");
+    replay_
+        ->add_option("--write", command.write,
+                     "Store what the hosts sent in this directory, as PORT.pcap")
+        ->type_name("DIR");
     replay_->add_flag("--events", command.events, "Print every record change with its time");
     replay_->add_flag("-j,--json", command.json, "Print JSON");
-    replay_
-        ->add_option("--trace",
-                     each([&](auto& text) { command.traces.push_back(traceRequestIn(text)); }),
-                     "Write trace messages of these levels to standard error")
+    addTrace(*replay_, command.traces);
+  }
+
+  static void addTrace(CLI::App& command, std::vector<TraceRequest>& traces) {
+    command
+        .add_option("--trace", each([&](auto& text) { traces.push_back(traceRequestIn(text)); }),
+                    "Write trace messages of these levels to standard error")
         ->take_all()
         ->type_name("HANDLE=LEVELS");
   }
@@ -151,8 +156,10 @@ class CommandLine {
   }
 
   CLI::App app_{"IGMP snooping proxy for Ethernet switches", "igmpsnoopd"};
+  CLI::App* live_ = nullptr;
   CLI::App* replay_ = nullptr;
   CLI::App* check_ = nullptr;
+  LiveCommand liveCommand_;
   ReplayCommand replayCommand_;
   CheckCommand checkCommand_;
 };

@@ -6,22 +6,24 @@
 #include <variant>
 #include <vector>
 
+#include "agent/TraceRequest.h"
 #include "agent/replay/Replay.h"
-#include "framework/kel/Trace.h"
 
 /// The command line of igmpsnoopd.
 namespace Agent {
 
-/// Trace levels to switch on.
-struct TraceRequest {
-  Kel::TraceHandle* handle;
-  std::vector<int> levels;
+struct LiveCommand {
+  std::string configuration;
+  std::string control = "/run/igmpsnoopd/control";
+  std::string metrics;  ///< empty: none are served
+  std::vector<TraceRequest> traces;
 };
 
 struct ReplayCommand {
   std::string configuration;
   std::vector<PortCapture> captures;
   std::optional<Horix::Time> until;
+  std::optional<std::string> write;
   bool events = false;
   bool json = false;
   std::vector<TraceRequest> traces;
@@ -36,7 +38,7 @@ struct Information {
   std::string text;
 };
 
-using Command = std::variant<ReplayCommand, CheckCommand, Information>;
+using Command = std::variant<LiveCommand, ReplayCommand, CheckCommand, Information>;
 
 /// A command line that asks for nothing that can be done, in one line with a hint.
 class WrongUsage : public std::runtime_error {

@@ -1,14 +1,27 @@
 #include "agent/Switch.h"
 
-#include <tuple>
+#include <algorithm>
 #include <utility>
+#include <vector>
+
+#include "agent/Reconfiguration.h"
+#include "framework/kel/Activity.h"
+#include "framework/types/PortKey.h"
 
 namespace Agent {
 
 using Bridging::AllowedTrafficDirection;
+using Bridging::VlanId;
+using Bridging::IgmpSnooping::QuerierSettings;
+using Bridging::IgmpSnooping::RouterPorts;
+using Bridging::IgmpSnooping::SnoopedPort;
+using Bridging::IgmpSnooping::SnoopedVlan;
 using Bridging::IgmpSnooping::SnoopingPamManager;
 using Bridging::IgmpSnooping::SnoopingPolicy;
+using Bridging::IgmpSnooping::VlanRouters;
+using Bridging::IgmpSnooping::Proxy::PortKey;
 using Bridging::IgmpSnooping::Proxy::ProxySm;
+using Wirex::IntfId;
 
 namespace {
 
@@ -25,13 +38,25 @@ SnoopingPolicy policyOf(SnoopingSettings const& settings) {
   return policy;
 }
 
+QuerierSettings querierSettingsOf(VlanConfig const& vlan) {
+  QuerierSettings settings;
+  settings.sendsQueries = vlan.settings.sendQuery;
+  settings.version = vlan.querierVersion.value_or(settings.version);
+  settings.source = vlan.settings.querierSource;
+  return settings;
+}
+
 bool isSecondary(VlanConfig const& vlan) {
   return vlan.privateRole != Bridging::VlanTypeAndPrimaryVlan();
 }
 
-bool receives(InterfaceConfig const& interface) {
-  return !interface.blocked && (interface.direction == AllowedTrafficDirection::both ||
-                                interface.direction == AllowedTrafficDirection::ingress);
+VlanId learningVlan(VlanConfig const& vlan) {
+  return isSecondary(vlan) ? vlan.privateRole.primaryVlan() : vlan.vlanId;
+}
+
+/// As they are now, for loops that change them.
+Kel::KeySnapshot<VlanId> vlansOf(SnoopedPort const& port) {
+  return Kel::KeySnapshot<VlanId>(port.vlan());
 }
 
 Kel::Ptr<ProxySm> proxyOf(SwitchEntities const& entities,
@@ -44,16 +69,15 @@ Kel::Ptr<ProxySm> proxyOf(SwitchEntities const& entities,
 
 }  // namespace
 
-Switch::Switch(Configuration const& configuration, Horix::EventLoop& loop)
-    : entities_(makeSwitchEntities(configuration)),
-      loop_(loop),
+Switch::Switch(Configuration configuration, Horix::EventLoop& loop)
+    : loop_(loop),
       proxy_(proxyOf(entities_, loop.timerWheel())),
       // With the proxy's own settings, so that each device is opened once for both.
       snooping_(Kel::make<SnoopingPamManager>(entities_.bridging, entities_.kernelIntfs,
-                                              proxy_->pamManager()->ethDevPamMgr()->settings())) {
-  for (VlanConfig const& vlan : configuration.vlans) addLearning(vlan);
-  addPorts(configuration);
-  setDirections(entities_, configuration);
+                                              proxy_->pamManager()->ethDevPamMgr()->settings())),
+      hostSettings_(Kel::make<HostSettingsSm>(
+          entities_.hosts, [this](Igmp::IgmpHost& host) { configureHost(host); })) {
+  configurationIs(std::move(configuration));
   loop_.afterBatchIs([this] { publish(); });
 }
 
@@ -61,23 +85,244 @@ Switch::~Switch() {
   loop_.afterBatchIs(nullptr);
 }
 
-void Switch::addLearning(VlanConfig const& vlan) {
-  if (isSecondary(vlan)) return;
-  learning_.emplace(std::piecewise_construct, std::forward_as_tuple(vlan.vlanId),
-                    std::forward_as_tuple(entities_.snoopingStatus->contextStatus(vlan.vlanId),
-                                          policyOf(vlan.settings), loop_.timerWheel(), batch_));
+void Switch::configurationIs(Configuration configuration) {
+  configuration_ = std::move(configuration);
+  interfaces_.clear();
+  for (InterfaceConfig const& interface : configuration_.interfaces)
+    interfaces_.emplace(interface.intfId, &interface);
+  vlans_.clear();
+  for (VlanConfig const& vlan : configuration_.vlans) vlans_.emplace(vlan.vlanId, &vlan);
+
+  Adapters const former = adapters();
+  Reconfiguration change(entities_, configuration_);
+  change.stopProxying();
+  removePorts();
+  removeVlans();
+  change.removeVlansAndPorts();
+  change.addVlansAndPorts();
+  addVlans();
+  addPorts();
+  change.startProxying();
+  tellNewAdapters(former);
+  for (InterfaceConfig const& interface : configuration_.interfaces) handleInterface(interface);
 }
 
-void Switch::addPorts(Configuration const& configuration) {
-  for (InterfaceConfig const& interface : configuration.interfaces)
-    snooping_->portIs(interface.intfId).receivesIs(receives(interface));
-  for (VlanConfig const& vlan : configuration.vlans)
+InterfaceState Switch::interfaceState(IntfId const& intf) const {
+  auto const known = interfaceState_.find(intf);
+  return known == interfaceState_.end() ? InterfaceState() : known->second;
+}
+
+void Switch::interfaceStateIs(IntfId const& intf, InterfaceState const& state) {
+  if (state == interfaceState(intf)) return;
+  if (state.present)
+    interfaceState_[intf] = state;
+  else
+    interfaceState_.erase(intf);
+  auto const interface = interfaces_.find(intf);
+  if (interface != interfaces_.end()) handleInterface(*interface->second);
+}
+
+void Switch::leave() {
+  // Hosts that the proxy may still make are told of no MAC address, and so send nothing.
+  hostSettings_ = nullptr;
+  for (Kel::Name const& name : entities_.hosts->igmpHost().keys())
+    if (auto const host = entities_.hosts->igmpHost(name)) host->enabledIs(false);
+}
+
+bool Switch::blocked(InterfaceConfig const& interface) const {
+  return interface.blocked || !interfaceState(interface.intfId).operational();
+}
+
+bool Switch::receives(InterfaceConfig const& interface) const {
+  return !blocked(interface) && (interface.direction == AllowedTrafficDirection::both ||
+                                 interface.direction == AllowedTrafficDirection::ingress);
+}
+
+bool Switch::sends(InterfaceConfig const& interface) const {
+  return !blocked(interface) && (interface.direction == AllowedTrafficDirection::both ||
+                                 interface.direction == AllowedTrafficDirection::egress);
+}
+
+bool Switch::isRouterPort(VlanId vlan, IntfId const& intf) const {
+  RouterPorts const* const ports = routerPorts(vlan);
+  return ports && ports->routerPort().contains(intf);
+}
+
+std::optional<VlanId> Switch::learnedIn(VlanId vlan) const {
+  auto const config = vlans_.find(vlan);
+  return config == vlans_.end() ? std::nullopt : std::optional(learningVlan(*config->second));
+}
+
+Switch::VlanLearning* Switch::learning(VlanId vlan) {
+  auto const primary = learnedIn(vlan);
+  return primary ? &learning_.at(*primary).learning : nullptr;
+}
+
+Switch::VlanQuerier const* Switch::querier(VlanId vlan) const {
+  auto const primary = learnedIn(vlan);
+  return primary ? &learning_.at(*primary).querier : nullptr;
+}
+
+RouterPorts const* Switch::routerPorts(VlanId vlan) const {
+  auto const found = routers_.find(vlan);
+  return found == routers_.end() ? nullptr : found->second.routerPorts().get();
+}
+
+Switch::Learning::Learning(Kel::Ptr<Bridging::IgmpSnooping::IgmpContextStatus> const& status,
+                           VlanConfig const& vlan, Horix::EventLoop const& loop,
+                           Bridging::IgmpSnooping::ReportBatch& batch)
+    : learning(status, policyOf(vlan.settings), loop.timerWheel(), batch),
+      querier(learning, loop.timerWheel()) {}
+
+/// Whether the port is to be in a VLAN as it is now: learning goes with the primary VLAN.
+bool Switch::hears(SnoopedPort const& port, VlanId vlan) const {
+  auto const config = vlans_.find(vlan);
+  if (config == vlans_.end()) return false;
+  auto const& members = config->second->members;
+  return std::any_of(members.begin(), members.end(),
+                     [&](auto const& member) { return member.intfId == port.intfId(); }) &&
+         port.vlan().find(vlan)->learning->vlanId() == learnedIn(vlan);
+}
+
+void Switch::removePorts() {
+  std::vector<IntfId> gone;
+  for (auto const& [intf, port] : snooping_->port()) {
+    for (VlanId const vlan : vlansOf(port)) {
+      if (hears(port, vlan)) continue;
+      routers_.at(vlan).configuredIs(intf, false);
+      snooping_->vlanDel(intf, vlan);
+    }
+    if (!interfaces_.contains(intf)) gone.push_back(intf);
+  }
+  for (IntfId const& intf : gone) snooping_->portDel(intf);
+}
+
+void Switch::removeVlans() {
+  std::erase_if(learning_, [this](auto const& each) {
+    auto const vlan = vlans_.find(each.first);
+    return vlan == vlans_.end() || isSecondary(*vlan->second);
+  });
+  for (auto routers = routers_.begin(); routers != routers_.end();) {
+    VlanId const vlan = routers->first;
+    if (vlans_.contains(vlan)) {
+      ++routers;
+      continue;
+    }
+    hostSettings_->routerPortsDel(vlan);
+    routers = routers_.erase(routers);
+  }
+}
+
+void Switch::addVlans() {
+  for (VlanConfig const& vlan : configuration_.vlans) {
+    auto const [routers, isNew] =
+        routers_.try_emplace(vlan.vlanId, Kel::make<RouterPorts>(vlan.vlanId), loop_.timerWheel());
+    if (isNew) hostSettings_->routerPortsIs(routers->second.routerPorts());
     for (VlanMember const& member : vlan.members)
-      snooping_->vlanIs(member.intfId, vlan.vlanId, learningOf(vlan));
+      routers->second.configuredIs(member.intfId, member.staticMrouter);
+    if (isSecondary(vlan)) continue;
+    Learning& learning =
+        learning_
+            .try_emplace(vlan.vlanId, entities_.snoopingStatus->contextStatus(vlan.vlanId), vlan,
+                         loop_, batch_)
+            .first->second;
+    learning.learning.policyIs(policyOf(vlan.settings));
+    learning.querier.settingsIs(querierSettingsOf(vlan), policyOf(vlan.settings));
+  }
 }
 
-Switch::VlanLearning& Switch::learningOf(VlanConfig const& vlan) {
-  return learning_.at(isSecondary(vlan) ? vlan.privateRole.primaryVlan() : vlan.vlanId);
+void Switch::addPorts() {
+  for (InterfaceConfig const& interface : configuration_.interfaces)
+    snooping_->portIs(interface.intfId);
+  for (VlanConfig const& vlan : configuration_.vlans) {
+    Learning& learning = learning_.at(learningVlan(vlan));
+    SnoopedVlan const snooped{&learning.learning, &routers_.at(vlan.vlanId), &learning.querier};
+    for (VlanMember const& member : vlan.members)
+      if (!snooping_->port(member.intfId)->vlan().contains(vlan.vlanId))
+        snooping_->vlanIs(member.intfId, vlan.vlanId, snooped);
+  }
+}
+
+Switch::Adapters Switch::adapters() const {
+  Adapters adapters;
+  for (auto const& [vlan, learning] : learning_) adapters.emplace(vlan, proxy_->adapterSm(vlan));
+  return adapters;
+}
+
+/// An adapter takes each reporter that it finds for one that wants every source, until that one's
+/// next change: so what is known is said again to adapters that are new.
+void Switch::tellNewAdapters(Adapters const& former) {
+  Kel::runActivities();
+  for (auto const& [vlan, adapter] : adapters()) {
+    auto const known = former.find(vlan);
+    if (!adapter || (known != former.end() && known->second == adapter)) continue;
+    auto const status = entities_.snoopingStatus->contextStatus(vlan);
+    for (auto const& [address, group] : status->group())
+      for (auto const& [intf, port] : group->intf())
+        for (auto const& [reporter, membership] : port->membership())
+          membership->filterModeNotify();
+    batch_.add(status);
+  }
+  Kel::runActivities();
+}
+
+/// Passes on what is known of an interface and what is configured of it.
+void Switch::handleInterface(InterfaceConfig const& interface) {
+  IntfId const& intf = interface.intfId;
+  InterfaceState const state = interfaceState(intf);
+  auto& port = *snooping_->port(intf);
+  bool const goesDeaf = port.receives() && !receives(interface);
+  port.receivesIs(receives(interface));
+  port.macAddressIs(state.macAddress);
+  port.mtuIs(state.mtu);
+  port.sendsIs(sends(interface));
+  // A port that goes down says nothing more, not even that it leaves.
+  if (blocked(interface)) tellTopology(interface);
+  if (state.present)
+    entities_.kernelIntfs->intfStatusAndDeviceNameIs(intf, {intf.stringValue(), state.kernelIndex});
+  else
+    entities_.kernelIntfs->intfStatusAndDeviceNameDel(intf);
+  // The proxy makes a port's host when the kernel has the interface, so this comes after it.
+  tellTopology(interface);
+  if (goesDeaf) port.forget();
+}
+
+void Switch::tellTopology(InterfaceConfig const& interface) {
+  IntfId const& intf = interface.intfId;
+  for (VlanId const vlan : vlansOf(*snooping_->port(intf))) {
+    auto const topoPort = entities_.topology->topoVlan(vlan)->port(intf);
+    topoPort->blockedIs(blocked(interface));
+    topoPort->allowedTrafficDirectionIs(interface.direction);
+    if (auto const host = entities_.hosts->igmpHost(PortKey(vlan, intf).hostName()))
+      configureHost(*host);
+  }
+}
+
+void Switch::configureHost(Igmp::IgmpHost& host) {
+  if (!hostSettings_) return;  // leaving
+  auto const vlan = vlans_.find(VlanId(host.vlanId()));
+  if (vlan == vlans_.end()) return;
+  IntfId const& intf = host.intfId();
+
+  // A port's machine hears of changes only: one that is new knows of neither.
+  auto const interface = interfaces_.find(intf);
+  auto const vlanSm = proxy_->vlanSm(vlan->first);
+  auto const portSm = vlanSm ? vlanSm->portSm(intf) : nullptr;
+  if (portSm && interface != interfaces_.end()) {
+    portSm->blockedIs(blocked(*interface->second));
+    portSm->directionIs(interface->second->direction);
+  }
+
+  SnoopingSettings const& configured = vlan->second->settings;
+  InterfaceState const state = interfaceState(intf);
+  Igmp::HostSettings settings;
+  settings.macAddress = state.macAddress;
+  settings.mtu = state.mtu;
+  settings.sourceAddress = configured.senderSourceAddress;
+  settings.robustnessVariable = static_cast<std::uint8_t>(configured.robustnessVariable);
+  settings.requireRouterAlert = configured.requireRouterAlert;
+  settings.reportsUnasked = configured.reportOn == ReportOn::all || isRouterPort(vlan->first, intf);
+  host.settingsIs(settings);
 }
 
 void Switch::publish() {

@@ -2,36 +2,68 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <utility>
 
+#include "agent/HostSettingsSm.h"
+#include "agent/InterfaceState.h"
 #include "agent/SwitchEntities.h"
 #include "agent/config/Configuration.h"
 #include "platform/horix/EventLoop.h"
 #include "platform/snooping/SnoopingPamManager.h"
 #include "platform/snooping/VlanLearning.h"
+#include "platform/snooping/VlanQuerier.h"
+#include "platform/snooping/VlanRouters.h"
 #include "proxy/ProxySm.h"
 
 namespace Agent {
 
-/// Everything between the frames that come in and the records that hosts report: the same for a
-/// live switch and for a replay, which differ in where frames come from and in the clock.
+/// Everything between the frames that come in and those that hosts send: the same for a live switch
+/// and for a replay, which differ in where frames come from and go to and in the clock.
 ///
-///     device -> SnoopedPort -> VlanLearning -> status entities -> AdapterSm -> IgmpHost records
+///     device -> SnoopedPort -> VlanLearning -> status entities -> AdapterSm -> IgmpHost -> device
 ///
 /// Frames come through the thread's Interface::EthDevPams, which must be there before. The loop
 /// ends each batch of input and each expiry of timers with a publication. Single-threaded.
 class Switch {
  public:
   using Ports = Bridging::IgmpSnooping::SnoopingPamManager::Ports;
+  using InterfaceStates = std::map<Wirex::IntfId, InterfaceState>;
+  using VlanLearning = Bridging::IgmpSnooping::VlanLearning;
+  using VlanQuerier = Bridging::IgmpSnooping::VlanQuerier;
+  using RouterPorts = Bridging::IgmpSnooping::RouterPorts;
 
+  /// No interface exists until its state is told.
   /// @param loop outlives the switch.
-  Switch(Configuration const& configuration, Horix::EventLoop& loop);
+  Switch(Configuration configuration, Horix::EventLoop& loop);
   Switch(Switch const&) = delete;
   Switch& operator=(Switch const&) = delete;
   ~Switch();
 
+  Configuration const& configuration() const { return configuration_; }
+  /// Changes what is different and nothing else; what was learned where nothing changes stays.
+  void configurationIs(Configuration configuration);
+
+  /// The interfaces that exist, configured or not.
+  InterfaceStates const& interfaceState() const { return interfaceState_; }
+  /// The default state if the interface does not exist.
+  InterfaceState interfaceState(Wirex::IntfId const& intf) const;
+  void interfaceStateIs(Wirex::IntfId const& intf, InterfaceState const& state);
+
+  /// Has all hosts leave their groups, and send nothing any more.
+  void leave();
+
   SwitchEntities const& entities() const { return entities_; }
+  Bridging::IgmpSnooping::Proxy::ProxySm const& proxy() const { return *proxy_; }
+  Bridging::IgmpSnooping::SnoopingPamManager const& snooping() const { return *snooping_; }
   Ports const& ports() const { return snooping_->port(); }
+
+  /// Where the memberships of a VLAN are learned: of a secondary VLAN, in its primary. Null if the
+  /// VLAN is not configured; and so below.
+  VlanLearning* learning(Bridging::VlanId vlan);
+  /// Of a secondary VLAN its primary's.
+  VlanQuerier const* querier(Bridging::VlanId vlan) const;
+  RouterPorts const* routerPorts(Bridging::VlanId vlan) const;
 
   Horix::Time now() const { return loop_.now(); }
 
@@ -39,19 +71,49 @@ class Switch {
   void afterPublishIs(std::function<void()> action) { afterPublish_ = std::move(action); }
 
  private:
-  using VlanLearning = Bridging::IgmpSnooping::VlanLearning;
+  /// What serves a VLAN and its secondary ones.
+  struct Learning {
+    Learning(Kel::Ptr<Bridging::IgmpSnooping::IgmpContextStatus> const& status,
+             VlanConfig const& vlan, Horix::EventLoop const& loop,
+             Bridging::IgmpSnooping::ReportBatch& batch);
 
-  void addLearning(VlanConfig const& vlan);
-  void addPorts(Configuration const& configuration);
-  VlanLearning& learningOf(VlanConfig const& vlan);
+    VlanLearning learning;
+    VlanQuerier querier;
+  };
+
+  using Adapters = std::map<Bridging::VlanId, Kel::Ptr<Bridging::IgmpSnooping::Proxy::AdapterSm>>;
+
+  Adapters adapters() const;
+  void tellNewAdapters(Adapters const& former);
+  std::optional<Bridging::VlanId> learnedIn(Bridging::VlanId vlan) const;
+  void removePorts();
+  void removeVlans();
+  void addVlans();
+  void addPorts();
+  void handleInterface(InterfaceConfig const& interface);
+  void tellTopology(InterfaceConfig const& interface);
+  void configureHost(Igmp::IgmpHost& host);
   void publish();
+
+  bool blocked(InterfaceConfig const& interface) const;
+  bool receives(InterfaceConfig const& interface) const;
+  bool sends(InterfaceConfig const& interface) const;
+  bool hears(Bridging::IgmpSnooping::SnoopedPort const& port, Bridging::VlanId vlan) const;
+  bool isRouterPort(Bridging::VlanId vlan, Wirex::IntfId const& intf) const;
+
+  Configuration configuration_;
+  std::map<Wirex::IntfId, InterfaceConfig const*> interfaces_;
+  std::map<Bridging::VlanId, VlanConfig const*> vlans_;
+  InterfaceStates interfaceState_;
 
   SwitchEntities entities_;
   Horix::EventLoop& loop_;
   Kel::Ptr<Bridging::IgmpSnooping::Proxy::ProxySm> proxy_;
   Bridging::IgmpSnooping::ReportBatch batch_;
-  std::map<Bridging::VlanId, VlanLearning> learning_;
+  std::map<Bridging::VlanId, Learning> learning_;  // of VLANs that are not secondary
+  std::map<Bridging::VlanId, Bridging::IgmpSnooping::VlanRouters> routers_;
   Kel::Ptr<Bridging::IgmpSnooping::SnoopingPamManager> snooping_;
+  Kel::Ptr<HostSettingsSm> hostSettings_;
   std::function<void()> afterPublish_ = [] {};
 };
 

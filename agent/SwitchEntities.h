@@ -1,6 +1,5 @@
 #pragma once
 
-#include "agent/config/Configuration.h"
 #include "framework/entities/BridgingConfig.h"
 #include "framework/entities/DeviceIntfStatus.h"
 #include "framework/entities/IgmpContextStatus.h"
@@ -29,12 +28,5 @@ struct SwitchEntities {
   Kel::Ptr<Igmp::QuerierConfigDir> queriers = Kel::make<Igmp::QuerierConfigDir>();
   Kel::Ptr<Igmp::IgmpHostDir> hosts = Kel::make<Igmp::IgmpHostDir>();
 };
-
-/// The entities as the configuration wants them, every configured interface present.
-SwitchEntities makeSwitchEntities(Configuration const& configuration);
-
-/// Sets the ports' directions. The proxy hears of a port's direction when it changes, so this comes
-/// when the proxy is there.
-void setDirections(SwitchEntities const& entities, Configuration const& configuration);
 
 }  // namespace Agent

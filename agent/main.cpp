@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -13,6 +12,8 @@
 #include "agent/CommandLine.h"
 #include "agent/config/ConfigurationReader.h"
 #include "agent/config/Wording.h"
+#include "agent/live/Live.h"
+#include "agent/live/Privileges.h"
 #include "agent/output/Json.h"
 #include "agent/output/Tables.h"
 #include "agent/output/TimeText.h"
@@ -75,10 +76,17 @@ class Tracing {
   std::vector<TraceRequest> const& requests_;
 };
 
+void run(LiveCommand const& command) {
+  Configuration configuration = load(command.configuration);
+  dropPrivileges();
+  Live(command, std::move(configuration)).run();
+}
+
 void run(ReplayCommand const& command) {
   Configuration const configuration = load(command.configuration);
   requireConfiguredPorts(command.captures, configuration, command.configuration);
   Replay replay(configuration, command.captures);
+  if (command.write) replay.writeSent(*command.write);
   if (command.events) replay.watchRecords();
   {
     Tracing const tracing(command.traces, replay);
@@ -99,18 +107,11 @@ void run(ReplayCommand const& command) {
   print(out.str());
 }
 
-std::string counted(std::size_t count, char const* noun) {
-  return message(count, ' ', noun, count == 1 ? "" : "s");
-}
-
 void run(CheckCommand const& command) {
   Configuration const configuration = load(command.configuration);
-  auto const proxied = std::count_if(
-      configuration.vlans.begin(), configuration.vlans.end(),
-      [](VlanConfig const& vlan) { return vlan.proxy && vlan.querierVersion.has_value(); });
   print(message(command.configuration, " is usable: ", counted(configuration.vlans.size(), "VLAN"),
-                ", ", proxied, " proxied, ", counted(configuration.interfaces.size(), "interface"),
-                '\n'));
+                ", ", proxiedVlans(configuration), " proxied, ",
+                counted(configuration.interfaces.size(), "interface"), '\n'));
 }
 
 void run(Information const& information) {

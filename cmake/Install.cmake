@@ -19,7 +19,7 @@ set_target_properties(igmpsnoopd PROPERTIES INSTALL_RPATH $ORIGIN/${libraries_fr
 
 install(TARGETS kel igmpplatform igmpproxy EXPORT ${PROJECT_NAME}
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(TARGETS igmpsnoopd RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+install(TARGETS igmpsnoopd igmpsnoopctl RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 install(DIRECTORY framework platform proxy DESTINATION ${headers} FILES_MATCHING PATTERN *.h)
 install(EXPORT ${PROJECT_NAME} NAMESPACE ${PROJECT_NAME}:: DESTINATION ${package}
   FILE ${PROJECT_NAME}Config.cmake)
@@ -31,3 +31,9 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${PROJECT_NAME}ConfigVersion.cmake
   DESTINATION ${package})
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${PROJECT_NAME}.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# For systemd, which looks for what packages bring in the lib of the prefix /usr.
+configure_file(packaging/igmpsnoopd.service.in igmpsnoopd.service @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/igmpsnoopd.service DESTINATION lib/systemd/system)
+install(FILES packaging/igmpsnoopd.sysusers DESTINATION lib/sysusers.d RENAME igmpsnoopd.conf)
+install(FILES docs/configuration.md docs/operation.md DESTINATION ${CMAKE_INSTALL_DOCDIR})

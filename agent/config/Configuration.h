@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <iosfwd>
 #include <optional>
@@ -111,5 +112,8 @@ struct Configuration {
 
   friend bool operator==(Configuration const&, Configuration const&) = default;
 };
+
+/// How many VLANs have hosts that report.
+std::size_t proxiedVlans(Configuration const& configuration);
 
 }  // namespace Agent

@@ -48,6 +48,10 @@ std::string quoted(std::string_view text) {
   return '"' + onOneLine(escaped) + '"';
 }
 
+std::string counted(std::size_t count, char const* noun) {
+  return message(count, ' ', noun, count == 1 ? "" : "s");
+}
+
 std::string enumerated(std::vector<std::string> const& words, std::string_view conjunction) {
   std::string result;
   for (std::size_t i = 0; i < words.size(); ++i) {

@@ -29,6 +29,9 @@ std::string onOneLine(std::string_view text);
 /// The text in double quotes, on one line; quotes and backslashes in it are escaped.
 std::string quoted(std::string_view text);
 
+/// "1 VLAN", "2 VLANs".
+std::string counted(std::size_t count, char const* noun);
+
 /// "a", "a or b", "a, b or c".
 /// @param conjunction what stands before the last word: "or".
 std::string enumerated(std::vector<std::string> const& words, std::string_view conjunction);

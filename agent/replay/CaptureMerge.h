@@ -26,6 +26,9 @@ class CaptureMerge {
  public:
   explicit CaptureMerge(std::vector<std::string> const& fileNames);
 
+  /// When the first packet was captured, since the epoch or before it.
+  Horix::Time start() const { return start_; }
+
   /// The next packet; nothing after the last one.
   std::optional<MergedPacket> next();
 

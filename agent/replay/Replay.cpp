@@ -14,17 +14,51 @@ std::vector<std::string> fileNamesOf(std::vector<PortCapture> const& captures) {
   return fileNames;
 }
 
+/// Of a port by its number: locally administered, and the same in each replay.
+Wirex::MacAddress macAddress(std::size_t port) {
+  Wirex::MacAddress address{0x02};
+  for (std::size_t byte = address.size(); --byte > 1; port >>= 8)
+    address[byte] = static_cast<std::uint8_t>(port);
+  return address;
+}
+
+InterfaceState portState(std::size_t port) {
+  InterfaceState state;
+  state.present = state.carrier = state.forwarding = true;
+  state.macAddress = macAddress(port);
+  state.mtu = 1500;
+  return state;
+}
+
 }  // namespace
 
 Replay::Replay(Configuration const& configuration, std::vector<PortCapture> const& captures)
     : loop_(Kel::make<Horix::TimerWheel>(Kel::make<Horix::VirtualClock>())),
       switch_(configuration, loop_),
       packets_(fileNamesOf(captures)) {
+  std::size_t port = 0;
+  for (InterfaceConfig const& interface : configuration.interfaces)
+    switch_.interfaceStateIs(interface.intfId, portState(++port));
   for (PortCapture const& capture : captures) {
     if (!switch_.ports().contains(capture.port))
       throw std::invalid_argument("capture for a port that is not configured");
     ports_.push_back(capture.port);
   }
+}
+
+// Hosts that go leave their groups, which is no part of what is replayed.
+Replay::~Replay() {
+  devices_.sentIs(nullptr);
+}
+
+void Replay::writeSent(std::string const& directory) {
+  std::vector<Wirex::IntfId> ports;
+  for (InterfaceConfig const& interface : switch_.configuration().interfaces)
+    ports.push_back(interface.intfId);
+  sent_ = std::make_unique<SentCaptures>(directory, ports);
+  devices_.sentIs([this](Wirex::IntfId const& port, Wirex::Bytes frame) {
+    sent_->write(port, packets_.start() + switch_.now(), frame);
+  });
 }
 
 void Replay::watchRecords() {
@@ -46,6 +80,7 @@ void Replay::run(std::optional<Horix::Time> until) {
   }
   loop_.endBatch();
   if (until) loop_.advanceTo(*until);
+  if (sent_) sent_->finish();
 }
 
 }  // namespace Agent

@@ -2,12 +2,14 @@
 
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "agent/RecordWatch.h"
 #include "agent/Switch.h"
 #include "agent/replay/CaptureMerge.h"
 #include "agent/replay/PortCapture.h"
+#include "agent/replay/SentCaptures.h"
 #include "platform/horix/EventLoop.h"
 #include "platform/interface/CaptureEthDevPams.h"
 
@@ -15,11 +17,20 @@ namespace Agent {
 
 /// Drives a switch with captures under a virtual clock, which reads the time since the first packet
 /// of all captures. Timers that are due come before the packets of the same time. Packets of one
-/// time make one batch of input, however many captures they come from.
+/// time make one batch of input, however many captures they come from. Every configured port is
+/// there, with carrier, and has a MAC address of its own.
 class Replay {
  public:
   /// Throws CaptureError; and std::invalid_argument, see requireConfiguredPorts().
   Replay(Configuration const& configuration, std::vector<PortCapture> const& captures);
+
+  Replay(Replay const&) = delete;
+  Replay& operator=(Replay const&) = delete;
+  ~Replay();
+
+  /// Stores what hosts send from now on in a directory, whole at the end of run(). Throws
+  /// CaptureError.
+  void writeSent(std::string const& directory);
 
   /// Keeps every change of the hosts' records from now on in events().
   void watchRecords();
@@ -37,6 +48,7 @@ class Replay {
   Switch switch_;
   std::vector<Wirex::IntfId> ports_;  // by capture
   CaptureMerge packets_;
+  std::unique_ptr<SentCaptures> sent_;
   std::unique_ptr<RecordWatch> watch_;
   std::vector<RecordEvent> events_;
 };

@@ -54,6 +54,23 @@ TEST(CommandLine, ReplayTakesAConfigurationAndCaptures) {
   EXPECT_THAT(command.traces, IsEmpty());
 }
 
+TEST(CommandLine, ReplayTakesADirectoryToWriteTo) {
+  EXPECT_EQ(replayed({}).write, std::nullopt);
+  EXPECT_EQ(replayed({"--write", "sent"}).write, "sent");
+}
+
+TEST(CommandLine, LiveTakesAConfigurationAndSockets) {
+  auto const usual = std::get<LiveCommand>(parse({"live", "--config", "switch.toml"}));
+  EXPECT_EQ(usual.configuration, "switch.toml");
+  EXPECT_EQ(usual.control, "/run/igmpsnoopd/control");
+  EXPECT_EQ(usual.metrics, "");
+  auto const other = std::get<LiveCommand>(
+      parse({"live", "--config", "switch.toml", "--control", "a", "--metrics", "b"}));
+  EXPECT_EQ(other.control, "a");
+  EXPECT_EQ(other.metrics, "b");
+  EXPECT_EQ(wrongUsage({"live"}), "--config is required; try igmpsnoopd live --help");
+}
+
 TEST(CommandLine, ReplayTakesOptionsAnywhere) {
   auto const command = replayed({"--events", "swp2=two.pcap", "-j", "swp3=three.pcap"});
   EXPECT_TRUE(command.events);
@@ -115,8 +132,8 @@ TEST(CommandLine, MissingArgumentsAreNamed) {
 TEST(CommandLine, UnknownArgumentsAreNamed) {
   EXPECT_EQ(wrongUsage({"reply"}), "unknown command \"reply\"; try igmpsnoopd --help");
   EXPECT_EQ(wrongUsage({"--verbose"}), "unexpected argument \"--verbose\"; try igmpsnoopd --help");
-  EXPECT_EQ(wrongReplay({"swp1=one.pcap", "--write", "directory"}),
-            "unexpected argument \"--write\"; try igmpsnoopd replay --help");
+  EXPECT_EQ(wrongReplay({"swp1=one.pcap", "--rewrite", "directory"}),
+            "unexpected argument \"--rewrite\"; try igmpsnoopd replay --help");
   EXPECT_EQ(wrongUsage({"check", "--config", "switch.toml", "-j"}),
             "unexpected argument \"-j\"; try igmpsnoopd check --help");
 }

@@ -1,0 +1,32 @@
+#include "agent/Log.h"
+
+#include <cstdlib>
+#include <iostream>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Agent {
+
+bool isJournal(char const* journalStream, int descriptor) {
+  struct stat status {};
+  return journalStream && fstat(descriptor, &status) == 0 &&
+         journalStream == message(status.st_dev, ':', status.st_ino);
+}
+
+void logText(Severity severity, std::string_view text) {
+  static bool const toJournal = isJournal(std::getenv("JOURNAL_STREAM"), STDERR_FILENO);
+  std::string const prefix =
+      toJournal ? message('<', static_cast<int>(severity), '>') : std::string("igmpsnoopd: ");
+  std::string lines;
+  for (std::size_t begin = 0; begin <= text.size();) {
+    std::size_t const end = std::min(text.find('\n', begin), text.size());
+    lines += prefix;
+    lines += text.substr(begin, end - begin);
+    lines += '\n';
+    begin = end + 1;
+  }
+  std::cerr << lines;
+}
+
+}  // namespace Agent

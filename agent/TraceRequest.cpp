@@ -1,0 +1,32 @@
+#include "agent/TraceRequest.h"
+
+#include "agent/config/NumberRanges.h"
+#include "agent/config/Wording.h"
+
+namespace Agent {
+
+namespace {
+
+Kel::TraceHandle& traceHandleNamed(std::string const& name) {
+  std::vector<std::string> names;
+  for (Kel::TraceHandle* const handle : Kel::traceHandles()) {
+    if (handle->name().stringValue().view() == name) return *handle;
+    names.emplace_back(handle->name().stringValue().view());
+  }
+  refuse("there is no trace handle ", Agent::quoted(name), ", but ", enumerated(names, "and"));
+}
+
+}  // namespace
+
+TraceRequest traceRequestIn(std::string const& handle, std::string const& levels) {
+  TraceRequest request{&traceHandleNamed(handle), {}};
+  if (levels == "none") return request;
+  for (std::uint32_t const level : expandNumberRanges(levels)) {
+    if (level >= Kel::TraceHandle::levels)
+      refuse("trace level ", level, " is above ", Kel::TraceHandle::levels - 1);
+    request.levels.push_back(static_cast<int>(level));
+  }
+  return request;
+}
+
+}  // namespace Agent

@@ -1,0 +1,144 @@
+#include "agent/live/Live.h"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <sys/resource.h>
+#include <utility>
+#include <variant>
+
+#include "agent/Log.h"
+#include "agent/config/ConfigurationChange.h"
+#include "agent/config/ConfigurationReader.h"
+
+namespace Agent {
+
+using Wirex::IntfId;
+
+namespace {
+
+/// Each device takes a descriptor.
+void raiseDescriptorLimit() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+/// What goes wrong with devices is always told; the rest is for who asked for it.
+void traceToLog(std::vector<TraceRequest> const& requests) {
+  Kel::traceSinkIs([](Kel::TraceMessage const& trace) {
+    log(trace.level == 0 ? Severity::warning : Severity::debug, trace.handle, ' ', trace.level,
+        ": ", trace.text);
+  });
+  Kel::TraceHandle& devices = Kel::traceHandle("Interface::EthDevPam");
+  devices.enabledIs(true);
+  devices.levelEnabledIs(0, true);
+  for (TraceRequest const& request : requests) {
+    request.handle->enabledIs(true);
+    for (int const level : request.levels) request.handle->levelEnabledIs(level, true);
+  }
+}
+
+}  // namespace
+
+Live::Live(LiveCommand const& command, Configuration configuration)
+    : configurationName_(command.configuration),
+      loop_(Kel::make<Horix::TimerWheel>(Kel::make<Horix::MonotonicClock>())),
+      signals_(loop_, [this](int signal) { handleSignal(signal); }),
+      devices_((raiseDescriptorLimit(), traceToLog(command.traces), loop_)),
+      switch_(std::move(configuration), loop_),
+      serviceManager_(loop_.timerWheel()),
+      interfaces_(loop_, [this](IntfId const& intf,
+                                InterfaceState const& state) { handleInterface(intf, state); }),
+      control_(loop_, switch_, command.control) {
+  if (!command.metrics.empty())
+    metrics_ = std::make_unique<MetricsServer>(loop_, switch_, control_, command.metrics);
+  warnOfMissingInterfaces();
+}
+
+Live::~Live() {
+  Kel::traceSinkIs({});
+}
+
+void Live::run() {
+  serviceManager_.ready(status());
+  log(Severity::info, "running: ", status());
+  loop_.run();
+  leave();
+}
+
+void Live::handleSignal(int signal) {
+  if (signal == SIGHUP) {
+    if (terminations_ == 0) reload();
+    return;
+  }
+  ++terminations_;
+  loop_.stop();
+}
+
+void Live::leave() {
+  constexpr auto longest = std::chrono::milliseconds(100);  // for what the sockets do not take
+  serviceManager_.stopping();
+  log(Severity::info, "stopping: the hosts leave their groups");
+  switch_.leave();
+  loop_.endBatch();
+  Horix::Time const end = loop_.now() + longest;
+  while (terminations_ < 2 && loop_.now() < end) loop_.turn(end);
+}
+
+void Live::reload() {
+  serviceManager_.reloading();
+  auto result = readConfigurationFile(configurationName_);
+  if (auto const* const errors = std::get_if<ConfigurationErrors>(&result)) {
+    for (std::string const& error : *errors) log(Severity::error, error);
+    log(Severity::error, configurationName_,
+        " is unusable and changes nothing; correct it and reload again");
+  } else {
+    auto& configuration = std::get<Configuration>(result);
+    log(Severity::info, configurationName_,
+        " read again: ", describeChange(switch_.configuration(), configuration));
+    switch_.configurationIs(std::move(configuration));
+    warnOfMissingInterfaces();
+  }
+  serviceManager_.ready(status());
+}
+
+void Live::handleInterface(IntfId const& intf, InterfaceState const& state) {
+  auto const& interfaces = switch_.configuration().interfaces;
+  bool const configured =
+      std::any_of(interfaces.begin(), interfaces.end(),
+                  [&](InterfaceConfig const& interface) { return interface.intfId == intf; });
+  InterfaceState const former = switch_.interfaceState(intf);
+  switch_.interfaceStateIs(intf, state);
+  if (!configured) return;
+  if (state.present != former.present)
+    log(Severity::info, "interface ", intf, state.present ? " is there" : " is gone");
+  if (!state.present) return;
+  if (state.carrier != former.carrier)
+    log(Severity::info, "interface ", intf, state.carrier ? " is up" : " is down");
+  if (state.forwarding != (former.forwarding || !former.present))
+    log(Severity::info, "interface ", intf,
+        state.forwarding ? " forwards again" : " is kept from forwarding by its bridge");
+}
+
+void Live::warnOfMissingInterfaces() {
+  for (InterfaceConfig const& interface : switch_.configuration().interfaces) {
+    if (switch_.interfaceState(interface.intfId).present) continue;
+    if (!warnedOf_.insert(interface.intfId).second) continue;
+    log(Severity::warning, "interface ", interface.intfId,
+        " is configured but does not exist; it is served when it comes");
+  }
+}
+
+std::string Live::status() const {
+  Configuration const& configuration = switch_.configuration();
+  auto const present = std::count_if(
+      configuration.interfaces.begin(), configuration.interfaces.end(),
+      [&](InterfaceConfig const& each) { return switch_.interfaceState(each.intfId).present; });
+  return message(counted(configuration.vlans.size(), "VLAN"), ", ", proxiedVlans(configuration),
+                 " proxied; ", counted(configuration.interfaces.size(), "interface"), ", ", present,
+                 " present");
+}
+
+}  // namespace Agent

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <memory>
+#include <set>
+#include <string>
+
+#include "agent/CommandLine.h"
+#include "agent/Switch.h"
+#include "agent/control/ControlServer.h"
+#include "agent/control/MetricsServer.h"
+#include "agent/live/KernelInterfaces.h"
+#include "agent/live/ServiceManager.h"
+#include "agent/live/Signals.h"
+#include "platform/horix/EventLoop.h"
+#include "platform/interface/SocketEthDevPams.h"
+
+namespace Agent {
+
+/// Drives a switch with the kernel's interfaces in real time, and tells operator and service
+/// manager how it is doing. SIGHUP has the configuration read again, SIGTERM and SIGINT end it.
+/// One at a time in a process.
+class Live {
+ public:
+  /// Throws std::system_error; std::runtime_error if a socket cannot be listened on.
+  Live(LiveCommand const& command, Configuration configuration);
+  Live(Live const&) = delete;
+  Live& operator=(Live const&) = delete;
+  ~Live();
+
+  /// Returns after the hosts have left their groups.
+  void run();
+
+ private:
+  void handleSignal(int signal);
+  void handleInterface(Wirex::IntfId const& intf, InterfaceState const& state);
+  void reload();
+  void leave();
+  void warnOfMissingInterfaces();
+  std::string status() const;
+
+  std::string const configurationName_;
+  Horix::EventLoop loop_;
+  Signals signals_;
+  unsigned terminations_ = 0;  // signals so far
+  std::set<Wirex::IntfId> warnedOf_;
+  Interface::SocketEthDevPams devices_;
+  Switch switch_;
+  ServiceManager serviceManager_;
+  KernelInterfaces interfaces_;
+  ControlServer control_;
+  std::unique_ptr<MetricsServer> metrics_;  // null if none are served
+};
+
+}  // namespace Agent

@@ -1,0 +1,100 @@
+#include "agent/replay/SentCaptures.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <system_error>
+
+#include <pcap.h>
+
+#include "agent/config/Wording.h"
+#include "agent/replay/CaptureFile.h"
+
+namespace Agent {
+
+namespace {
+
+constexpr int snapLength = 65535;
+
+[[noreturn]] void fail(std::string const& what, std::error_code const& error, char const* remedy) {
+  throw CaptureError(message("cannot ", what, ": ", error.message(), "; ", remedy));
+}
+
+[[noreturn]] void failToWrite(std::string const& fileName) {
+  fail("write " + fileName, std::error_code(errno, std::generic_category()),
+       "make room, or give another directory");
+}
+
+}  // namespace
+
+void SentCaptures::Closer::operator()(pcap* handle) const noexcept {
+  pcap_close(handle);
+}
+
+void SentCaptures::Closer::operator()(pcap_dumper* dumper) const noexcept {
+  pcap_dump_close(dumper);
+}
+
+SentCaptures::SentCaptures(std::string const& directory, std::vector<Wirex::IntfId> const& ports)
+    : directory_(directory),
+      format_(pcap_open_dead_with_tstamp_precision(DLT_EN10MB, snapLength,
+                                                   PCAP_TSTAMP_PRECISION_NANO)) {
+  std::error_code error;
+  std::filesystem::create_directories(directory_, error);
+  if (error)
+    fail("make directory " + directory, error, "give one that can be made or is there already");
+  for (Wirex::IntfId const& port : ports) {
+    std::filesystem::remove(directory_ / (port.stringValue().c_str() + std::string(".pcap")),
+                            error);
+    captures_.emplace(port, open(port));
+  }
+}
+
+SentCaptures::~SentCaptures() = default;
+
+std::string SentCaptures::partialName(Wirex::IntfId const& port) const {
+  return directory_ / (port.stringValue().c_str() + std::string(".pcap.part"));
+}
+
+SentCaptures::Dumper SentCaptures::open(Wirex::IntfId const& port) const {
+  std::string const fileName = partialName(port);
+  errno = 0;
+  Dumper dumper(pcap_dump_open(format_.get(), fileName.c_str()));
+  if (!dumper) {
+    std::error_code const error(errno, std::generic_category());
+    fail("write " + fileName, error,
+         errno == EMFILE ? "each port needs a descriptor, so raise the limit: ulimit -n"
+                         : "give a directory that can be written to");
+  }
+  return dumper;
+}
+
+void SentCaptures::write(Wirex::IntfId const& port, Horix::Time time, Wirex::Bytes frame) {
+  auto const seconds = std::chrono::floor<std::chrono::seconds>(time);
+  pcap_pkthdr header{};
+  header.ts.tv_sec = seconds.count();
+  header.ts.tv_usec = (time - seconds).count();  // nanoseconds: see the format
+  header.len = header.caplen = static_cast<bpf_u_int32>(frame.size());
+  pcap_dumper* const dumper = captures_.at(port).get();
+  errno = 0;
+  pcap_dump(reinterpret_cast<unsigned char*>(dumper), &header, frame.data());
+  if (std::ferror(pcap_dump_file(dumper))) failToWrite(partialName(port));
+}
+
+void SentCaptures::finish() {
+  for (auto& [port, dumper] : captures_) {
+    std::string const partial = partialName(port);
+    errno = 0;
+    if (pcap_dump_flush(dumper.get()) != 0) failToWrite(partial);
+    dumper.reset();
+  }
+  for (auto const& [port, dumper] : captures_) {
+    std::filesystem::path const partial = partialName(port);
+    std::filesystem::path whole = partial;
+    whole.replace_extension();
+    std::error_code error;
+    std::filesystem::rename(partial, whole, error);
+    if (error) fail("rename " + partial.string(), error, "give another directory");
+  }
+}
+
+}  // namespace Agent
