@@ -178,7 +178,7 @@ void AdapterSm::updateIgmpHost() {
 }
 
 // Among many groups, the records of one lie far apart and out of the caches. To look all of them up
-// before any is written has the processor wait for several at a time.
+// before any is written or removed has the processor wait for several at a time.
 void AdapterSm::fetchRecords(IpAddr group) const {
   constexpr std::uint32_t manyGroups = 4096;
   if (igmpGroup_.size() < manyGroups) return;
@@ -207,6 +207,7 @@ void AdapterSm::newIgmpHost(PortKey const& key) {
 void AdapterSm::clearGroup(IpAddr group) {
   KEL_TRACE(9, "AdapterSm::clearGroup " << group);
   Kel::Ptr<AdapterSm> const self(this);
+  fetchRecords(group);
   AdapterVlanConfig::HostKeys const& hostKeys = adapterConfig()->hostKey();
   for (PortKey const& key : hostKeys.keys()) {
     if (!hostKeys.contains(key)) continue;

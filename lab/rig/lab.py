@@ -1,0 +1,203 @@
+"""A scenario's laboratory: makes what it asks for, and compares what it expects."""
+
+import itertools
+import pathlib
+import tempfile
+import time
+
+from rig import igmp, wire
+from rig.hosts import Host
+from rig.load import Load
+from rig.namespace import Namespace, cable
+from rig.routers import BridgeRouter, PimRouter
+from rig.switch import Switch
+
+VLAN_INTERFACE = pathlib.Path(__file__).resolve().parents[1] / "vlan-interface"
+
+
+class Failure(Exception):
+    pass
+
+
+class Skip(Exception):
+    pass
+
+
+class Lab:
+    def __init__(self, programs, load_generator):
+        self._programs, self._load_generator = programs, load_generator
+        self._numbers = itertools.count(1)
+        self._directory = pathlib.Path(tempfile.mkdtemp(prefix="lab-"))
+        self._hubs = {}
+        self._routers = []  # (switch, port, router)
+        self.switches = []
+        self.measured = []  # lines for the summary
+
+    # Making
+
+    def switch(self, ports, name="switch"):
+        """Without cables: connect every port before the agent starts."""
+        made = Switch(name, self._programs, self._directory)
+        made.ports = [f"swp{number}" for number in range(1, ports + 1)]
+        self.switches.append(made)
+        return made
+
+    def hub(self, switch, port):
+        """Lets several be plugged into a port; all hear each other."""
+        hub = self._hubs[switch.name, port] = Namespace(f"hub-{port}")
+        hub.ip("link add hub type bridge mcast_snooping 0")
+        hub.ip("link set hub up")
+        cable(switch.namespace, port, hub, "uplink")
+        hub.ip("link set uplink master hub")
+        switch.port_is(port)
+
+    def _plug(self, name, switch, port):
+        """A new namespace at the other end of a port's cable, or of its hub's."""
+        namespace = Namespace(name)
+        number = next(self._numbers)
+        mac = f"02:00:00:00:{number >> 8:02x}:{number & 0xFF:02x}"
+        hub = self._hubs.get((switch.name, port))
+        if hub:
+            cable(hub, name, namespace, "eth0", mac)
+            hub.ip(f"link set {name} master hub")
+        else:
+            cable(switch.namespace, port, namespace, "eth0", mac)
+            switch.port_is(port)
+        return namespace, f"10.0.{number >> 8}.{number & 0xFF}"
+
+    def listener(self, name, switch, port, version=None):
+        namespace, address = self._plug(name, switch, port)
+        namespace.address("eth0", address)
+        return Host(namespace, version=version)
+
+    def bridge_router(self, name, switch, port, **options):
+        namespace, address = self._plug(name, switch, port)
+        router = BridgeRouter(namespace, address, **options)
+        self._routers.append((switch, port, router))
+        return router
+
+    def pim_router(self, name, switch, port, **options):
+        if PimRouter.missing:
+            raise Skip(PimRouter.missing)
+        namespace, address = self._plug(name, switch, port)
+        router = PimRouter(namespace, address, **options)
+        self._routers.append((switch, port, router))
+        self.until(router.ready, True, within=15)
+        return router
+
+    def tagged_listener(self, name, switch, port, vlan):
+        namespace, address = self._plug(name, switch, port)
+        interface = self._vlan_interface(namespace, vlan)
+        namespace.address(interface, address)
+        return Host(namespace, interface)
+
+    def tagged_bridge_router(self, name, switch, port, vlan, **options):
+        namespace, address = self._plug(name, switch, port)
+        router = BridgeRouter(namespace, address, outside=self._vlan_interface(namespace, vlan),
+                              **options)
+        self._routers.append((switch, port, router))
+        return router
+
+    def _vlan_interface(self, namespace, vlan):
+        name = f"eth0.{vlan}"
+        if not namespace.try_ip(f"link add link eth0 name {name} type vlan id {vlan}"):
+            namespace.start([VLAN_INTERFACE, "eth0", str(vlan)])
+            self.until(lambda: namespace.try_ip(f"link show {name}"), True, within=5)
+        namespace.ip(f"link set {name} up")
+        return name
+
+    def speaker(self, name, switch, port):
+        """The far end of a cable, for frames of a scenario's own."""
+        namespace, address = self._plug(name, switch, port)
+        far_end = wire.Wire(namespace, "eth0")
+        far_end.address = address
+        return far_end
+
+    def between(self, one, one_port, other, other_port):
+        cable(one.namespace, one_port, other.namespace, other_port)
+        one.port_is(one_port)
+        other.port_is(other_port)
+        for switch, port in ((one, one_port), (other, other_port)):
+            self.until(lambda switch=switch, port=port:
+                       switch.namespace.json(f"ip -j link show {port}")[0]["operstate"], "UP",
+                       within=5)
+
+    def load(self, switch, ports):
+        """A source of load at the far ends of these ports, of which no frame is kept."""
+        if not self._load_generator.exists():
+            raise Skip(f"no {self._load_generator}: scripts/build bench")
+        namespace = Namespace("load")
+        for port in ports:
+            cable(switch.namespace, port, namespace, port)
+        return Load(namespace, self._load_generator, ports)
+
+    def begin(self, switch):
+        """Starts the agent, and returns when it has heard a query of each of its routers."""
+        switch.start()
+        for its_switch, port, router in self._routers:
+            if its_switch is switch:
+                self.query(switch, port, router)
+
+    def query(self, switch, port, router):
+        start = time.time()
+        router.query()
+        self.until(lambda: any(message.kind == igmp.QUERY
+                               for message in switch.wire(port).heard(since=start)),
+                   True, within=8, why="no query")
+        time.sleep(0.02)  # for the agent to read it
+
+    # Comparing
+
+    def until(self, what, expected, within, why=""):
+        """Asks until the answer is the expected one; returns the seconds that took."""
+        start = time.monotonic()
+        while True:
+            found = what()
+            now = time.monotonic()
+            if found == expected:
+                return now - start
+            if now - start > within:
+                raise Failure(f"{why or 'after'} {within} s: expected {expected}, found {found}")
+            time.sleep(0.01)
+
+    def stays(self, what, expected, seconds, why=""):
+        end = time.monotonic() + seconds
+        while time.monotonic() < end:
+            found = what()
+            if found != expected:
+                raise Failure(f"{why}: expected {expected}, found {found}")
+            time.sleep(0.05)
+
+    def check(self, holds, why):
+        if not holds:
+            raise Failure(why)
+
+    def note(self, line):
+        self.measured.append(line)
+
+    # After
+
+    def dissect_all(self):
+        """Has a dissector look at every frame that the switches sent."""
+        frames = []
+        for switch in self.switches:
+            for port in switch.all_wires:
+                frames += port.frames_sent()
+        complaints = wire.dissect(frames, self._directory / "sent.pcap")
+        if complaints is None:
+            return f"{len(frames)} frames sent, not dissected: tshark is missing"
+        if complaints:
+            raise Failure("tshark: " + "; ".join(complaints[:5]))
+        return f"{len(frames)} frames sent, dissected"
+
+    def logs(self):
+        """What may explain a failure: the agents' own words, and what they last sent and heard."""
+        lines = []
+        for switch in self.switches:
+            lines += [f"--- {switch.name}", switch.log()]
+            for port in switch.captured_ports():
+                told = [(message.time, "sent", message) for message in switch.wire(port).sent()]
+                told += [(message.time, "heard", message) for message in switch.wire(port).heard()]
+                lines += [f"{port} {direction} {message}" for _, direction, message
+                          in sorted(told)[-8:]]
+        return "\n".join(lines)

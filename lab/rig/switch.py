@@ -1,0 +1,151 @@
+"""The switch: igmpsnoopd on the ports of a namespace."""
+
+import json
+import os
+import pathlib
+import signal
+import socket
+import subprocess
+import time
+
+from rig.namespace import Namespace
+from rig.wire import Wire
+
+
+def _toml(value):
+    if isinstance(value, dict):
+        return "{ " + ", ".join(f"{key} = {_toml(each)}" for key, each in value.items()) + " }"
+    return json.dumps(value)
+
+
+def _table(header, content):
+    return f"{header}\n" + "".join(f"{key.replace('_', '-')} = {_toml(value)}\n"
+                                   for key, value in content.items())
+
+
+class Switch:
+    """Ports are named swp1, swp2, ...; each is one end of a cable."""
+
+    def __init__(self, name, programs, log, namespace=None):
+        self.namespace = namespace or Namespace(name)
+        self.name = name
+        self._programs = programs
+        self.cpu = None  # or the processor that the agent has to itself
+        self._home = pathlib.Path("/run") / f"igmpsnoopd-{name}"
+        self._home.mkdir(exist_ok=True)
+        self._log = open(log / f"{name}.log", "w+", encoding="utf-8")
+        self._process = None
+        self._configuration = []
+        self.ports = []
+        self.all_wires = []
+        self._wires = {}
+
+    def captured_ports(self):
+        return list(self._wires)
+
+    def wire(self, port):
+        return self._wires[port]
+
+    def port_is(self, port):
+        """To be called when the interface is there, also when it is there again."""
+        if port not in self.ports:
+            self.ports.append(port)
+        self._wires[port] = Wire(self.namespace, port)
+        self.all_wires.append(self._wires[port])
+
+    # Configuration
+
+    def vlan(self, number, untagged=None, tagged=(), querier=3, **settings):
+        """Adds a VLAN of these ports (all, unless said otherwise)."""
+        content = {"id": number, "interfaces": self.ports if untagged is None else untagged,
+                   "querier": {"igmp-version": querier}, **settings}
+        if tagged:
+            content["tagged_interfaces"] = tagged
+        self._configuration.append(_table("[[vlan]]", content))
+
+    def clear_configuration(self):
+        self._configuration.clear()
+
+    def write_configuration(self, text=None):
+        interfaces = [_table("[[interface]]", {"name": port}) for port in self.ports]
+        self._file().write_text(text or "\n".join([*interfaces, *self._configuration]),
+                                encoding="utf-8")
+
+    def _file(self):
+        return self._home / "igmpsnoopd.toml"
+
+    # The agent
+
+    def start(self):
+        """Returns when the agent says that it is ready."""
+        self.write_configuration()
+        notify = self._home / "notify"
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as ready:
+            ready.bind(str(notify))
+            ready.settimeout(10)
+            pin = ([] if self.cpu is None else
+                   ["taskset", "-c", str(self.cpu)])
+            self._process = self.namespace.start(
+                [*pin, self._programs / "igmpsnoopd", "live", "--config", self._file(),
+                 "--control", self._home / "control", "--metrics", self._home / "metrics"],
+                stdout=self._log, stderr=self._log,
+                env={**os.environ, "NOTIFY_SOCKET": str(notify)})
+            try:
+                while b"READY=1" not in ready.recv(4096):
+                    pass
+            except TimeoutError:
+                raise RuntimeError(f"igmpsnoopd is not ready: {self.log()}") from None
+        notify.unlink()
+
+    def reload(self):
+        self._process.send_signal(signal.SIGHUP)
+
+    def stop(self):
+        """Ends the agent as a service manager does, and wants it to end well."""
+        self._process.terminate()
+        status = self._process.wait(10)
+        if status != 0:
+            raise RuntimeError(f"igmpsnoopd ended with {status}: {self.log()}")
+
+    def running(self):
+        return self._process is not None and self._process.poll() is None
+
+    def ask(self, command):
+        """What igmpsnoopctl answers, as JSON."""
+        return json.loads(subprocess.run(
+            [self._programs / "igmpsnoopctl", "--socket", self._home / "control",
+             *command.split(), "-j"], check=True, text=True, timeout=10,
+            stdout=subprocess.PIPE, stderr=self._log).stdout)
+
+    def metric(self, name, **labels):
+        """The sum of a metric's samples that have these labels."""
+        with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as asked:
+            asked.settimeout(10)
+            asked.connect(str(self._home / "metrics"))
+            asked.shutdown(socket.SHUT_WR)
+            text = b"".join(iter(lambda: asked.recv(65536), b"")).decode()
+        wanted = [f'{label}="{value}"' for label, value in labels.items()]
+        return sum(float(line.rsplit(" ", 1)[1]) for line in text.splitlines()
+                   if line.startswith((f"igmpsnoop_{name}{{", f"igmpsnoop_{name} "))
+                   and all(each in line for each in wanted))
+
+    def processor_seconds(self):
+        fields = pathlib.Path(f"/proc/{self._process.pid}/stat").read_text(encoding="ascii")
+        return sum(map(int, fields.rpartition(")")[2].split()[11:13])) / os.sysconf("SC_CLK_TCK")
+
+    def seconds_to_answer(self, command):
+        start = time.monotonic()
+        self.ask(command)
+        return time.monotonic() - start
+
+    def records(self, port, vlan=10):
+        """The records of a port's host: {group: (filter mode, sources)}."""
+        for host in self.ask("show hosts")["hosts"]:
+            if host["interface"] == port and host["vlan"] == vlan:
+                return {group["address"]: (group["filter-mode"], frozenset(group["source"]))
+                        for group in host["group"]}
+        return None
+
+    def log(self):
+        self._log.flush()
+        return pathlib.Path(self._log.name).read_text(encoding="utf-8").strip()

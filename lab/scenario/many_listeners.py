@@ -1,0 +1,77 @@
+"""Ten listeners on four ports come and go at random; two routers always see the merge of them."""
+
+import random
+
+from rig.merge import merge
+from rig.routers import exclude, include
+
+CI = True
+SEED = 20
+STEPS = 150
+# Of one group only some listeners exclude sources, and none includes any: an inclusion takes the
+# source out of what its port excludes, also when that port never did (docs/architecture.md).
+GROUPS = ["239.1.1.1", "239.2.2.2", "232.1.1.1"]
+WITH_EXCLUSIONS = GROUPS[1]
+SOURCES = ["192.0.2.1", "192.0.2.2", "192.0.2.3"]
+
+
+def next_filter(chance, group):
+    some = chance.sample(SOURCES, chance.randint(1, 2))
+    listed = exclude(*some) if group == WITH_EXCLUSIONS else include(*some)
+    return chance.choice([exclude(), listed, listed, None])
+
+
+def commands(group, was, now):
+    """What the listener's socket is told."""
+    if now is None:
+        return [f"leave {group}"]
+    mode, sources = now[0], " ".join(sorted(now[1]))
+    if was is None and mode == "include":
+        return [f"join {group} from {sources}"]
+    return [f"join {group}"] * (was is None) + [f"filter {group} {mode} {sources}"]
+
+
+def run(lab):
+    switch = lab.switch(ports=6)
+    for port in switch.ports[:4]:
+        lab.hub(switch, port)
+    listeners = {}
+    for number in range(10):
+        port = f"swp{number % 4 + 1}"
+        listeners[lab.listener(f"host{number}", switch, port)] = port
+    routers = [lab.bridge_router(f"router{port}", switch, f"swp{port}") for port in (5, 6)]
+    switch.vlan(10)
+    lab.begin(switch)
+
+    chance = random.Random(SEED)
+    state = {}
+    slowest = 0.0
+    for step in range(STEPS + len(listeners) * len(GROUPS)):
+        host = chance.choice(list(listeners))
+        group = chance.choice(GROUPS)
+        if step < STEPS:
+            now = next_filter(chance, group)
+        elif state:  # everybody leaves
+            (host, group), now = chance.choice(list(state)), None
+        else:
+            break
+        was = state.get((host, group))
+        if was == now:
+            continue
+        host.do(*commands(group, was, now))
+        if now is None:
+            del state[host, group]
+        else:
+            state[host, group] = now
+        expected = {}
+        for wanted in GROUPS:
+            merged = merge((listeners[who], its_filter)
+                           for (who, what), its_filter in state.items() if what == wanted)
+            if merged:
+                expected[wanted] = merged
+        for router in routers:
+            took = lab.until(router.groups, expected, within=3,
+                             why=f"step {step}, {host.name}: {group} {was} -> {now}:")
+            slowest = max(slowest, took)
+    lab.check(not any(router.groups() for router in routers), "the last leave left something")
+    lab.note(f"seed {SEED}; slowest change, the router's own wait included: {slowest:.2f} s")
