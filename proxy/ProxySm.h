@@ -338,7 +338,8 @@ class KEL_EXPORT ProxySm : public Kel::PtrInterface {
   Kel::Ptr<Igmp::IgmpHostStatusDir> const& igmpHostStatusDir() const { return igmpHostStatusDir_; }
   Kel::Ptr<Igmp::IgmpHostDirSm> const& igmpHostDirSm() const { return igmpHostDirSm_; }
 
-  /// Of the hosts' reports, in bytes. Nothing depends on it yet.
+  /// Of the hosts' reports, in bytes, for whoever asks. The hosts go by their own port's
+  /// (HostSettings::mtu).
   static constexpr std::uint32_t mtuDefault = 1500;
   std::uint32_t mtu() const { return mtu_; }
   void mtuIs(std::uint32_t mtu) { mtu_ = mtu; }
