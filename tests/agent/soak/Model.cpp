@@ -1,0 +1,251 @@
+#include "tests/agent/soak/Model.h"
+
+#include <algorithm>
+#include <ostream>
+#include <set>
+#include <sstream>
+
+#include "agent/output/HostRecords.h"
+
+namespace Agent::Soak {
+
+namespace {
+
+Bridging::VlanId vlanId(unsigned vlan) {
+  return Bridging::VlanId(static_cast<std::uint16_t>(vlan));
+}
+
+VlanConfig const* configOf(Box const& box, unsigned vlan) {
+  for (VlanConfig const& config : box.configuration().vlans)
+    if (config.vlanId.value() == vlan) return &config;
+  return nullptr;
+}
+
+bool isProxied(Box const& box, unsigned vlan) {
+  VlanConfig const* const config = configOf(box, vlan);
+  VlanConfig const* const primary = configOf(box, box.primaryOf(vlan));
+  return config && primary && primary->proxy && config->querierVersion;
+}
+
+/// Whether somebody asks who listens at this place.
+bool isAsked(Network const& network, Box const& box, Place const& place) {
+  for (auto const& [at, router] : network.routers())
+    if (router->isQuerier() && network.reaches(at, place)) return true;
+  auto const* const querier = box.agent().querier(vlanId(place.vlan));
+  return querier && querier->isQuerier() && box.lets(place.port);
+}
+
+/// What the reporters on one port want together: those in exclude mode decide, and what all of
+/// them exclude stays out.
+Filter merged(std::vector<Filter> const& reporters) {
+  Filter port;
+  for (Filter const& filter : reporters) port.exclude = port.exclude || filter.exclude;
+  if (!port.exclude) {
+    for (Filter const& filter : reporters)
+      port.sources.insert(filter.sources.begin(), filter.sources.end());
+    return port;
+  }
+  for (Address const source : reporters.front().sources)
+    if (std::all_of(reporters.begin(), reporters.end(), [&](Filter const& filter) {
+          return filter.exclude && filter.sources.contains(source);
+        }))
+      port.sources.insert(source);
+  return port;
+}
+
+/// RFC 9776 section 6.4.1, once the timers of what nobody asks for have run out: what all in
+/// exclude mode exclude stays out, unless somebody includes it.
+Filter mergedByRouter(std::vector<Filter> const& reporters) {
+  Filter group;
+  std::map<Address, std::size_t> excluding;
+  Sources included;
+  std::size_t inExcludeMode = 0;
+  for (Filter const& filter : reporters) {
+    inExcludeMode += filter.exclude;
+    for (Address const source : filter.sources)
+      filter.exclude ? static_cast<void>(++excluding[source])
+                     : static_cast<void>(included.insert(source));
+  }
+  group.exclude = inExcludeMode != 0;
+  if (!group.exclude) {
+    group.sources = included;
+    return group;
+  }
+  for (auto const& [source, count] : excluding)
+    if (count == inExcludeMode && !included.contains(source)) group.sources.insert(source);
+  return group;
+}
+
+/// What the host of a port reports of a group whose member ports want this.
+///
+/// Where other ports exclude sources of which none is common, everything is asked for, which is
+/// more than a merge to the letter of RFC 4605 section 4.1 would ask for. And a port that excludes
+/// sources and is the only member hears them back.
+Filter recordFor(std::string const& port, std::map<std::string, Filter> const& ports) {
+  Filter record;
+  std::map<Address, std::size_t> excluding;  // by how many of the others
+  std::size_t others = 0;
+  for (auto const& [name, filter] : ports) {
+    if (name == port) continue;
+    ++others;
+    if (filter == Filter::everySource()) return Filter::everySource();
+    if (filter.exclude)
+      for (Address const source : filter.sources) ++excluding[source];
+  }
+  bool someoneDoesNotExclude = false;
+  for (auto const& [source, count] : excluding) {
+    if (count == others)
+      record.sources.insert(source);
+    else
+      someoneDoesNotExclude = true;
+  }
+  if (others == 0 && ports.contains(port) && ports.at(port).exclude)
+    record.sources = ports.at(port).sources;
+
+  Sources included;
+  for (auto const& [name, filter] : ports)
+    if (name != port && !filter.exclude)
+      included.insert(filter.sources.begin(), filter.sources.end());
+  for (Address const source : included) record.sources.erase(source);
+
+  if (someoneDoesNotExclude && record.sources.empty()) return Filter::everySource();
+  if (!record.sources.empty())
+    record.exclude = true;
+  else
+    record.sources = included;
+  return record;
+}
+
+template <class Map, class Print>
+std::string differenceOf(Map const& is, Map const& expected, Print print) {
+  std::ostringstream out;
+  for (auto const& [key, value] : expected) {
+    auto const found = is.find(key);
+    if (found != is.end() && found->second == value) continue;
+    out << "  " << key << ": expected ";
+    print(out, value);
+    if (found == is.end()) {
+      out << ", is not there\n";
+    } else {
+      out << ", is ";
+      print(out, found->second);
+      out << '\n';
+    }
+  }
+  for (auto const& [key, value] : is) {
+    if (expected.contains(key)) continue;
+    out << "  " << key << ": not expected, is ";
+    print(out, value);
+    out << '\n';
+  }
+  return out.str();
+}
+
+}  // namespace
+
+std::ostream& operator<<(std::ostream& out, Membership const& membership) {
+  return out << "VLAN " << membership.vlan << ' ' << membership.group << ' ' << membership.port
+             << ' ' << membership.reporter;
+}
+
+Memberships expectedMemberships(Network const& network, Box const& box) {
+  Memberships expected;
+  for (auto const& [place, listener] : network.listeners()) {
+    if (&network.boxOf(place.port) != &box || !box.isMember(place)) continue;
+    if (!box.takes(place.port) || !isAsked(network, box, place)) continue;
+    for (auto const& [group, filter] : listener->wanted())
+      expected[{box.primaryOf(place.vlan), group, place.port, listener->address()}] =
+          listener->reported(group);
+  }
+  return expected;
+}
+
+Memberships membershipsOf(Box const& box) {
+  Memberships memberships;
+  for (auto const& [vlan, status] : box.agent().entities().snoopingStatus->contextStatus())
+    for (auto const& [address, group] : status->group())
+      for (auto const& [intf, port] : group->intf())
+        for (auto const& [reporter, membership] : port->membership()) {
+          Filter filter;
+          filter.exclude = membership->filterMode() == Gmp::Igmp::IgmpFilterMode::exclude;
+          for (Address const source : membership->source()) filter.sources.insert(source);
+          memberships[{vlan.value(), address, nameOf(intf), reporter}] = filter;
+        }
+  return memberships;
+}
+
+Records expectedRecords(Box const& box, Memberships const& learned) {
+  std::map<unsigned, std::map<Address, std::map<std::string, std::vector<Filter>>>> reporters;
+  for (auto const& [key, filter] : learned)
+    reporters[key.vlan][key.group][key.port].push_back(filter);
+
+  Records expected;
+  for (VlanConfig const& vlan : box.configuration().vlans) {
+    if (!isProxied(box, vlan.vlanId.value())) continue;
+    for (VlanMember const& member : vlan.members) {
+      Place const place{nameOf(member.intfId), vlan.vlanId.value()};
+      if (!box.state(place.port).present) continue;
+      auto& records = expected[place];
+      for (auto const& [group, ports] : reporters[box.primaryOf(place.vlan)]) {
+        std::map<std::string, Filter> filters;
+        for (auto const& [port, filtersOfReporters] : ports)
+          filters[port] = merged(filtersOfReporters);
+        Filter const record = recordFor(place.port, filters);
+        if (!record.empty()) records[group] = record;
+      }
+    }
+  }
+  return expected;
+}
+
+Records recordsOf(Box const& box) {
+  Records is;
+  for (HostRecords const& host : hostsIn(*box.agent().entities().hosts)) {
+    auto& records = is[{host.interface, host.vlan}];
+    for (GroupRecord const& record : host.groups)
+      records[record.address] = {
+          record.filter.mode == Gmp::Igmp::IgmpFilterMode::exclude,
+          Sources(record.filter.sources.begin(), record.filter.sources.end())};
+  }
+  return is;
+}
+
+std::map<Address, Filter> expectedBelief(Network const& network, Place const& place,
+                                         Router const& router, Records const& records) {
+  std::map<Address, Filter> expected;
+  Box const& box = network.boxOf(place.port);
+  if (!box.isUp(place.port)) return expected;
+  std::map<Address, std::vector<Filter>> reported;
+  for (auto const& [at, listener] : network.listeners())
+    if (at == place)
+      for (auto const& [group, filter] : listener->wanted())
+        reported[group].push_back(listener->reported(group));
+  auto const host = records.find(place);
+  if (host != records.end() && box.takes(place.port) && box.lets(place.port)) {
+    bool const older =
+        router.version() < 3 || configOf(box, place.vlan)->querierVersion != Igmp::IgmpVersion::v3;
+    for (auto const& [group, filter] : host->second)
+      reported[group].push_back(older ? Filter::everySource() : filter);
+  }
+  for (auto const& [group, filters] : reported) expected[group] = mergedByRouter(filters);
+  return expected;
+}
+
+std::string difference(Memberships const& is, Memberships const& expected) {
+  return differenceOf(is, expected, [](std::ostream& out, Filter const& filter) { out << filter; });
+}
+
+std::string difference(std::map<Address, Filter> const& is,
+                       std::map<Address, Filter> const& expected) {
+  return differenceOf(is, expected, [](std::ostream& out, Filter const& filter) { out << filter; });
+}
+
+std::string difference(Records const& is, Records const& expected) {
+  return differenceOf(is, expected, [](std::ostream& out, std::map<Address, Filter> const& all) {
+    out << '[';
+    for (auto const& [group, filter] : all) out << ' ' << group << ' ' << filter;
+    out << " ]";
+  });
+}
+
+}  // namespace Agent::Soak

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "tests/agent/soak/Network.h"
+
+/// What a switch at rest must have learned, what its hosts must report, and what routers must
+/// believe, each computed anew from who is attached and what is configured; and what is so.
+namespace Agent::Soak {
+
+/// One reporter's membership in a VLAN, a secondary one's in its primary.
+struct Membership {
+  unsigned vlan = 0;
+  Address group;
+  std::string port;
+  Address reporter;
+
+  friend auto operator<=>(Membership const&, Membership const&) = default;
+};
+using Memberships = std::map<Membership, Filter>;
+
+std::ostream& operator<<(std::ostream& out, Membership const& membership);
+
+/// By host; a host without records is there too.
+using Records = std::map<Place, std::map<Address, Filter>>;
+
+/// Of those who are attached to the switch. At rest nobody has anything to tell any more, and who
+/// is not asked has been forgotten.
+Memberships expectedMemberships(Network const& network, Box const& box);
+Memberships membershipsOf(Box const& box);
+
+/// What hosts must report when this was learned.
+Records expectedRecords(Box const& box, Memberships const& learned);
+Records recordsOf(Box const& box);
+
+/// What a querier must believe when hosts have these records: RFC 9776's merge of what the switch
+/// and the listeners at its own place want.
+std::map<Address, Filter> expectedBelief(Network const& network, Place const& place,
+                                         Router const& router, Records const& records);
+
+/// In words; empty if both are equal.
+std::string difference(Memberships const& is, Memberships const& expected);
+std::string difference(Records const& is, Records const& expected);
+std::string difference(std::map<Address, Filter> const& is,
+                       std::map<Address, Filter> const& expected);
+
+}  // namespace Agent::Soak

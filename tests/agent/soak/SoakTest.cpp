@@ -1,0 +1,75 @@
+#include <cstdlib>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "tests/agent/soak/Allocations.h"
+#include "tests/agent/soak/Soak.h"
+
+namespace Agent::Soak {
+namespace {
+
+// Optimised code lives through more in the same time.
+#ifdef NDEBUG
+constexpr unsigned long usualDays = 30;
+#else
+constexpr unsigned long usualDays = 3;
+#endif
+
+/// IGMPSNOOP_SOAK_DAYS asks for a longer or shorter life.
+unsigned long days() {
+  char const* const asked = std::getenv("IGMPSNOOP_SOAK_DAYS");
+  return asked ? std::strtoul(asked, nullptr, 10) : usualDays;
+}
+
+/// The parameter is the seed.
+class LongLife : public testing::TestWithParam<std::uint64_t> {};
+
+/// At night nobody is there, but tables keep their room, and neighbours remember older queriers.
+constexpr long long allocationsThatVary = 64;
+
+TEST_P(LongLife, IsAsTheModelAtEveryRestAndLeavesNothingAtNight) {
+  Soak soak(GetParam());
+  long long afterFirstDay = 0;
+  for (unsigned long day = 1; day <= days(); ++day) {
+    ASSERT_TRUE(soak.liveThroughDay()) << soak.failure();
+    if (day == 1) afterFirstDay = liveAllocations();
+    ASSERT_LE(liveAllocations(), afterFirstDay + allocationsThatVary)
+        << "in the night of day " << day;
+  }
+
+  Soak::Figures const& figures = soak.figures();
+  EXPECT_GT(figures.rests, 20 * days());
+  EXPECT_GT(figures.memberships, 10 * figures.rests);
+  EXPECT_GT(figures.records, 10 * figures.rests);
+  EXPECT_GT(figures.beliefs, 5 * figures.rests);
+  EXPECT_GT(figures.framesLost, 100 * days());
+  EXPECT_EQ(figures.eventsByKind.size(), Soak::kindsOfEvents());
+  for (auto const& [kind, count] : figures.eventsByKind) EXPECT_GT(count, days()) << kind;
+
+  RecordProperty("days", std::to_string(days()));
+  RecordProperty("events", std::to_string(figures.events));
+  RecordProperty("rests", std::to_string(figures.rests));
+  RecordProperty("memberships", std::to_string(figures.memberships));
+  RecordProperty("records", std::to_string(figures.records));
+  RecordProperty("groups that routers believed", std::to_string(figures.beliefs));
+  RecordProperty("frames heard", std::to_string(figures.framesHeard));
+  RecordProperty("frames sent", std::to_string(figures.framesSent));
+  RecordProperty("frames lost", std::to_string(figures.framesLost));
+}
+
+INSTANTIATE_TEST_SUITE_P(Soak, LongLife, testing::Values(1, 2, 3));
+
+TEST(Soak, LeavesNoMemoryBehindWhenTheSwitchGoes) {
+  auto const liveBriefly = [](std::uint64_t seed) {
+    Soak soak(seed);
+    EXPECT_TRUE(soak.liveThroughDay()) << soak.failure();
+  };
+  liveBriefly(1);  // what is made once in a program is there from now on
+  long long const before = liveAllocations();
+  liveBriefly(2);
+  EXPECT_EQ(liveAllocations(), before);
+}
+
+}  // namespace
+}  // namespace Agent::Soak
