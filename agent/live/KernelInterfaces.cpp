@@ -102,7 +102,7 @@ void KernelInterfaces::handleReady() {
 }
 
 void KernelInterfaces::requestDump() {
-  std::array<char, NLMSG_SPACE(sizeof(ifinfomsg))> message{};
+  alignas(nlmsghdr) std::array<char, NLMSG_SPACE(sizeof(ifinfomsg))> message{};
   nlmsghdr* const header = mnl_nlmsg_put_header(message.data());
   header->nlmsg_type = RTM_GETLINK;
   header->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;

@@ -59,7 +59,7 @@ class KernelInterfaces {
   std::map<std::string, std::uint32_t> named_;  // of several that had a name, the last one
   std::uint32_t generation_ = 0;                // of the latest dump, whose sequence number it is
   bool dumping_ = false;
-  std::array<std::byte, 65536> buffer_;
+  alignas(std::max_align_t) std::array<std::byte, 65536> buffer_;
   std::unique_ptr<Input> input_;
 };
 

@@ -64,9 +64,9 @@ class ControlProgramTest : public testing::Test {
     Outcome const outcome = run(arguments);
     EXPECT_EQ(outcome.status, 0) << outcome.err;
     EXPECT_EQ(outcome.err, "");
+    if (arguments.ends_with("-j")) return outcome.out;
     std::istringstream lines(outcome.out);
-    for (std::string line; std::getline(lines, line);)
-      if (!arguments.ends_with("-j")) EXPECT_LE(line.size(), 100u) << line;
+    for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 100u) << line;
     return outcome.out;
   }
 

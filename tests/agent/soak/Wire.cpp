@@ -227,8 +227,12 @@ Frame frameOf(Message const& message, unsigned vlan) {
   Frame out{0x01, 0x00, 0x5e};
   out.push_back(static_cast<std::uint8_t>(destination.value() >> 16 & 0x7f));
   put16(out, destination.value() & 0xffff);
-  out.insert(out.end(), {0x02, 0x5e});
-  put(out, message.source);
+  if (message.sourceMac) {
+    out.insert(out.end(), message.sourceMac->begin(), message.sourceMac->end());
+  } else {
+    out.insert(out.end(), {0x02, 0x5e});
+    put(out, message.source);
+  }
   if (vlan != 0) {
     put16(out, Wirex::etherTypeVlan);
     put16(out, vlan);
@@ -273,6 +277,7 @@ Heard messageIn(Wirex::Bytes frame) {
   require(in.number() == 0x9404 && in.number() == 0, "no Router Alert");
   require(length >= ipHeader, "IP length");
   heard.message = messageOf(in.take(length - ipHeader));
+  std::copy(mac.begin() + 6, mac.end(), heard.message.sourceMac.emplace().begin());
   heard.message.source = source;
   heard.message.destination = destination;
   require(destination == destinationOf(heard.message), "destination");

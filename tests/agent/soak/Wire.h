@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <iosfwd>
+#include <optional>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -51,10 +52,11 @@ struct Message {
   int version = 3;
   Address source;
   Address destination;
-  Address group;                ///< of IGMPv1 and IGMPv2, and of queries
-  Sources sources;              ///< of queries
-  Time maxResponseTime{};       ///< of queries
-  std::vector<Record> records;  ///< of IGMPv3 reports
+  Address group;                                 ///< of IGMPv1 and IGMPv2, and of queries
+  Sources sources;                               ///< of queries
+  Time maxResponseTime{};                        ///< of queries
+  std::vector<Record> records;                   ///< of IGMPv3 reports
+  std::optional<Wirex::MacAddress> sourceMac{};  ///< otherwise made of `source`
 
   bool isQuery() const { return kind == Kind::query; }
 };
