@@ -89,7 +89,7 @@ std::optional<std::string> RunningAgent::notification(std::chrono::milliseconds 
 }
 
 bool RunningAgent::awaitNotification(std::string const& beginning) const {
-  for (auto const end = std::chrono::steady_clock::now() + 2s;
+  for (auto const end = std::chrono::steady_clock::now() + 10s;
        std::chrono::steady_clock::now() < end;) {
     auto const text = notification(100ms);
     if (text && text->starts_with(beginning)) return true;
@@ -98,7 +98,7 @@ bool RunningAgent::awaitNotification(std::string const& beginning) const {
 }
 
 int RunningAgent::awaitExit() {
-  for (auto const end = std::chrono::steady_clock::now() + 5s;
+  for (auto const end = std::chrono::steady_clock::now() + 10s;
        std::chrono::steady_clock::now() < end; std::this_thread::sleep_for(5ms)) {
     int status = 0;
     if (waitpid(process_, &status, WNOHANG) == 0) continue;
