@@ -3,6 +3,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -19,9 +20,41 @@ namespace Agent {
 namespace {
 
 /// A whole answer: one line, and the end.
-std::unique_ptr<Answer> lineAnswer(Json const& line) {
-  return std::make_unique<TextAnswer>(oneLine(line) + "\n{\"end\":true}\n");
+std::string lastLines(Json const& line) {
+  return oneLine(line) + "\n{\"end\":true}\n";
 }
+std::unique_ptr<Answer> lineAnswer(Json const& line) {
+  return std::make_unique<TextAnswer>(lastLines(line));
+}
+
+/// Forgets a few groups at a time, so that nothing else has to wait. A client that goes away ends
+/// it.
+class Clearing final : public Answer {
+ public:
+  Clearing(Switch& snoopingSwitch, Selection const& of) : switch_(snoopingSwitch) {
+    for (VlanConfig const& vlan : switch_.configuration().vlans) {
+      if (!of.has(vlan.vlanId)) continue;
+      for (auto const& [group, status] : switch_.learning(vlan.vlanId)->status()->group())
+        if (of.has(group)) groups_.emplace_back(vlan.vlanId, group);
+    }
+  }
+
+  Progress advance(std::string& out) override {
+    constexpr int groupsAtOnce = 64;
+    for (int i = 0; i < groupsAtOnce && !groups_.empty(); ++i) {
+      auto const [vlan, group] = groups_.back();
+      groups_.pop_back();
+      if (auto* const learning = switch_.learning(vlan)) learning->forgetGroup(group);
+    }
+    if (!groups_.empty()) return Progress::more;
+    out += lastLines({{"done", true}});
+    return Progress::done;
+  }
+
+ private:
+  Switch& switch_;
+  std::vector<std::pair<Bridging::VlanId, Wirex::IpAddr>> groups_;
+};
 
 /// Another answer's pieces of text, each in a line of JSON.
 class Framed final : public Answer {
@@ -102,15 +135,7 @@ std::unique_ptr<Answer> ControlServer::clearing(Request const& request) {
     refuse("there is nothing called ", Agent::quoted(request.what), " to clear");
   if (request.of.vlan && !switch_.learning(*request.of.vlan))
     refuse("VLAN ", *request.of.vlan, " is not configured");
-  for (VlanConfig const& vlan : switch_.configuration().vlans) {
-    if (!request.of.has(vlan.vlanId)) continue;
-    auto* const learning = switch_.learning(vlan.vlanId);
-    if (request.of.group)
-      learning->forgetGroup(*request.of.group);
-    else
-      learning->forgetAll();
-  }
-  return lineAnswer({{"done", true}});
+  return std::make_unique<Clearing>(switch_, request.of);
 }
 
 std::unique_ptr<Answer> ControlServer::tracing(Request const& request) const {

@@ -198,6 +198,14 @@ TEST_F(ControlServerTest, ClearForgetsMembershipsAndRecords) {
   EXPECT_TRUE(test.snooping.entities().hosts->igmpHost("Vlan10swp2")->v3group().empty());
 }
 
+TEST_F(ControlServerTest, ClearForgetsMoreGroupsThanOneTurnDoes) {
+  for (std::uint8_t i = 1; i < 200; ++i)
+    test.hear("swp1", FrameBuilder::reportV2(IpAddr(239, 3, 3, i)).from(tv));
+  ASSERT_THAT(shown("groups"), SizeIs(199));
+  ask({{"command", "clear"}, {"what", "groups"}});
+  EXPECT_THAT(shown("groups"), IsEmpty());
+}
+
 TEST_F(ControlServerTest, TraceSwitchesExactlyTheNamedLevels) {
   auto& handle = Kel::traceHandle("IgmpSnoopingProxyAdapter");
   ask({{"command", "trace"}, {"handle", "IgmpSnoopingProxyAdapter"}, {"levels", "4,9"}});
