@@ -18,7 +18,6 @@ using Bridging::IgmpSnooping::SnoopedPort;
 using Bridging::IgmpSnooping::SnoopedVlan;
 using Bridging::IgmpSnooping::SnoopingPamManager;
 using Bridging::IgmpSnooping::SnoopingPolicy;
-using Bridging::IgmpSnooping::VlanRouters;
 using Bridging::IgmpSnooping::Proxy::PortKey;
 using Bridging::IgmpSnooping::Proxy::ProxySm;
 using Wirex::IntfId;

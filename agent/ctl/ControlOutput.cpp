@@ -1,6 +1,7 @@
 #include "agent/ctl/ControlOutput.h"
 
 #include <algorithm>
+#include <cmath>
 #include <ostream>
 #include <tuple>
 #include <utility>
@@ -91,7 +92,7 @@ std::string secondsCell(Json const& object, char const* key) {
   auto const found = object.find(key);
   if (found == object.end()) return nothing;
   if (found->is_null()) return "never";
-  return message(static_cast<long>(found->get<double>() + 0.5), " s");
+  return message(std::lround(found->get<double>()), " s");
 }
 
 std::string listCell(Json const& list) {
@@ -291,7 +292,7 @@ void ShownLists::add(Json line) {
       if (listName != name) continue;
       if (!isMore) {
         list.push_back(std::move(element));
-        continue;
+        break;
       }
       for (auto& [key, values] : element.items())
         for (Json& value : values) list.back().at(key).push_back(std::move(value));
