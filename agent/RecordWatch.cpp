@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "agent/MembersLeft.h"
 #include "agent/output/NaturalOrder.h"
 
 namespace Agent {
@@ -59,12 +60,16 @@ class RecordWatch::Host final : public Igmp::IgmpHost::NotifieeConst {
 
   void forget(IpAddr group) { records_.del(group); }
 
+  void followAll();
+  bool takeUp(std::size_t& records);
+  bool letGo(std::size_t& records);
+
  private:
-  void followRecords();
   void follow(IpAddr group);
 
   PortKey key_;
   RecordWatch& watch_;
+  MembersLeft left_;  // to be taken up
   Kel::Reactors<IpAddr, Record> records_;
 };
 
@@ -78,6 +83,9 @@ class RecordWatch::Directory final : public Igmp::IgmpHostDir::NotifieeConst {
   /// Gives up a host that has not come back.
   void forget(Kel::Name const& name);
 
+  bool takeUp(std::size_t records);
+  bool letGo(std::size_t records);
+
  private:
   void follow(Kel::Name const& name);
 
@@ -88,11 +96,20 @@ class RecordWatch::Directory final : public Igmp::IgmpHostDir::NotifieeConst {
 // ---- RecordWatch
 
 RecordWatch::RecordWatch(Kel::Ptr<Igmp::IgmpHostDir> const& hosts)
-    : directory_(Kel::make<Directory>(hosts, *this)) {
-  takeChanges();
-}
+    : directory_(Kel::make<Directory>(hosts, *this)) {}
 
 RecordWatch::~RecordWatch() = default;
+
+bool RecordWatch::takeUp(std::size_t records) {
+  bool const more = directory_->takeUp(records);
+  takeChanges();
+  return more;
+}
+
+bool RecordWatch::letGo(std::size_t records) {
+  touched_.clear();
+  return directory_->letGo(records);
+}
 
 std::vector<RecordChange> RecordWatch::takeChanges() {
   std::vector<RecordChange> changes;
@@ -160,24 +177,33 @@ std::optional<RecordChange> RecordWatch::Record::takeChange() {
 // ---- Host
 
 RecordWatch::Host::Host(Kel::Ptr<Igmp::IgmpHost const> const& host, PortKey key, RecordWatch& watch)
-    : key_(std::move(key)), watch_(watch) {
+    : key_(std::move(key)), watch_(watch), left_(host->v3group().size()) {
   NotifieeConst::watch(host);
-  followRecords();
 }
 
 void RecordWatch::Host::notifierIs(Kel::Ptr<Igmp::IgmpHost const> host) {
   NotifieeConst::notifierIs(std::move(host));
-  followRecords();
+  for (IpAddr const group : records_.keys()) follow(group);
+  followAll();
 }
 
 void RecordWatch::Host::onV3group(IpAddr group) {
   if (notificationActive()) follow(group);
 }
 
-void RecordWatch::Host::followRecords() {
-  for (IpAddr const group : records_.keys()) follow(group);
+void RecordWatch::Host::followAll() {
   if (!notifier()) return;
   for (IpAddr const group : notifier()->v3group().keys()) follow(group);
+}
+
+bool RecordWatch::Host::takeUp(std::size_t& records) {
+  return notifier() &&
+         left_.advance(notifier()->v3group(), records, [this](IpAddr group) { follow(group); });
+}
+
+bool RecordWatch::Host::letGo(std::size_t& records) {
+  NotifieeConst::notifierIs(nullptr);
+  return delSome(records_, records);
 }
 
 void RecordWatch::Host::follow(IpAddr group) {
@@ -199,7 +225,21 @@ RecordWatch::Directory::Directory(Kel::Ptr<Igmp::IgmpHostDir const> const& hosts
 }
 
 void RecordWatch::Directory::onIgmpHost(Kel::Name const& name) {
-  if (notificationActive()) follow(name);
+  if (!notificationActive()) return;
+  follow(name);
+  if (auto const followed = hosts_.get(name)) followed->followAll();
+}
+
+bool RecordWatch::Directory::takeUp(std::size_t records) {
+  bool more = false;
+  for (auto const& [name, host] : hosts_) more |= host->takeUp(records);
+  return more;
+}
+
+bool RecordWatch::Directory::letGo(std::size_t records) {
+  bool more = false;
+  for (auto const& [name, host] : hosts_) more |= host->letGo(records);
+  return more;
 }
 
 void RecordWatch::Directory::follow(Kel::Name const& name) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <vector>
 
@@ -34,11 +35,19 @@ struct RecordEvent {
 /// cost does not grow with the records that nobody touched. Single-threaded.
 class RecordWatch {
  public:
-  /// Records that are there now are the first settled state.
+  /// Of records that are there already nothing is told until they are taken up.
   explicit RecordWatch(Kel::Ptr<Igmp::IgmpHostDir> const& hosts);
   RecordWatch(RecordWatch const&) = delete;
   RecordWatch& operator=(RecordWatch const&) = delete;
   ~RecordWatch();
+
+  /// Takes up so many more of the records that were there from the beginning, and takes all that is
+  /// there for the first settled state. Returns whether there are more.
+  bool takeUp(std::size_t records);
+
+  /// Gives up so many records, so that the end can come in pieces. Nothing may be asked afterwards.
+  /// Returns whether there are more.
+  bool letGo(std::size_t records);
 
   /// What has changed since the last time, by VLAN, interface in natural order, and group. To be
   /// called when the records have settled.

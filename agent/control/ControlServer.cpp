@@ -80,7 +80,7 @@ ControlServer::ControlServer(Horix::EventLoop& loop, Switch& snoopingSwitch, std
     : SocketServer(loop, std::move(path), limits),
       switch_(snoopingSwitch),
       start_(snoopingSwitch.now()),
-      feed_(snoopingSwitch, start_, [this] { countCutOff(); }) {}
+      feed_(snoopingSwitch, *loop.timerWheel(), start_, [this] { countCutOff(); }) {}
 
 // Monitors go before the feed that they are in.
 ControlServer::~ControlServer() {

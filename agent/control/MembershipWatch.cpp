@@ -4,6 +4,7 @@
 #include <tuple>
 #include <utility>
 
+#include "agent/MembersLeft.h"
 #include "agent/output/NaturalOrder.h"
 
 namespace Agent {
@@ -137,9 +138,8 @@ class MembershipWatch::Group final : public IgmpGroup::NotifieeConst {
 class MembershipWatch::Vlan final : public IgmpContextStatus::NotifieeConst {
  public:
   Vlan(Kel::Ptr<IgmpContextStatus const> const& status, VlanId id, Protocol& protocol)
-      : id_(id), protocol_(protocol) {
+      : id_(id), protocol_(protocol), left_(status->group().size()) {
     watch(status);
-    followAll();
   }
 
   VlanId id() const { return id_; }
@@ -156,11 +156,21 @@ class MembershipWatch::Vlan final : public IgmpContextStatus::NotifieeConst {
   }
   void forget(IpAddr group) { groups_.del(group); }
 
- private:
   void followAll() {
     if (!notifier()) return;
     for (IpAddr const group : notifier()->group().keys()) follow(group);
   }
+
+  bool takeUp(std::size_t& groups) {
+    return notifier() &&
+           left_.advance(notifier()->group(), groups, [this](IpAddr group) { follow(group); });
+  }
+  bool letGo(std::size_t& groups) {
+    NotifieeConst::notifierIs(nullptr);
+    return delSome(groups_, groups);
+  }
+
+ private:
   void follow(IpAddr group) {
     Kel::Ptr<IgmpGroup const> const status = notifier() ? notifier()->group(group) : nullptr;
     if (status)
@@ -171,6 +181,7 @@ class MembershipWatch::Vlan final : public IgmpContextStatus::NotifieeConst {
 
   VlanId id_;
   Protocol& protocol_;
+  MembersLeft left_;  // to be taken up
   Kel::Reactors<IpAddr, Group> groups_;
 };
 
@@ -185,9 +196,23 @@ class MembershipWatch::Protocol final : public IgmpProtocolStatus::NotifieeConst
   MembershipWatch& membershipWatch() const { return watch_; }
 
   void onContextStatus(VlanId vlan) override {
-    if (notificationActive()) follow(vlan);
+    if (!notificationActive()) return;
+    follow(vlan);
+    if (auto const followed = vlans_.get(vlan)) followed->followAll();
   }
   void forget(VlanId vlan) { vlans_.del(vlan); }
+
+  bool takeUp(std::size_t groups) {
+    bool more = false;
+    for (auto const& [id, vlan] : vlans_) more |= vlan->takeUp(groups);
+    return more;
+  }
+
+  bool letGo(std::size_t groups) {
+    bool more = false;
+    for (auto const& [id, vlan] : vlans_) more |= vlan->letGo(groups);
+    return more;
+  }
 
  private:
   void follow(VlanId vlan) {
@@ -238,11 +263,20 @@ void MembershipWatch::Reporter::goIfGone() {
 // ---- MembershipWatch
 
 MembershipWatch::MembershipWatch(Kel::Ptr<IgmpProtocolStatus> const& protocolStatus)
-    : protocol_(Kel::make<Protocol>(protocolStatus, *this)) {
-  takeChanges();
-}
+    : protocol_(Kel::make<Protocol>(protocolStatus, *this)) {}
 
 MembershipWatch::~MembershipWatch() = default;
+
+bool MembershipWatch::takeUp(std::size_t groups) {
+  bool const more = protocol_->takeUp(groups);
+  takeChanges();
+  return more;
+}
+
+bool MembershipWatch::letGo(std::size_t groups) {
+  touched_.clear();
+  return protocol_->letGo(groups);
+}
 
 std::vector<MembershipChange> MembershipWatch::takeChanges() {
   std::vector<MembershipChange> changes;

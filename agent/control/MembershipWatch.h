@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <vector>
 
@@ -25,12 +26,20 @@ struct MembershipChange {
 /// what is heard meanwhile says no more than which may have changed. Single-threaded.
 class MembershipWatch {
  public:
-  /// Memberships that are there now are the first settled state.
+  /// Of groups that are there already nothing is told until they are taken up.
   explicit MembershipWatch(
       Kel::Ptr<Bridging::IgmpSnooping::IgmpProtocolStatus> const& protocolStatus);
   MembershipWatch(MembershipWatch const&) = delete;
   MembershipWatch& operator=(MembershipWatch const&) = delete;
   ~MembershipWatch();
+
+  /// Takes up so many more of the groups that were there from the beginning, and takes all that is
+  /// there for the first settled state. Returns whether there are more.
+  bool takeUp(std::size_t groups);
+
+  /// Gives up so many groups, so that the end can come in pieces. Nothing may be asked afterwards.
+  /// Returns whether there are more.
+  bool letGo(std::size_t groups);
 
   /// What has changed since the last time, by VLAN, group, interface in natural order, and
   /// reporter. To be called when memberships have settled.

@@ -4,7 +4,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "agent/RecordWatch.h"
 #include "agent/config/Wording.h"
+#include "agent/control/MembershipWatch.h"
 #include "agent/output/JsonValues.h"
 
 namespace Agent {
@@ -32,15 +34,55 @@ std::string line(char const* key, Json value) {
 
 }  // namespace
 
+/// What is watched for the monitors.
+class MonitorFeed::Watches {
+ public:
+  explicit Watches(SwitchEntities const& entities)
+      : records(entities.hosts), memberships(entities.snoopingStatus) {}
+
+  /// Do a piece of the work at the beginning and at the end. Return whether there is more.
+  bool takeUp() { return records.takeUp(recordsAtOnce) || memberships.takeUp(groupsAtOnce); }
+  bool letGo() { return records.letGo(recordsAtOnce) || memberships.letGo(groupsAtOnce); }
+
+  RecordWatch records;
+  MembershipWatch memberships;
+  bool complete = false;
+
+ private:
+  static constexpr std::size_t recordsAtOnce = 256;
+  static constexpr std::size_t groupsAtOnce = 64;
+};
+
+/// Watches that nobody needs any more.
+class MonitorFeed::Ending final : private Horix::Timer {
+ public:
+  Ending(MonitorFeed& feed, std::unique_ptr<Watches> watches)
+      : feed_(feed), watches_(std::move(watches)) {
+    goOn();
+  }
+
+ private:
+  void goOn() { feed_.timerWheel_.schedule(*this, Horix::Time::zero()); }
+
+  void onExpiry() override {
+    if (watches_->letGo())
+      goOn();
+    else
+      feed_.endings_.remove_if([this](Ending const& ending) { return &ending == this; });
+  }
+
+  MonitorFeed& feed_;
+  std::unique_ptr<Watches> watches_;
+};
+
 /// What one monitor has not read yet.
 class MonitorFeed::Monitor final : public Answer {
  public:
-  explicit Monitor(MonitorFeed& feed)
-      : feed_(feed), unread_(line("time", seconds(feed.switch_.now() - feed.start_))) {}
+  explicit Monitor(MonitorFeed& feed) : feed_(feed) {}
   ~Monitor() override { feed_.remove(*this); }
 
   void add(std::string const& lines) {
-    if (isCutOff_) return;
+    if (!hears_ || isCutOff_) return;
     if (unread_.size() + lines.size() > mostUnread) {
       isCutOff_ = true;
       unread_ += line("error", "this monitor reads too slowly and was cut off; start it again");
@@ -52,6 +94,9 @@ class MonitorFeed::Monitor final : public Answer {
   }
 
   Progress advance(std::string& out) override {
+    if (!feed_.isReady()) return Progress::more;
+    if (!std::exchange(hears_, true))
+      out += line("time", seconds(feed_.switch_.now() - feed_.start_));
     out += std::exchange(unread_, {});
     return isCutOff_ ? Progress::done : Progress::waiting;
   }
@@ -59,11 +104,13 @@ class MonitorFeed::Monitor final : public Answer {
  private:
   MonitorFeed& feed_;
   std::string unread_;
+  bool hears_ = false;
   bool isCutOff_ = false;
 };
 
-MonitorFeed::MonitorFeed(Switch& snoopingSwitch, Horix::Time start, std::function<void()> cutOff)
-    : switch_(snoopingSwitch), start_(start), cutOff_(std::move(cutOff)) {}
+MonitorFeed::MonitorFeed(Switch& snoopingSwitch, Horix::TimerWheel& timerWheel, Horix::Time start,
+                         std::function<void()> cutOff)
+    : switch_(snoopingSwitch), timerWheel_(timerWheel), start_(start), cutOff_(std::move(cutOff)) {}
 
 MonitorFeed::~MonitorFeed() = default;
 
@@ -75,24 +122,27 @@ std::unique_ptr<Answer> MonitorFeed::monitor() {
 }
 
 void MonitorFeed::begin() {
-  records_ = std::make_unique<RecordWatch>(switch_.entities().hosts);
-  memberships_ = std::make_unique<MembershipWatch>(switch_.entities().snoopingStatus);
+  watches_ = std::make_unique<Watches>(switch_.entities());
   switch_.afterPublishIs([this] { publish(); });
 }
 
 void MonitorFeed::end() {
   switch_.afterPublishIs([] {});
-  records_.reset();
-  memberships_.reset();
+  endings_.emplace_back(*this, std::move(watches_));
+}
+
+bool MonitorFeed::isReady() {
+  if (!watches_->complete) watches_->complete = !watches_->takeUp();
+  return watches_->complete;
 }
 
 // Monitors only take note here: none of them goes while they are walked.
 void MonitorFeed::publish() {
   Horix::Time const time = switch_.now() - start_;
   std::string lines;
-  for (MembershipChange const& change : memberships_->takeChanges())
+  for (MembershipChange const& change : watches_->memberships.takeChanges())
     lines += line("membership", membershipChangeObject(change, time));
-  for (RecordChange& change : records_->takeChanges())
+  for (RecordChange& change : watches_->records.takeChanges())
     lines += line("record", recordChangeObject({time, std::move(change)}));
   if (lines.empty()) return;
   for (Monitor* const monitor : monitors_) monitor->add(lines);

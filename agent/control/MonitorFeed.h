@@ -1,27 +1,29 @@
 #pragma once
 
 #include <functional>
+#include <list>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "agent/RecordWatch.h"
 #include "agent/Switch.h"
 #include "agent/control/Answer.h"
-#include "agent/control/MembershipWatch.h"
+#include "platform/horix/TimerWheel.h"
 
 namespace Agent {
 
 /// Tells monitors of each change of memberships and records, in lines of JSON: {"time":T}, and then
 /// {"membership":{...}} and {"record":{...}} as they happen. While nobody monitors it watches
-/// nothing. A monitor that leaves too much unread is told so and hears no more.
+/// nothing; the first monitor waits until all is watched, which begins and ends piece by piece. A
+/// monitor that leaves too much unread is told so and hears no more.
 class MonitorFeed {
  public:
   static constexpr std::size_t mostUnread = 1 << 20;  // bytes
 
   /// @param snoopingSwitch outlives the feed; its afterPublish belongs to the feed.
   /// @param cutOff is called for each monitor that was too slow.
-  MonitorFeed(Switch& snoopingSwitch, Horix::Time start, std::function<void()> cutOff);
+  MonitorFeed(Switch& snoopingSwitch, Horix::TimerWheel& timerWheel, Horix::Time start,
+              std::function<void()> cutOff);
   MonitorFeed(MonitorFeed const&) = delete;
   MonitorFeed& operator=(MonitorFeed const&) = delete;
   ~MonitorFeed();
@@ -31,18 +33,23 @@ class MonitorFeed {
 
  private:
   class Monitor;
+  class Watches;
+  class Ending;
 
   void begin();
   void end();
+  /// Whether all is watched. Takes up a piece if not.
+  bool isReady();
   void publish();
   void remove(Monitor const& monitor);
 
   Switch& switch_;
+  Horix::TimerWheel& timerWheel_;
   Horix::Time start_;
   std::function<void()> cutOff_;
   std::vector<Monitor*> monitors_;
-  std::unique_ptr<RecordWatch> records_;
-  std::unique_ptr<MembershipWatch> memberships_;
+  std::unique_ptr<Watches> watches_;
+  std::list<Ending> endings_;
 };
 
 }  // namespace Agent

@@ -119,12 +119,50 @@ TEST_F(RecordWatchTest, RecordWithoutASourceListIsOneWithoutSources) {
 TEST_F(RecordWatchTest, RecordsThatAreThereAtTheBeginningAreNotNew) {
   write(host, include, {a});
   RecordWatch later(hosts);
+  EXPECT_FALSE(later.takeUp(2));
   EXPECT_THAT(later.takeChanges(), IsEmpty());
   write(host, include, {b});
   auto const changed = later.takeChanges();
   ASSERT_EQ(changed.size(), 1u);
   EXPECT_EQ(text(changed[0].before), "include 192.0.2.1");
   EXPECT_EQ(text(changed[0].after), "include 192.0.2.2");
+}
+
+TEST_F(RecordWatchTest, RecordsAreTakenUpAFewAtATimeWhileTheyComeAndGo) {
+  auto const address = [](int i) { return IpAddr(239, 1, 1, static_cast<std::uint8_t>(i)); };
+  auto const other = hosts->igmpHostIs("Vlan10swp2");
+  for (int i = 0; i < 10; ++i) {
+    write(host, include, {a}, address(i));
+    write(other, include, {a}, address(i));
+  }
+  RecordWatch later(hosts);
+  EXPECT_TRUE(later.takeUp(3));
+  host->v3groupDel(address(0));  // the last one takes its place
+  host->v3groupDel(address(9));
+  write(host, include, {a}, address(10));
+  EXPECT_TRUE(later.takeUp(3));
+  EXPECT_FALSE(later.takeUp(100));
+
+  EXPECT_THAT(later.takeChanges(), IsEmpty()) << "all of it is the first settled state";
+  for (int i = 0; i < 11; ++i) {
+    write(host, include, {b}, address(i));
+    write(other, include, {b}, address(i));
+  }
+  std::size_t added = 0;
+  for (RecordChange const& change : later.takeChanges()) added += change.before ? 0u : 1u;
+  EXPECT_EQ(added, 3u) << "two that had gone, and one that the other host did not have";
+}
+
+TEST_F(RecordWatchTest, RecordsAreGivenUpAFewAtATimeAndTouchNothing) {
+  write(host, include, {a});
+  write(host, include, {a}, otherGroup);
+  EXPECT_EQ(changes().size(), 2u);
+  write(host, include, {b});
+  EXPECT_TRUE(watch.letGo(1));
+  write(host, include, {a});
+  write(host, include, {a}, otherGroup);
+  write(host, include, {a}, IpAddr(239, 3, 3, 3));
+  EXPECT_FALSE(watch.letGo(1)) << "what is new is not followed any more";
 }
 
 TEST_F(RecordWatchTest, HostsThatComeAndGoTakeTheirRecordsAlong) {
@@ -174,6 +212,7 @@ TEST(RecordWatch, MayEndBeforeAndAfterItsHosts) {
   host->v3group(group)->source()->sourceIpIs(b, 1);
 
   RecordWatch longLived(hosts);
+  longLived.takeUp(1);
   host->v3groupDel(group);
   host = nullptr;
   hosts = nullptr;

@@ -460,7 +460,58 @@ TEST_F(ControlServerTest, EntitiesAreWatchedOnlyWhileSomebodyMonitors) {
   }
   for (int i = 0; i < 5; ++i) test.loop.turn(test.loop.now());
   EXPECT_EQ(server.clients(), 0u);
+  test.advance(10ms);
   EXPECT_FALSE(record->watched());
+}
+
+TEST_F(ControlServerTest, OthersAreServedWhileTheFirstMonitorOfAFullSwitchBeginsAndEnds) {
+  join(1000);
+  auto const host = test.snooping.entities().hosts->igmpHost("Vlan10swp2");
+  auto const watched = [&] {
+    std::size_t count = 0;
+    for (auto const& [address, record] : host->v3group()) count += record->watched() ? 1u : 0u;
+    return count;
+  };
+  {
+    auto monitor = connect().say(R"({"command":"monitor"})"
+                                 "\n");
+    for (int i = 0; i < 5; ++i) test.loop.turn(test.loop.now());
+    EXPECT_GT(watched(), 0u);
+    EXPECT_LT(watched(), 1000u);
+    auto other = connect().say(R"({"command":"show","what":"vlans"})"
+                               "\n");
+    for (int i = 0; i < 5; ++i) test.loop.turn(test.loop.now());
+    other.readOnce();
+    monitor.readOnce();
+    EXPECT_EQ(monitor.heard(), "");
+    EXPECT_NE(other.heard(), "");
+    EXPECT_THAT(monitor.lines(), SizeIs(1));
+    EXPECT_EQ(watched(), 1000u);
+  }
+  for (int i = 0; i < 5; ++i) test.loop.turn(test.loop.now());
+  test.advance(2ms);
+  EXPECT_GT(watched(), 0u);
+  EXPECT_LT(watched(), 1000u);
+  test.advance(100ms);
+  EXPECT_EQ(watched(), 0u);
+}
+
+TEST_F(ControlServerTest, MonitorMayBeginWhileTheWatchesOfTheLastOneEnd) {
+  join(1000);
+  connect()
+      .say(R"({"command":"monitor"})"
+           "\n")
+      .hear();
+  for (int i = 0; i < 5; ++i) test.loop.turn(test.loop.now());
+  EXPECT_EQ(server.clients(), 0u);
+  auto monitor = connect().say(R"({"command":"monitor"})"
+                               "\n");
+  EXPECT_THAT(monitor.lines(), SizeIs(1));
+  monitor.forgetHeard();
+  test.hear("swp1", FrameBuilder::leave(group).from(tv));
+  test.advance(5s);
+  test.hear("swp3", FrameBuilder::reportV2(group).from(tv));
+  EXPECT_THAT(monitor.lines(), Not(IsEmpty()));
 }
 
 TEST_F(ControlServerTest, MonitorThatDoesNotReadIsCutOffAndToldSo) {

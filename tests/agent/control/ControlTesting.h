@@ -64,6 +64,7 @@ class TestClient {
     return heard_;
   }
 
+  std::string const& heard() const { return heard_; }
   bool ended() const { return ended_; }
   int turns() const { return turns_; }
   void forgetHeard() { heard_.clear(); }

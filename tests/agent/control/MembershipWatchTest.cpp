@@ -115,11 +115,64 @@ TEST_F(MembershipWatchTest, ChangesAreSorted) {
                                      "10 239.2.2.2 swp1 10.0.0.1: none -> exclude"));
 }
 
+TEST_F(MembershipWatchTest, GroupsAreTakenUpAFewAtATimeWhileTheyComeAndGo) {
+  auto const address = [](int i) { return IpAddr(239, 1, 1, static_cast<std::uint8_t>(i)); };
+  for (int i = 0; i < 10; ++i) member("swp1", tv, address(i));
+  MembershipWatch later(status);
+  EXPECT_TRUE(later.takeUp(3));
+  vlan->groupDel(address(0));  // the last one takes its place
+  vlan->groupDel(address(9));
+  member("swp1", tv, address(10));
+  EXPECT_TRUE(later.takeUp(3));
+  EXPECT_FALSE(later.takeUp(100));
+
+  EXPECT_THAT(later.takeChanges(), IsEmpty()) << "all of it is the first settled state";
+  for (int i = 0; i < 11; ++i) member("swp1", tv, address(i))->sourceIs(a);
+  std::size_t added = 0;
+  for (MembershipChange const& change : later.takeChanges()) added += change.before ? 0u : 1u;
+  EXPECT_EQ(added, 2u) << "those that had gone";
+}
+
+/// Learns in a VLAN as soon as it hears of it.
+class QuickLearner final : public IgmpProtocolStatus::NotifieeConst {
+ public:
+  explicit QuickLearner(Kel::Ptr<IgmpProtocolStatus> status) : status_(std::move(status)) {
+    watch(Kel::Ptr<IgmpProtocolStatus const>(status_));
+  }
+  void onContextStatus(VlanId id) override {
+    status_->contextStatus(id)->groupIs(group)->intfIs(IntfId("swp1"))->membershipIs(tv);
+  }
+
+ private:
+  Kel::Ptr<IgmpProtocolStatus> status_;
+};
+
+TEST_F(MembershipWatchTest, VlanThatHasGroupsWhenItIsHeardOfIsFollowedAtOnce) {
+  auto const learner = Kel::make<QuickLearner>(status);
+  MembershipWatch later(status);
+  EXPECT_FALSE(later.takeUp(1));
+  status->contextStatusIs(VlanId(20));
+  EXPECT_EQ(later.takeChanges().size(), 1u);
+}
+
+TEST_F(MembershipWatchTest, GroupsAreGivenUpAFewAtATimeAndTouchNothing) {
+  auto const membership = member("swp1", tv);
+  member("swp1", tv, otherGroup);
+  EXPECT_EQ(changes().size(), 2u);
+  membership->sourceIs(a);
+  EXPECT_TRUE(watch.letGo(1));
+  member("swp1", desk);
+  member("swp1", desk, otherGroup);
+  member("swp1", desk, IpAddr(239, 3, 3, 3));
+  EXPECT_FALSE(watch.letGo(1)) << "what is new is not followed any more";
+}
+
 TEST_F(MembershipWatchTest, MayEndBeforeAndAfterWhatItWatches) {
   auto const membership = member("swp1", tv);
   { MembershipWatch const shortLived(status); }
   membership->sourceIs(a);
   auto longLived = std::make_unique<MembershipWatch>(status);
+  longLived->takeUp(1);
   status->contextStatusDelAll();
   vlan = nullptr;
   status = nullptr;
