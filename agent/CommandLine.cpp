@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <exception>
-#include <sstream>
 #include <system_error>
 #include <utility>
 
@@ -45,6 +43,20 @@ PortCapture portCaptureIn(std::string const& text) {
   return {Wirex::IntfId(Kel::String8(port)), fileName};
 }
 
+RecordPlace recordPlaceIn(std::string const& text) {
+  // An interface's name may have strokes of its own.
+  std::size_t const first = text.find('/');
+  std::size_t const last = text.rfind('/');
+  if (first != last && last - first > 1) {
+    auto const vlan = vlanIn(text.substr(0, first));
+    auto const group = Wirex::IpAddr::fromText(text.substr(last + 1));
+    if (vlan && group && group->isMulticast())
+      return {*vlan, Wirex::IntfId(Kel::String8(text.substr(first + 1, last - first - 1))), *group};
+  }
+  refuse("--explain ", Agent::quoted(text),
+         " is not of the form VLAN/INTERFACE/GROUP, as in 10/swp1/239.1.1.1");
+}
+
 /// Takes each value of an option with `parse`, whose std::invalid_argument is wrong usage.
 template <class Parse>
 auto each(Parse parse) {
@@ -66,17 +78,7 @@ class CommandLine {
   }
 
   Command parse(int argc, char const* const* argv) {
-    try {
-      app_.parse(argc, argv);
-    } catch (CLI::Success const& request) {
-      std::ostringstream text;
-      app_.exit(request, text, text);
-      return Information{text.str()};
-    } catch (CLI::ParseError const& error) {
-      refuseUsage(error);
-    } catch (std::invalid_argument const& error) {
-      refuseUsage(error);
-    }
+    if (auto information = Agent::parse(app_, argc, argv)) return std::move(*information);
     if (live_->parsed()) return liveCommand_;
     if (check_->parsed()) return checkCommand_;
     return replayCommand_;
@@ -116,7 +118,13 @@ class CommandLine {
         ->add_option("--write", command.write,
                      "Store what the hosts sent in this directory, as PORT.pcap")
         ->type_name("DIR");
-    replay_->add_flag("--events", command.events, "Print every record change with its time");
+    auto* const events =
+        replay_->add_flag("--events", command.events, "Print every record change with its time");
+    replay_
+        ->add_option("--explain", each([&](auto& text) { command.explain = recordPlaceIn(text); }),
+                     "Say why the host on this port reports what it reports for this group")
+        ->type_name("VLAN/INTERFACE/GROUP")
+        ->excludes(events);
     replay_->add_flag("-j,--json", command.json, "Print JSON");
     addTrace(*replay_, command.traces);
   }
@@ -140,19 +148,6 @@ class CommandLine {
         ->required()
         ->type_name("FILE");
     return command;
-  }
-
-  /// What the parser did not expect says more than what is wrong in consequence.
-  [[noreturn]] void refuseUsage(std::exception const& error) const {
-    std::string problem = error.what();
-    std::string help = "igmpsnoopd";
-    for (CLI::App const* const command : app_.get_subcommands()) help += " " + command->get_name();
-    if (auto const extras = app_.remaining(true); !extras.empty()) {
-      bool const isCommand = app_.get_subcommands().empty() && !extras[0].starts_with('-');
-      problem =
-          (isCommand ? "unknown command " : "unexpected argument ") + Agent::quoted(extras[0]);
-    }
-    throw WrongUsage(problem + "; try " + help + " --help");
   }
 
   CLI::App app_{"IGMP snooping proxy for Ethernet switches", "igmpsnoopd"};

@@ -1,12 +1,12 @@
 #pragma once
 
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <variant>
 #include <vector>
 
 #include "agent/TraceRequest.h"
+#include "agent/Usage.h"
 #include "agent/replay/Replay.h"
 
 /// The command line of igmpsnoopd.
@@ -19,11 +19,19 @@ struct LiveCommand {
   std::vector<TraceRequest> traces;
 };
 
+/// Where a host has, or has not, a group record.
+struct RecordPlace {
+  Bridging::VlanId vlan;
+  Wirex::IntfId interface;
+  Wirex::IpAddr group;
+};
+
 struct ReplayCommand {
   std::string configuration;
   std::vector<PortCapture> captures;
   std::optional<Horix::Time> until;
   std::optional<std::string> write;
+  std::optional<RecordPlace> explain;  ///< in place of the records
   bool events = false;
   bool json = false;
   std::vector<TraceRequest> traces;
@@ -33,18 +41,7 @@ struct CheckCommand {
   std::string configuration;
 };
 
-/// Help or version: nothing is left to do but to print it.
-struct Information {
-  std::string text;
-};
-
 using Command = std::variant<LiveCommand, ReplayCommand, CheckCommand, Information>;
-
-/// A command line that asks for nothing that can be done, in one line with a hint.
-class WrongUsage : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 /// Throws WrongUsage.
 Command parseCommandLine(int argc, char const* const* argv);

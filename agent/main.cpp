@@ -82,6 +82,27 @@ void run(LiveCommand const& command) {
   Live(command, std::move(configuration)).run();
 }
 
+std::string snapshotText(ReplayCommand const& command, Replay const& replay) {
+  Snapshot const snapshot = snapshotOf(replay.result());
+  if (command.json) return json(snapshot, command.events ? &replay.events() : nullptr);
+  std::ostringstream out;
+  if (command.events) {
+    printEvents(out, replay.events());
+    out << '\n';
+  }
+  printSnapshot(out, snapshot);
+  return out.str();
+}
+
+std::string explanationText(ReplayCommand const& command, Switch const& snoopingSwitch) {
+  auto const& [vlan, interface, group] = *command.explain;
+  Explanation const explanation = explain(snoopingSwitch, vlan, interface, group);
+  if (command.json) return json(explanation);
+  std::ostringstream out;
+  printExplanation(out, explanation);
+  return out.str();
+}
+
 void run(ReplayCommand const& command) {
   Configuration const configuration = load(command.configuration);
   requireConfiguredPorts(command.captures, configuration, command.configuration);
@@ -93,18 +114,8 @@ void run(ReplayCommand const& command) {
     replay.run(command.until);
   }
 
-  Snapshot const snapshot = snapshotOf(replay.result());
-  std::ostringstream out;
-  if (command.json) {
-    out << json(snapshot, command.events ? &replay.events() : nullptr);
-  } else {
-    if (command.events) {
-      printEvents(out, replay.events());
-      out << '\n';
-    }
-    printSnapshot(out, snapshot);
-  }
-  print(out.str());
+  print(command.explain ? explanationText(command, replay.result())
+                        : snapshotText(command, replay));
 }
 
 void run(CheckCommand const& command) {

@@ -1,27 +1,24 @@
 #include "agent/ctl/ControlCommandLine.h"
 
-#include <sstream>
-#include <stdexcept>
 #include <utility>
 
 #include <CLI/CLI.hpp>
 
-#include "agent/config/NumberRanges.h"
 #include "agent/config/Wording.h"
 
 namespace Agent {
 
 namespace {
 
-Bridging::VlanId vlanIn(std::string const& text) {
+Bridging::VlanId selectedVlan(std::string const& text) {
   using Bridging::VlanId;
-  auto const number = expandNumberRanges(text);
-  if (number.size() != 1 || number[0] < VlanId::min || number[0] > VlanId::max)
+  auto const vlan = vlanIn(text);
+  if (!vlan)
     refuse("--vlan ", Agent::quoted(text), " is no number from ", VlanId::min, " to ", VlanId::max);
-  return VlanId(static_cast<std::uint16_t>(number[0]));
+  return *vlan;
 }
 
-Wirex::IpAddr groupIn(std::string const& text) {
+Wirex::IpAddr selectedGroup(std::string const& text) {
   auto const group = Wirex::IpAddr::fromText(text);
   if (!group || !group->isMulticast())
     refuse("--group ", Agent::quoted(text), " is no IPv4 multicast address");
@@ -47,17 +44,7 @@ class ControlCommandLine {
   }
 
   std::variant<ControlCommand, Information> parse(int argc, char const* const* argv) {
-    try {
-      app_.parse(argc, argv);
-    } catch (CLI::Success const& request) {
-      std::ostringstream text;
-      app_.exit(request, text, text);
-      return Information{text.str()};
-    } catch (CLI::ParseError const& error) {
-      refuseUsage(error);
-    } catch (std::invalid_argument const& error) {
-      refuseUsage(error);
-    }
+    if (auto information = Agent::parse(app_, argc, argv)) return std::move(*information);
     return std::move(command_);
   }
 
@@ -130,13 +117,13 @@ class ControlCommandLine {
     Selection& of = command_.request.of;
     if (options & vlan)
       addOption(command, "--vlan", "NUMBER", required,
-                [&of](auto& text) { of.vlan = vlanIn(text); });
+                [&of](auto& text) { of.vlan = selectedVlan(text); });
     if (options & interface)
       addOption(command, "--interface", "NAME", required,
                 [&of](auto& text) { of.interface = Wirex::IntfId(Kel::String8(text)); });
     if (options & group)
       addOption(command, "--group", "ADDRESS", required,
-                [&of](auto& text) { of.group = groupIn(text); });
+                [&of](auto& text) { of.group = selectedGroup(text); });
   }
 
   /// @param parse whose std::invalid_argument is wrong usage.
@@ -151,18 +138,6 @@ class ControlCommandLine {
                     })
         ->required(required)
         ->type_name(type);
-  }
-
-  [[noreturn]] void refuseUsage(std::exception const& error) const {
-    std::string problem = error.what();
-    std::string help = "igmpsnoopctl";
-    for (CLI::App const* app = &app_; !app->get_subcommands().empty();) {
-      app = app->get_subcommands().front();
-      help += " " + app->get_name();
-    }
-    if (auto const extras = app_.remaining(true); !extras.empty())
-      problem = "unexpected argument " + Agent::quoted(extras[0]);
-    throw WrongUsage(problem + "; try " + help + " --help");
   }
 
   CLI::App app_{"Ask a running igmpsnoopd", "igmpsnoopctl"};

@@ -3,7 +3,7 @@
 #include <string>
 #include <variant>
 
-#include "agent/CommandLine.h"
+#include "agent/Usage.h"
 #include "agent/control/Request.h"
 
 /// The command line of igmpsnoopctl.

@@ -91,6 +91,29 @@ TEST(CommandLine, UntilIsANumberOfSecondsWithFractions) {
                   "try igmpsnoopd replay --help");
 }
 
+TEST(CommandLine, ReplayTakesAPortAndGroupToExplain) {
+  EXPECT_FALSE(replayed({}).explain);
+  auto const place = replayed({"--explain", "10/swp1/239.1.1.1"}).explain;
+  ASSERT_TRUE(place);
+  EXPECT_EQ(place->vlan, Bridging::VlanId(10));
+  EXPECT_EQ(place->interface, Wirex::IntfId("swp1"));
+  EXPECT_EQ(place->group, Wirex::IpAddr(239, 1, 1, 1));
+  EXPECT_EQ(replayed({"--explain", "10/Ethernet3/1/239.1.1.1"}).explain->interface,
+            Wirex::IntfId("Ethernet3/1"));
+}
+
+TEST(CommandLine, WhatCannotBeExplainedIsWrongUsage) {
+  for (char const* const text : {"", "10", "10/swp1", "10/239.1.1.1", "10//239.1.1.1", "//",
+                                 "0/swp1/239.1.1.1", "4095/swp1/239.1.1.1", "10-11/swp1/239.1.1.1",
+                                 "x/swp1/239.1.1.1", "10/swp1/10.0.0.1", "10/swp1/239.1.1"})
+    EXPECT_EQ(wrongReplay({"swp1=one.pcap", "--explain", text}),
+              std::string("--explain \"") + text +
+                  "\" is not of the form VLAN/INTERFACE/GROUP, as in 10/swp1/239.1.1.1; "
+                  "try igmpsnoopd replay --help");
+  EXPECT_EQ(wrongReplay({"swp1=one.pcap", "--explain", "10/swp1/239.1.1.1", "--events"}),
+            "--events excludes --explain; try igmpsnoopd replay --help");
+}
+
 TEST(CommandLine, TraceTakesAHandleAndLevels) {
   Kel::TraceHandle& handle = Kel::traceHandle("CommandLineTest");
   auto const traces =

@@ -107,6 +107,19 @@ TEST_F(ProgramTest, ReplayPrintsOneJsonDocument) {
   EXPECT_EQ(document.at("hosts").at(1).at("group").at(0).at("address"), "239.1.1.1");
 }
 
+TEST_F(ProgramTest, ReplayExplainsInPlaceOfTheRecords) {
+  auto const outcome = replay("--explain 10/swp2/239.1.1.1 swp1=" + capture());
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_THAT(outcome.out, StartsWith("The host on swp2 in VLAN 10 reports 239.1.1.1: every "
+                                      "source (exclude nothing).\n"));
+  EXPECT_THAT(outcome.out, HasSubstr("swp1 wants every source"));
+
+  auto const document =
+      nlohmann::ordered_json::parse(replay("-j --explain 10/swp2/239.1.1.1 swp1=" + capture()).out);
+  EXPECT_EQ(document.at("time"), 1.5);
+  EXPECT_EQ(document.at("rule"), "every-source");
+}
+
 TEST_F(ProgramTest, TracesGoToStandardErrorWithTheReplaysTime) {
   auto const outcome = replay("--trace IgmpSnoopingProxyAdapter=8 swp1=" + capture());
   EXPECT_EQ(outcome.status, 0);

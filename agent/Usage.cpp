@@ -1,0 +1,61 @@
+#include "agent/Usage.h"
+
+#include <charconv>
+#include <cstdint>
+#include <exception>
+#include <sstream>
+#include <system_error>
+
+#include <CLI/CLI.hpp>
+
+#include "agent/config/Wording.h"
+
+namespace Agent {
+
+namespace {
+
+/// What the parser did not expect says more than what is wrong in consequence.
+[[noreturn]] void refuseUsage(CLI::App const& app, std::exception const& error) {
+  std::string problem = error.what();
+  std::string help = app.get_name();
+  CLI::App const* reached = &app;
+  while (!reached->get_subcommands().empty()) {
+    reached = reached->get_subcommands().front();
+    help += " " + reached->get_name();
+  }
+  if (auto const extras = app.remaining(true); !extras.empty()) {
+    bool const hasCommands = !reached->get_subcommands([](auto const*) { return true; }).empty();
+    bool const isCommand = hasCommands && !extras[0].starts_with('-');
+    problem = (isCommand ? "unknown command " : "unexpected argument ") + Agent::quoted(extras[0]);
+  }
+  throw WrongUsage(problem + "; try " + help + " --help");
+}
+
+}  // namespace
+
+std::optional<Information> parse(CLI::App& app, int argc, char const* const* argv) {
+  try {
+    app.parse(argc, argv);
+    return std::nullopt;
+  } catch (CLI::Success const& request) {
+    std::ostringstream text;
+    app.exit(request, text, text);
+    return Information{text.str()};
+  } catch (CLI::ParseError const& error) {
+    refuseUsage(app, error);
+  } catch (std::invalid_argument const& error) {
+    refuseUsage(app, error);
+  }
+}
+
+std::optional<Bridging::VlanId> vlanIn(std::string const& text) {
+  using Bridging::VlanId;
+  std::uint16_t number = 0;
+  char const* const end = text.data() + text.size();
+  auto const [stop, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc{} || stop != end || number < VlanId::min || number > VlanId::max)
+    return std::nullopt;
+  return VlanId(number);
+}
+
+}  // namespace Agent
