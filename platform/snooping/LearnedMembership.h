@@ -37,6 +37,8 @@ class KEL_EXPORT LearnedMembership final : public IgmpMembership, public Horix::
       : IgmpMembership(reporter), intf_(intf) {}
 
   LearnedIntf& intf() const { return intf_; }
+  /// Whether it was forgotten, and goes at the end of the batch: its timer does not run.
+  bool withdrawn() const { return !scheduled(); }
 
  private:
   void onExpiry() override;

@@ -21,6 +21,7 @@ VlanLearning::VlanLearning(Kel::Ptr<IgmpContextStatus> status, SnoopingPolicy co
       batch_(batch) {}
 
 VlanLearning::~VlanLearning() {
+  batch_.forget(*this);
   // Whoever still holds a membership must not keep its timer, which calls back.
   for (auto const& [address, group] : status_->group())
     for (auto const& [name, intf] : group->intf())
@@ -32,7 +33,7 @@ VlanLearning::~VlanLearning() {
 std::optional<Igmp::Cause> VlanLearning::record(IntfId const& intf, IpAddr reporter,
                                                 Igmp::GroupRecord const& record) {
   LearnedMembership* const known = membership(intf, reporter, record.group);
-  if (known && FilterState::isRepeatedBy(record, *known)) {
+  if (known && !known->withdrawn() && FilterState::isRepeatedBy(record, *known)) {
     timerWheel_->schedule(*known, policy_.groupMembershipInterval());
     return std::nullopt;
   }
@@ -46,7 +47,7 @@ std::optional<Igmp::Cause> VlanLearning::report(IntfId const& intf, IpAddr repor
 
 void VlanLearning::leave(IntfId const& intf, IpAddr reporter, IpAddr group) {
   LearnedMembership* const known = membership(intf, reporter, group);
-  if (!known) return;
+  if (!known || known->withdrawn()) return;
   if (policy_.fastLeave) {
     forget(*known);
     return;
@@ -58,7 +59,7 @@ void VlanLearning::leave(IntfId const& intf, IpAddr reporter, IpAddr group) {
 std::optional<Igmp::Cause> VlanLearning::learn(IntfId const& intf, IpAddr reporter, IpAddr group,
                                                LearnedMembership* known, FilterState const& state) {
   if (state.left()) {
-    if (known) forget(*known);
+    if (known && !known->withdrawn()) forget(*known);
     return std::nullopt;
   }
   if (known && state.describes(*known)) {
@@ -68,8 +69,10 @@ std::optional<Igmp::Cause> VlanLearning::learn(IntfId const& intf, IpAddr report
   if (policy_.maxGroupSources != 0 && state.sourceCount() > policy_.maxGroupSources)
     return Igmp::Cause::tooManySources;
   bool const newGroup = !known && !status_->group().contains(group);
-  if (newGroup && policy_.maxGroups != 0 && status_->group().size() >= policy_.maxGroups)
-    return Igmp::Cause::tooManyGroups;
+  if (newGroup && policy_.maxGroups != 0) {
+    if (status_->group().size() >= policy_.maxGroups) removeWithdrawn();
+    if (status_->group().size() >= policy_.maxGroups) return Igmp::Cause::tooManyGroups;
+  }
 
   Kel::Ptr<LearnedMembership> const membership =
       known ? Kel::Ptr<LearnedMembership>(known) : make(intf, reporter, group);
@@ -92,6 +95,14 @@ LearnedMembership* VlanLearning::membership(IntfId const& intf, IpAddr reporter,
 LearnedIntf* VlanLearning::intf(IntfId const& intf, IpAddr group) const {
   IgmpGroup const* const status = status_->group().find(group);
   return static_cast<LearnedIntf*>(status ? status->intf().find(intf) : nullptr);
+}
+
+bool VlanLearning::hasMembers(IntfId const& intf, IpAddr group) const {
+  LearnedIntf const* const status = this->intf(intf, group);
+  if (!status) return false;
+  for (auto const& [reporter, membership] : status->membership())
+    if (!static_cast<LearnedMembership&>(*membership).withdrawn()) return true;
+  return false;
 }
 
 bool VlanLearning::wants(IntfId const& intf, IpAddr group, IpAddr source, Horix::Time end) const {
@@ -132,60 +143,63 @@ Kel::Ptr<LearnedMembership> VlanLearning::make(IntfId const& intf, IpAddr report
 }
 
 void VlanLearning::forget(LearnedMembership& membership) {
-  Kel::Ptr<LearnedIntf> const intf(&membership.intf());
-  forget(Memberships{Kel::Ptr<LearnedMembership>(&membership)});
-
-  // Readers do not look at the reporters that stay: "excluded by all of them" may now be true of
-  // more sources, which they find out when one of those speaks up.
-  if (intf->membership().empty()) return;
-  intf->membership().find(intf->membership().keyAt(0))->filterModeNotify();
+  withdraw(membership);
   Kel::runActivities();
 }
 
 void VlanLearning::forgetGroup(IpAddr group) {
-  Memberships memberships;
   if (IgmpGroup const* const status = status_->group().find(group))
-    for (auto const& [name, intf] : status->intf()) collect(*intf, memberships);
-  forget(memberships);
+    for (auto const& [name, intf] : status->intf()) withdrawAll(*intf);
+  Kel::runActivities();
 }
 
 void VlanLearning::forgetPort(IntfId const& intf) {
-  Memberships memberships;
   for (auto const& [address, group] : status_->group())
-    if (IgmpIntfStatus const* const status = group->intf().find(intf))
-      collect(*status, memberships);
-  forget(memberships);
+    if (IgmpIntfStatus const* const status = group->intf().find(intf)) withdrawAll(*status);
+  Kel::runActivities();
 }
 
-void VlanLearning::forgetAll() {
-  Memberships memberships;
-  for (auto const& [address, group] : status_->group())
-    for (auto const& [name, intf] : group->intf()) collect(*intf, memberships);
-  forget(memberships);
+void VlanLearning::withdrawAll(IgmpIntfStatus const& intf) {
+  for (auto const& [reporter, status] : intf.membership()) {
+    auto& membership = static_cast<LearnedMembership&>(*status);
+    if (!membership.withdrawn()) withdraw(membership);
+  }
 }
 
-void VlanLearning::collect(IgmpIntfStatus const& intf, Memberships& memberships) {
-  for (auto const& [reporter, membership] : intf.membership())
-    memberships.emplace_back(static_cast<LearnedMembership*>(membership.get()));
+/// Readers take nothing back for a membership that goes, so it withdraws what it said first.
+void VlanLearning::withdraw(LearnedMembership& membership) {
+  if (withdrawn_.empty()) {
+    batch_.addRemovals(*this);
+    batch_.add(status_);
+  }
+  withdrawn_.push_back(
+      {Kel::Ptr<LearnedMembership>(&membership), Kel::Ptr<LearnedIntf>(&membership.intf())});
+  membership.cancel();
+  membership.filterModeIs(Gmp::Igmp::IgmpFilterMode::include);
+  membership.sourceDelAll();
 }
 
-void VlanLearning::forget(Memberships const& memberships) {
-  if (memberships.empty()) return;
-  // Readers take nothing back for a membership that goes, so it withdraws what it said first.
-  for (auto const& membership : memberships) {
-    membership->filterModeIs(Gmp::Igmp::IgmpFilterMode::include);
-    membership->sourceDelAll();
+void VlanLearning::removeWithdrawn() {
+  auto const withdrawn = std::exchange(withdrawn_, {});
+  batch_.forget(*this);
+  for (auto const& [membership, intf] : withdrawn) {
+    // One that was forgotten twice in a batch is here twice.
+    bool const isThere = intf->membership().find(membership->addr()) == membership.get();
+    if (isThere && membership->withdrawn()) remove(*membership);
   }
   Kel::runActivities();
-  for (auto const& membership : memberships) remove(*membership);
+
+  // Readers do not look at the reporters that stay: "excluded by all of them" may now be true of
+  // more sources, which they find out when one of those speaks up.
+  for (auto const& [membership, intf] : withdrawn)
+    if (!intf->membership().empty())
+      intf->membership().find(intf->membership().keyAt(0))->filterModeNotify();
   Kel::runActivities();
-  batch_.add(status_);
 }
 
 void VlanLearning::remove(LearnedMembership& membership) {
   Kel::Ptr<LearnedIntf> const intf(&membership.intf());
   Kel::Ptr<LearnedGroup> const group(&intf->group());
-  membership.cancel();
   intf->membershipDel(membership.addr());
   if (intf->membership().empty()) group->intfDel(intf->intfId());
   if (group->intf().empty()) status_->groupDel(group->addr());

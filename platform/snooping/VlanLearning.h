@@ -45,20 +45,21 @@ class KEL_EXPORT VlanLearning {
   /// An IGMPv2 leave.
   void leave(Wirex::IntfId const& intf, Wirex::IpAddr reporter, Wirex::IpAddr group);
 
-  /// Forgets memberships: one, those of a group, those of a port, all. However many they are, each
-  /// turn is made once.
+  /// Forgets memberships: one, those of a group, those of a port. However many they are, each turn
+  /// is made once. They want nothing any more from now on, but stay until the end of the batch, so
+  /// that readers who tell others of what has gone can tell it together.
   void forget(LearnedMembership& membership);
   void forgetGroup(Wirex::IpAddr group);
   void forgetPort(Wirex::IntfId const& intf);
-  void forgetAll();
+
+  /// Removes what was forgotten and has not spoken up again: the end of the batch calls it.
+  void removeWithdrawn();
 
   /// A reporter's membership, or null.
   LearnedMembership* membership(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
                                 Wirex::IpAddr group) const;
 
-  bool hasMembers(Wirex::IntfId const& intf, Wirex::IpAddr group) const {
-    return this->intf(intf, group) != nullptr;
-  }
+  bool hasMembers(Wirex::IntfId const& intf, Wirex::IpAddr group) const;
 
   /// Whether somebody on a port wants this source of a group, or every source but some, beyond a
   /// point in time if no more is heard.
@@ -67,7 +68,11 @@ class KEL_EXPORT VlanLearning {
   bool wantsEverySource(Wirex::IntfId const& intf, Wirex::IpAddr group, Horix::Time end) const;
 
  private:
-  using Memberships = std::vector<Kel::Ptr<LearnedMembership>>;
+  /// A membership that was forgotten, and where it stands.
+  struct Withdrawn {
+    Kel::Ptr<LearnedMembership> membership;
+    Kel::Ptr<LearnedIntf> intf;
+  };
 
   LearnedIntf* intf(Wirex::IntfId const& intf, Wirex::IpAddr group) const;
   Kel::Ptr<LearnedMembership> make(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
@@ -75,14 +80,15 @@ class KEL_EXPORT VlanLearning {
   std::optional<Igmp::Cause> learn(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
                                    Wirex::IpAddr group, LearnedMembership* known,
                                    FilterState const& state);
-  static void collect(IgmpIntfStatus const& intf, Memberships& memberships);
-  void forget(Memberships const& memberships);
+  void withdraw(LearnedMembership& membership);
+  void withdrawAll(IgmpIntfStatus const& intf);
   void remove(LearnedMembership& membership);
 
   Kel::Ptr<IgmpContextStatus> status_;
   SnoopingPolicy policy_;
   Kel::Ptr<Horix::TimerWheel const> timerWheel_;
   ReportBatch& batch_;
+  std::vector<Withdrawn> withdrawn_;  // in this batch
 };
 
 }  // namespace Bridging::IgmpSnooping

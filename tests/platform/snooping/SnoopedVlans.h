@@ -15,20 +15,26 @@ namespace SnoopingTest {
 /// All that a VLAN's ports hand what they hear to.
 struct Vlan {
   Vlan(std::uint16_t number, Bridging::IgmpSnooping::SnoopingPolicy const& policy,
-       Bridging::IgmpSnooping::ReportBatch& batch,
+       Bridging::IgmpSnooping::ReportBatch& reports,
        Kel::Ptr<Horix::TimerWheel const> const& wheel =
            Kel::make<Horix::TimerWheel>(Kel::make<Horix::VirtualClock>()))
       : vlanId(number),
+        batch(reports),
         status(Kel::make<Bridging::IgmpSnooping::IgmpContextStatus>(vlanId)),
-        learning(status, policy, wheel, batch),
+        learning(status, policy, wheel, reports),
         routerPorts(Kel::make<Bridging::IgmpSnooping::RouterPorts>(vlanId)),
         routers(routerPorts, wheel),
         querier(learning, wheel) {}
 
   Bridging::IgmpSnooping::SnoopedVlan snooped() { return {&learning, &routers, &querier}; }
-  bool has(Wirex::IpAddr group) const { return status->group(group) != nullptr; }
+  /// Whether somebody wants the group once the batch has ended.
+  bool has(Wirex::IpAddr group) {
+    batch.publish();
+    return status->group(group) != nullptr;
+  }
 
   Bridging::VlanId vlanId;
+  Bridging::IgmpSnooping::ReportBatch& batch;
   Kel::Ptr<Bridging::IgmpSnooping::IgmpContextStatus> status;
   Bridging::IgmpSnooping::VlanLearning learning;
   Kel::Ptr<Bridging::IgmpSnooping::RouterPorts> routerPorts;

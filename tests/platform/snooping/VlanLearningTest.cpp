@@ -49,6 +49,16 @@ class VlanLearningTest : public testing::Test {
     return learning->record(intf, reporter, *ParsedRecord(record));
   }
 
+  /// As the event loop ends a batch of input.
+  void endBatch() {
+    batch.publish();
+    Kel::runActivities();
+  }
+  void advanceTo(Horix::Time time) {
+    wheel->advanceTo(time);
+    endBatch();
+  }
+
   /// A reporter's filter, if it is a member.
   std::optional<Filter> filter(IntfId const& intf, IpAddr reporter, IpAddr address = group) const {
     auto const groupStatus = status->group(address);
@@ -102,10 +112,12 @@ TEST_F(VlanLearningTest, ReportOfAnOlderVersionWantsEverySource) {
 TEST_F(VlanLearningTest, WhoIncludesNothingHasLeftAtOnce) {
   record(swp1, host, isEx(group));
   record(swp1, host, toIn(group));
+  endBatch();
   EXPECT_TRUE(status->group().empty());
 
   record(swp1, host, allow(group, {a}));
   record(swp1, host, block(group, {a}));
+  endBatch();
   EXPECT_TRUE(status->group().empty());
 }
 
@@ -121,12 +133,15 @@ TEST_F(VlanLearningTest, PortAndGroupGoWithTheirLastMember) {
   learning->report(swp1, otherHost, group);
   learning->report(swp2, host, group);
   record(swp1, host, toIn(group));
+  endBatch();
   EXPECT_TRUE(member(swp1, otherHost));
   record(swp1, otherHost, toIn(group));
+  endBatch();
   ASSERT_TRUE(status->group(group));
   EXPECT_FALSE(status->group(group)->intf(swp1));
   EXPECT_TRUE(member(swp2, host));
   record(swp2, host, toIn(group));
+  endBatch();
   EXPECT_FALSE(status->group(group));
 }
 
@@ -138,39 +153,39 @@ TEST_F(VlanLearningTest, MembershipExpiresAfterRobustnessTimesQueryIntervalPlusT
   policy.queryInterval = 20s;
   policy.queryMaxResponseTime = 5s;
   policyIs(policy);
-  wheel->advanceTo(1000s);
+  advanceTo(1000s);
   record(swp1, host, isIn(group, {a}));
-  wheel->advanceTo(1070s - 1ms);
+  advanceTo(1070s - 1ms);
   EXPECT_TRUE(member(swp1, host));
-  wheel->advanceTo(1070s);
+  advanceTo(1070s);
   EXPECT_FALSE(member(swp1, host));
 }
 
 TEST_F(VlanLearningTest, DefaultLifetimeIs270Seconds) {
   learning->report(swp1, host, group);
-  wheel->advanceTo(270s - 1ms);
+  advanceTo(270s - 1ms);
   EXPECT_TRUE(member(swp1, host));
-  wheel->advanceTo(270s);
+  advanceTo(270s);
   EXPECT_FALSE(member(swp1, host));
 }
 
 TEST_F(VlanLearningTest, EveryReportOfAReporterStartsItsTimerAnew) {
   learning->report(swp1, host, group);
-  wheel->advanceTo(100s);
+  advanceTo(100s);
   learning->report(swp1, host, group);  // says nothing new
-  wheel->advanceTo(200s);
+  advanceTo(200s);
   record(swp1, host, block(group, {a}));
-  wheel->advanceTo(470s - 1ms);
+  advanceTo(470s - 1ms);
   EXPECT_TRUE(member(swp1, host));
-  wheel->advanceTo(470s);
+  advanceTo(470s);
   EXPECT_FALSE(member(swp1, host));
 }
 
 TEST_F(VlanLearningTest, TimersOfReportersAreTheirOwn) {
   learning->report(swp1, host, group);
-  wheel->advanceTo(100s);
+  advanceTo(100s);
   learning->report(swp1, otherHost, group);
-  wheel->advanceTo(270s);
+  advanceTo(270s);
   EXPECT_FALSE(member(swp1, host));
   EXPECT_TRUE(member(swp1, otherHost));
 }
@@ -182,33 +197,33 @@ TEST_F(VlanLearningTest, LeaveShortensTheTimerToRobustnessTimesLastMemberQueryIn
   policyIs(policy);
   learning->report(swp1, host, group);
   learning->report(swp1, otherHost, group);
-  wheel->advanceTo(10s);
+  advanceTo(10s);
   learning->leave(swp1, host, group);
-  wheel->advanceTo(16s - 1ms);
+  advanceTo(16s - 1ms);
   EXPECT_TRUE(member(swp1, host));
-  wheel->advanceTo(16s);
+  advanceTo(16s);
   EXPECT_FALSE(member(swp1, host));
   EXPECT_TRUE(member(swp1, otherHost));
 }
 
 TEST_F(VlanLearningTest, LeaveNeverLengthensTheTimer) {
   learning->report(swp1, host, group);
-  wheel->advanceTo(10s);
+  advanceTo(10s);
   learning->leave(swp1, host, group);
-  wheel->advanceTo(11s);
+  advanceTo(11s);
   learning->leave(swp1, host, group);  // leaves are repeated
-  wheel->advanceTo(12s);
+  advanceTo(12s);
   EXPECT_FALSE(member(swp1, host));
 }
 
 TEST_F(VlanLearningTest, ReportAfterALeaveTakesItBack) {
   learning->report(swp1, host, group);
   learning->leave(swp1, host, group);
-  wheel->advanceTo(1s);
+  advanceTo(1s);
   learning->report(swp1, host, group);
-  wheel->advanceTo(271s - 1ms);
+  advanceTo(271s - 1ms);
   EXPECT_TRUE(member(swp1, host));
-  wheel->advanceTo(271s);
+  advanceTo(271s);
   EXPECT_FALSE(member(swp1, host));
 }
 
@@ -219,6 +234,7 @@ TEST_F(VlanLearningTest, FastLeaveRemovesTheReporterAtOnce) {
   learning->report(swp1, host, group);
   learning->report(swp1, otherHost, group);
   learning->leave(swp1, host, group);
+  endBatch();
   EXPECT_FALSE(member(swp1, host));
   EXPECT_TRUE(member(swp1, otherHost)) << "another reporter of the port has not left";
 }
@@ -235,9 +251,9 @@ TEST_F(VlanLearningTest, ChangedPolicyKeepsMembershipsAndHoldsFromTheNextReportO
   EXPECT_EQ(filter(swp1, host), include({a}));
   record(swp1, host, isIn(group, {a}));
   EXPECT_EQ(learning->report(swp1, host, otherGroup), Cause::tooManyGroups);
-  wheel->advanceTo(40s);
+  advanceTo(40s);
   EXPECT_FALSE(member(swp1, host));
-  wheel->advanceTo(270s - 1ms);
+  advanceTo(270s - 1ms);
   EXPECT_TRUE(member(swp1, otherHost)) << "has its time from its report";
 }
 
@@ -267,11 +283,11 @@ TEST_F(VlanLearningTest, RepetitionStartsTheTimerAnewInWhateverOrder) {
   record(swp1, host, isIn(group, {a, b}));
   for (auto const& repetition :
        {isIn(group, {a, b}), toIn(group, {b, a}), isIn(group, {b, a, a})}) {
-    wheel->advanceTo(wheel->now() + 200s);
+    advanceTo(wheel->now() + 200s);
     record(swp1, host, repetition);
     EXPECT_EQ(filter(swp1, host), include({a, b}));
   }
-  wheel->advanceTo(wheel->now() + 270s);
+  advanceTo(wheel->now() + 270s);
   EXPECT_FALSE(member(swp1, host));
 }
 
@@ -456,9 +472,9 @@ TEST_F(VlanLearningTurnTest, WhoLeavesWithdrawsWhatItSaidBeforeItGoes) {
   record(swp1, host, isEx(group, {a}));
   reader.takeLog();
   record(swp1, host, toIn(group));
-  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.1 says include()", "no group"));
+  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.1 says include()"));
   batch.publish();
-  EXPECT_THAT(reader.takeLog(), ElementsAre("report"));
+  EXPECT_THAT(reader.takeLog(), ElementsAre("no group", "report"));
 }
 
 TEST_F(VlanLearningTurnTest, WhoStaysOnThePortIsReadAgain) {
@@ -466,21 +482,24 @@ TEST_F(VlanLearningTurnTest, WhoStaysOnThePortIsReadAgain) {
   record(swp1, otherHost, isEx(group, {a, b}));
   reader.takeLog();
   record(swp1, host, toIn(group));
-  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.1 says include()", "10.0.0.1 goes",
-                                            "10.0.0.2 says exclude(192.0.2.1, 192.0.2.2)"));
+  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.1 says include()"));
+  batch.publish();
+  EXPECT_THAT(
+      reader.takeLog(),
+      ElementsAre("10.0.0.1 goes", "10.0.0.2 says exclude(192.0.2.1, 192.0.2.2)", "report"));
 }
 
 TEST_F(VlanLearningTurnTest, WhoTimesOutLeavesInTheSameTurns) {
   record(swp1, host, isIn(group, {a}));
   learning->report(swp2, otherHost, group);
-  wheel->advanceTo(1s);
+  advanceTo(1s);
   learning->report(swp2, otherHost, group);
   batch.publish();
   reader.takeLog();
   wheel->advanceTo(270s);
-  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.1 says include()", "10.0.0.1 goes"));
+  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.1 says include()"));
   batch.publish();
-  EXPECT_THAT(reader.takeLog(), ElementsAre("report"));
+  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.1 goes", "report"));
 }
 
 TEST_F(VlanLearningTurnTest, KnownStateIsHeardByNobody) {
@@ -534,7 +553,7 @@ TEST_F(VlanLearningTest, LearningThatEndsForgetsEverythingAndStopsEveryTimer) {
   learning.reset();
   EXPECT_TRUE(status->group().empty());
   EXPECT_EQ(wheel->nextExpiry(), std::nullopt);
-  wheel->advanceTo(1000s);
+  advanceTo(1000s);
   EXPECT_EQ(filterOf(*held), exclude({}));
 }
 
@@ -552,21 +571,18 @@ class VlanLearningForgetTest : public VlanLearningTest {
 
 TEST_F(VlanLearningForgetTest, GroupIsForgottenOnAllPorts) {
   learning->forgetGroup(group);
+  endBatch();
   EXPECT_FALSE(status->group(group));
   EXPECT_TRUE(member(swp1, host, otherGroup));
 }
 
 TEST_F(VlanLearningForgetTest, PortIsForgottenInAllGroups) {
   learning->forgetPort(swp1);
+  endBatch();
   EXPECT_FALSE(status->group(otherGroup));
   ASSERT_TRUE(status->group(group));
   EXPECT_FALSE(status->group(group)->intf(swp1));
   EXPECT_TRUE(member(swp2, host));
-}
-
-TEST_F(VlanLearningForgetTest, AllIsForgotten) {
-  learning->forgetAll();
-  EXPECT_TRUE(status->group().empty());
 }
 
 TEST_F(VlanLearningForgetTest, WhatIsUnknownIsForgottenWithoutAReport) {
@@ -580,29 +596,72 @@ TEST_F(VlanLearningForgetTest, WhatIsUnknownIsForgottenWithoutAReport) {
 }
 
 TEST_F(VlanLearningForgetTest, WhoIsForgottenMayComeBackAndNoTimerIsLeft) {
-  learning->forgetAll();
-  wheel->advanceTo(100s);
+  learning->forgetPort(swp1);
+  advanceTo(100s);
   learning->report(swp1, host, group);
-  wheel->advanceTo(270s);
+  advanceTo(270s);
   EXPECT_TRUE(member(swp1, host)) << "the former membership's timer is gone";
 }
 
 TEST_F(VlanLearningForgetTest, AllWithdrawBeforeTheFirstOneGoesAndOneReportFollows) {
-  batch.publish();
-  learning->forgetGroup(otherGroup);
-  learning->report(swp1, host, otherGroup);
-  batch.publish();
-  Kel::runActivities();
+  endBatch();
   Reader reader(status);
   record(swp1, IpAddr(10, 0, 0, 3), isIn(IpAddr(232, 1, 1, 3), {a}));
   record(swp1, IpAddr(10, 0, 0, 4), isIn(IpAddr(232, 1, 1, 4), {a}));
-  batch.publish();
+  endBatch();
   reader.takeLog();
-  learning->forgetAll();
-  batch.publish();
-  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.3 says include()", "10.0.0.4 says include()",
-                                            "no group", "report"))
+  learning->forgetGroup(IpAddr(232, 1, 1, 3));
+  record(swp1, IpAddr(10, 0, 0, 4), toIn(IpAddr(232, 1, 1, 4)));
+  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.3 says include()", "10.0.0.4 says include()"));
+  endBatch();
+  EXPECT_THAT(reader.takeLog(), ElementsAre("no group", "report"))
       << "a line that repeats is written down once";
+}
+
+TEST_F(VlanLearningForgetTest, WhoSpeaksUpInTheSameBatchStays) {
+  record(swp2, host, toIn(group));
+  EXPECT_FALSE(learning->hasMembers(swp2, group)) << "it wants nothing any more";
+  record(swp2, host, toIn(group));
+  record(swp2, host, block(group, {a}));
+  EXPECT_FALSE(learning->hasMembers(swp2, group)) << "nor do these say that it wants something";
+  learning->leave(swp2, host, group);
+  record(swp2, host, allow(group, {c}));
+  EXPECT_TRUE(learning->hasMembers(swp2, group));
+  endBatch();
+  EXPECT_EQ(filter(swp2, host), include({c}));
+  advanceTo(270s - 1ms);
+  EXPECT_TRUE(member(swp2, host));
+  advanceTo(270s);
+  EXPECT_FALSE(member(swp2, host));
+}
+
+TEST_F(VlanLearningForgetTest, GroupThatWasLeftMakesRoomInTheSameBatch) {
+  SnoopingPolicy policy;
+  policy.maxGroups = 2;
+  learning->policyIs(policy);
+  record(swp1, host, toIn(otherGroup));
+  EXPECT_EQ(record(swp1, host, isEx(IpAddr(232, 1, 1, 3))), std::nullopt);
+  EXPECT_EQ(record(swp1, host, isEx(otherGroup)), Cause::tooManyGroups);
+  endBatch();
+  EXPECT_EQ(status->group().size(), 2u);
+}
+
+TEST_F(VlanLearningForgetTest, WhoLeavesTwiceInABatchHasLeft) {
+  record(swp1, host, toIn(otherGroup));
+  record(swp1, host, toEx(otherGroup));
+  record(swp1, host, toIn(otherGroup));
+  learning->forgetPort(swp1);
+  endBatch();
+  EXPECT_FALSE(status->group(otherGroup));
+  record(swp1, host, toEx(otherGroup));
+  EXPECT_EQ(filter(swp1, host, otherGroup), exclude({}));
+}
+
+TEST_F(VlanLearningForgetTest, LearningMayEndBeforeTheBatch) {
+  record(swp1, host, toIn(otherGroup));
+  learning.reset();
+  endBatch();
+  EXPECT_TRUE(status->group().empty());
 }
 
 // ---- What is wanted for how long

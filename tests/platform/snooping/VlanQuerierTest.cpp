@@ -621,6 +621,7 @@ TEST_F(VlanQuerierTest, QueriesLowerNobodysTime) {
   joins(swp1, otherHost);
   leaves(swp1, host);
   wheel->advanceTo(policy.groupMembershipInterval() - 1ms);
+  batch.publish();
   EXPECT_TRUE(vlan.learning.membership(swp1.intfId(), otherHost, group));
   EXPECT_FALSE(vlan.learning.membership(swp1.intfId(), host, group));
 }
