@@ -14,10 +14,14 @@ bool isJournal(char const* journalStream, int descriptor) {
          journalStream == message(status.st_dev, ':', status.st_ino);
 }
 
-void logText(Severity severity, std::string_view text) {
+std::string journalPrefix(Severity severity) {
   static bool const toJournal = isJournal(std::getenv("JOURNAL_STREAM"), STDERR_FILENO);
-  std::string const prefix =
-      toJournal ? message('<', static_cast<int>(severity), '>') : std::string("igmpsnoopd: ");
+  return toJournal ? message('<', static_cast<int>(severity), '>') : "";
+}
+
+void logText(Severity severity, std::string_view text) {
+  std::string prefix = journalPrefix(severity);
+  if (prefix.empty()) prefix = "igmpsnoopd: ";
   std::string lines;
   for (std::size_t begin = 0; begin <= text.size();) {
     std::size_t const end = std::min(text.find('\n', begin), text.size());

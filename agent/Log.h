@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "agent/config/Wording.h"
@@ -10,6 +11,9 @@ namespace Agent {
 
 /// As in syslog(3).
 enum class Severity { error = 3, warning = 4, notice = 5, info = 6, debug = 7 };
+
+/// What a line begins with where the journal reads standard error; nothing elsewhere.
+std::string journalPrefix(Severity severity);
 
 /// Writes a line for each line of the text.
 void logText(Severity severity, std::string_view text);

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "agent/CommandLine.h"
+#include "agent/Log.h"
 #include "agent/config/ConfigurationReader.h"
 #include "agent/config/Wording.h"
 #include "agent/live/Live.h"
@@ -130,7 +131,7 @@ void run(Information const& information) {
 }
 
 int fail(std::exception const& error, int status) {
-  std::cerr << "igmpsnoopd: " << error.what() << '\n';
+  log(Severity::error, error.what());
   return status;
 }
 
@@ -144,7 +145,8 @@ int main(int argc, char** argv) {
   } catch (WrongUsage const& error) {
     return fail(error, wrongUsage);
   } catch (UnusableConfiguration const& configuration) {
-    for (std::string const& error : configuration.errors) std::cerr << error << '\n';
+    for (std::string const& error : configuration.errors)
+      std::cerr << journalPrefix(Severity::error) << error << '\n';
     return couldNot;
   } catch (std::exception const& error) {
     return fail(error, couldNot);

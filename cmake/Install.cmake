@@ -15,7 +15,7 @@ foreach(library kel igmpplatform igmpproxy)
 endforeach()
 file(RELATIVE_PATH libraries_from_agent
   ${CMAKE_INSTALL_FULL_SBINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
-set_target_properties(igmpsnoopd PROPERTIES INSTALL_RPATH $ORIGIN/${libraries_from_agent})
+set_target_properties(igmpsnoopd igmpsnoopctl PROPERTIES INSTALL_RPATH $ORIGIN/${libraries_from_agent})
 
 install(TARGETS kel igmpplatform igmpproxy EXPORT ${PROJECT_NAME}
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
@@ -33,7 +33,13 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${PROJECT_NAME}.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 # For systemd, which looks for what packages bring in the lib of the prefix /usr.
-configure_file(packaging/igmpsnoopd.service.in igmpsnoopd.service @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/igmpsnoopd.service DESTINATION lib/systemd/system)
+# Its paths follow from a prefix that may be chosen as late as by `cmake --install --prefix`.
+install(CODE "
+  set(template [[${PROJECT_SOURCE_DIR}/packaging/igmpsnoopd.service.in]])
+  set(unit [[${CMAKE_CURRENT_BINARY_DIR}/igmpsnoopd.service]])
+  set(sbin [[${CMAKE_INSTALL_SBINDIR}]])
+  set(sysconf [[${CMAKE_INSTALL_SYSCONFDIR}]])
+  set(doc [[${CMAKE_INSTALL_DOCDIR}]])")
+install(SCRIPT cmake/InstallUnit.cmake)
 install(FILES packaging/igmpsnoopd.sysusers DESTINATION lib/sysusers.d RENAME igmpsnoopd.conf)
 install(FILES docs/configuration.md docs/operation.md DESTINATION ${CMAKE_INSTALL_DOCDIR})

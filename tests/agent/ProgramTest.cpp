@@ -3,6 +3,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <gmock/gmock.h>
@@ -147,6 +148,18 @@ TEST_F(ProgramTest, CheckAndReplayPrintEveryErrorOfAConfiguration) {
     EXPECT_THAT(outcome.err, StartsWith(file + ":1:1: "));
     EXPECT_THAT(outcome.err, HasSubstr("\n" + file + ":3:"));
   }
+}
+
+TEST_F(ProgramTest, ErrorsInTheJournalCarryTheirSeverity) {
+  std::ofstream(directory.file("err")).flush();
+  struct stat status {};
+  ASSERT_EQ(stat(directory.file("err").c_str(), &status), 0);
+  setenv("JOURNAL_STREAM",
+         (std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino)).c_str(), 1);
+  std::string const file = configuration("colour = 1\n");
+  EXPECT_THAT(run("check --config " + file).err, StartsWith("<3>" + file + ":1:1: "));
+  EXPECT_THAT(run("check --config " + directory.file("none.toml")).err, StartsWith("<3>cannot"));
+  unsetenv("JOURNAL_STREAM");
 }
 
 TEST_F(ProgramTest, MissingConfigurationIsOneLine) {
