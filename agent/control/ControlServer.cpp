@@ -27,8 +27,8 @@ std::unique_ptr<Answer> lineAnswer(Json const& line) {
   return std::make_unique<TextAnswer>(lastLines(line));
 }
 
-/// Forgets a few groups at a time, so that nothing else has to wait. A client that goes away ends
-/// it.
+/// Forgets a few groups at a time, so that nothing else has to wait. Says nothing until all are
+/// forgotten, and so goes on to the end although its client may have gone.
 class Clearing final : public Answer {
  public:
   Clearing(Switch& snoopingSwitch, Selection const& of) : switch_(snoopingSwitch) {

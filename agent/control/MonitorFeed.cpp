@@ -94,7 +94,7 @@ class MonitorFeed::Monitor final : public Answer {
   }
 
   Progress advance(std::string& out) override {
-    if (!feed_.isReady()) return Progress::more;
+    if (!feed_.takeUp()) return Progress::more;
     if (!std::exchange(hears_, true))
       out += line("time", seconds(feed_.switch_.now() - feed_.start_));
     out += std::exchange(unread_, {});
@@ -131,7 +131,7 @@ void MonitorFeed::end() {
   endings_.emplace_back(*this, std::move(watches_));
 }
 
-bool MonitorFeed::isReady() {
+bool MonitorFeed::takeUp() {
   if (!watches_->complete) watches_->complete = !watches_->takeUp();
   return watches_->complete;
 }

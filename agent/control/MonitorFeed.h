@@ -38,8 +38,8 @@ class MonitorFeed {
 
   void begin();
   void end();
-  /// Whether all is watched. Takes up a piece if not.
-  bool isReady();
+  /// Takes up a piece of what is not watched yet. Returns whether all is.
+  bool takeUp();
   void publish();
   void remove(Monitor const& monitor);
 

@@ -102,6 +102,8 @@ class SocketServer::Client final : private Descriptor,
         sleep();
         return;
       }
+      // While there is nothing to read, it is not the client that takes its time.
+      if (output_.empty()) schedule(server_.limits_.idleTime);
     }
     if (flush() && output_.empty() && progress_ == Answer::Progress::done) end();
   }

@@ -16,8 +16,8 @@ namespace Bridging::IgmpSnooping {
 /// Learns the memberships of one VLAN from reports and leaves, and is the only writer of the
 /// VLAN's status. Each change is published in turns, because the status's readers hear of it when
 /// activities run, and take a reporter that has just appeared for one that wants every source:
-/// entities first, then what they say. The last turn, `newIgmpReport`, comes at the end of the
-/// batch, which must outlive the learning.
+/// entities first, then what they say. The last turns come when the batch is published, which must
+/// outlive the learning: what was forgotten goes, and `newIgmpReport` is raised.
 class KEL_EXPORT VlanLearning {
  public:
   VlanLearning(Kel::Ptr<IgmpContextStatus> status, SnoopingPolicy const& policy,

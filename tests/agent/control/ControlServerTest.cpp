@@ -496,6 +496,19 @@ TEST_F(ControlServerTest, OthersAreServedWhileTheFirstMonitorOfAFullSwitchBegins
   EXPECT_EQ(watched(), 0u);
 }
 
+TEST_F(ControlServerTest, MonitorThatWaitsForItsBeginningIsNotTooSlow) {
+  join(1000);
+  auto monitor = connect().say(R"({"command":"monitor"})"
+                               "\n");
+  for (int i = 0; i < 3; ++i) test.loop.turn(test.loop.now());  // for the request
+  for (int i = 0; i < 5; ++i) {
+    test.loop.turn(test.loop.now());
+    test.advance(10s);
+  }
+  EXPECT_THAT(monitor.lines(), SizeIs(1));
+  EXPECT_EQ(server.counters().timedOut, 0u);
+}
+
 TEST_F(ControlServerTest, MonitorMayBeginWhileTheWatchesOfTheLastOneEnd) {
   join(1000);
   connect()

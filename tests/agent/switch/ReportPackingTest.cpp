@@ -36,7 +36,7 @@ class ReportPackingTest : public testing::Test {
     return records;
   }
 
-  /// The reports sent from now on, repeats excluded, and the records in them.
+  /// Since the constructor or the last takeRecords() one report was sent, of all groups.
   void expectOneReport() {
     EXPECT_EQ(under.framesSent("swp2"), 1u);
     EXPECT_THAT(under.takeRecords("swp2"), SizeIs(groups));
