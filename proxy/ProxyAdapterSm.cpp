@@ -39,7 +39,7 @@ class ScratchCounts {
     counts_->starGCountIs(0);
     counts_->includeDelAll();
     counts_->excludeDelAll();
-    spare_ = std::move(counts_);
+    spare_.swap(counts_);
   }
 
   Kel::Ptr<SourceCount> const& handle() const { return counts_; }
@@ -165,39 +165,36 @@ void AdapterSm::updateIgmpHost() {
   for (auto const& [position, address] : changed) {
     Kel::Ptr<KelIgmpGroup> const group = kelIgmpGroup(address);
     if (!group || !group->igmpHostChanged()) continue;
-    fetchRecords(address);
-    std::uint32_t keyPosition = 0;
+    std::uint32_t formerPlace = 0;
     for (PortKey const& key : hostKeys.keys()) {
       if (group->isZombie()) break;
-      if (!hostKeys.contains(key, keyPosition++)) continue;
+      std::uint32_t const keyPlace = hostKeys.position(key, formerPlace++);
+      if (keyPlace == hostKeys.absent) continue;
       KEL_TRACE(4, "AdapterSm::updateIgmpHost key " << key);
-      processSplitHorizon(key, *group);
+      processSplitHorizon(key, *group, placeOf(keyPlace, hostPlaces_),
+                          placeOf(keyPlace, group->recordPlaces_));
     }
     group->igmpHostChangedIs(false);
   }
 }
 
-// Among many groups, the records of one lie far apart and out of the caches. To look all of them up
-// before any is written or removed has the processor wait for several at a time.
-void AdapterSm::fetchRecords(IpAddr group) const {
-  constexpr std::uint32_t manyGroups = 4096;
-  if (igmpGroup_.size() < manyGroups) return;
-  for (auto const [key, value] : adapterConfig()->hostKey()) {
-    Igmp::IgmpHost const* const host = igmpHostDir_->igmpHost().find(key.hostName());
-    Igmp::IgmpV3GroupRecord const* const record = host ? host->v3group().find(group) : nullptr;
-    if (!record || !record->source() || record->source()->sourceIp().empty()) continue;
-    __builtin_prefetch(&record->source()->sourceIp().keyAt(0));
-  }
+/// Among `places`, that of the host whose key stands at a place of `hostKey`.
+std::uint32_t& AdapterSm::placeOf(std::uint32_t hostKeyPlace, Places& places) const {
+  AdapterVlanConfig::HostKeys const& hostKeys = adapterConfig_->notifier()->hostKey();
+  if (hostKeyPlace >= places.size()) places.resize(hostKeys.size(), unknownPlace);
+  return places[hostKeyPlace];
 }
 
 void AdapterSm::newIgmpHost(PortKey const& key) {
   KEL_TRACE(9, "AdapterSm::newIgmpHost key " << key);
   if (adapterConfig()->hostKey(key)) {
     Kel::Ptr<AdapterSm> const self(this);
+    std::uint32_t hostPlace = unknownPlace;
     for (IpAddr const address : igmpGroup_.keys()) {
       if (!adapterConfig()->hostKey(key)) break;
       Kel::Ptr<KelIgmpGroup> const group = kelIgmpGroup(address);
-      if (group && !group->isZombie()) processSplitHorizon(key, *group);
+      std::uint32_t recordPlace = unknownPlace;
+      if (group && !group->isZombie()) processSplitHorizon(key, *group, hostPlace, recordPlace);
     }
   } else if (auto const host = igmpHostDir_->igmpHost(key.hostName())) {
     host->v3groupDelAll();
@@ -207,7 +204,6 @@ void AdapterSm::newIgmpHost(PortKey const& key) {
 void AdapterSm::clearGroup(IpAddr group) {
   KEL_TRACE(9, "AdapterSm::clearGroup " << group);
   Kel::Ptr<AdapterSm> const self(this);
-  fetchRecords(group);
   AdapterVlanConfig::HostKeys const& hostKeys = adapterConfig()->hostKey();
   for (PortKey const& key : hostKeys.keys()) {
     if (!hostKeys.contains(key)) continue;
@@ -223,10 +219,13 @@ void AdapterSm::clearGroup(IpAddr group) {
 }
 
 void AdapterSm::processSplitHorizon(PortKey const& key, IpAddr group) {
-  processSplitHorizon(key, *kelIgmpGroup(group));
+  std::uint32_t hostPlace = unknownPlace;
+  std::uint32_t recordPlace = unknownPlace;
+  processSplitHorizon(key, *kelIgmpGroup(group), hostPlace, recordPlace);
 }
 
-void AdapterSm::processSplitHorizon(PortKey const& key, KelIgmpGroup const& group) {
+void AdapterSm::processSplitHorizon(PortKey const& key, KelIgmpGroup const& group,
+                                    std::uint32_t& hostPlace, std::uint32_t& recordPlace) {
   IpAddr const groupAddress = group.addr();
   KEL_TRACE(8, "KelIgmpIntf::processSplitHorizon() g: " << groupAddress << " hostKey " << key);
   ScratchCounts const merged(spareCounts_);
@@ -236,12 +235,12 @@ void AdapterSm::processSplitHorizon(PortKey const& key, KelIgmpGroup const& grou
     KEL_TRACE(4, "non Group Intf: our excludes did not match others g: " << groupAddress);
     merged->starGCountIs(1);
   }
-  Kel::Ptr<Igmp::IgmpHost> const host = igmpHostDir_->igmpHost(key.hostName());
+  Kel::Ptr<Igmp::IgmpHost> const host(igmpHostDir_->igmpHost().find(key.hostName(), hostPlace));
   if (!host) {
     KEL_TRACE(0, "No igmpHost");
     return;
   }
-  writeRecord(*host, groupAddress, *merged);
+  writeRecord(*host, groupAddress, recordPlace, *merged);
 }
 
 /// Merges what all member ports want, for a host whose own port has no listener. Returns whether
@@ -259,15 +258,16 @@ bool AdapterSm::mergeMemberPorts(KelIgmpGroup const& group, SourceCount& merged)
     else
       someoneDoesNotExclude = true;
   }
-  for (auto const [source, ports] : global.include()) {
-    merged.includeIs(source, 1);
-    merged.excludeDel(source);  // what any port includes is never excluded
-  }
+  merged.includeRefill(global.include(), 1);
+  if (!merged.exclude().empty())  // what any port includes is never excluded
+    for (auto const [source, ports] : global.include()) merged.excludeDel(source);
   return someoneDoesNotExclude && merged.exclude().empty();
 }
 
-void AdapterSm::writeRecord(Igmp::IgmpHost& host, IpAddr group, SourceCount& merged) {
-  Kel::Ptr<Igmp::IgmpV3GroupRecord> const record = host.v3groupIs(group);
+void AdapterSm::writeRecord(Igmp::IgmpHost& host, IpAddr group, std::uint32_t& recordPlace,
+                            SourceCount& merged) {
+  Kel::Ptr<Igmp::IgmpV3GroupRecord> record(host.v3group().find(group, recordPlace));
+  if (!record) record = host.v3groupIs(group);
   Kel::Ptr<Igmp::IgmpV3HostGroupSourceList> const list = record->sourceIs();
 
   auto mode = IgmpV3GroupRecordType::modeIsExclude;

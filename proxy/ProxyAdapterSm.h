@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "framework/entities/AdapterVlanConfig.h"
 #include "framework/entities/IgmpContextStatus.h"
@@ -68,13 +69,21 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   void processSplitHorizon(PortKey const& key, Wirex::IpAddr group);
 
  private:
+  /// Where the hosts of all keys, or their records of a group, were found before, in the order of
+  /// `hostKey`. A change looks its group up in every host: where there are many groups, the cache
+  /// misses of a lookup by hash cost more than all the rest.
+  using Places = std::vector<std::uint32_t>;
+  static constexpr std::uint32_t unknownPlace = UINT32_MAX;
+
   /// The framework's zombie pass calls this for a group reactor that is about to go.
   void kel_handleIgmpGroup(KelIgmpGroup& reactor);
   void reconcileGroups(IgmpContextStatus const& status);
-  void fetchRecords(Wirex::IpAddr group) const;
-  void processSplitHorizon(PortKey const& key, KelIgmpGroup const& group);
+  std::uint32_t& placeOf(std::uint32_t hostKeyPlace, Places& places) const;
+  void processSplitHorizon(PortKey const& key, KelIgmpGroup const& group, std::uint32_t& hostPlace,
+                           std::uint32_t& recordPlace);
   bool mergeMemberPorts(KelIgmpGroup const& group, SourceCount& merged) const;
-  void writeRecord(Igmp::IgmpHost& host, Wirex::IpAddr group, SourceCount& merged);
+  void writeRecord(Igmp::IgmpHost& host, Wirex::IpAddr group, std::uint32_t& recordPlace,
+                   SourceCount& merged);
 
   VlanId vlanId_;
   bool initialized_ = false;
@@ -83,6 +92,7 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   Kel::Ptr<KelAdapterConfig> adapterConfig_;
   Kel::Ptr<KelCoreStatus> coreStatus_;
   Kel::Ptr<SourceCount> spareCounts_;
+  Places hostPlaces_;
   // The groups whose `igmpHostChanged` is set, so that an update need not look at the others.
   KelIgmpGroup* firstChanged_ = nullptr;
   IgmpGroups igmpGroup_;
@@ -160,6 +170,7 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup final : public IgmpGroup::NotifieeConst
   // Links in the adapter's list of changed groups.
   KelIgmpGroup* nextChanged_ = nullptr;
   KelIgmpGroup** changedPlace_ = nullptr;
+  Places recordPlaces_;
   bool igmpHostChanged_ = false;
   IgmpIntfs igmpIntf_;
 };

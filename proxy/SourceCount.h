@@ -46,6 +46,10 @@ class KEL_EXPORT SourceCount : public Kel::Entity {
   void includeDec(Wirex::IpAddr source, Count by) { include_.dec(*this, source, by); }
   void includeDel(Wirex::IpAddr source) { include_.del(*this, source); }
   void includeDelAll() { include_.delAll(*this); }
+  /// Rebuilds the includes from empty with the sources of other ones.
+  void includeRefill(Includes const& sources, Count count) {
+    include_.refill(*this, sources, count);
+  }
   void includeNotify(Wirex::IpAddr source) { include_.notify(*this, source); }
   void includeNotify() { notify<&NotifieeConst::onIncludekelImmediate>(); }
 

@@ -32,13 +32,13 @@ class Collection {
   bool empty() const noexcept { return table_.empty(); }
   bool contains(Key const& key) const noexcept { return table_.contains(key); }
 
-  /// The same, found without hashing where the key still is in the place where it was.
-  bool contains(Key const& key, std::uint32_t formerPosition) const noexcept {
-    return (formerPosition < size() && keyAt(formerPosition) == key) || contains(key);
-  }
-
-  /// The place of a key in the collection's order, or `Table::absent`.
+  /// The place of a key in the collection's order, or `absent`.
+  static constexpr std::uint32_t absent = Table<Key, Mapped>::absent;
   std::uint32_t position(Key const& key) const noexcept { return table_.position(key); }
+  /// The same, found without hashing where the key still is in its former place.
+  std::uint32_t position(Key const& key, std::uint32_t formerPlace) const noexcept {
+    return formerPlace < size() && keyAt(formerPlace) == key ? formerPlace : position(key);
+  }
   Key const& keyAt(std::uint32_t position) const noexcept { return table_.keyAt(position); }
 
   auto begin() const noexcept { return table_.begin(); }
@@ -48,6 +48,9 @@ class Collection {
   KeySnapshot<Key> keys() const { return KeySnapshot<Key>(table_); }
 
  protected:
+  template <class OtherKey, class T, auto Callback>
+  friend class Values;
+
   Table<Key, Mapped> table_;
 };
 
@@ -64,6 +67,12 @@ class OwnedMembers : public Collection<Key, Ptr<Member>> {
   Member* find(Key const& key) const noexcept {
     auto const* const member = this->table_.find(key);
     return member ? member->get() : nullptr;
+  }
+  /// The same, for who comes again: `place` is where the member was found before, if it was, and
+  /// says afterwards where it is.
+  Member* find(Key const& key, std::uint32_t& place) const noexcept {
+    place = this->position(key, place);
+    return place == this->absent ? nullptr : this->table_.mappedAt(place).get();
   }
   Ptr<Member> get(Key const& key) const noexcept { return Ptr<Member>(find(key)); }
 
@@ -143,8 +152,8 @@ class Members : private OwnedMembers<Key, Member> {
   using Owned = OwnedMembers<Key, Member>;
 
  public:
-  using Owned::begin, Owned::contains, Owned::empty, Owned::end, Owned::find, Owned::get,
-      Owned::keyAt, Owned::keys, Owned::position, Owned::size;
+  using Owned::absent, Owned::begin, Owned::contains, Owned::empty, Owned::end, Owned::find,
+      Owned::get, Owned::keyAt, Owned::keys, Owned::position, Owned::size;
 
   /// Find-or-create: a new member is constructed from the key and the parameters.
   template <class... Parameters>
@@ -220,13 +229,12 @@ class Values : public Collection<Key, T> {
 
   void delAll(Entity const& owner) {
     if (this->empty()) return;
-    if (!owner.watched()) {
-      this->table_.clear();
-      ++mutations;
+    if (owner.watched()) {
+      delEach(owner);
       return;
     }
-    Ptr<Entity const> const self(&owner);
-    for (Key const& key : this->keys()) del(owner, key);
+    this->table_.clear();
+    ++mutations;
   }
 
   /// Empties the collection and fills it with one value for each key of another one. Whoever
@@ -235,16 +243,21 @@ class Values : public Collection<Key, T> {
   void refill(Entity const& owner, Collection<Key, OtherMapped> const& other, T const& value) {
     if (owner.watched()) {
       Ptr<Entity const> const self(&owner);
-      delAll(owner);
+      delEach(owner);
       for (Key const& key : other.keys()) is(owner, key, value);
       return;
     }
-    this->table_.clear();
-    for (auto const [key, mapped] : other) this->table_.add(key, value);
+    this->table_.refill(other.table_, value);
     ++mutations;
   }
 
   void notify(Entity const& owner, Key const& key) const { owner.notify<Callback>(key); }
+
+ private:
+  void delEach(Entity const& owner) {
+    Ptr<Entity const> const self(&owner);
+    for (Key const& key : this->keys()) del(owner, key);
+  }
 };
 
 /// A collection attribute that is a set of keys.

@@ -139,21 +139,26 @@ class Table {
   /// Adds an entry for a key that is absent, and returns what it maps to.
   Mapped& add(Key key, Mapped value) {
     if (!block_ || block_->size == block_->capacity) grow();
-    std::uint32_t const at = block_->size;
-    if (block_->capacity > scanned) index(block_)[emptySlot(block_, key)] = at;
-    std::construct_at(keys(block_) + at, std::move(key));
-    if constexpr (mapsToSomething) std::construct_at(mapped(block_, at), std::move(value));
-    ++block_->size;
-    return mappedAt(at);
+    return append(std::move(key), std::move(value));
+  }
+
+  /// Takes over the keys of another table, in its order, and maps each of them to the same value.
+  template <class OtherMapped>
+  void refill(Table<Key, OtherMapped> const& other, Mapped const& value) {
+    clear();
+    if (other.empty()) return;
+    std::uint32_t const count = other.size();
+    if (!block_ || block_->capacity < count) moveTo(capacityFor(count));
+    for (std::uint32_t i = 0; i < count; ++i) append(other.keyAt(i), value);
   }
 
   /// Removes all entries; the block stays, as at takeAt().
   void clear() noexcept {
-    if (!block_) return;
+    if (empty()) return;
     if constexpr (mapsToSomething) std::destroy_n(mapped(block_, 0), block_->size);
     std::destroy_n(keys(block_), block_->size);
     block_->size = 0;
-    std::fill_n(index(block_), indexSize(block_->capacity), absent);
+    if (block_->capacity > scanned) std::fill_n(index(block_), indexSize(block_->capacity), absent);
   }
 
   /// Removes the entry at a position and returns what it mapped to. The block stays for the
@@ -217,6 +222,11 @@ class Table {
     if (capacity < scanned) return std::min(capacity * 2, scanned);
     return std::has_single_bit(capacity) ? capacity / 2 * 3 : capacity / 3 * 4;
   }
+  static constexpr std::uint32_t capacityFor(std::uint32_t count) noexcept {
+    std::uint32_t capacity = firstCapacity();
+    while (capacity < count) capacity = nextCapacity(capacity);
+    return capacity;
+  }
 
   template <class T>
   static T* at(Block* block, std::size_t offset) noexcept {
@@ -273,6 +283,17 @@ class Table {
       hole = next;
     }
     slots[hole] = absent;
+  }
+
+  /// Adds an entry for which there is room.
+  Mapped& append(Key key, Mapped value) {
+    Block* const block = block_;
+    std::uint32_t const at = block->size++;
+    if (block->capacity > scanned) index(block)[emptySlot(block, key)] = at;
+    std::construct_at(keys(block) + at, std::move(key));
+    Mapped* const place = mapped(block, at);
+    if constexpr (mapsToSomething) std::construct_at(place, std::move(value));
+    return *place;
   }
 
   void grow() { moveTo(block_ ? nextCapacity(block_->capacity) : firstCapacity()); }

@@ -22,6 +22,10 @@ String8::String8(std::string_view text) {
   body_ = new (::operator new(sizeof(Body) + text.size() + 1)) Body(text);
 }
 
+bool String8::haveEqualBytes(String8 const& a, String8 const& b) noexcept {
+  return a.view() == b.view();
+}
+
 String8 operator+(String8 const& a, String8 const& b) {
   std::string joined;
   joined.reserve(a.size() + b.size());

@@ -46,7 +46,7 @@ class KEL_EXPORT String8 {
   std::uint32_t hash() const noexcept { return body_ ? body_->hash : fnvOffsetBasis; }
 
   friend bool operator==(String8 const& a, String8 const& b) noexcept {
-    return a.body_ == b.body_ || (a.hash() == b.hash() && a.view() == b.view());
+    return a.body_ == b.body_ || (a.hash() == b.hash() && haveEqualBytes(a, b));
   }
   friend std::strong_ordering operator<=>(String8 const& a, String8 const& b) noexcept {
     return a.view() <=> b.view();
@@ -66,6 +66,8 @@ class KEL_EXPORT String8 {
     std::uint32_t hash;
     std::uint32_t size;
   };
+
+  static bool haveEqualBytes(String8 const& a, String8 const& b) noexcept;
 
   Body* body_ = nullptr;  // null for the empty text
 };

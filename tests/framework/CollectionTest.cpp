@@ -110,6 +110,33 @@ TEST_F(MemberCollectionTest, PutTakesAKeyThatLivesInWhatItReplaces) {
   EXPECT_THAT(journal_, ElementsAre("r port eth1", "r port eth1"));
 }
 
+TEST_F(MemberCollectionTest, FormerPlaceFindsTheMemberAndIsBroughtUpToDate) {
+  for (int const number : {1, 2, 3}) switch_->portIs(intf(number));
+  std::uint32_t place = 2;
+  EXPECT_EQ(switch_->port().find(intf(3), place), switch_->port().find(intf(3)));
+  EXPECT_EQ(place, 2u);
+  switch_->portDel(intf(1));  // whose place the last one takes
+  EXPECT_EQ(switch_->port().find(intf(3), place), switch_->port().find(intf(3)));
+  EXPECT_EQ(place, 0u);
+}
+
+TEST_F(MemberCollectionTest, FormerPlaceOfAnotherMemberMisleadsNobody) {
+  for (int const number : {1, 2}) switch_->portIs(intf(number));
+  for (std::uint32_t const wrong : {1u, 2u, 77u, switch_->port().absent}) {
+    std::uint32_t place = wrong;
+    EXPECT_EQ(switch_->port().find(intf(1), place), switch_->port().find(intf(1)));
+    EXPECT_EQ(place, 0u);
+  }
+}
+
+TEST_F(MemberCollectionTest, MemberThatHasGoneHasNoPlace) {
+  switch_->portIs(intf(1));
+  std::uint32_t place = 0;
+  switch_->portDel(intf(1));
+  EXPECT_EQ(switch_->port().find(intf(1), place), nullptr);
+  EXPECT_EQ(place, switch_->port().absent);
+}
+
 TEST_F(MemberCollectionTest, RemovalNotifiesWithTheKey) {
   switch_->portIs(intf(1));
   switch_->portIs(intf(2));

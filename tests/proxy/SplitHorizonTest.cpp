@@ -382,6 +382,44 @@ TEST_F(SplitHorizon_Record, HostOfASecondaryVlanOnAMemberPortLeavesThatPortOut) 
   EXPECT_EQ(countsOf(other->v3group(g1)->source()->sourceIp()), (CountBySource{{s2, 1}}));
 }
 
+TEST_F(SplitHorizon_Record, IsFoundWhereverItsHostHasMovedIt) {
+  for (IpAddr const group : {g1, g2, g3}) port("swp1").reports(group).include({s1});
+  publish();
+  host("up")->v3groupDel(g1);  // whose place the record of the last group takes
+  port("swp1").reports(g3).include({s2});
+  publish();
+  EXPECT_EQ(record("up", g3), including({s2}));
+  EXPECT_EQ(record("up", g2), including({s1}));
+  EXPECT_EQ(record("up", g1), nothing);
+}
+
+TEST_F(SplitHorizon_Record, GoesToItsHostWhereverTheDirectoryHasMovedIt) {
+  port("swp1").reports(g1).include({s1});
+  publish();
+  hosts->igmpHostDel(key("up").stringvalue());  // whose place the last host takes
+  port("swp1").reports(g1).include({s2});
+  publish();
+  EXPECT_EQ(record("swp2"), including({s2}));
+  hosts->igmpHostIs(key("up").stringvalue());
+  port("swp1").reports(g1).include({s3});
+  publish();
+  EXPECT_EQ(record("swp2"), including({s3}));
+  EXPECT_EQ(record("up"), including({s3}));
+}
+
+TEST_F(SplitHorizon_Record, IsWrittenAlsoWhereKeysHaveChangedTheirPlaces) {
+  port("swp1").reports(g1).include({s1});
+  publish();
+  config->hostKeyDel(key("up"));  // whose place the last key takes
+  proxyOn("swp3");
+  port("swp1").reports(g1).include({s2});
+  publish();
+  EXPECT_EQ(record("swp2"), including({s2}));
+  EXPECT_EQ(record("swp3"), including({s2}));
+  EXPECT_EQ(record("swp1"), nothing);
+  EXPECT_EQ(record("up"), nothing);
+}
+
 TEST_F(SplitHorizon_Record, WritesTheHostOfItsKeyAlone) {
   port("swp3").reports(g1).include({s1});
   process("up");
