@@ -106,6 +106,19 @@ class TableTest : public testing::Test {
     order_.pop_back();
   }
 
+  /// Refills the table from one that has the keys `size` down to 1.
+  void refill(int size, int value) {
+    Table<Key, Nothing> other;
+    values_.clear();
+    order_.clear();
+    for (int number = size; number > 0; --number) {
+      other.add(keyOf<Key>(number), Nothing{});
+      values_[number] = value;
+      order_.push_back(number);
+    }
+    table_.refill(other, valueOf<Mapped>(value));
+  }
+
   void addOrErase(int number, int value) {
     if (values_.count(number) == 0)
       add(number, value);
@@ -244,34 +257,18 @@ TYPED_TEST(TableTest, MayBeFilledAgainAfterItWasCleared) {
 }
 
 TYPED_TEST(TableTest, RefillLeavesTheKeysOfTheOtherTableInItsOrder) {
-  using Key = typename TypeParam::Key;
   for (int const size : {0, 1, 3, 8, 9, 24, 25, 2, 49, 0, 4}) {
-    Table<Key, Nothing> other;
-    this->values_.clear();
-    this->order_.clear();
-    for (int number = size; number > 0; --number) {
-      other.add(keyOf<Key>(number), Nothing{});
-      this->values_[number] = 77;
-      this->order_.push_back(number);
-    }
-    this->table_.refill(other, valueOf<typename TypeParam::Mapped>(77));
+    this->refill(size, 77);
     this->expectSameContent();
     for (int number = 0; number <= size + 1; ++number) this->expectFound(number);
   }
 }
 
 TYPED_TEST(TableTest, MayGrowAndShrinkAfterItWasRefilled) {
-  using Key = typename TypeParam::Key;
-  Table<Key, Nothing> other;
-  for (int number = 0; number < 20; ++number) {
-    other.add(keyOf<Key>(number), Nothing{});
-    this->values_[number] = 77;
-    this->order_.push_back(number);
-  }
-  this->table_.refill(other, valueOf<typename TypeParam::Mapped>(77));
-  for (int number = 20; number < 60; ++number) this->add(number, number);
+  this->refill(20, 77);
+  for (int number = 21; number <= 60; ++number) this->add(number, number);
   this->expectSameContent();
-  for (int number = 0; number < 60; ++number) this->erase(number);
+  for (int number = 1; number <= 60; ++number) this->erase(number);
   this->expectSameContent();
 }
 
