@@ -94,6 +94,8 @@ class CommandLine {
         ->capture_default_str();
     live_->add_option("--metrics", command.metrics, "A socket on which metrics are served")
         ->type_name("PATH");
+    live_->add_flag("--busy-poll", command.busyPoll,
+                    "Never sleep: takes a processor whole, for the shortest latency");
     addTrace(*live_, command.traces);
   }
 

@@ -52,6 +52,7 @@ Live::Live(LiveCommand const& command, Configuration configuration)
       interfaces_(loop_, [this](IntfId const& intf,
                                 InterfaceState const& state) { handleInterface(intf, state); }),
       control_(loop_, switch_, command.control) {
+  loop_.busyPollsIs(command.busyPoll);
   if (!command.metrics.empty())
     metrics_ = std::make_unique<MetricsServer>(loop_, switch_, control_, command.metrics);
   warnOfMissingInterfaces();

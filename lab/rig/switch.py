@@ -30,6 +30,7 @@ class Switch:
         self.namespace = namespace or Namespace(name)
         self.name = name
         self._programs = programs
+        self.options = []  # of the agent, beside those that it always has
         self.cpu = None  # or the processor that the agent has to itself
         self._home = pathlib.Path("/run") / f"igmpsnoopd-{name}"
         self._home.mkdir(exist_ok=True)
@@ -87,7 +88,8 @@ class Switch:
                    ["taskset", "-c", str(self.cpu)])
             self._process = self.namespace.start(
                 [*pin, self._programs / "igmpsnoopd", "live", "--config", self._file(),
-                 "--control", self._home / "control", "--metrics", self._home / "metrics"],
+                 "--control", self._home / "control", "--metrics", self._home / "metrics",
+                 *self.options],
                 stdout=self._log, stderr=self._log,
                 env={**os.environ, "NOTIFY_SOCKET": str(notify)})
             try:

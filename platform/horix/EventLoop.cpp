@@ -82,14 +82,26 @@ void EventLoop::turn(std::optional<Time> until) {
   }
   constexpr std::size_t mostAtOnce = 64;
   std::array<epoll_event, mostAtOnce> ready;
-  timespec timeout{};
-  if (wakeUp) timeout = toTimespec(std::max(*wakeUp - now(), Time::zero()));
-  int const count = epoll_pwait2(epoll_, ready.data(), static_cast<int>(ready.size()),
-                                 wakeUp ? &timeout : nullptr, nullptr);
+  int const count = waitForInput(ready, wakeUp);
   if (count < 0 && errno != EINTR) fail("epoll_pwait2");
   if (count > 0) deliver({ready.data(), static_cast<std::size_t>(count)});
   timerWheel_->advanceTo(now());
   endBatch();
+}
+
+int EventLoop::waitForInput(std::span<epoll_event> ready, std::optional<Time> wakeUp) const {
+  auto const readyWithin = [&](timespec const* timeout) {
+    return epoll_pwait2(epoll_, ready.data(), static_cast<int>(ready.size()), timeout, nullptr);
+  };
+  if (busyPolls_) {
+    timespec const none{};
+    int count = 0;
+    while ((count = readyWithin(&none)) == 0 && (!wakeUp || now() < *wakeUp)) continue;
+    return count;
+  }
+  if (!wakeUp) return readyWithin(nullptr);
+  timespec const timeout = toTimespec(std::max(*wakeUp - now(), Time::zero()));
+  return readyWithin(&timeout);
 }
 
 void EventLoop::run() {

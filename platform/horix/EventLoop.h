@@ -59,6 +59,10 @@ class KEL_EXPORT EventLoop {
   /// is followed by another run of the activities.
   void afterBatchIs(std::function<void()> action) { afterBatch_ = std::move(action); }
 
+  /// Whether to look for input over and over while there is none, instead of sleeping. That takes
+  /// a processor whole, and saves what the kernel needs to wake a sleeper up.
+  void busyPollsIs(bool busyPolls) { busyPolls_ = busyPolls; }
+
   /// Ends a batch: for drivers that feed input themselves.
   void endBatch();
 
@@ -78,6 +82,7 @@ class KEL_EXPORT EventLoop {
   void add(Watch& watch);
   void change(Watch& watch);
   void remove(Watch& watch) noexcept;
+  int waitForInput(std::span<epoll_event> ready, std::optional<Time> wakeUp) const;
   void deliver(std::span<epoll_event> ready);
 
   Kel::Ptr<TimerWheel> timerWheel_;
@@ -86,6 +91,7 @@ class KEL_EXPORT EventLoop {
   std::size_t watches_ = 0;
   std::span<epoll_event> undelivered_;
   bool stopped_ = false;
+  bool busyPolls_ = false;
 };
 
 }  // namespace Horix

@@ -64,10 +64,13 @@ TEST(CommandLine, LiveTakesAConfigurationAndSockets) {
   EXPECT_EQ(usual.configuration, "switch.toml");
   EXPECT_EQ(usual.control, "/run/igmpsnoopd/control");
   EXPECT_EQ(usual.metrics, "");
+  EXPECT_FALSE(usual.busyPoll);
   auto const other = std::get<LiveCommand>(
       parse({"live", "--config", "switch.toml", "--control", "a", "--metrics", "b"}));
   EXPECT_EQ(other.control, "a");
   EXPECT_EQ(other.metrics, "b");
+  EXPECT_TRUE(
+      std::get<LiveCommand>(parse({"live", "--config", "switch.toml", "--busy-poll"})).busyPoll);
   EXPECT_EQ(wrongUsage({"live"}), "--config is required; try igmpsnoopd live --help");
 }
 

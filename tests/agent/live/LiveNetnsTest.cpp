@@ -207,6 +207,18 @@ TEST_F(LiveNetnsTest, JoinIsOnTheRouterPortWithin50Milliseconds) {
   EXPECT_LT(times[times.size() / 2], 50ms) << "the median: the machine may be busy";
 }
 
+TEST_F(LiveNetnsTest, BusyPollingServesAsEverAndDoesNotSleep) {
+  start({.options = {"--busy-poll"}});
+  listener->join(group);
+  EXPECT_TRUE(router->await(allow(group))) << agent->log();
+  auto const before = agent->processorTime();
+  std::this_thread::sleep_for(200ms);
+  EXPECT_GT(agent->processorTime() - before, 20ms) << "a busy machine leaves it less than 200 ms";
+  agent->signal(SIGTERM);
+  EXPECT_TRUE(router->await(block(group)));
+  EXPECT_EQ(agent->awaitExit(), 0) << agent->log();
+}
+
 // ---- Interfaces
 
 TEST_F(LiveNetnsTest, PortThatLosesItsCarrierHasNoMembersAnyMore) {

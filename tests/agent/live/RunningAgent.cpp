@@ -3,10 +3,12 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <fstream>
 #include <poll.h>
 #include <sstream>
+#include <stdexcept>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -48,6 +50,7 @@ RunningAgent::RunningAgent(InterfaceTest::NetworkNamespace const& space,
        {std::string(IGMPSNOOPD), std::string("live"), std::string("--config"),
         directory_.file("switch.toml"), std::string("--control"), directory_.file("control")})
     command.push_back(word);
+  command.insert(command.end(), start.options.begin(), start.options.end());
   std::vector<char*> arguments;
   for (std::string& word : command) arguments.push_back(word.data());
   arguments.push_back(nullptr);
@@ -69,6 +72,14 @@ RunningAgent::~RunningAgent() {
     waitpid(process_, nullptr, 0);
   }
   close(notifications_);
+}
+
+std::chrono::nanoseconds RunningAgent::processorTime() const {
+  clockid_t clock{};
+  timespec time{};
+  if (clock_getcpuclockid(process_, &clock) != 0 || clock_gettime(clock, &time) < 0)
+    throw std::runtime_error("the agent's processor time cannot be read");
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
 void RunningAgent::configurationIs(std::string const& text) const {

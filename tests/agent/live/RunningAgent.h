@@ -18,6 +18,7 @@ class RunningAgent {
   struct Start {
     std::vector<std::string> prefix = {};  ///< a program that starts it, with arguments
     std::map<std::string, std::string> environment = {};
+    std::vector<std::string> options = {};  ///< of its own
   };
 
   RunningAgent(InterfaceTest::NetworkNamespace const& space, std::string const& configuration,
@@ -27,6 +28,8 @@ class RunningAgent {
   ~RunningAgent();
 
   pid_t process() const { return process_; }
+  /// What it has taken of the processor.
+  std::chrono::nanoseconds processorTime() const;
   void configurationIs(std::string const& text) const;
   void signal(int number) const;
 

@@ -629,6 +629,56 @@ TEST_F(LiveLoopTest, InputIsDeliveredWhileOutputIsWaitedFor) {
   EXPECT_THAT(journal, ElementsAre("ready"));
 }
 
+// ---- Busy polling
+
+/// What a turn until `end` takes of the processor.
+Time processorTime(EventLoop& loop, Time end) {
+  auto const taken = [] {
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+  };
+  Time const before = taken();
+  loop.turn(end);
+  return taken() - before;
+}
+
+TEST_F(LiveLoopTest, SleepsWithoutInput) {
+  auto const watching = watcher(event, "event");
+  EXPECT_LT(processorTime(loop, loop.now() + 200ms), 20ms);
+}
+
+TEST_F(LiveLoopTest, DoesNotSleepWhileItBusyPolls) {
+  auto const watching = watcher(event, "event");
+  loop.busyPollsIs(true);
+  Time const end = loop.now() + 200ms;
+  EXPECT_GT(processorTime(loop, end), 20ms) << "a busy machine leaves it less than 200 ms";
+  EXPECT_GE(loop.now(), end);
+  loop.busyPollsIs(false);
+  EXPECT_LT(processorTime(loop, loop.now() + 200ms), 20ms);
+}
+
+TEST_F(LiveLoopTest, BusyPollingDeliversInput) {
+  auto const watching = watcher(event, "event");
+  loop.busyPollsIs(true);
+  event.raise();
+  Time const before = loop.now();
+  loop.turn(before + 1h);
+  EXPECT_THAT(journal, ElementsAre("event"));
+  EXPECT_LT(loop.now(), before + 1h);
+}
+
+TEST_F(LiveLoopTest, BusyPollingMeetsTimers) {
+  auto const watching = watcher(event, "event");
+  auto due = timer("due");
+  schedule(due, 10ms);
+  loop.busyPollsIs(true);
+  Time const deadline = due.deadline();
+  while (due.scheduled()) loop.turn();
+  EXPECT_THAT(journal, ElementsAre("due"));
+  EXPECT_GE(loop.now(), deadline);
+}
+
 // ---- What handlers may do
 
 TEST_F(LiveLoopTest, WatchMayDestroyItself) {
