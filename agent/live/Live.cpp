@@ -48,6 +48,7 @@ Live::Live(LiveCommand const& command, Configuration configuration)
       signals_(loop_, [this](int signal) { handleSignal(signal); }),
       devices_((raiseDescriptorLimit(), traceToLog(command.traces), loop_)),
       switch_(std::move(configuration), loop_),
+      routerLog_(loop_.timerWheel()),
       serviceManager_(loop_.timerWheel()),
       interfaces_(loop_, [this](IntfId const& intf,
                                 InterfaceState const& state) { handleInterface(intf, state); }),
@@ -55,6 +56,7 @@ Live::Live(LiveCommand const& command, Configuration configuration)
   loop_.busyPollsIs(command.busyPoll);
   if (!command.metrics.empty())
     metrics_ = std::make_unique<MetricsServer>(loop_, switch_, control_, command.metrics);
+  followRouters();
   warnOfMissingInterfaces();
 }
 
@@ -100,9 +102,17 @@ void Live::reload() {
     log(Severity::info, configurationName_,
         " read again: ", describeChange(switch_.configuration(), configuration));
     switch_.configurationIs(std::move(configuration));
+    followRouters();
     warnOfMissingInterfaces();
   }
   serviceManager_.ready(status());
+}
+
+void Live::followRouters() {
+  std::vector<Kel::Ptr<RouterLog::RouterPorts const>> vlans;
+  for (VlanConfig const& vlan : switch_.configuration().vlans)
+    vlans.emplace_back(switch_.routerPorts(vlan.vlanId));
+  routerLog_.vlansAre(vlans);
 }
 
 void Live::handleInterface(IntfId const& intf, InterfaceState const& state) {

@@ -9,6 +9,7 @@
 #include "agent/control/ControlServer.h"
 #include "agent/control/MetricsServer.h"
 #include "agent/live/KernelInterfaces.h"
+#include "agent/live/RouterLog.h"
 #include "agent/live/ServiceManager.h"
 #include "agent/live/Signals.h"
 #include "platform/horix/EventLoop.h"
@@ -35,6 +36,7 @@ class Live {
   void handleInterface(Wirex::IntfId const& intf, InterfaceState const& state);
   void reload();
   void leave();
+  void followRouters();
   void warnOfMissingInterfaces();
   std::string status() const;
 
@@ -45,6 +47,7 @@ class Live {
   std::set<Wirex::IntfId> warnedOf_;
   Interface::SocketEthDevPams devices_;
   Switch switch_;
+  RouterLog routerLog_;
   ServiceManager serviceManager_;
   KernelInterfaces interfaces_;
   ControlServer control_;
