@@ -89,7 +89,7 @@ KernelInterfaces::KernelInterfaces(Horix::EventLoop& loop, Changed changed)
       changed_(std::move(changed)) {
   if (!socket_) fail("socket(AF_NETLINK)");
   if (mnl_socket_bind(socket_.get(), RTMGRP_LINK, MNL_SOCKET_AUTOPID) < 0) fail("bind(AF_NETLINK)");
-  requestDump();
+  askForAll();
   awaitDump();
   input_ = std::make_unique<Input>(loop, *this);
 }
@@ -99,6 +99,12 @@ KernelInterfaces::~KernelInterfaces() = default;
 void KernelInterfaces::handleReady() {
   constexpr int mostAtOnce = 64;  // frames and timers get their turn in between
   for (int turn = 0; turn < mostAtOnce && receive();) ++turn;
+}
+
+/// The kernel takes no such request while it still answers another one.
+void KernelInterfaces::askForAll() {
+  dumpAgain_ = dumping_;
+  if (!dumping_) requestDump();
 }
 
 void KernelInterfaces::requestDump() {
@@ -130,7 +136,7 @@ bool KernelInterfaces::receive() {
   if (size < 0) {
     if (errno == EAGAIN || errno == EINTR) return false;
     if (errno != ENOBUFS) fail("recv(AF_NETLINK)");
-    requestDump();
+    askForAll();
     return true;
   }
   auto const* header = reinterpret_cast<nlmsghdr const*>(buffer_.data());
@@ -141,9 +147,8 @@ bool KernelInterfaces::receive() {
 }
 
 void KernelInterfaces::handle(nlmsghdr const& header) {
-  // What answers a request that was made again says what was true before something was lost.
-  bool const answers = header.nlmsg_pid == mnl_socket_get_portid(socket_.get());
-  if (answers && header.nlmsg_seq != generation_) return;
+  // Interfaces came or went meanwhile, so that the answer may lack one.
+  if ((header.nlmsg_flags & NLM_F_DUMP_INTR) != 0) askForAll();
   switch (header.nlmsg_type) {
     case RTM_NEWLINK:
     case RTM_DELLINK:
@@ -151,13 +156,12 @@ void KernelInterfaces::handle(nlmsghdr const& header) {
       break;
     case NLMSG_DONE:
       handleDumped();
-      return;
+      break;
     case NLMSG_ERROR:
       fail("RTM_GETLINK", -static_cast<nlmsgerr const*>(mnl_nlmsg_get_payload(&header))->error);
     default:
       break;
   }
-  if (answers && (header.nlmsg_flags & NLM_F_DUMP_INTR) != 0) requestDump();
 }
 
 void KernelInterfaces::handleLink(nlmsghdr const& header) {
@@ -216,6 +220,10 @@ void KernelInterfaces::handleLink(nlmsghdr const& header) {
 
 void KernelInterfaces::handleDumped() {
   dumping_ = false;
+  if (dumpAgain_) {
+    askForAll();
+    return;
+  }
   std::vector<std::uint32_t> gone;
   for (auto const& [index, link] : links_)
     if (link.generation != generation_) gone.push_back(index);

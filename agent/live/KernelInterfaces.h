@@ -42,6 +42,7 @@ class KernelInterfaces {
 
   void handleReady();
 
+  void askForAll();
   void requestDump();
   void awaitDump();
   /// Returns false when nothing is left.
@@ -59,6 +60,7 @@ class KernelInterfaces {
   std::map<std::string, std::uint32_t> named_;  // of several that had a name, the last one
   std::uint32_t generation_ = 0;                // of the latest dump, whose sequence number it is
   bool dumping_ = false;
+  bool dumpAgain_ = false;  // once the dump that goes on is at its end
   alignas(std::max_align_t) std::array<std::byte, 65536> buffer_;
   std::unique_ptr<Input> input_;
 };
