@@ -4,6 +4,7 @@
 
 #include "platform/igmp/Checksum.h"
 #include "platform/igmp/Frame.h"
+#include "platform/wirex/PktManager.h"
 
 namespace Igmp {
 
@@ -60,6 +61,12 @@ void writeEthernetHeader(WritableBytes header, Wirex::MacAddress const& source,
 }
 
 }  // namespace
+
+std::size_t greatestMessageSize(std::size_t mtu) noexcept {
+  constexpr std::size_t smallestMtu = 68;  // RFC 791 section 3.2
+  return std::min(std::max(mtu, smallestMtu) - sentIpHeaderSize,
+                  Wirex::PktManager::instance().bufferSize());
+}
 
 Wirex::Pkt::Ptr igmpFrame(Sender const& sender, Wirex::IpAddr destination, Bytes message) {
   constexpr std::size_t checksumOffset = 2;

@@ -14,6 +14,10 @@ inline constexpr Wirex::IpAddr allIgmpv3Routers(224, 0, 0, 22);
 /// What an IPv4 header with Router Alert takes of a link's MTU.
 inline constexpr std::size_t sentIpHeaderSize = 24;
 
+/// How long an IGMP message may be where an IP datagram may have `mtu` bytes: what the link
+/// carries, and what a packet holds. An MTU below that of any IPv4 link is not believed.
+KEL_EXPORT std::size_t greatestMessageSize(std::size_t mtu) noexcept;
+
 /// Who sends.
 struct Sender {
   Wirex::MacAddress macAddress{};

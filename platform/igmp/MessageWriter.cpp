@@ -4,8 +4,6 @@
 #include <array>
 #include <utility>
 
-#include "platform/wirex/PktManager.h"
-
 namespace Igmp {
 
 using Wirex::IpAddr;
@@ -13,12 +11,6 @@ using Wirex::IpAddr;
 namespace {
 
 constexpr std::size_t recordCountOffset = reportV3HeaderSize - 2;
-
-std::size_t capacityFor(std::size_t mtu) {
-  constexpr std::size_t smallestMtu = 68;  // RFC 791 section 3.2
-  return std::min(std::max(mtu, smallestMtu) - sentIpHeaderSize,
-                  Wirex::PktManager::instance().bufferSize());
-}
 
 void putAddress(std::uint8_t* bytes, IpAddr address) {
   Wirex::putBigEndian16(bytes, static_cast<std::uint16_t>(address.value() >> 16));
@@ -29,7 +21,7 @@ void putAddress(std::uint8_t* bytes, IpAddr address) {
 
 MessageWriter::MessageWriter(HostSettings const& settings, HostCounters& counters)
     : sender_{settings.macAddress, settings.sourceAddress},
-      capacity_(capacityFor(settings.mtu)),
+      capacity_(greatestMessageSize(settings.mtu)),
       counters_(counters) {}
 
 // RFC 9776 section 4.2.16: "If a single Group Record contains so many source addresses that it does

@@ -62,8 +62,7 @@ std::vector<std::uint8_t> queryMessage(QueryToSend const& query) {
 }
 
 std::size_t sourcesPerQuery(std::size_t mtu) noexcept {
-  constexpr std::size_t headers = sentIpHeaderSize + queryV3HeaderSize;
-  return mtu < headers + addressSize ? 1 : (mtu - headers) / addressSize;
+  return (greatestMessageSize(mtu) - queryV3HeaderSize) / addressSize;
 }
 
 }  // namespace Igmp

@@ -5,8 +5,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "platform/igmp/IgmpFrame.h"
 #include "platform/igmp/Message.h"
 #include "platform/igmp/QueryWriter.h"
+#include "platform/wirex/PktManager.h"
 #include "tests/platform/igmp/FrameBuilder.h"
 
 namespace {
@@ -108,8 +110,18 @@ TEST(QueryWriterTest, RobustnessBeyondTheFieldIsNotTold) {
 
 TEST(QueryWriterTest, AQueryHoldsAsManySourcesAsTheLinkAllows) {
   EXPECT_EQ(Igmp::sourcesPerQuery(1500), 366u);
-  EXPECT_EQ(Igmp::sourcesPerQuery(24 + 12 + 4), 1u);
-  EXPECT_EQ(Igmp::sourcesPerQuery(10), 1u) << "no link is that short, and none stops the rest";
+  EXPECT_EQ(Igmp::sourcesPerQuery(68), 8u);
+  EXPECT_EQ(Igmp::sourcesPerQuery(10), 8u) << "no link is that short, and none stops the rest";
+}
+
+TEST(QueryWriterTest, AQueryOnTheLongestLinkFitsAPacket) {
+  std::vector<IpAddr> const sources(Igmp::sourcesPerQuery(65535), IpAddr(192, 0, 2, 1));
+  QueryToSend query;
+  query.group = group;
+  query.sources = sources;
+  auto const message = queryMessage(query);
+  EXPECT_NO_THROW(Igmp::igmpFrame({}, group, message));
+  EXPECT_GT(message.size() + 4, Wirex::PktManager::instance().bufferSize());
 }
 
 }  // namespace

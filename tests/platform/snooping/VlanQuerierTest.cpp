@@ -570,11 +570,13 @@ TEST_F(VlanQuerierTest, GroupAndSourcesAreAskedForTogether) {
 }
 
 TEST_F(VlanQuerierTest, SourcesThatDoNotFitTheLinkAreAskedForInSeveralQueries) {
-  swp1.size = 24 + 12 + 4 * 2;
+  swp1.size = 24 + 12 + 4 * 8;
   start();
-  withdraws(swp1, {a, b, IpAddr(198, 51, 100, 3)});
-  EXPECT_THAT(swp1.take(),
-              ElementsAre(SentQuery{group, {a, b}}, SentQuery{group, {IpAddr(198, 51, 100, 3)}}));
+  std::vector<IpAddr> sources;
+  for (std::uint8_t i = 1; i <= 10; ++i) sources.emplace_back(198, 51, 100, i);
+  withdraws(swp1, sources);
+  EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group, {sources.begin(), sources.begin() + 8}},
+                                       SentQuery{group, {sources.begin() + 8, sources.end()}}));
 }
 
 // ---- Older versions
