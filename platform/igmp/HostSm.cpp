@@ -88,17 +88,14 @@ class HostSm::KelSettlement final : public Settlement::NotifieeConst {
   HostSm* owner_;
 };
 
-class HostSm::OutboxTimer final : public Horix::Timer {
+class HostSm::PauseTimer final : public Horix::Timer {
  public:
-  explicit OutboxTimer(HostSm& owner) : owner_(owner) {}
+  explicit PauseTimer(Settlement const& settlement) : settlement_(settlement) {}
 
  private:
-  void onExpiry() override {
-    Kel::Ptr<HostSm> const hostSm(&owner_);
-    hostSm->handleOutbox();
-  }
+  void onExpiry() override { settlement_.dueNotify(); }
 
-  HostSm& owner_;
+  Settlement const& settlement_;
 };
 
 HostSm::HostSm(Kel::Ptr<Kel::ActivityConfig> activity, Kel::Ptr<IgmpHost const> host,
@@ -110,7 +107,7 @@ HostSm::HostSm(Kel::Ptr<Kel::ActivityConfig> activity, Kel::Ptr<IgmpHost const> 
       answers_(*host, timerWheel, delays_, settlement_),
       unaskedReports_(host, timerWheel, delays_, settlement_),
       timerWheel_(std::move(timerWheel)),
-      outboxTimer_(std::make_unique<OutboxTimer>(*this)),
+      pause_(std::make_unique<PauseTimer>(*settlement_)),
       kelHost_(Kel::make<KelHost>(host, this)),
       kelPam_(Kel::make<KelPam>(Kel::Ptr<Wirex::Pam const>(), this)),
       kelSettlement_(Kel::make<KelSettlement>(settlement_, this)) {
@@ -163,7 +160,6 @@ void HostSm::updateAccess() {
   Kel::Ptr<Wirex::Pam const> const heard = canHear() ? host()->pam() : nullptr;
   if (kelPam_->notifier() != heard) kelPam_->notifierIs(heard);
   unaskedReports_.activeIs(canSend() && host()->settings().reportsUnasked);
-  if (!canSend()) outbox_.clear();
 }
 
 void HostSm::handlePam() {
@@ -180,12 +176,11 @@ void HostSm::handleEnabled() {
     farewell = leaves();
   }
   updateAccess();
-  sendAtOnce(std::move(farewell));
+  send(std::move(farewell));
 }
 
 void HostSm::leave() {
-  outbox_.clear();
-  sendAtOnce(leaves());
+  send(leaves());
 }
 
 std::vector<Wirex::Pkt::Ptr> HostSm::leaves() {
@@ -282,36 +277,26 @@ void HostSm::handleSettlement() {
     answers_.dropDue();
     return;
   }
+  if (pause_->scheduled()) return;
   MessageWriter writer = newWriter();
   if (unaskedReports_.active())
     unaskedReports_.write(writer, mode_,
                           std::max<std::uint8_t>(host()->settings().robustnessVariable, 1));
   for (Wirex::IpAddr const group : answers_.write(writer, mode_))
     unaskedReports_.otherMemberReportedIs(group, false);
+  if (writer.full()) timerWheel_->schedule(*pause_, Horix::TimerWheel::tick);
   send(writer.takeFrames());
 }
 
-void HostSm::sendAtOnce(std::vector<Wirex::Pkt::Ptr> frames) {
-  if (!frames.empty()) status_->lastSentIs(timerWheel_->now());
-  for (Wirex::Pkt::Ptr& frame : frames)
-    if (auto const pam = host()->pam()) pam->outputPktIs(std::move(frame));
-}
-
+// What a frame causes to be sent comes after those that were written before.
 void HostSm::send(std::vector<Wirex::Pkt::Ptr> frames) {
+  if (!frames.empty()) status_->lastSentIs(timerWheel_->now());
   std::move(frames.begin(), frames.end(), std::back_inserter(outbox_));
-  if (!outboxTimer_->scheduled()) handleOutbox();
-}
-
-// The reports of very many groups would fill the device's queue, which drops what it cannot hold.
-void HostSm::handleOutbox() {
-  constexpr int framesPerTick = 64;
-  if (!outbox_.empty()) status_->lastSentIs(timerWheel_->now());
-  for (int i = 0; i < framesPerTick && !outbox_.empty(); ++i) {
+  while (!outbox_.empty()) {
     Wirex::Pkt::Ptr const frame = std::move(outbox_.front());
     outbox_.pop_front();
     if (auto const pam = host()->pam()) pam->outputPktIs(frame);
   }
-  if (!outbox_.empty()) timerWheel_->schedule(*outboxTimer_, Horix::TimerWheel::tick);
 }
 
 }  // namespace Igmp

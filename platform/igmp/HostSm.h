@@ -14,10 +14,11 @@ namespace Igmp {
 
 /// Runs one host: watches its attributes and the packets that come in through its packet access,
 /// and sends what its parts have to say. It lives as long as its host is in the directory. What
-/// packets, timers and changed records make due is said when activities run. Single-threaded.
+/// packets, timers and changed records make due is said when activities run; of very much, a part
+/// in each tick, so that what is not said yet can still be changed or taken back. Single-threaded.
 ///
 ///     records ---> UnaskedReports --+
-///     queries ---> PendingAnswers --+--> MessageWriter ---> outbox ---> packet access
+///     queries ---> PendingAnswers --+--> MessageWriter ---> packet access
 ///             `--> QuerierVersions -´    (in this version)
 class HostSm final : public Kel::PtrInterface {
  public:
@@ -37,7 +38,7 @@ class HostSm final : public Kel::PtrInterface {
   class KelHost;
   class KelPam;
   class KelSettlement;
-  class OutboxTimer;
+  class PauseTimer;
 
   void handleSettlement();
   void handlePacket();
@@ -56,9 +57,7 @@ class HostSm final : public Kel::PtrInterface {
   void handleOtherReport(Wirex::Bytes frame);
   MessageWriter newWriter() const { return {host()->settings(), status_->counters()}; }
   std::vector<Wirex::Pkt::Ptr> leaves();
-  void sendAtOnce(std::vector<Wirex::Pkt::Ptr> frames);
   void send(std::vector<Wirex::Pkt::Ptr> frames);
-  void handleOutbox();
 
   Kel::Ptr<Kel::ActivityConfig> activity_;
   Kel::Ptr<IgmpHostStatus> status_;
@@ -68,9 +67,9 @@ class HostSm final : public Kel::PtrInterface {
   QuerierVersions querierVersions_;
   PendingAnswers answers_;
   UnaskedReports unaskedReports_;
-  std::deque<Wirex::Pkt::Ptr> outbox_;  // what is to be sent, in that order
+  std::deque<Wirex::Pkt::Ptr> outbox_;  // empty but while it is being sent
   Kel::Ptr<Horix::TimerWheel const> timerWheel_;
-  std::unique_ptr<OutboxTimer> outboxTimer_;  // runs while the outbox is not empty
+  std::unique_ptr<PauseTimer> pause_;  // runs while the device takes what was sent
   Kel::Ptr<KelHost> kelHost_;
   Kel::Ptr<KelPam> kelPam_;
   Kel::Ptr<KelSettlement> kelSettlement_;

@@ -74,6 +74,7 @@ void MessageWriter::append(RecordType type, IpAddr group, std::span<IpAddr const
   }
   ++records_;
   ++counters_.groupRecordsSent;
+  if (room() < groupRecordHeaderSize) closeReport();
 }
 
 void MessageWriter::closeReport() {

@@ -29,10 +29,16 @@ class MessageWriter {
   /// An IGMPv2 leave.
   void leave(Wirex::IpAddr group);
 
+  /// Whether there are as many frames as are to be sent at one time: more would fill the device's
+  /// queue, which drops what it cannot hold. What is written all the same is in the frames, too.
+  bool full() const { return frames_.size() >= framesAtOnce; }
+
   /// The frames, in the order in which they were written.
   std::vector<Wirex::Pkt::Ptr> takeFrames();
 
  private:
+  static constexpr std::size_t framesAtOnce = 64;
+
   std::size_t room() const { return capacity_ - message_.size(); }
   void append(RecordType type, Wirex::IpAddr group, std::span<Wirex::IpAddr const> sources);
   void closeReport();

@@ -170,6 +170,7 @@ void PendingAnswers::cancelAll() {
   generalDue_ = false;
   groups_ = {};
   due_.clear();
+  unanswered_.clear();
 }
 
 void PendingAnswers::handleGeneralDue() {
@@ -184,7 +185,9 @@ void PendingAnswers::handleDue(GroupAnswer& answer) {
 
 std::vector<IpAddr> PendingAnswers::write(MessageWriter& writer, IgmpVersion mode) {
   std::vector<IpAddr> reported;
-  for (IpAddr const group : std::exchange(due_, {})) {
+  auto next = due_.begin();
+  while (next != due_.end() && !writer.full()) {
+    IpAddr const group = *next++;
     auto const answer = takeDue(group);
     if (!answer || !hasReceptionState(host_.v3group().find(group))) continue;
     if (mode == IgmpVersion::v3) {
@@ -194,15 +197,21 @@ std::vector<IpAddr> PendingAnswers::write(MessageWriter& writer, IgmpVersion mod
       reported.push_back(group);
     }
   }
-  if (std::exchange(generalDue_, false)) writeAll(writer);
+  due_.erase(due_.begin(), next);
+  if (std::exchange(generalDue_, false)) beginGeneral();
+  for (; !unanswered_.empty() && !writer.full(); unanswered_.pop_back()) {
+    auto const* const record = host_.v3group().find(unanswered_.back());
+    if (hasReceptionState(record)) writeState(unanswered_.back(), receptionState(record), writer);
+  }
   return reported;
 }
 
 /// "One Current-State Record is sent for each multicast address for which the specified interface
 /// has reception state".
-void PendingAnswers::writeAll(MessageWriter& writer) {
-  for (auto const [group, record] : host_.v3group())
-    if (hasReceptionState(record.get())) writeState(group, receptionState(record.get()), writer);
+void PendingAnswers::beginGeneral() {
+  unanswered_.clear();
+  for (auto const [group, record] : host_.v3group()) unanswered_.push_back(group);
+  std::reverse(unanswered_.begin(), unanswered_.end());
   // "Finally, [...] the source lists associated with any reported groups are cleared."
   for (auto const [group, answer] : groups_) answer->sourcesIs({});
 }
@@ -231,6 +240,7 @@ void PendingAnswers::write(GroupAnswer const& answer, MessageWriter& writer) con
 
 void PendingAnswers::dropDue() {
   for (IpAddr const group : std::exchange(due_, {})) takeDue(group);
+  unanswered_.clear();
   generalDue_ = false;
 }
 

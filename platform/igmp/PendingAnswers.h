@@ -34,7 +34,8 @@ class PendingAnswers {
   bool cancel(Wirex::IpAddr group);
   void cancelAll();
 
-  /// Writes the answers that are due. Returns the groups that were reported in an older version.
+  /// Writes the answers that are due until the writer is full. Returns the groups that were
+  /// reported in an older version.
   std::vector<Wirex::IpAddr> write(MessageWriter& writer, IgmpVersion mode);
 
   /// Drops the answers that are due.
@@ -53,7 +54,7 @@ class PendingAnswers {
   void handleDue(GroupAnswer& answer);
   void handleGeneralDue();
   std::unique_ptr<GroupAnswer> takeDue(Wirex::IpAddr group);
-  void writeAll(MessageWriter& writer);
+  void beginGeneral();
   static void writeState(Wirex::IpAddr group, ReceptionState const& state, MessageWriter& writer);
   void write(GroupAnswer const& answer, MessageWriter& writer) const;
 
@@ -65,6 +66,7 @@ class PendingAnswers {
   bool generalDue_ = false;
   Kel::Table<Wirex::IpAddr, std::unique_ptr<GroupAnswer>> groups_;
   std::vector<Wirex::IpAddr> due_;
+  std::vector<Wirex::IpAddr> unanswered_;  // what is left of the general answer, the next one last
 };
 
 }  // namespace Igmp

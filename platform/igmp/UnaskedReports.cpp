@@ -129,10 +129,13 @@ void UnaskedReports::otherMemberReportedIs(IpAddr group, bool reported) {
 
 void UnaskedReports::write(MessageWriter& writer, IgmpVersion mode,
                            std::uint8_t robustnessVariable) {
-  for (GroupReporting* const reporting : std::exchange(marked_, {})) {
-    reporting->write(writer, mode, robustnessVariable);
-    forgetIfIdle(*reporting);
+  auto next = marked_.begin();
+  while (next != marked_.end() && !writer.full()) {
+    GroupReporting& reporting = **next++;
+    reporting.write(writer, mode, robustnessVariable);
+    forgetIfIdle(reporting);
   }
+  marked_.erase(marked_.begin(), next);
 }
 
 void UnaskedReports::writeLeaves(MessageWriter& writer, IgmpVersion mode) {

@@ -45,7 +45,7 @@ class UnaskedReports {
   /// Whether repetitions in an older version may be pending.
   bool anyGroup() const { return active_ && !groups_.empty(); }
 
-  /// Writes what is due. Must be active.
+  /// Writes what is due until the writer is full. Must be active.
   void write(MessageWriter& writer, IgmpVersion mode, std::uint8_t robustnessVariable);
 
   /// Writes that the host leaves all groups that it has reported, and forgets them.

@@ -182,6 +182,21 @@ TEST_F(HostOlderQuerier, V2LeaveEndsTheRepetitionsOfTheJoin) {
   EXPECT_THAT(sentWithin(seconds(100)), ElementsAre(v2Report(group(1)), leave(group(1))));
 }
 
+TEST_F(HostOlderQuerier, EveryGroupIsLeftThoughTheHostIsBlockedBetween) {
+  constexpr unsigned groups = 200;
+  fallsBackToV2();
+  for (unsigned i = 1; i <= groups; ++i) exclude(group(i));
+  rest();
+  host->v3groupDelAll();
+  Kel::runActivities();
+  EXPECT_EQ(status().counters().leavesSent, wire->sent.size());
+  host->blockedIs(true);
+  host->blockedIs(false);
+  Texts const all = sentWithin(seconds(1));
+  std::set<std::string> const left(all.begin(), all.end());
+  for (unsigned i = 1; i <= groups; ++i) EXPECT_TRUE(left.contains(leave(group(i)))) << i;
+}
+
 TEST_F(HostOlderQuerier, WhoIncludesSomeSourcesIsAMemberInV2) {
   fallsBackToV2();
   include(group(1), {source(1)});

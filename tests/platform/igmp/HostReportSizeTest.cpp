@@ -9,6 +9,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Le;
 using testing::SizeIs;
+using testing::StartsWith;
 
 class HostReportSize : public HostTest {
  protected:
@@ -18,6 +19,23 @@ class HostReportSize : public HostTest {
 
   void mtuIs(std::uint16_t mtu) {
     changeSettings([&](Igmp::HostSettings& settings) { settings.mtu = mtu; });
+  }
+
+  /// So many groups that their reports are sent over several ticks.
+  static constexpr unsigned reportsOfVeryMany = 200;
+  static constexpr unsigned veryMany = reportsOfVeryMany * recordsPerReport;
+
+  void excludeVeryMany() {
+    for (unsigned i = 1; i <= veryMany; ++i) writeExclude(group(i));
+    Kel::runActivities();
+  }
+  void dropVeryMany() {
+    host->v3groupDelAll();
+    Kel::runActivities();
+  }
+  static void addGroupsTo(std::set<IpAddr>& groups, std::vector<Sent> const& reports) {
+    for (Sent const& each : reports)
+      for (Record const& record : each.records()) groups.insert(record.group);
   }
 
   static std::set<IpAddr> sourcesOf(std::vector<Sent> const& reports) {
@@ -175,32 +193,113 @@ TEST_F(HostReportSize, TenThousandGroupsAreAnsweredInFullReports) {
   auto const all = takeSent();
   EXPECT_THAT(all, SizeIs((10'000 + recordsPerReport - 1) / recordsPerReport));
   std::set<IpAddr> groups;
-  for (Sent const& each : all)
-    for (Record const& record : each.records()) groups.insert(record.group);
+  addGroupsTo(groups, all);
   EXPECT_THAT(groups, SizeIs(10'000));
 }
 
 TEST_F(HostReportSize, VeryManyReportsAreSpreadOverTicksInTheirOrder) {
-  constexpr unsigned reports = 200;
   robustnessIs(1);
-  for (unsigned i = 1; i <= reports * recordsPerReport; ++i) writeExclude(group(i));
-  Kel::runActivities();
+  excludeVeryMany();
   std::size_t const atOnce = wire->sent.size();
-  EXPECT_LT(atOnce, reports / 2);
+  EXPECT_LT(atOnce, reportsOfVeryMany / 2);
   drop(group(1));
   pass(milliseconds(10));
   auto const all = takeSent();
-  ASSERT_THAT(all, SizeIs(reports + 1));
-  EXPECT_EQ(all[reports - 1].records().back().group, group(reports * recordsPerReport));
-  EXPECT_EQ(all[reports].text(), report({toIn(group(1))}));
+  ASSERT_THAT(all, SizeIs(reportsOfVeryMany + 1));
+  EXPECT_EQ(all[reportsOfVeryMany - 1].records().back().group, group(veryMany));
+  EXPECT_EQ(all[reportsOfVeryMany].text(), report({toIn(group(1))}));
   std::map<Horix::Time, std::size_t> perTick;
   for (Sent const& each : all) ++perTick[each.time];
   for (auto const& [time, count] : perTick) EXPECT_LE(count, atOnce);
 }
 
-TEST_F(HostReportSize, ReportsStillToBeSentAreDroppedWhenTheHostIsBlocked) {
-  for (unsigned i = 1; i <= 200 * recordsPerReport; ++i) writeExclude(group(i));
+TEST_F(HostReportSize, AnswerOfVeryManyReportsIsSpreadOverTicks) {
+  reportsUnaskedIs(false);
+  excludeVeryMany();
+  hearsGeneralQuery();
+  pass(seconds(11));
+  auto const all = takeSent();
+  EXPECT_THAT(all, SizeIs(reportsOfVeryMany));
+  std::map<Horix::Time, std::size_t> perTick;
+  for (Sent const& each : all) ++perTick[each.time];
+  for (auto const& [time, count] : perTick) EXPECT_LE(count, reportsOfVeryMany / 2);
+  std::set<IpAddr> groups;
+  addGroupsTo(groups, all);
+  EXPECT_THAT(groups, SizeIs(veryMany));
+}
+
+TEST_F(HostReportSize, RestOfAnAnswerIsNotGivenInAnotherVersion) {
+  reportsUnaskedIs(false);
+  excludeVeryMany();
+  hearsGeneralQuery();
+  while (wire->sent.empty()) pass(milliseconds(1));
+  wire->sent.clear();
+  hears(FrameBuilder::queryV2(IpAddr(), 100));
+  EXPECT_THAT(sentWithin(seconds(11)), testing::AllOf(SizeIs(veryMany), Each(StartsWith("v2("))));
+}
+
+TEST_F(HostReportSize, RestOfAnAnswerIsDroppedWhenTheHostIsBlocked) {
+  reportsUnaskedIs(false);
+  excludeVeryMany();
+  hearsGeneralQuery();
+  while (wire->sent.empty()) pass(milliseconds(1));
+  host->blockedIs(true);
+  pass(seconds(1));
+  host->blockedIs(false);
+  wire->sent.clear();
+  hearsQuery(group(1));
+  EXPECT_THAT(sentWithin(seconds(100)), ElementsAre(report({isEx(group(1))})));
+}
+
+TEST_F(HostReportSize, JoinsStillToBeSentAreSentInTheVersionOfAnOlderQuerier) {
+  excludeVeryMany();
+  std::set<IpAddr> groups;
+  addGroupsTo(groups, takeSent());
+  hears(FrameBuilder::queryV2(IpAddr(), 100));
+  pass(seconds(1));
+  for (Sent const& each : takeSent()) {
+    ASSERT_THAT(each.text(), StartsWith("v2("));
+    groups.insert(each.packet.destination);
+  }
+  EXPECT_THAT(groups, SizeIs(veryMany));
+}
+
+TEST_F(HostReportSize, LeavesStillToBeSentWhenTheHostIsBlockedAreSentAfterIt) {
+  robustnessIs(1);
+  excludeVeryMany();
+  rest();
+  dropVeryMany();
+  std::set<IpAddr> groups;
+  addGroupsTo(groups, takeSent());
+  host->blockedIs(true);
+  EXPECT_THAT(sentWithin(seconds(1)), IsEmpty());
+  host->blockedIs(false);
   Kel::runActivities();
+  pass(seconds(1));
+  addGroupsTo(groups, takeSent());
+  EXPECT_THAT(groups, SizeIs(veryMany));
+}
+
+TEST_F(HostReportSize, LeavesStillToBeSentAreSentBeforeTheHostGoes) {
+  robustnessIs(1);
+  for (auto const& go : std::vector<std::function<void()>>{
+           [this] { host->enabledIs(false); },
+           [this] { hosts->igmpHostDel(host->name()); },
+       }) {
+    host->enabledIs(true);
+    excludeVeryMany();
+    rest();
+    dropVeryMany();
+    go();
+    std::set<IpAddr> groups;
+    addGroupsTo(groups, takeSent());
+    EXPECT_THAT(groups, SizeIs(veryMany));
+  }
+}
+
+TEST_F(HostReportSize, ReportsStillToBeSentAreDroppedWhenTheHostIsBlocked) {
+  excludeVeryMany();
+  EXPECT_EQ(status().counters().reportsSentV3, wire->sent.size());
   wire->sent.clear();
   host->blockedIs(true);
   EXPECT_THAT(sentWithin(milliseconds(10)), IsEmpty());
@@ -210,11 +309,10 @@ TEST_F(HostReportSize, ReportsStillToBeSentAreDroppedWhenTheHostIsBlocked) {
 }
 
 TEST_F(HostReportSize, LeavesAreSentAtOnceHoweverMany) {
-  for (unsigned i = 1; i <= 200 * recordsPerReport; ++i) writeExclude(group(i));
-  Kel::runActivities();
-  wire->sent.clear();
+  excludeVeryMany();
+  rest();
   host->enabledIs(false);
-  EXPECT_THAT(wire->sent, SizeIs(200));
+  EXPECT_THAT(wire->sent, SizeIs(reportsOfVeryMany));
 }
 
 }  // namespace IgmpTest
