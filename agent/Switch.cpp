@@ -13,6 +13,7 @@ namespace Agent {
 using Bridging::AllowedTrafficDirection;
 using Bridging::VlanId;
 using Bridging::IgmpSnooping::QuerierSettings;
+using Bridging::IgmpSnooping::RouterPort;
 using Bridging::IgmpSnooping::RouterPorts;
 using Bridging::IgmpSnooping::SnoopedPort;
 using Bridging::IgmpSnooping::SnoopedVlan;
@@ -142,9 +143,9 @@ bool Switch::sends(InterfaceConfig const& interface) const {
                                  interface.direction == AllowedTrafficDirection::egress);
 }
 
-bool Switch::isRouterPort(VlanId vlan, IntfId const& intf) const {
+RouterPort Switch::routerPort(VlanId vlan, IntfId const& intf) const {
   RouterPorts const* const ports = routerPorts(vlan);
-  return ports && ports->routerPort().contains(intf);
+  return ports ? ports->routerPort().get(intf) : RouterPort();
 }
 
 std::optional<VlanId> Switch::learnedIn(VlanId vlan) const {
@@ -320,7 +321,10 @@ void Switch::configureHost(Igmp::IgmpHost& host) {
   settings.sourceAddress = configured.senderSourceAddress;
   settings.robustnessVariable = static_cast<std::uint8_t>(configured.robustnessVariable);
   settings.requireRouterAlert = configured.requireRouterAlert;
-  settings.reportsUnasked = configured.reportOn == ReportOn::all || isRouterPort(vlan->first, intf);
+  bool const reportsOnAll = configured.reportOn == ReportOn::all;
+  RouterPort const routerPort = this->routerPort(vlan->first, intf);
+  settings.reportsUnasked = reportsOnAll || routerPort != RouterPort();
+  settings.reportsSinceQuery = !reportsOnAll && routerPort.isByQuery();
   host.settingsIs(settings);
 }
 

@@ -99,7 +99,9 @@ class Switch {
   bool receives(InterfaceConfig const& interface) const;
   bool sends(InterfaceConfig const& interface) const;
   bool hears(Bridging::IgmpSnooping::SnoopedPort const& port, Bridging::VlanId vlan) const;
-  bool isRouterPort(Bridging::VlanId vlan, Wirex::IntfId const& intf) const;
+  /// The default state if the interface is none.
+  Bridging::IgmpSnooping::RouterPort routerPort(Bridging::VlanId vlan,
+                                                Wirex::IntfId const& intf) const;
 
   Configuration configuration_;
   std::map<Wirex::IntfId, InterfaceConfig const*> interfaces_;

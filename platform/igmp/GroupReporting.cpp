@@ -38,8 +38,15 @@ void GroupReporting::tellAsNew() {
   touch();
 }
 
+void GroupReporting::tellLater() {
+  asNew_ = true;
+  touched_ = false;
+  // An answer may tell it before, so that from now on a change is one of what was told.
+  if (reported_.empty()) reported_ = receptionState(notifier().get());
+}
+
 void GroupReporting::cancelPending() {
-  cancel();
+  if (!asNew_) cancel();
   change_.clear();
   repetitions_ = 0;
   due_ = false;
@@ -86,6 +93,7 @@ void GroupReporting::touch() {
 
 void GroupReporting::onExpiry() {
   due_ = true;
+  if (asNew_) touched_ = true;
   mark();
 }
 

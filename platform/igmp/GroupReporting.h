@@ -25,7 +25,10 @@ class GroupReporting final : public IgmpV3GroupRecord::NotifieeConst, public Hor
   /// Has the whole state told as if it were new.
   void tellAsNew();
 
-  /// Gives up what is to be told, but knows what was.
+  /// The same when its timer expires, or when the record changes before.
+  void tellLater();
+
+  /// Gives up what is to be told again, but knows what was told.
   void cancelPending();
 
   /// Stops watching and telling, but knows what was told and what was still to be told.

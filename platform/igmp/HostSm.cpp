@@ -159,7 +159,15 @@ bool HostSm::canHear() const {
 void HostSm::updateAccess() {
   Kel::Ptr<Wirex::Pam const> const heard = canHear() ? host()->pam() : nullptr;
   if (kelPam_->notifier() != heard) kelPam_->notifierIs(heard);
-  unaskedReports_.activeIs(canSend() && host()->settings().reportsUnasked);
+  bool const couldSend = std::exchange(couldSend_, canSend());
+  bool const reports = canSend() && host()->settings().reportsUnasked;
+  bool const begins = reports && !unaskedReports_.active();
+  unaskedReports_.activeIs(reports);
+  if (!begins) return;
+  if (couldSend && host()->settings().reportsSinceQuery)
+    unaskedReports_.tellAllLater(mode_);
+  else
+    unaskedReports_.tellAllAsNew();
 }
 
 void HostSm::handlePam() {

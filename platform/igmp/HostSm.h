@@ -67,6 +67,7 @@ class HostSm final : public Kel::PtrInterface {
   QuerierVersions querierVersions_;
   PendingAnswers answers_;
   UnaskedReports unaskedReports_;
+  bool couldSend_ = false;              // when its access was last updated
   std::deque<Wirex::Pkt::Ptr> outbox_;  // empty but while it is being sent
   Kel::Ptr<Horix::TimerWheel const> timerWheel_;
   std::unique_ptr<PauseTimer> pause_;  // runs while the device takes what was sent

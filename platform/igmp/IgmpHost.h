@@ -25,6 +25,9 @@ struct HostSettings {
   std::uint8_t robustnessVariable = 2;  ///< 1 to 7 (RFC 9776 section 8.1)
   /// Whether it says of itself how its records change. Queries are answered in any case.
   bool reportsUnasked = false;
+  /// Whether only a query is why it does. A host that begins for that reason waits like one that
+  /// answers (RFC 9776 section 5.2), so that all that hear a new querier do not speak together.
+  bool reportsSinceQuery = false;
   /// Whether it ignores IGMPv2 and IGMPv3 queries without Router Alert (RFC 9776 section 9.1).
   bool requireRouterAlert = false;
 

@@ -67,7 +67,6 @@ void UnaskedReports::activeIs(bool active) {
   }
   forgetTimer_->cancel();
   records_->notifierIs(host_);
-  tellAllAsNew();
 }
 
 void UnaskedReports::suspend() {
@@ -84,6 +83,15 @@ void UnaskedReports::suspend() {
 void UnaskedReports::tellAllAsNew() {
   followAll();
   for (auto const [group, reporting] : groups_) reporting->tellAsNew();
+}
+
+void UnaskedReports::tellAllLater(IgmpVersion mode) {
+  followAll();
+  Time const delay = delays_.within(unsolicitedReportInterval(mode));
+  for (auto const [group, reporting] : groups_) {
+    reporting->tellLater();
+    timerWheel_->schedule(*reporting, delay);
+  }
 }
 
 void UnaskedReports::followAll() {

@@ -16,7 +16,7 @@ namespace Igmp {
 /// over. What falls due in one batch is written together.
 ///
 /// While it is suspended it watches nothing, but remembers what was reported for as long as a
-/// router may: then it tells what has changed meanwhile.
+/// router may, so that what has changed meanwhile is told with the rest.
 class UnaskedReports {
  public:
   /// @param delays outlives this.
@@ -31,6 +31,10 @@ class UnaskedReports {
 
   /// Has all state told as if it were new.
   void tellAllAsNew();
+
+  /// The same at a random time within the unsolicited report interval. What changes before is told
+  /// at once.
+  void tellAllLater(IgmpVersion mode);
 
   /// Gives up what is still to be told, except of changes that were never compared.
   void cancelPending();

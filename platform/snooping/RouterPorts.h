@@ -18,6 +18,11 @@ struct RouterPort {
   Wirex::IpAddr pimNeighbor;   ///< 0.0.0.0 if no PIM hello was heard
   Horix::Time pimUntil{};      ///< Horix::Time::max() if its neighbor never times out
 
+  /// Whether a query is the only reason.
+  bool isByQuery() const noexcept {
+    return querier != Wirex::IpAddr() && !configured && pimNeighbor == Wirex::IpAddr();
+  }
+
   friend bool operator==(RouterPort const&, RouterPort const&) noexcept = default;
 };
 

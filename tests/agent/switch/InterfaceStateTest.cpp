@@ -131,16 +131,27 @@ TEST_F(InterfaceStateTest, OnlyRouterPortsAreToldUnasked) {
   EXPECT_THAT(under.takeRecords("swp3"), IsEmpty());
 }
 
-TEST_F(InterfaceStateTest, PortOnWhichAQuerierIsHeardIsToldWhatThereIs) {
+TEST_F(InterfaceStateTest, PortOnWhichAQuerierIsHeardIsToldWhatThereIsWithinASecond) {
   under.works({"swp1", "swp2"});
   under.hear("swp2", FrameBuilder::reportV3({isIn(group, {a})}));
   under.pass(3s);
   ASSERT_THAT(under.takeRecords("swp1"), IsEmpty());
   under.hear("swp1", FrameBuilder::queryV3({.maxResponseCode = 1}).from(IpAddr(10, 0, 0, 254)));
   EXPECT_TRUE(under.host("Vlan10swp1")->settings().reportsUnasked);
+  EXPECT_THAT(under.takeRecords("swp1"), IsEmpty()) << "others hear the new querier too";
+  under.pass(1s);
   EXPECT_THAT(under.takeRecords("swp1"), testing::Contains("5 239.1.1.1 192.0.2.1"));
   under.pass(300s);
   EXPECT_FALSE(under.host("Vlan10swp1")->settings().reportsUnasked) << "the querier is gone";
+}
+
+TEST_F(InterfaceStateTest, PortOnWhichAPimRouterIsHeardIsToldWhatThereIsAtOnce) {
+  under.works({"swp1", "swp2"});
+  under.hear("swp2", FrameBuilder::reportV3({isIn(group, {a})}));
+  under.hear("swp1", FrameBuilder::message({0x20, 0, 0, 0, 0, 1, 0, 2, 0, 90}, Igmp::allPimRouters)
+                         .protocol(103)
+                         .withoutRouterAlert());
+  EXPECT_THAT(under.takeRecords("swp1"), ElementsAre("5 239.1.1.1 192.0.2.1"));
 }
 
 TEST_F(InterfaceStateTest, SwitchThatLeavesSaysSoOnItsRouterPorts) {

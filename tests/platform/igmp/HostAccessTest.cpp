@@ -152,6 +152,82 @@ INSTANTIATE_TEST_SUITE_P(Kinds, HostHindrance,
                                          "NoMacAddress", "NotUnasked"),
                          [](auto const& parameter) { return std::string(parameter.param); });
 
+// ---- Reporting that a query begins
+
+/// A host with a state that it begins to report because of a query.
+class HostSinceQuery : public HostAccess {
+ protected:
+  HostSinceQuery() { reportsUnaskedIs(false); }
+};
+
+TEST_F(HostSinceQuery, TellsAllStateTogetherWithinTheUnsolicitedReportInterval) {
+  reportsUnaskedSinceQuery();
+  EXPECT_THAT(sent(), IsEmpty());
+  auto const begun = loop.now();
+  pass(seconds(1));
+  auto const all = takeSent();
+  ASSERT_THAT(all, testing::Not(IsEmpty()));
+  EXPECT_EQ(all[0].text(), everything());
+  EXPECT_GT(all[0].time, begun);
+}
+
+TEST_F(HostSinceQuery, RepeatsWhatItTells) {
+  reportsUnaskedSinceQuery();
+  EXPECT_THAT(sentWithin(seconds(100)),
+              UnorderedElementsAre(everything(), report({allow(group(1), {source(1)})}),
+                                   report({toEx(group(2), {source(2)})})));
+}
+
+TEST_F(HostSinceQuery, TellsAChangeAtOnceAndTheRestInItsTime) {
+  robustnessIs(1);
+  reportsUnaskedSinceQuery();
+  include(group(1), {source(1), source(3)});
+  exclude(group(3));
+  EXPECT_THAT(sent(), ElementsAre(report({allow(group(1), {source(1), source(3)})}),
+                                  report({toEx(group(3))})));
+  EXPECT_THAT(sentWithin(seconds(100)), ElementsAre(report({toEx(group(2), {source(2)})})));
+}
+
+TEST_F(HostSinceQuery, LeavesAGroupOfWhichOnlyAnAnswerMayHaveTold) {
+  include(group(3), {source(3)});
+  reportsUnaskedSinceQuery();
+  drop(group(3));
+  EXPECT_THAT(sent(), ElementsAre(report({block(group(3), {source(3)})})));
+}
+
+TEST_F(HostSinceQuery, TellsInItsTimeWhatChangedBeforeIt) {
+  robustnessIs(1);
+  drop(group(2));
+  include(group(1), {source(3)});
+  reportsUnaskedSinceQuery();
+  EXPECT_THAT(sent(), IsEmpty());
+  EXPECT_THAT(sentWithin(seconds(100)),
+              ElementsAre(report(
+                  {allow(group(1), {source(3)}), block(group(1), {source(1)}), toIn(group(2))})));
+}
+
+TEST_F(HostSinceQuery, TellsAtOnceWhenItCouldNotSendBefore) {
+  host->blockedIs(true);
+  reportsUnaskedSinceQuery();
+  host->blockedIs(false);
+  settle();
+  EXPECT_THAT(sent(), ElementsAre(everything()));
+}
+
+TEST_F(HostSinceQuery, TellsAtOnceWhenItIsConfiguredAgain) {
+  reportsUnaskedSinceQuery();
+  host->configVersionIs(2);
+  settle();
+  EXPECT_THAT(sent(), ElementsAre(everything()));
+}
+
+TEST_F(HostSinceQuery, LeavesWhenItGoesBeforeItHasTold) {
+  reportsUnaskedSinceQuery();
+  host->enabledIs(false);
+  EXPECT_THAT(sent(), ElementsAre(report({block(group(1), {source(1)}), toIn(group(2))})));
+  EXPECT_THAT(sentWithin(seconds(100)), IsEmpty());
+}
+
 // ---- Hearing
 
 TEST_F(HostAccess, QueriesAreHeardWhileIngressIsAllowed) {

@@ -182,6 +182,28 @@ TEST_F(HostOlderQuerier, V2LeaveEndsTheRepetitionsOfTheJoin) {
   EXPECT_THAT(sentWithin(seconds(100)), ElementsAre(v2Report(group(1)), leave(group(1))));
 }
 
+TEST_F(HostOlderQuerier, ReportsThatAV2QueryBeginsAreSentWithinTenSeconds) {
+  exclude(group(1));
+  include(group(2), {source(1)});
+  reportsUnaskedIs(false);
+  fallsBackToV2();
+  reportsUnaskedSinceQuery();
+  EXPECT_THAT(sent(), IsEmpty());
+  EXPECT_THAT(sentWithin(seconds(10)),
+              testing::IsSupersetOf({v2Report(group(1)), v2Report(group(2))}));
+}
+
+TEST_F(HostOlderQuerier, ReportsThatAV3QueryBeginsAreSentInV2IfThatIsHeardBefore) {
+  robustnessIs(1);
+  exclude(group(1));
+  reportsUnaskedIs(false);
+  wire->sent.clear();
+  reportsUnaskedSinceQuery();
+  hearsV2Query({}, 255);
+  EXPECT_THAT(sent(), IsEmpty());
+  EXPECT_THAT(sentWithin(seconds(1)), ElementsAre(v2Report(group(1))));
+}
+
 TEST_F(HostOlderQuerier, EveryGroupIsLeftThoughTheHostIsBlockedBetween) {
   constexpr unsigned groups = 200;
   fallsBackToV2();

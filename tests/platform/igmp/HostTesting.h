@@ -191,6 +191,12 @@ class HostTest : public testing::Test {
   void reportsUnaskedIs(bool reports) {
     changeSettings([&](Igmp::HostSettings& settings) { settings.reportsUnasked = reports; });
   }
+  /// As where a query makes the port a router port.
+  void reportsUnaskedSinceQuery() {
+    changeSettings([](Igmp::HostSettings& settings) {
+      settings.reportsUnasked = settings.reportsSinceQuery = true;
+    });
+  }
   void robustnessIs(std::uint8_t robustness) {
     changeSettings([&](Igmp::HostSettings& settings) { settings.robustnessVariable = robustness; });
   }
