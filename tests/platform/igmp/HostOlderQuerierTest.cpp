@@ -163,6 +163,14 @@ TEST_F(HostOlderQuerier, V2JoinIsReportedToTheGroupRobustnessVariableTimes) {
   EXPECT_GT(all[2].time - all[0].time, seconds(1));
 }
 
+TEST_F(HostOlderQuerier, V2ReportGoesToTheMacAddressOfTheLow23BitsOfTheGroup) {
+  fallsBackToV2();
+  exclude(IpAddr(239, 129, 1, 1));
+  ByteVector const frame = takeSent().at(0).frame;
+  EXPECT_THAT(ByteVector(frame.begin(), frame.begin() + 6),
+              ElementsAre(0x01, 0x00, 0x5e, 0x01, 0x01, 0x01));
+}
+
 TEST_F(HostOlderQuerier, V2LeaveGoesToAllRoutersOnce) {
   fallsBackToV2();
   exclude(group(1));

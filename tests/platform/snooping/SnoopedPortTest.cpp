@@ -386,6 +386,17 @@ TEST_F(SnoopedPortQuerierTest, LeaveOfAMemberIsAskedAbout) {
   EXPECT_THAT(sent(), ElementsAre(SentQuery{group}));
 }
 
+TEST_F(SnoopedPortQuerierTest, GroupQueryGoesToTheMacAddressOfTheLow23BitsOfTheGroup) {
+  constexpr IpAddr of24Bits(239, 129, 1, 1);
+  bringUp();
+  hear(FrameBuilder::reportV2(of24Bits).from(host));
+  hear(FrameBuilder::leave(of24Bits).from(host));
+  ASSERT_THAT(device->sent, testing::SizeIs(1));
+  auto const frame = device->sent.front().begin();
+  EXPECT_THAT(std::vector<std::uint8_t>(frame, frame + 6),
+              ElementsAre(0x01, 0x00, 0x5e, 0x01, 0x01, 0x01));
+}
+
 TEST_F(SnoopedPortQuerierTest, LeaveOfWhoseReportAnotherMadeUnnecessaryIsAskedAbout) {
   bringUp();
   hear(FrameBuilder::reportV2(group).from(host));
