@@ -1,4 +1,4 @@
-"""FRR's pimd as the router: its group and source tables, and a port known by PIM hellos alone."""
+"""FRR's pimd as the router: its group and source tables, over its own queries."""
 
 from rig.routers import exclude, include
 
