@@ -227,6 +227,8 @@ void Switch::addVlans() {
                          loop_, batch_)
             .first->second;
     learning.learning.policyIs(policyOf(vlan.settings));
+    learning.querier.onOtherVersionIs(
+        [this](OtherVersion const& other) { onOtherVersion_(other); });
     learning.querier.settingsIs(querierSettingsOf(vlan), policyOf(vlan.settings));
   }
 }

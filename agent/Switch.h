@@ -31,6 +31,7 @@ class Switch {
   using InterfaceStates = std::map<Wirex::IntfId, InterfaceState>;
   using VlanLearning = Bridging::IgmpSnooping::VlanLearning;
   using VlanQuerier = Bridging::IgmpSnooping::VlanQuerier;
+  using OtherVersion = Bridging::IgmpSnooping::OtherVersion;
   using RouterPorts = Bridging::IgmpSnooping::RouterPorts;
 
   /// No interface exists until its state is told.
@@ -64,6 +65,9 @@ class Switch {
   /// Of a secondary VLAN its primary's.
   VlanQuerier const* querier(Bridging::VlanId vlan) const;
   RouterPorts const* routerPorts(Bridging::VlanId vlan) const;
+
+  /// Who hears of queriers of other versions where the switch sends queries.
+  void onOtherVersionIs(VlanQuerier::OnOtherVersion action) { onOtherVersion_ = std::move(action); }
 
   Horix::Time now() const { return loop_.now(); }
 
@@ -117,6 +121,7 @@ class Switch {
   Kel::Ptr<Bridging::IgmpSnooping::SnoopingPamManager> snooping_;
   Kel::Ptr<HostSettingsSm> hostSettings_;
   std::function<void()> afterPublish_ = [] {};
+  VlanQuerier::OnOtherVersion onOtherVersion_ = [](OtherVersion const&) {};
 };
 
 }  // namespace Agent

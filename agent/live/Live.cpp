@@ -56,6 +56,7 @@ Live::Live(LiveCommand const& command, Configuration configuration)
   loop_.busyPollsIs(command.busyPoll);
   if (!command.metrics.empty())
     metrics_ = std::make_unique<MetricsServer>(loop_, switch_, control_, command.metrics);
+  switch_.onOtherVersionIs(warnOf);
   followRouters();
   warnOfMissingInterfaces();
 }

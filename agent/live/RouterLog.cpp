@@ -26,6 +26,17 @@ std::string routersHeard(RouterPort const& port) {
 
 }  // namespace
 
+// "If any older versions of IGMP are present on routers, the querier MUST use the lowest version of
+// IGMP present on the network. This must be administratively assured" (RFC 9776 section 7.3.1).
+void warnOf(Bridging::IgmpSnooping::OtherVersion const& other) {
+  bool const isOlder = other.heard < other.configured;
+  log(Severity::warning, "VLAN ", other.vlanId, ": querier ", other.querier, " on interface ",
+      other.intfId, " speaks IGMPv", other.heard, ", this switch IGMPv", other.configured,
+      ", but all must speak the oldest version: ",
+      isOlder ? message("set igmp-version = ", other.heard, " in the VLAN's querier")
+              : message("configure that one for IGMPv", other.configured));
+}
+
 class RouterLog::KelRouterPorts final
     : public Kel::ReactorFor<RouterLog, RouterPorts::NotifieeConst> {
  public:

@@ -163,6 +163,7 @@ void SnoopedPort::hear(SnoopedVlan const& snooped, Wirex::Bytes sourceMac, IpAdd
   bool const precedesByMac = std::lexicographical_compare(sourceMac.begin(), sourceMac.end(),
                                                           macAddress_.begin(), macAddress_.end());
   snooped.querier->queryHeard(source, lifetime, precedesByMac);
+  if (query.isGeneral()) snooped.querier->versionHeard(intfId_, source, query.version);
   snooped.routers->querierHeard(intfId_, source, lifetime);
 }
 

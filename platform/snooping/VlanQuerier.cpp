@@ -117,6 +117,16 @@ void VlanQuerier::queryHeard(IpAddr source, Horix::Time lifetime, bool precedesB
   timerWheel_->schedule(*this, lifetime);
 }
 
+void VlanQuerier::versionHeard(IntfId const& intf, IpAddr source, IgmpVersion version) {
+  constexpr auto pause = std::chrono::hours(1);
+  if (!settings_.sendsQueries || version == settings_.version) return;
+  Horix::Time const now = timerWheel_->now();
+  auto const [told, isFirst] = toldUntil_.try_emplace(version);
+  if (!isFirst && now < told->second) return;
+  told->second = now + pause;
+  onOtherVersion_({learning_.vlanId(), intf, source, version, settings_.version});
+}
+
 void VlanQuerier::withdrawn(VlanId vlan, QueryPort const& port, IpAddr group,
                             Withdrawal const& withdrawal) {
   // Leaves are nothing to an IGMPv1 querier, and an IGMPv2 one cannot ask for sources

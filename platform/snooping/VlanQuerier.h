@@ -2,6 +2,7 @@
 
 #include <compare>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 
@@ -22,6 +23,15 @@ struct QuerierSettings {
   /// The source of the queries, by which queriers elect one of them. With 0.0.0.0, which a switch
   /// without an address uses, every querier that has one wins.
   Wirex::IpAddr source{};
+};
+
+/// A querier on a link of the VLAN that speaks another version than is configured for it.
+struct OtherVersion {
+  VlanId vlanId;
+  Wirex::IntfId intfId;
+  Wirex::IpAddr querier;
+  Igmp::IgmpVersion heard;
+  Igmp::IgmpVersion configured;
 };
 
 /// Queries that left, each counted on each port.
@@ -69,6 +79,14 @@ class KEL_EXPORT VlanQuerier : private Horix::Timer {
   /// it was heard.
   void queryHeard(Wirex::IpAddr source, Horix::Time lifetime, bool precedesByMac = false);
 
+  /// A general query of this version was heard.
+  void versionHeard(Wirex::IntfId const& intf, Wirex::IpAddr source, Igmp::IgmpVersion version);
+
+  /// Who hears of other versions, while it is switched on: of each at most once an hour (RFC 9776
+  /// section 7.3.1 has such warnings rate-limited).
+  using OnOtherVersion = std::function<void(OtherVersion const&)>;
+  void onOtherVersionIs(OnOtherVersion action) { onOtherVersion_ = std::move(action); }
+
   /// Something was withdrawn on a port, and learning knows.
   void withdrawn(VlanId vlan, QueryPort const& port, Wirex::IpAddr group,
                  Withdrawal const& withdrawal);
@@ -106,6 +124,8 @@ class KEL_EXPORT VlanQuerier : private Horix::Timer {
   unsigned startupQueriesLeft_ = 0;
   bool givesWay_ = false;
   Wirex::IpAddr otherQuerier_;
+  OnOtherVersion onOtherVersion_ = [](OtherVersion const&) {};
+  std::map<Igmp::IgmpVersion, Horix::Time> toldUntil_;
   QueriesSent sent_;
   std::map<PortVlan, QueryPort*> ports_;
   std::map<InquiryKey, std::unique_ptr<Inquiry>> inquiries_;

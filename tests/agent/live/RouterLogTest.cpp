@@ -12,6 +12,7 @@ using Bridging::VlanId;
 using Bridging::IgmpSnooping::RouterPort;
 using Bridging::IgmpSnooping::RouterPorts;
 using Horix::TimerWheel;
+using Igmp::IgmpVersion;
 using Wirex::IntfId;
 using Wirex::IpAddr;
 
@@ -152,6 +153,23 @@ TEST_F(RouterLogTest, VlanThatBeganAnewHasLostItsRouters) {
               routerLog.vlansAre({Kel::make<RouterPorts>(VlanId(10)), vlan20});
             }),
             "igmpsnoopd: VLAN 10: no router is heard on interface swp1 any more\n");
+}
+
+TEST(WarnOfOtherVersion, OlderQuerierIsToBeFollowed) {
+  testing::internal::CaptureStderr();
+  warnOf({VlanId(10), IntfId("swp1"), router, IgmpVersion::v2, IgmpVersion::v3});
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "igmpsnoopd: VLAN 10: querier 192.0.2.1 on interface swp1 speaks IGMPv2, this switch "
+            "IGMPv3, but all must speak the oldest version: set igmp-version = 2 in the VLAN's "
+            "querier\n");
+}
+
+TEST(WarnOfOtherVersion, NewerQuerierIsToFollow) {
+  testing::internal::CaptureStderr();
+  warnOf({VlanId(10), IntfId("swp1"), router, IgmpVersion::v3, IgmpVersion::v1});
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "igmpsnoopd: VLAN 10: querier 192.0.2.1 on interface swp1 speaks IGMPv3, this switch "
+            "IGMPv1, but all must speak the oldest version: configure that one for IGMPv1\n");
 }
 
 }  // namespace

@@ -154,6 +154,20 @@ TEST_F(InterfaceStateTest, PortOnWhichAPimRouterIsHeardIsToldWhatThereIsAtOnce) 
   EXPECT_THAT(under.takeRecords("swp1"), ElementsAre("5 239.1.1.1 192.0.2.1"));
 }
 
+TEST_F(InterfaceStateTest, QuerierOfAnotherVersionIsToldWhereTheSwitchSendsQueries) {
+  std::string told;
+  under->onOtherVersionIs([&](Switch::OtherVersion const& other) {
+    told += message(other.vlanId, ' ', other.intfId, ' ', other.querier, ' ', other.heard);
+  });
+  under.works({"swp1"});
+  auto const query = FrameBuilder::queryV2(IpAddr(), 100).from(IpAddr(10, 0, 0, 254));
+  under.hear("swp1", query);
+  EXPECT_EQ(told, "");
+  under.configure(configurationIn(std::string(threePorts) + "send-query = true"));
+  under.hear("swp1", query);
+  EXPECT_EQ(told, "10 swp1 10.0.0.254 2");
+}
+
 TEST_F(InterfaceStateTest, SwitchThatLeavesSaysSoOnItsRouterPorts) {
   under.works({"swp1", "swp2"});
   join();

@@ -459,6 +459,14 @@ TEST_F(SnoopedPortQuerierTest, QuerierOfALowerAddressIsHeard) {
   EXPECT_TRUE(vlan10.querier.isQuerier());
 }
 
+TEST_F(SnoopedPortQuerierTest, OtherVersionIsToldOfGeneralQueriesOnly) {
+  std::vector<IpAddr> told;
+  vlan10.querier.onOtherVersionIs([&](auto const& other) { told.push_back(other.querier); });
+  hear(FrameBuilder::queryV2(group, 10).from(IpAddr(10, 0, 0, 252)));
+  hear(FrameBuilder::queryV2(IpAddr(), 100).from(IpAddr(10, 0, 0, 253)));
+  EXPECT_THAT(told, ElementsAre(IpAddr(10, 0, 0, 253)));
+}
+
 TEST_F(SnoopedPortQuerierTest, QuerierWithoutAnAddressIsMeasuredByThePortsMacAddress) {
   auto const fromNoAddress = FrameBuilder::queryV2(IpAddr(), 100).from(IpAddr());
   querierIs({.sendsQueries = true, .version = Igmp::IgmpVersion::v3, .source = IpAddr()});

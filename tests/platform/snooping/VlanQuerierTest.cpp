@@ -28,6 +28,7 @@ using testing::AllOf;
 using testing::ElementsAre;
 using testing::Field;
 using testing::IsEmpty;
+using testing::Pair;
 using testing::SizeIs;
 
 constexpr IpAddr group{232, 1, 1, 1};
@@ -412,6 +413,40 @@ TEST_F(VlanQuerierTest, OffItHearsNoElection) {
   querier().queryHeard(lower, 255s);
   apply();
   EXPECT_TRUE(querier().isQuerier());
+}
+
+// ---- Other versions
+
+TEST_F(VlanQuerierTest, EachOtherVersionIsToldOnceAnHour) {
+  settings.version = IgmpVersion::v2;
+  start();
+  std::vector<std::pair<IpAddr, IgmpVersion>> told;
+  querier().onOtherVersionIs([&](Bridging::IgmpSnooping::OtherVersion const& other) {
+    EXPECT_EQ(other.vlanId, vlan10);
+    EXPECT_EQ(other.intfId, swp1.intfId());
+    EXPECT_EQ(other.configured, IgmpVersion::v2);
+    told.emplace_back(other.querier, other.heard);
+  });
+  for (int i = 0; i < 2; ++i) {
+    querier().versionHeard(swp1.intfId(), lower, IgmpVersion::v1);
+    querier().versionHeard(swp1.intfId(), higher, IgmpVersion::v1);
+    querier().versionHeard(swp1.intfId(), higher, IgmpVersion::v2);
+    querier().versionHeard(swp1.intfId(), higher, IgmpVersion::v3);
+  }
+  EXPECT_THAT(told, ElementsAre(Pair(lower, IgmpVersion::v1), Pair(higher, IgmpVersion::v3)));
+  told.clear();
+  passes(1h - 1ms);
+  querier().versionHeard(swp1.intfId(), lower, IgmpVersion::v1);
+  EXPECT_THAT(told, IsEmpty());
+  passes(1ms);
+  querier().versionHeard(swp1.intfId(), lower, IgmpVersion::v1);
+  EXPECT_THAT(told, ElementsAre(Pair(lower, IgmpVersion::v1)));
+}
+
+TEST_F(VlanQuerierTest, OffItTellsOfNoOtherVersion) {
+  querier().onOtherVersionIs(
+      [](auto const&) { ADD_FAILURE() << "who does not query may hear any"; });
+  querier().versionHeard(swp1.intfId(), lower, IgmpVersion::v2);
 }
 
 // ---- Leaves
