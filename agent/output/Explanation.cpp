@@ -128,8 +128,7 @@ class Explainer {
   Standing standing() const {
     auto const topoVlan = entities_.topology->topoVlan(explanation_.vlan);
     if (topoVlan && !topoVlan->port(intf_)) return Standing::notAMember;
-    if (entities_.hosts->igmpHost(PortKey(explanation_.vlan, intf_).hostName()))
-      return Standing::hasHost;
+    if (host()) return Standing::hasHost;
     Standing const standing = standingOf(switch_, explanation_.vlan);
     return standing == Standing::hasHost ? Standing::noInterface : standing;
   }
@@ -232,12 +231,21 @@ class Explainer {
   }
 
   void addHost() {
-    PortKey const key(explanation_.vlan, intf_);
-    auto const host = entities_.hosts->igmpHost(key.hostName());
+    auto const host = this->host();
     if (!host) return;
     if (auto const record = host->v3group(explanation_.group))
       explanation_.record = Agent::filterOf(*record);
     explanation_.sending = sendingOf(*host);
+  }
+
+  /// The host of the port, and not another with the same name: VLAN 1's "0swp1" would have that of
+  /// VLAN 10's "swp1".
+  Kel::Ptr<Igmp::IgmpHost const> host() const {
+    Kel::Ptr<Igmp::IgmpHost const> const named =
+        entities_.hosts->igmpHost(PortKey(explanation_.vlan, intf_).hostName());
+    bool const isOfPort =
+        named && named->vlanId() == explanation_.vlan.value() && named->intfId() == intf_;
+    return isOfPort ? named : nullptr;
   }
 
   ExplainedSending sendingOf(Igmp::IgmpHost const& host) const {

@@ -166,6 +166,15 @@ TEST_F(ExplanationTest, WhyThereIsNoHost) {
   EXPECT_EQ(standing(30, "swp4"), Standing::noInterface);
 }
 
+TEST_F(ExplanationTest, NameThatReadsAsAnotherVlansPortIsNotThatPort) {
+  test.hear("swp2", FrameBuilder::reportV2(group).from(tv));
+  ASSERT_EQ(explained("swp1").record, exclude({}));
+  auto const explanation = explained("0swp1", 1);  // together they read "Vlan10swp1"
+  EXPECT_EQ(explanation.standing, Standing::vlanUnknown);
+  EXPECT_EQ(explanation.record, std::nullopt);
+  EXPECT_EQ(explanation.sending, std::nullopt);
+}
+
 TEST_F(ExplanationTest, SecondaryVlanIsExplainedByItsPrimary) {
   TestSwitch pair(R"(
     [[interface]]
