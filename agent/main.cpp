@@ -148,6 +148,11 @@ int main(int argc, char** argv) {
     for (std::string const& error : configuration.errors)
       std::cerr << journalPrefix(Severity::error) << error << '\n';
     return couldNot;
+  } catch (std::system_error const& error) {
+    log(Severity::error, error.what(),
+        "; the system refused this: see the limits and permissions that igmpsnoopd is started with "
+        "(ulimit -a, systemctl show igmpsnoopd), and start it again");
+    return couldNot;
   } catch (std::exception const& error) {
     return fail(error, couldNot);
   }

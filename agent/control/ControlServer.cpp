@@ -134,7 +134,8 @@ std::unique_ptr<Answer> ControlServer::clearing(Request const& request) {
   if (request.what != "groups")
     refuse("there is nothing called ", Agent::quoted(request.what), " to clear");
   if (request.of.vlan && !switch_.learning(*request.of.vlan))
-    refuse("VLAN ", *request.of.vlan, " is not configured");
+    refuse("VLAN ", *request.of.vlan,
+           " is not configured; igmpsnoopctl show vlans lists those that are");
   return std::make_unique<Clearing>(switch_, request.of);
 }
 

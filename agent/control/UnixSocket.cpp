@@ -28,9 +28,16 @@ template <class... Parts>
   throw std::runtime_error(message(parts...));
 }
 
+[[noreturn]] void failToListen(std::string const& path, int error) {
+  fail("cannot listen on ", path, ": ", errorText(error),
+       "; choose another path or make its directory writable");
+}
+
 Descriptor newSocket() {
   Descriptor descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-  if (descriptor.value() < 0) fail("cannot make a Unix socket: ", errorText(errno));
+  if (descriptor.value() < 0)
+    fail("cannot make a Unix socket: ", errorText(errno),
+         "; see the limits and permissions that igmpsnoopd is started with");
   return descriptor;
 }
 
@@ -62,9 +69,7 @@ UnixSocket::UnixSocket(std::string path) : path_(std::move(path)), descriptor_(n
     std::string const directory = std::filesystem::path(path_).parent_path();
     if (mkdir(directory.c_str(), directoryMode) == 0) error = tryToBind(descriptor(), path_);
   }
-  if (error != 0)
-    fail("cannot listen on ", path_, ": ", errorText(error),
-         "; choose another path or make its directory writable");
+  if (error != 0) failToListen(path_, error);
 
   // Nobody can connect before it listens, so nobody slips in while the mode is a wider one.
   struct stat status {};
@@ -72,7 +77,7 @@ UnixSocket::UnixSocket(std::string path) : path_(std::move(path)), descriptor_(n
       listen(descriptor(), SOMAXCONN) != 0) {
     error = errno;
     unlink(path_.c_str());
-    fail("cannot listen on ", path_, ": ", errorText(error));
+    failToListen(path_, error);
   }
   device_ = status.st_dev;
   inode_ = status.st_ino;

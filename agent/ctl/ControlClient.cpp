@@ -80,7 +80,8 @@ bool ControlClient::receive(bool patient) {
   do ready = poll(waiting.data(), patient ? 2 : 1, patient ? -1 : patienceInMilliseconds);
   while (ready < 0 && errno == EINTR);
   if (ready == 0) fail("igmpsnoopd on ", path_, " does not answer; see its log, or restart it");
-  if (waiting[1].revents != 0) fail("nobody reads standard output any more");
+  if (waiting[1].revents != 0)
+    fail("nobody reads standard output any more; keep its reader running");
   std::array<char, 65536> bytes;
   ssize_t const count = recv(descriptor_.value(), bytes.data(), bytes.size(), 0);
   if (count <= 0) return false;

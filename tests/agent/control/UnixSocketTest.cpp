@@ -2,6 +2,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -51,6 +52,18 @@ TEST_F(UnixSocketTest, ReplacesOneThatNobodyListensOn) {
   }
   ASSERT_EQ(rename(kept.c_str(), path.c_str()), 0);
   EXPECT_EQ(problem(path), "");
+}
+
+TEST_F(UnixSocketTest, SaysWhatToDoWhereTheSystemGivesNone) {
+  // The sanitizers need a descriptor to look at an object of a class that they have not met yet.
+  ASSERT_NE(problem(directory.file("no/where/control")), "");
+  rlimit before{};
+  getrlimit(RLIMIT_NOFILE, &before);
+  rlimit const none{0, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  std::string const told = problem(path);
+  setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_THAT(told, HasSubstr("Too many open files; see the limits"));
 }
 
 TEST_F(UnixSocketTest, LeavesALivingOneAlone) {

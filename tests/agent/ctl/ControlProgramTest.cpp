@@ -42,8 +42,8 @@ class ControlProgramTest : public testing::Test {
     Outcome outcome{};
     std::atomic<bool> done = false;
     std::thread program([&] {
-      std::string const command = std::string(IGMPSNOOPCTL) + " --socket " + path + " " +
-                                  arguments + " 2>" + directory.file("err");
+      std::string const command = std::string("{ ") + IGMPSNOOPCTL + " --socket " + path + " " +
+                                  arguments + "; } 2>" + directory.file("err");
       FILE* const pipe = popen(command.c_str(), "r");
       char bytes[4096];
       while (std::size_t const count = fread(bytes, 1, sizeof bytes, pipe))
@@ -139,7 +139,9 @@ TEST_F(ControlProgramTest, LargeAnswersComeWholeAndSorted) {
 TEST_F(ControlProgramTest, WhatTheAgentRefusesIsOneLine) {
   auto const outcome = run("clear groups --vlan 99");
   EXPECT_EQ(outcome.status, 1);
-  EXPECT_EQ(outcome.err, "igmpsnoopctl: VLAN 99 is not configured\n");
+  EXPECT_EQ(outcome.err,
+            "igmpsnoopctl: VLAN 99 is not configured; igmpsnoopctl show vlans lists those that "
+            "are\n");
 }
 
 TEST_F(ControlProgramTest, NoAgentIsToldWithHowToStartOne) {
@@ -166,6 +168,8 @@ TEST_F(ControlProgramTest, OutputThatCannotBeWrittenIsAnError) {
 TEST_F(ControlProgramTest, MonitorEndsWithItsReader) {
   auto const outcome = run("monitor | true");
   EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.err,
+            "igmpsnoopctl: nobody reads standard output any more; keep its reader running\n");
   test.hear("swp1", FrameBuilder::reportV2(group).from(tv));
   for (int i = 0; i < 5; ++i) test.loop.turn(test.loop.now() + 1ms);
 }

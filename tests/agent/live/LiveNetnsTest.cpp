@@ -396,5 +396,15 @@ TEST_F(LiveNetnsTest, SaysWhichCapabilityIsMissing) {
   EXPECT_THAT(agent->log(), HasSubstr("AmbientCapabilities=CAP_NET_RAW"));
 }
 
+TEST_F(LiveNetnsTest, SaysWhatToDoWhereTheSystemRefusesACall) {
+#ifdef SANITIZED
+  GTEST_SKIP() << "the sanitizers need the descriptors that this takes away";
+#endif
+  agent.emplace(*space, configuration(), RunningAgent::Start{.prefix = {"prlimit", "--nofile=4"}});
+  EXPECT_EQ(agent->awaitExit(), 1);
+  EXPECT_THAT(agent->log(), HasSubstr(": Too many open files; the system refused this: see the "
+                                      "limits and permissions that igmpsnoopd is started with"));
+}
+
 }  // namespace
 }  // namespace Agent
