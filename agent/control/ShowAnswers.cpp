@@ -20,6 +20,7 @@ namespace Agent {
 namespace {
 
 using Bridging::VlanId;
+using Bridging::IgmpSnooping::IgmpGroup;
 using Bridging::IgmpSnooping::LearnedMembership;
 using Bridging::IgmpSnooping::ReceiveCounters;
 using Bridging::IgmpSnooping::RouterPort;
@@ -29,6 +30,11 @@ using Wirex::IpAddr;
 
 constexpr std::size_t stepsAtOnce = 1000;
 constexpr std::size_t bytesAtOnce = 65536;
+
+bool isMember(VlanConfig const& vlan, IntfId const& intf) {
+  return std::any_of(vlan.members.begin(), vlan.members.end(),
+                     [&](VlanMember const& member) { return member.intfId == intf; });
+}
 
 /// Its frame, and lines for the elements.
 class Listing : public Answer {
@@ -54,6 +60,16 @@ class Listing : public Answer {
   Selection const& of() const { return of_; }
   Horix::Time now() const { return switch_.now(); }
 
+  bool isSelected(VlanConfig const& vlan) const {
+    return of_.has(vlan.vlanId) && (!of_.interface || isMember(vlan, *of_.interface));
+  }
+  /// The selected group, where a VLAN knows it.
+  IgmpGroup const* selectedGroup(VlanId vlan) const {
+    auto const status = switch_.entities().snoopingStatus->contextStatus(vlan);
+    return status ? status->group().find(*of_.group) : nullptr;
+  }
+  bool knowsGroup(VlanId vlan) const { return !of_.group || selectedGroup(vlan); }
+
   static void addLine(std::string& out, Json const& line) { out.append(oneLine(line)) += '\n'; }
   static void add(std::string& out, char const* list, Json element) {
     Json line;
@@ -72,11 +88,6 @@ class Listing : public Answer {
   bool begun_ = false;
 };
 
-bool isMember(VlanConfig const& vlan, Selection const& selection) {
-  return std::any_of(vlan.members.begin(), vlan.members.end(),
-                     [&](VlanMember const& member) { return selection.has(member.intfId); });
-}
-
 // ---- VLANs
 
 class VlansListing final : public Listing {
@@ -90,7 +101,7 @@ class VlansListing final : public Listing {
     walk_.advance(stepsAtOnce, [this](auto const& place, auto const&) { ++counts_[place.vlan]; });
     if (!walk_.atEnd()) return false;
     for (VlanConfig const& vlan : theSwitch().configuration().vlans)
-      if (of().has(vlan.vlanId)) add(out, "vlans", vlanObject(vlan));
+      if (isSelected(vlan) && knowsGroup(vlan.vlanId)) add(out, "vlans", vlanObject(vlan));
     return true;
   }
 
@@ -135,8 +146,23 @@ class InterfacesListing final : public Listing {
  private:
   bool advanceList(std::string& out) override {
     for (InterfaceConfig const& interface : theSwitch().configuration().interfaces)
-      if (of().has(interface.intfId)) add(out, "interfaces", interfaceObject(interface));
+      if (isSelected(interface.intfId)) add(out, "interfaces", interfaceObject(interface));
     return true;
+  }
+
+  bool isSelected(IntfId const& intf) const {
+    if (!of().has(intf)) return false;
+    if (!of().vlan && !of().group) return true;
+    auto const& vlans = theSwitch().configuration().vlans;
+    return std::any_of(vlans.begin(), vlans.end(), [&](VlanConfig const& vlan) {
+      return of().has(vlan.vlanId) &&
+             (of().group ? listens(vlan.vlanId, intf) : isMember(vlan, intf));
+    });
+  }
+
+  bool listens(VlanId vlan, IntfId const& intf) const {
+    IgmpGroup const* const group = selectedGroup(vlan);
+    return group && group->intf().contains(intf);
   }
 
   Json interfaceObject(InterfaceConfig const& interface) const {
@@ -167,7 +193,7 @@ class RouterPortsListing final : public Listing {
   bool advanceList(std::string& out) override {
     for (VlanConfig const& vlan : theSwitch().configuration().vlans) {
       auto const* const ports = theSwitch().routerPorts(vlan.vlanId);
-      if (!of().has(vlan.vlanId) || !ports) continue;
+      if (!of().has(vlan.vlanId) || !knowsGroup(vlan.vlanId) || !ports) continue;
       for (auto const& [intf, port] : ports->routerPort())
         if (of().has(intf))
           add(out, "mrouters", portObject(vlan.vlanId, intf, remaining(port, now())));
@@ -294,7 +320,7 @@ class StatisticsListing final : public Listing {
  private:
   bool advanceList(std::string& out) override {
     for (VlanConfig const& vlan : theSwitch().configuration().vlans)
-      if (of().has(vlan.vlanId) && isMember(vlan, of())) addVlan(out, vlan);
+      if (isSelected(vlan)) addVlan(out, vlan);
     for (auto const& [intf, port] : theSwitch().ports())
       if (of().has(intf) && !of().vlan)
         add(out, "interfaces", portObject(std::nullopt, intf, port.countersInNoVlan()));

@@ -54,17 +54,17 @@ class ControlCommandLine {
   void addShow() {
     CLI::App* const show = add(app_, "show", "Show what the agent knows");
     show->require_subcommand(1);
-    addShown(*show, "vlans", "The VLANs, and whether they are proxied", vlan);
-    addShown(*show, "interfaces", "The interfaces and their state", interface);
-    addShown(*show, "groups", "Who listens to what", vlan | interface | group);
-    addShown(*show, "hosts", "What the host on each port reports", vlan | interface | group);
-    addShown(*show, "mrouters", "The multicast router ports, and why they are", vlan | interface);
-    addShown(*show, "statistics", "What was heard, ignored and sent", vlan | interface);
+    addShown(*show, "vlans", "The VLANs, and whether they are proxied");
+    addShown(*show, "interfaces", "The interfaces and their state");
+    addShown(*show, "groups", "Who listens to what");
+    addShown(*show, "hosts", "What the host on each port reports");
+    addShown(*show, "mrouters", "The multicast router ports, and why they are");
+    addShown(*show, "statistics", "What was heard, ignored and sent");
   }
 
-  void addShown(CLI::App& show, char const* what, char const* description, unsigned options) {
+  void addShown(CLI::App& show, char const* what, char const* description) {
     CLI::App* const shown = show.add_subcommand(what, description);
-    addOptions(*shown, options, false);
+    addOptions(*shown, vlan | interface | group, false);
     addJson(*shown);
     shown->callback([this, what] {
       command_.request.command = "show";

@@ -126,6 +126,40 @@ TEST_F(ControlServerTest, GroupsAreSelected) {
   EXPECT_THAT(shown("groups", {{"group", "239.2.2.2"}, {"interface", "swp1"}}), IsEmpty());
 }
 
+TEST_F(ControlServerTest, VlansAreSelected) {
+  test.hear("swp2", FrameBuilder::reportV2(group).from(tv));
+  EXPECT_THAT(shown("vlans", {{"interface", "swp1"}}), SizeIs(2));
+  EXPECT_THAT(shown("vlans", {{"interface", "swp2"}}), SizeIs(1));
+  EXPECT_THAT(shown("vlans", {{"interface", "swp2"}, {"vlan", 20}}), IsEmpty());
+  EXPECT_THAT(shown("vlans", {{"group", "239.1.1.1"}}), SizeIs(1));
+  EXPECT_THAT(shown("vlans", {{"group", "239.2.2.2"}}), IsEmpty());
+}
+
+TEST_F(ControlServerTest, InterfacesAreSelected) {
+  test.hear("swp1", FrameBuilder::reportV2(group).from(tv));
+  EXPECT_THAT(shown("interfaces", {{"vlan", 10}}), SizeIs(3));
+  EXPECT_THAT(shown("interfaces", {{"vlan", 20}}), SizeIs(1));
+  EXPECT_THAT(shown("interfaces", {{"vlan", 20}, {"interface", "swp2"}}), IsEmpty());
+  EXPECT_THAT(shown("interfaces", {{"group", "239.1.1.1"}}), SizeIs(1));
+  EXPECT_THAT(shown("interfaces", {{"group", "239.1.1.1"}, {"vlan", 10}}), SizeIs(1));
+  EXPECT_THAT(shown("interfaces", {{"group", "239.1.1.1"}, {"vlan", 20}}), IsEmpty())
+      << "swp1 is in VLAN 20, but has its listener in VLAN 10";
+  EXPECT_THAT(shown("interfaces", {{"group", "239.2.2.2"}}), IsEmpty());
+}
+
+TEST_F(ControlServerTest, RouterPortsAreSelected) {
+  IpAddr const router(10, 0, 0, 254);
+  test.hear("swp1", FrameBuilder::queryV3({}).from(router));
+  test.hear("swp1", FrameBuilder::queryV3({}).from(router).vlan(20));
+  test.hear("swp2", FrameBuilder::queryV3({}).from(router));
+  test.hear("swp3", FrameBuilder::reportV2(group).from(tv));
+  EXPECT_THAT(shown("mrouters"), SizeIs(3));
+  EXPECT_THAT(shown("mrouters", {{"vlan", 20}}), SizeIs(1));
+  EXPECT_THAT(shown("mrouters", {{"interface", "swp1"}}), SizeIs(2));
+  EXPECT_THAT(shown("mrouters", {{"group", "239.1.1.1"}}), SizeIs(2)) << "those of VLAN 10";
+  EXPECT_THAT(shown("mrouters", {{"group", "239.2.2.2"}}), IsEmpty());
+}
+
 TEST_F(ControlServerTest, HostsAreFollowedByTheirGroups) {
   test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
   auto const lines = ask({{"command", "show"}, {"what", "hosts"}, {"interface", "swp2"}});

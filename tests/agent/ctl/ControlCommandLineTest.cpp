@@ -38,12 +38,13 @@ std::string problemOf(std::vector<char const*> const& arguments) {
 
 TEST(ControlCommandLine, EachCommandIsARequest) {
   for (char const* const what :
-       {"vlans", "interfaces", "groups", "hosts", "mrouters", "statistics"})
-    EXPECT_EQ(requestIn({"show", what}),
-              std::string(R"({"command":"show","what":")") + what + "\"}");
-  EXPECT_EQ(
-      requestIn({"show", "groups", "--vlan", "10", "--interface", "swp1", "--group", "239.1.1.1"}),
-      R"({"command":"show","what":"groups","vlan":10,"interface":"swp1","group":"239.1.1.1"})");
+       {"vlans", "interfaces", "groups", "hosts", "mrouters", "statistics"}) {
+    std::string const request = std::string(R"({"command":"show","what":")") + what + '"';
+    EXPECT_EQ(requestIn({"show", what}), request + '}');
+    EXPECT_EQ(
+        requestIn({"show", what, "--vlan", "10", "--interface", "swp1", "--group", "239.1.1.1"}),
+        request + R"(,"vlan":10,"interface":"swp1","group":"239.1.1.1"})");
+  }
   EXPECT_EQ(requestIn({"explain", "--vlan", "10", "--interface", "swp1", "--group", "239.1.1.1"}),
             R"({"command":"explain","vlan":10,"interface":"swp1","group":"239.1.1.1"})");
   EXPECT_EQ(requestIn({"monitor"}), R"({"command":"monitor"})");
@@ -70,7 +71,7 @@ TEST(ControlCommandLine, WrongUsageIsToldWithWhereToRead) {
   EXPECT_THAT(problemOf({}), HasSubstr("try igmpsnoopctl --help"));
   EXPECT_THAT(problemOf({"show"}), HasSubstr("try igmpsnoopctl show --help"));
   EXPECT_THAT(problemOf({"jump"}), HasSubstr("\"jump\""));
-  EXPECT_THAT(problemOf({"show", "vlans", "--group", "239.1.1.1"}), HasSubstr("\"--group\""));
+  EXPECT_THAT(problemOf({"clear", "groups", "--interface", "swp1"}), HasSubstr("\"--interface\""));
   EXPECT_THAT(problemOf({"show", "groups", "--vlan", "4095"}), HasSubstr("1 to 4094"));
   EXPECT_THAT(problemOf({"show", "groups", "--vlan", "10-11"}), HasSubstr("1 to 4094"));
   EXPECT_THAT(problemOf({"show", "groups", "--group", "10.0.0.1"}), HasSubstr("multicast"));
