@@ -19,6 +19,8 @@ struct Selection {
   bool has(Bridging::VlanId each) const { return !vlan || *vlan == each; }
   bool has(Wirex::IntfId const& each) const { return !interface || *interface == each; }
   bool has(Wirex::IpAddr each) const { return !group || *group == each; }
+
+  friend bool operator==(Selection const&, Selection const&) = default;
 };
 
 /// What a client of the control socket asks for.

@@ -9,8 +9,8 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/config/Wording.h"
-#include "agent/output/HostRecords.h"
 #include "agent/output/NaturalOrder.h"
+#include "agent/output/Snapshot.h"
 #include "agent/output/Tables.h"
 #include "agent/output/TextTable.h"
 #include "agent/output/TimeText.h"
@@ -36,6 +36,11 @@ IpAddr addressAt(Json const& object, char const* key) {
 unsigned numberAt(Json const& object, char const* key) {
   auto const found = object.find(key);
   return found == object.end() || !found->is_number_unsigned() ? 0 : found->get<unsigned>();
+}
+
+Horix::Time timeAt(Json const& object) {
+  return std::chrono::round<std::chrono::microseconds>(
+      std::chrono::duration<double>(object.value("time", 0.0)));
 }
 
 // ---- Sorting
@@ -185,10 +190,11 @@ void printGroups(std::ostream& out, Json const& groups) {
   table.print(out);
 }
 
-void printHostList(std::ostream& out, Json const& hosts) {
-  std::vector<HostRecords> records;
-  for (Json const& host : hosts) {
-    HostRecords& each = records.emplace_back();
+void printHosts(std::ostream& out, Json const& document) {
+  Snapshot snapshot;
+  snapshot.time = timeAt(document);
+  for (Json const& host : document.at("hosts")) {
+    HostRecords& each = snapshot.hosts.emplace_back();
     each.name = textAt(host, "name");
     each.vlan = numberAt(host, "vlan");
     each.interface = textAt(host, "interface");
@@ -201,7 +207,7 @@ void printHostList(std::ostream& out, Json const& hosts) {
     for (Json const& group : host.at("group"))
       each.groups.push_back({addressAt(group, "address"), filterIn(group)});
   }
-  printHosts(out, records);
+  printSnapshot(out, snapshot);
 }
 
 void printRouterPorts(std::ostream& out, Json const& routerPorts) {
@@ -309,14 +315,15 @@ Json ShownLists::takeDocument() {
   return document;
 }
 
-void printShown(std::ostream& out, std::string const& what, Json const& document) {
+void printShown(std::ostream& out, Request const& request, Json const& document) {
+  std::string const& what = request.what;
   if (what == "statistics") {
     printStatistics(out, document);
     return;
   }
   Json const& list = document.at(what);
-  if (what == "hosts") {
-    printHostList(out, list);
+  if (what == "hosts" && (!list.empty() || request.of == Selection())) {
+    printHosts(out, document);
   } else if (list.empty()) {
     out << "There are no " << (what == "groups" ? "memberships" : what) << " to show.\n";
   } else if (what == "vlans") {
@@ -343,10 +350,9 @@ Json monitorObject(Json const& line) {
 std::string monitorText(Json const& line) {
   Json const event = monitorObject(line);
   if (event.is_null()) return {};
-  auto const time = Horix::Time(static_cast<Horix::Time::rep>(event.value("time", 0.0) * 1e9));
-  std::string text = message(timeText(std::chrono::round<std::chrono::microseconds>(time)),
-                             " vlan ", cell(event, "vlan"), ' ', cell(event, "interface"), ' ',
-                             cell(event, "address"), ' ', cell(event, "event"), ' ');
+  std::string text =
+      message(timeText(timeAt(event)), " vlan ", cell(event, "vlan"), ' ', cell(event, "interface"),
+              ' ', cell(event, "address"), ' ', cell(event, "event"), ' ');
   if (event.contains("host")) text += message("of ", cell(event, "host"), ' ');
   text += cell(event, "change");
   if (event.contains("new")) text += message(": ", filterText(event.at("new")));

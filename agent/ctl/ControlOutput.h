@@ -7,6 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "agent/control/Request.h"
 #include "agent/output/JsonValues.h"
 
 /// How igmpsnoopctl prints what the agent says.
@@ -27,7 +28,7 @@ class ShownLists {
 };
 
 /// A document of "show" as tables of at most 100 columns.
-void printShown(std::ostream& out, std::string const& what, Json const& document);
+void printShown(std::ostream& out, Request const& request, Json const& document);
 
 /// A line of "monitor" as a line for people; nothing for one that tells no change.
 std::string monitorText(Json const& line);

@@ -71,7 +71,7 @@ void show(ControlCommand const& command, Lines& lines) {
     return;
   }
   std::ostringstream out;
-  printShown(out, command.request.what, document);
+  printShown(out, command.request, document);
   print(out.str());
 }
 

@@ -110,12 +110,11 @@ void printSources(std::ostream& out, Explanation const& explanation) {
         2);
 }
 
-}  // namespace
-
 void printHosts(std::ostream& out, std::vector<HostRecords> const& hosts) {
   if (hosts.empty()) {
-    out << "There are no hosts: no VLAN with interfaces is proxied, which takes proxy = true and a "
-           "querier.\n";
+    out << "There are no hosts: each takes an interface that exists, in a VLAN with proxy = true "
+           "and "
+           "a querier.\n";
     return;
   }
   TextTable table({{"VLAN", Align::right},
@@ -129,8 +128,10 @@ void printHosts(std::ostream& out, std::vector<HostRecords> const& hosts) {
   for (HostRecords const& host : hosts) addHost(table, host);
   table.print(out);
   if (std::all_of(hosts.begin(), hosts.end(), [](auto const& host) { return host.groups.empty(); }))
-    out << "\nNo host has anything to report: nobody listens to a group.\n";
+    out << "\nThere are no records to show.\n";
 }
+
+}  // namespace
 
 void printSnapshot(std::ostream& out, Snapshot const& snapshot) {
   out << "Records at " << timeText(snapshot.time) << " s\n\n";

@@ -13,9 +13,6 @@ namespace Agent {
 /// The hosts with their records, and what ports ignored if there is any.
 void printSnapshot(std::ostream& out, Snapshot const& snapshot);
 
-/// The hosts with their records.
-void printHosts(std::ostream& out, std::vector<HostRecords> const& hosts);
-
 void printExplanation(std::ostream& out, Explanation const& explanation);
 
 /// What has changed when. A changed record stands in two rows, as it became and as it was.

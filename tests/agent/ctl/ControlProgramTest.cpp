@@ -22,7 +22,9 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace IgmpTest;
+using testing::EndsWith;
 using testing::HasSubstr;
+using testing::MatchesRegex;
 using testing::StartsWith;
 
 constexpr IpAddr group{239, 1, 1, 1};
@@ -87,12 +89,24 @@ TEST_F(ControlProgramTest, ShowsTables) {
             "swp1       up     both       1500  10\n"
             "swp2       up     both       1500  10\n"
             "swp3       up     both       1500  10\n");
-  EXPECT_EQ(out("show hosts --interface swp2"),
-            "VLAN  INTERFACE  IGMP  BLOCKED  DIRECTION  GROUP      MODE     SOURCES\n"
-            "  10  swp2          3  no       both       239.1.1.1  include  192.0.2.1\n");
+  EXPECT_THAT(
+      out("show hosts --interface swp2"),
+      MatchesRegex("Records at [0-9]+\\.[0-9]*[1-9][0-9]* s\n"
+                   "\n"
+                   "VLAN  INTERFACE  IGMP  BLOCKED  DIRECTION  GROUP      MODE     SOURCES\n"
+                   "  10  swp2          3  no       both       239.1.1.1  include  192.0.2.1\n"));
   EXPECT_THAT(out("show groups"), HasSubstr("  10  239.1.1.1  swp1       10.0.0.1"));
   EXPECT_EQ(out("show mrouters"), "There are no mrouters to show.\n");
   EXPECT_THAT(out("show statistics"), HasSubstr("Reported by hosts"));
+}
+
+TEST_F(ControlProgramTest, WhatIsNotShownIsNotDenied) {
+  test.hear("swp1", FrameBuilder::reportV2(group).from(tv));
+  EXPECT_EQ(out("show hosts --vlan 99"), "There are no hosts to show.\n");
+  EXPECT_THAT(out("show hosts --interface swp1"), EndsWith("\n\nThere are no records to show.\n"))
+      << "somebody listens, but on swp1 itself";
+  test.snooping.configurationIs(configurationIn("[[vlan]]\nid = 10\n"));
+  EXPECT_THAT(out("show hosts"), HasSubstr("There are no hosts: each takes an interface"));
 }
 
 TEST_F(ControlProgramTest, HostsAsJsonAreInTheFormatOfAReplay) {
