@@ -45,9 +45,22 @@ class ControlServerTest : public testing::Test {
                                   ordered_json more = ordered_json::object()) {
     ordered_json request{{"command", "show"}, {"what", what}};
     request.update(more);
+    return elements(request, what);
+  }
+
+  /// The elements of one of the lists of "show statistics".
+  std::vector<ordered_json> statistics(std::string const& list,
+                                       ordered_json more = ordered_json::object()) {
+    ordered_json request{{"command", "show"}, {"what", "statistics"}};
+    request.update(more);
+    return elements(request, list);
+  }
+
+  /// Of one list of an answer.
+  std::vector<ordered_json> elements(ordered_json const& request, std::string const& list) {
     std::vector<ordered_json> elements;
     for (ordered_json const& line : ask(request))
-      if (line.contains(what)) elements.push_back(line.at(what));
+      if (line.contains(list)) elements.push_back(line.at(list));
     return elements;
   }
 
@@ -75,6 +88,33 @@ TEST_F(ControlServerTest, AnswerBeginsWithTimeAndListsAndEndsWithAnEnd) {
   EXPECT_THAT(ask({{"command", "show"}, {"what", "mrouters"}}),
               ElementsAre(ordered_json::parse(R"({"time":1.5,"lists":["mrouters"]})"),
                           ordered_json::parse(R"({"end":true})")));
+}
+
+TEST_F(ControlServerTest, TimeIsCountedFromTheStart) {
+  TestSwitch aged(vlan10("swp[1-2]"));
+  aged.advance(100s);
+  ControlServer const started(aged.loop, aged.snooping, directory.file("started"));
+  aged.advance(1500ms);
+  auto const client = [&](ordered_json const& request) {
+    return TestClient(aged.loop, started.path()).say(request.dump() + "\n");
+  };
+  EXPECT_EQ(client({{"command", "show"}, {"what", "hosts"}}).lines().at(0).at("time"), 1.5);
+  EXPECT_EQ(
+      client({{"command", "explain"}, {"vlan", 10}, {"interface", "swp2"}, {"group", "239.1.1.1"}})
+          .lines()
+          .at(0)
+          .at("explanation")
+          .at("time"),
+      1.5);
+  auto monitor = client({{"command", "monitor"}});
+  EXPECT_THAT(monitor.lines(), ElementsAre(ordered_json{{"time", 1.5}}));
+  monitor.forgetHeard();
+  aged.advance(1s);
+  aged.hear("swp1", FrameBuilder::reportV2(group).from(tv));
+  auto const lines = monitor.lines();
+  ASSERT_THAT(lines, SizeIs(2));
+  EXPECT_EQ(lines[0].at("membership").at("time"), 2.5);
+  EXPECT_EQ(lines[1].at("record").at("time"), 2.5);
 }
 
 TEST_F(ControlServerTest, VlansTellWhetherTheyAreProxiedOrWhyNot) {
@@ -185,16 +225,44 @@ TEST_F(ControlServerTest, RouterPortsTellWhyAndForHowLong) {
 TEST_F(ControlServerTest, StatisticsCountByTypeAndCause) {
   test.hear("swp1", FrameBuilder::reportV2(group).from(tv));
   test.hear("swp1", FrameBuilder::reportV2(group).from(tv).ttl(2));
-  auto const interfaces = [&] {
-    std::vector<ordered_json> list;
-    for (ordered_json const& line : ask({{"command", "show"}, {"what", "statistics"}}))
-      if (line.contains("interfaces")) list.push_back(line.at("interfaces"));
-    return list;
-  }();
+  auto const interfaces = statistics("interfaces");
   ASSERT_FALSE(interfaces.empty());
   EXPECT_EQ(interfaces[0].at("name"), "swp1");
   EXPECT_EQ(interfaces[0].at("received").at("membership-report-v2-count"), 1);
   EXPECT_EQ(interfaces[0].at("ignored").dump(), R"({"bad-ttl":1})");
+}
+
+TEST_F(ControlServerTest, StatisticsCountWhatIsSent) {
+  test.snooping.configurationIs(configurationIn(sendingOnce()));
+  haveSent(test);
+  EXPECT_THAT(statistics("vlans"),
+              ElementsAre(ordered_json::parse(
+                  R"({"vlan":10,"sent":{"general-query-count":3,"group-query-count":2,)"
+                  R"("group-source-query-count":1}})")));
+  auto const hosts = statistics("hosts");
+  ASSERT_THAT(hosts, SizeIs(3));
+  EXPECT_EQ(hosts[2].dump(),
+            R"({"vlan":10,"name":"swp3","received":{"query-count":1},"sent":{)"
+            R"("membership-report-v1-count":0,"membership-report-v2-count":1,)"
+            R"("membership-report-v3-count":2,"leave-count":1,"group-record-count":3}})");
+  auto const devices = statistics("devices");
+  ASSERT_THAT(devices, SizeIs(3));
+  EXPECT_EQ(devices[1].dump(),
+            R"({"name":"swp2","received":2,"sent":6,"receive-dropped":0,"receive-truncated":0,)"
+            R"("receive-failed":0,"send-dropped":0})");
+}
+
+TEST_F(ControlServerTest, StatisticsAreSelected) {
+  auto const sizesOf = [&](ordered_json const& of) {
+    std::vector<std::size_t> sizes;
+    for (char const* const list : {"vlans", "interfaces", "hosts", "devices"})
+      sizes.push_back(statistics(list, of).size());
+    return sizes;
+  };
+  EXPECT_THAT(sizesOf(ordered_json::object()), ElementsAre(2, 7, 3, 3));
+  EXPECT_THAT(sizesOf({{"vlan", 20}}), ElementsAre(1, 1, 0, 3));
+  EXPECT_THAT(sizesOf({{"interface", "swp2"}}), ElementsAre(1, 2, 1, 1));
+  EXPECT_THAT(sizesOf({{"group", "239.1.1.1"}}), ElementsAre(2, 7, 3, 3)) << "none has its own";
 }
 
 TEST_F(ControlServerTest, ExplainsInWordsAndAsValue) {

@@ -13,6 +13,7 @@
 
 #include "agent/control/Descriptor.h"
 #include "platform/horix/EventLoop.h"
+#include "tests/agent/SwitchTesting.h"
 
 namespace Agent {
 
@@ -90,5 +91,29 @@ class TestClient {
   bool ended_ = false;
   int turns_ = 0;
 };
+
+/// A VLAN 10 of three ports in which nothing is sent again, so that counts do not depend on time.
+inline std::string sendingOnce() {
+  return vlan10("swp[1-3]",
+                "robustness-variable = 1\nsend-query = true\n"
+                "static-bridge-mrouter-interface = [\"swp[2-3]\"]\n");
+}
+
+/// Has the queries of every kind and reports and leaves of two versions sent there.
+inline void haveSent(TestSwitch& test) {
+  using namespace IgmpTest;
+  IpAddr const group(239, 1, 1, 1);
+  IpAddr const otherGroup(239, 2, 2, 2);
+  IpAddr const lateGroup(239, 3, 3, 3);
+  IpAddr const source(192, 0, 2, 1);
+  test.hear("swp1", FrameBuilder::reportV3({isIn(group, {source}), toEx(otherGroup)}));
+  test.hear("swp1", FrameBuilder::reportV3({block(group, {source})}));
+  test.hear("swp1", FrameBuilder::leave(otherGroup));
+  test.hear("swp2", FrameBuilder::reportV2(otherGroup));
+  test.hear("swp2", FrameBuilder::leave(otherGroup));
+  test.hear("swp3", FrameBuilder::queryV2(IpAddr(), 100).from(IpAddr(10, 0, 0, 254)));
+  test.hear("swp1", FrameBuilder::reportV2(lateGroup));
+  test.hear("swp1", FrameBuilder::reportV3({toIn(lateGroup)}));
+}
 
 }  // namespace Agent

@@ -2,11 +2,13 @@
 #include <atomic>
 #include <cstdio>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
 #include <thread>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,6 +16,7 @@
 
 #include "agent/control/ControlServer.h"
 #include "tests/agent/SwitchTesting.h"
+#include "tests/agent/control/ControlTesting.h"
 #include "tests/agent/replay/CaptureTesting.h"
 
 /// Runs the real igmpsnoopctl against a server in this process.
@@ -22,14 +25,18 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace IgmpTest;
+using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::MatchesRegex;
+using testing::SizeIs;
 using testing::StartsWith;
 
 constexpr IpAddr group{239, 1, 1, 1};
 constexpr IpAddr tv{10, 0, 0, 1};
+constexpr IpAddr watched{239, 9, 9, 9};
 constexpr IpAddr a{192, 0, 2, 1};
+constexpr IpAddr b{192, 0, 2, 2};
 
 class ControlProgramTest : public testing::Test {
  protected:
@@ -40,7 +47,9 @@ class ControlProgramTest : public testing::Test {
   };
 
   /// @param arguments as a shell reads them.
-  Outcome run(std::string const& arguments) {
+  /// @param meanwhile is called again and again while the program runs.
+  Outcome run(
+      std::string const& arguments, std::function<void()> const& meanwhile = [] {}) {
     Outcome outcome{};
     std::atomic<bool> done = false;
     std::thread program([&] {
@@ -54,12 +63,32 @@ class ControlProgramTest : public testing::Test {
       outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
       done = true;
     });
-    while (!done) test.loop.turn(test.loop.now() + 5ms);
+    while (!done) {
+      test.loop.turn(test.loop.now() + 5ms);
+      meanwhile();
+    }
     program.join();
     std::ostringstream err;
     err << std::ifstream(directory.file("err")).rdbuf();
     outcome.err = err.str();
     return outcome;
+  }
+
+  /// What a monitor prints of a membership that is added, changed and removed.
+  std::vector<std::string> monitored(std::string const& arguments) {
+    test.hear("swp3", FrameBuilder::reportV2(watched).from(tv));
+    auto const record = test.snooping.entities().hosts->igmpHost("Vlan10swp1")->v3group(watched);
+    bool changed = false;
+    auto const outcome = run(arguments + " | head -n 9", [&] {
+      if (changed || !record->watched()) return;
+      changed = true;
+      for (Record const& each : {isIn(group, {a}), isIn(group, {a, b}), toIn(group)})
+        test.hear("swp1", FrameBuilder::reportV3({each}).from(tv));
+    });
+    std::vector<std::string> lines;
+    std::istringstream text(outcome.out);
+    for (std::string line; std::getline(text, line);) lines.push_back(line);
+    return lines;
   }
 
   std::string out(std::string const& arguments) {
@@ -97,7 +126,43 @@ TEST_F(ControlProgramTest, ShowsTables) {
                    "  10  swp2          3  no       both       239.1.1.1  include  192.0.2.1\n"));
   EXPECT_THAT(out("show groups"), HasSubstr("  10  239.1.1.1  swp1       10.0.0.1"));
   EXPECT_EQ(out("show mrouters"), "There are no mrouters to show.\n");
-  EXPECT_THAT(out("show statistics"), HasSubstr("Reported by hosts"));
+}
+
+TEST_F(ControlProgramTest, ShowsStatisticsAsTables) {
+  test.snooping.configurationIs(configurationIn(sendingOnce()));
+  haveSent(test);
+  test.hear("swp2", FrameBuilder::reportV2(group).ttl(2));
+  EXPECT_EQ(out("show statistics"),
+            "Received\n"
+            "\n"
+            "VLAN  INTERFACE  QUERIES  V1  V2  V3  LEAVES  HELLOS\n"
+            "  10  swp1             0   0   1   3       1       0\n"
+            "  10  swp2             0   0   1   0       1       0\n"
+            "  10  swp3             1   0   0   0       0       0\n"
+            "\n"
+            "Ignored\n"
+            "\n"
+            "VLAN  INTERFACE  IGNORED  CAUSE\n"
+            "  10  swp2             1  bad-ttl\n"
+            "\n"
+            "Reported by hosts\n"
+            "\n"
+            "VLAN  INTERFACE  V1  V2  V3  RECORDS  LEAVES\n"
+            "  10  swp1        0   0   0        0       0\n"
+            "  10  swp2        0   0   4        5       0\n"
+            "  10  swp3        0   1   2        3       1\n"
+            "\n"
+            "Queries sent\n"
+            "\n"
+            "VLAN  GENERAL  GROUP  SOURCE\n"
+            "  10        3      2       1\n"
+            "\n"
+            "Devices\n"
+            "\n"
+            "INTERFACE  RECEIVED  DROPPED  TRUNCATED  FAILED  SENT  NOT SENT\n"
+            "swp1              5        0          0       0     3         0\n"
+            "swp2              3        0          0       0     6         0\n"
+            "swp3              1        0          0       0     5         0\n");
 }
 
 TEST_F(ControlProgramTest, WhatIsNotShownIsNotDenied) {
@@ -148,6 +213,68 @@ TEST_F(ControlProgramTest, LargeAnswersComeWholeAndSorted) {
   ASSERT_EQ(groups.size(), 3000u);
   EXPECT_EQ(groups.front().at("address"), "239.1.1.1");
   EXPECT_EQ(groups.back().at("address"), "239.1.12.184");
+}
+
+TEST_F(ControlProgramTest, HostsAreSortedByVlanAndThenByInterfaceInNaturalOrder) {
+  test.snooping.configurationIs(configurationIn(R"(
+    [[interface]]
+    name = "swp[2,10]"
+    [[vlan]]
+    id = 20
+    querier = { igmp-version = 3 }
+    interfaces = ["swp[2,10]"]
+    [[vlan]]
+    id = 100
+    querier = { igmp-version = 3 }
+    tagged-interfaces = ["swp[2,10]"]
+  )"));
+  test.snooping.interfaceStateIs(Wirex::IntfId("swp10"), operationalInterface());
+  std::vector<std::string> names;
+  auto const document = nlohmann::json::parse(out("show hosts -j"));
+  for (auto const& host : document.at("hosts")) names.push_back(host.at("name"));
+  EXPECT_THAT(names, ElementsAre("Vlan20swp2", "Vlan20swp10", "Vlan100swp2", "Vlan100swp10"));
+  EXPECT_THAT(out("show hosts"), HasSubstr("\n"
+                                           "  20  swp2          3  no       both       -\n"
+                                           "  20  swp10         3  no       both       -\n"
+                                           " 100  swp2          3  no       both       -\n"
+                                           " 100  swp10         3  no       both       -\n"));
+}
+
+TEST_F(ControlProgramTest, MonitorTellsChangesInWords) {
+  std::vector<std::string> lines = monitored("monitor");
+  ASSERT_THAT(lines, SizeIs(9));
+  for (std::string& line : lines) {
+    EXPECT_THAT(line, MatchesRegex("[0-9]+\\.[0-9]{6} .*"));
+    line.erase(0, line.find(' ') + 1);
+  }
+  EXPECT_EQ(lines[0], "vlan 10 swp1 239.1.1.1 membership of 10.0.0.1 added: include 192.0.2.1");
+  EXPECT_EQ(lines[4],
+            "vlan 10 swp2 239.1.1.1 record changed: include 192.0.2.1, 192.0.2.2 "
+            "(was include 192.0.2.1)");
+  EXPECT_EQ(lines[6],
+            "vlan 10 swp1 239.1.1.1 membership of 10.0.0.1 removed "
+            "(was include 192.0.2.1, 192.0.2.2)");
+}
+
+TEST_F(ControlProgramTest, MonitorTellsChangesAsObjects) {
+  std::vector<std::string> lines = monitored("monitor -j");
+  ASSERT_THAT(lines, SizeIs(9));
+  for (std::string& line : lines) {
+    auto object = nlohmann::ordered_json::parse(line);
+    EXPECT_TRUE(object.at("time").is_number());
+    object.erase("time");
+    line = object.dump();
+  }
+  EXPECT_EQ(lines[0], R"({"event":"membership","vlan":10,"interface":"swp1","address":"239.1.1.1",)"
+                      R"("host":"10.0.0.1","change":"added",)"
+                      R"("new":{"filter-mode":"include","source":["192.0.2.1"]}})");
+  EXPECT_EQ(lines[4], R"({"event":"record","name":"Vlan10swp2","vlan":10,"interface":"swp2",)"
+                      R"("address":"239.1.1.1","change":"changed",)"
+                      R"("old":{"filter-mode":"include","source":["192.0.2.1"]},)"
+                      R"("new":{"filter-mode":"include","source":["192.0.2.1","192.0.2.2"]}})");
+  EXPECT_EQ(lines[6], R"({"event":"membership","vlan":10,"interface":"swp1","address":"239.1.1.1",)"
+                      R"("host":"10.0.0.1","change":"removed",)"
+                      R"("old":{"filter-mode":"include","source":["192.0.2.1","192.0.2.2"]}})");
 }
 
 TEST_F(ControlProgramTest, WhatTheAgentRefusesIsOneLine) {
