@@ -132,6 +132,41 @@ TEST_F(MetricsTest, TextIsOpenMetricsAndCounts) {
   EXPECT_EQ(read.sample("igmpsnoop_clients"), "0");
 }
 
+TEST_F(MetricsTest, WhatIsSentAndWhoIsServedIsCounted) {
+  TestSwitch querying(
+      vlan10("swp[1-2]", "robustness-variable = 1\nsend-query = true\nreport-on = \"all\"\n"));
+  ControlServer const server(querying.loop, querying.snooping, directory.file("querying"),
+                             {.clients = 1});
+  MetricsServer const scraped(querying.loop, querying.snooping, server, directory.file("scraped"));
+  querying.hear("swp1", FrameBuilder::reportV2(group).from(tv));
+  querying.hear("swp1", FrameBuilder::reportV2(group).from(tv).vlan(99));
+  TestClient served(querying.loop, server.path());
+  served.hear();
+  TestClient(querying.loop, server.path()).hear();
+  TestClient client(querying.loop, scraped.path());
+  client.hear();
+  querying.advance(300ms);
+  Exposition const read(client.hear());
+  EXPECT_EQ(read.sample(R"(igmpsnoop_querier{vlan="10"})"), "1");
+  EXPECT_EQ(read.sample(R"(igmpsnoop_queries_sent_total{vlan="10",type="general"})"), "2");
+  EXPECT_EQ(read.sample(R"(igmpsnoop_queries_sent_total{vlan="10",type="group"})"), "0");
+  EXPECT_EQ(
+      read.sample(
+          R"(igmpsnoop_messages_sent_total{vlan="10",interface="swp2",type="membership-report-v3"})"),
+      "1");
+  EXPECT_EQ(
+      read.sample(
+          R"(igmpsnoop_messages_sent_total{vlan="10",interface="swp1",type="membership-report-v3"})"),
+      "0");
+  EXPECT_EQ(
+      read.sample(R"(igmpsnoop_ignored_total{vlan="none",interface="swp1",cause="not-in-vlan"})"),
+      "1");
+  EXPECT_EQ(read.sample(R"(igmpsnoop_frames_received_total{interface="swp1"})"), "2");
+  EXPECT_EQ(read.sample("igmpsnoop_clients"), "1");
+  EXPECT_EQ(read.sample(R"(igmpsnoop_connections_total{outcome="accepted"})"), "1");
+  EXPECT_EQ(read.sample(R"(igmpsnoop_connections_total{outcome="refused"})"), "1");
+}
+
 TEST_F(MetricsTest, NoLabelTellsGroupsSourcesOrHosts) {
   test.hear("swp1", FrameBuilder::reportV2(group).from(tv));
   EXPECT_THAT(Exposition(scrape()).labels(),
