@@ -87,6 +87,52 @@ TEST_F(ProgramTest, ReplayPrintsATable) {
   EXPECT_EQ(outcome.err, "");
 }
 
+/// The merges of who listens at the end, as captures/README.md lists it.
+TEST_F(ProgramTest, ReplayOfTheBundledCapturesShowsWhatTheStoryEndsWith) {
+  std::string arguments = "replay --config " CAPTURES "switch.toml";
+  for (char const* const port : {"swp1", "swp2", "swp3", "swp4"})
+    arguments += std::string(" ") + port + "=" CAPTURES + port + ".pcap";
+  auto const outcome = run(arguments);
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(
+      outcome.out,
+      "Records at 46.293556 s\n"
+      "\n"
+      "VLAN  INTERFACE  IGMP  BLOCKED  DIRECTION  GROUP       MODE     SOURCES\n"
+      "  10  swp1          3  no       both       232.1.1.1   include  192.0.2.2, 198.51.100.7\n"
+      "                                           239.1.1.1   exclude  -\n"
+      "                                           239.2.2.2   exclude  192.0.2.9, 198.51.100.9\n"
+      "                                           239.3.3.3   exclude  192.0.2.31, 192.0.2.40\n"
+      "                                           239.4.4.4   exclude  -\n"
+      "                                           239.5.5.5   exclude  -\n"
+      "  10  swp2          3  no       both       232.1.1.1   include  192.0.2.1, 192.0.2.3\n"
+      "                                           239.1.1.1   exclude  -\n"
+      "                                           239.2.2.2   exclude  192.0.2.9\n"
+      "                                           239.3.3.3   include  192.0.2.31, 192.0.2.32\n"
+      "                                           239.4.4.4   exclude  -\n"
+      "  10  swp3          3  no       both       232.1.1.1   include  192.0.2.1, 192.0.2.2, "
+      "192.0.2.3,\n"
+      "                                                                198.51.100.7\n"
+      "                                           239.1.1.1   exclude  -\n"
+      "                                           239.2.2.2   exclude  192.0.2.9\n"
+      "                                           239.3.3.3   exclude  -\n"
+      "                                           239.5.5.5   exclude  -\n"
+      "  10  swp4          3  no       both       232.1.1.1   include  192.0.2.1, 192.0.2.2, "
+      "192.0.2.3,\n"
+      "                                                                198.51.100.7\n"
+      "                                           239.1.1.1   exclude  -\n"
+      "                                           239.2.2.2   exclude  192.0.2.9\n"
+      "                                           239.3.3.3   exclude  -\n"
+      "                                           239.4.4.4   exclude  -\n"
+      "                                           239.5.5.5   exclude  -\n"
+      "  20  swp2          3  no       both       -\n"
+      "  20  swp4          3  no       both       232.20.1.1  include  192.0.2.21\n"
+      "                                           239.20.1.1  exclude  -\n"
+      "\n"
+      "INTERFACE  IGNORED  CAUSE\n"
+      "swp4             4  group-link-local\n");
+}
+
 TEST_F(ProgramTest, ReplayPrintsEventsBeforeTheTable) {
   auto const outcome = replay("--events --until 300.5 swp1=" + capture());
   EXPECT_EQ(outcome.status, 0);
