@@ -205,6 +205,7 @@ TEST_F(ProgramTest, ErrorsInTheJournalCarryTheirSeverity) {
   std::string const file = configuration("colour = 1\n");
   EXPECT_THAT(run("check --config " + file).err, StartsWith("<3>" + file + ":1:1: "));
   EXPECT_THAT(run("check --config " + directory.file("none.toml")).err, StartsWith("<3>cannot"));
+  EXPECT_THAT(replay("swp1=" + directory.file("none.pcap")).err, StartsWith("<3>cannot"));
   unsetenv("JOURNAL_STREAM");
 }
 

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <fstream>
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
@@ -35,6 +36,7 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 using testing::Contains;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 using Wirex::IpAddr;
 
@@ -312,6 +314,33 @@ TEST_F(LiveNetnsTest, InterfaceThatDoesNotExistIsWarnedOfOnce) {
   std::string const warning = "interface swp3 is configured but does not exist";
   EXPECT_THAT(log, HasSubstr(warning));
   EXPECT_EQ(log.find(warning), log.rfind(warning)) << log;
+}
+
+// ---- Its log
+
+TEST_F(LiveNetnsTest, LinesInTheJournalCarryTheirSeverity) {
+  start({.journal = true});
+  EXPECT_TRUE(awaitLog("<6>running: ")) << agent->log();
+  EXPECT_TRUE(awaitLog("<4>interface swp3 is configured but ")) << agent->log();
+}
+
+TEST_F(LiveNetnsTest, TracesThatAreSwitchedOnWhileItRunsAreLogged) {
+  start();
+  auto const trace = [&](char const* levels) {
+    return std::system(message(IGMPSNOOPCTL, " --socket ", agent->control(),
+                               " trace IgmpSnoopingProxyAdapter ", levels)
+                           .c_str());
+  };
+  ASSERT_EQ(trace("8"), 0);
+  listener->join(group);
+  EXPECT_TRUE(
+      awaitLog("IgmpSnoopingProxyAdapter 8: KelIgmpIntf::processSplitHorizon() "
+               "g: 239.1.1.1"))
+      << agent->log();
+  ASSERT_EQ(trace("none"), 0);
+  listener->join("239.1.1.2");
+  ASSERT_TRUE(router->await(allow("239.1.1.2")));
+  EXPECT_THAT(agent->log(), Not(HasSubstr("239.1.1.2")));
 }
 
 // ---- Signals

@@ -38,6 +38,12 @@ int listenAt(std::string const& path) {
   return descriptor;
 }
 
+std::string journalStream(int descriptor) {
+  struct stat status {};
+  checked(fstat(descriptor, &status), "fstat");
+  return std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
+}
+
 }  // namespace
 
 RunningAgent::RunningAgent(InterfaceTest::NetworkNamespace const& space,
@@ -48,7 +54,7 @@ RunningAgent::RunningAgent(InterfaceTest::NetworkNamespace const& space,
   std::vector<std::string> command = start.prefix;
   for (std::string const& word :
        {std::string(IGMPSNOOPD), std::string("live"), std::string("--config"),
-        directory_.file("switch.toml"), std::string("--control"), directory_.file("control")})
+        directory_.file("switch.toml"), std::string("--control"), control()})
     command.push_back(word);
   command.insert(command.end(), start.options.begin(), start.options.end());
   std::vector<char*> arguments;
@@ -60,6 +66,7 @@ RunningAgent::RunningAgent(InterfaceTest::NetworkNamespace const& space,
   if (process_ != 0) return;
   int const log = open(directory_.file("log").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
   dup2(log, STDERR_FILENO);
+  if (start.journal) setenv("JOURNAL_STREAM", journalStream(log).c_str(), 1);
   setenv("NOTIFY_SOCKET", directory_.file("notify").c_str(), 1);
   for (auto const& [name, value] : start.environment) setenv(name.c_str(), value.c_str(), 1);
   execvp(arguments.front(), arguments.data());

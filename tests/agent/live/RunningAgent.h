@@ -19,6 +19,7 @@ class RunningAgent {
     std::vector<std::string> prefix = {};  ///< a program that starts it, with arguments
     std::map<std::string, std::string> environment = {};
     std::vector<std::string> options = {};  ///< of its own
+    bool journal = false;                   ///< has it take its log for the journal
   };
 
   RunningAgent(InterfaceTest::NetworkNamespace const& space, std::string const& configuration,
@@ -31,6 +32,8 @@ class RunningAgent {
   /// What it has taken of the processor.
   std::chrono::nanoseconds processorTime() const;
   void configurationIs(std::string const& text) const;
+  /// Its control socket.
+  std::string control() const { return directory_.file("control"); }
   void signal(int number) const;
 
   /// The next message to the service manager; nothing if none comes within the time.
