@@ -300,6 +300,21 @@ TEST_F(ControlServerTest, ClearForgetsMembershipsAndRecords) {
   EXPECT_TRUE(test.snooping.entities().hosts->igmpHost("Vlan10swp2")->v3group().empty());
 }
 
+TEST_F(ControlServerTest, ClearOfASecondaryVlanForgetsWhatItsPrimaryKnows) {
+  test.snooping.configurationIs(
+      configurationIn(vlan10("swp[1-2]",
+                             "[[interface]]\nname = \"swp3\"\n"
+                             "[[vlan]]\nid = 20\ninterfaces = [\"swp3\"]\n"
+                             "private = { type = \"isolated\", primary = 10 }\n")));
+  test.hear("swp1", FrameBuilder::reportV2(group).from(tv));
+  test.hear("swp3", FrameBuilder::reportV2(otherGroup).from(tv));
+  EXPECT_THAT(shown("groups", {{"vlan", 10}}), SizeIs(2));
+  EXPECT_THAT(shown("groups", {{"vlan", 20}}), IsEmpty());
+  EXPECT_THAT(shown("interfaces", {{"group", "239.2.2.2"}}), SizeIs(1));
+  ask({{"command", "clear"}, {"what", "groups"}, {"vlan", 20}});
+  EXPECT_THAT(shown("groups"), IsEmpty());
+}
+
 TEST_F(ControlServerTest, ClearForgetsMoreGroupsThanOneTurnDoes) {
   for (std::uint8_t i = 1; i < 200; ++i)
     test.hear("swp1", FrameBuilder::reportV2(IpAddr(239, 3, 3, i)).from(tv));
