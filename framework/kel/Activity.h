@@ -98,7 +98,7 @@ class PendingCallback<Callback, Key> final : public PendingNotification {
     (static_cast<typename CallbackOf<decltype(Callback)>::InterfaceType&>(reactor).*Callback)(key);
   }
   void discard() noexcept override { std::destroy_at(&key_); }
-  std::uint32_t keyHash() const noexcept override { return key_.hash(); }
+  std::uint32_t keyHash() const noexcept override { return hash(key_); }
 
   union {
     Key key_;  // lives until it is delivered or discarded

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 #include "framework/kel/Export.h"
 
@@ -19,6 +20,15 @@ inline std::uint32_t spreadHash(std::uint32_t hash) noexcept {
   hash *= 0xc2b2ae35u;
   hash ^= hash >> 16;
   return hash;
+}
+
+/// What a key says of itself, or an enumerator's number.
+template <class Key>
+constexpr std::uint32_t hash(Key const& key) noexcept {
+  if constexpr (std::is_enum_v<Key>)
+    return static_cast<std::uint32_t>(key);
+  else
+    return key.hash();
 }
 
 }  // namespace Kel

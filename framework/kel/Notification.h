@@ -88,7 +88,8 @@ class KEL_EXPORT Notifiee : public PtrInterface {
              static_cast<Pending const&>(other).hasKey(key...);
     };
     if (pendingIndexed_) [[unlikely]] {
-      std::uint32_t const hash = ActivityQueue::hashOf(*this, callback, (0u + ... + key.hash()));
+      std::uint32_t const hash =
+          ActivityQueue::hashOf(*this, callback, (0u + ... + Kel::hash(key)));
       for (auto* other = queue.bucket(hash); other; other = other->nextInBucket_)
         if (isThis(*other)) return true;
       return false;

@@ -244,7 +244,7 @@ class Table {
   }
 
   static std::uint32_t home(Block const* block, Key const& key) noexcept {
-    return spreadHash(key.hash()) & (indexSize(block->capacity) - 1);
+    return spreadHash(hash(key)) & (indexSize(block->capacity) - 1);
   }
 
   /// The index slot that holds the key's position, or the empty one where it belongs.

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include "framework/kel/Hash.h"
+#include "framework/kel/Table.h"
 #include "framework/types/AllowedTrafficDirection.h"
 #include "framework/types/IgmpFilterMode.h"
 #include "framework/types/IgmpV3GroupRecordType.h"
@@ -24,6 +26,22 @@ std::string text(T value) {
   std::ostringstream out;
   out << value;
   return out.str();
+}
+
+// So that each can be the key of a collection.
+TEST(EnumerationTest, HashIsTheNumber) {
+  EXPECT_EQ(Kel::hash(AllowedTrafficDirection::egress), 2u);
+  EXPECT_EQ(Kel::hash(IgmpFilterMode::include), 1u);
+  EXPECT_EQ(Kel::hash(IgmpVersion::v3), 3u);
+  EXPECT_EQ(Kel::hash(IgmpV3GroupRecordType::blockOldSources), 6u);
+  EXPECT_EQ(Kel::hash(VlanType::community), 2u);
+}
+
+TEST(EnumerationTest, MayBeAKey) {
+  Kel::Table<IgmpVersion, int> routers;
+  routers.add(IgmpVersion::v2, 5);
+  EXPECT_EQ(routers.find(IgmpVersion::v3), nullptr);
+  EXPECT_EQ(*routers.find(IgmpVersion::v2), 5);
 }
 
 TEST(AllowedTrafficDirectionTest, DefaultIsBoth) {
