@@ -26,7 +26,7 @@ class Value {
   /// Storing an equal value notifies nobody.
   void is(Entity const& owner, T value) {
     if (value_ == value) return;
-    value_ = std::move(value);
+    std::swap(value_, value);  // what goes may take the owner along, so it goes last
     ++mutations;
     notify(owner);
   }

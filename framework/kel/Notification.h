@@ -290,7 +290,7 @@ class NotifieeOf : public Notifiee {
   virtual void notifierIs(Ptr<T> notifier) {
     unregister();
     callOffPending();
-    notifier_ = std::move(notifier);
+    notifier_.swap(notifier);  // what goes may take this reactor along, so it goes last
     ++mutations;
     registerIfActive();
   }

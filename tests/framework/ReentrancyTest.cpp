@@ -10,6 +10,7 @@
 namespace {
 
 using testing::ElementsAre;
+using testing::IsEmpty;
 using Toy::intf;
 using Toy::Recorder;
 using Toy::Switch;
@@ -19,6 +20,16 @@ class ReentrancyTest : public testing::Test {
  protected:
   Kel::Ptr<Recorder> recorder(std::string const& name) {
     return Kel::make<Recorder>(switch_, journal_, name);
+  }
+
+  /// A port that, when it goes, lets go of the switch and of the reactor that holds it.
+  Kel::Ptr<Toy::Port> endOfSwitch(Kel::Ptr<Recorder>& reactor) {
+    auto port = Kel::make<Toy::Port>(intf(1));
+    port->atDestruction = [this, &reactor] {
+      reactor = nullptr;
+      switch_ = nullptr;
+    };
+    return port;
   }
 
   Toy::Journal journal_;
@@ -148,6 +159,58 @@ TEST_F(ReentrancyTest, EntityThatIsLetGoWhileItRemovesAllStillRemovesAll) {
   switch_->portDelAll();
   EXPECT_EQ(switch_, nullptr);
   EXPECT_EQ(port->references(), 1u);
+}
+
+TEST_F(ReentrancyTest, EntityThatIsLetGoWhileItRemovesAllValuesStillRemovesAll) {
+  for (int number = 1; number <= 20; ++number) switch_->weightIs(Toy::vlan(number), number);
+  auto a = recorder("a");
+  a->reaction = [this, &a] {
+    switch_ = nullptr;
+    a = nullptr;
+  };
+  switch_->weightDelAll();
+  EXPECT_EQ(switch_, nullptr);
+  EXPECT_THAT(journal_, ElementsAre("a weight 1"));
+}
+
+TEST_F(ReentrancyTest, EntityThatIsLetGoWhileItEmptiesASetStillEmptiesIt) {
+  for (int number = 1; number <= 20; ++number) switch_->filterIs(Toy::address(number));
+  auto a = recorder("a");
+  a->reaction = [this, &a] {
+    switch_ = nullptr;
+    a = nullptr;
+  };
+  switch_->filterDelAll();
+  EXPECT_EQ(switch_, nullptr);
+  EXPECT_THAT(journal_, ElementsAre("a filter 10.0.0.1"));
+}
+
+// An object that a pointer attribute lets go may be all that holds the attribute's own entity.
+TEST_F(ReentrancyTest, FormerObjectOfAPointerMayTakeTheEntityAlong) {
+  auto a = recorder("a");
+  switch_->uplinkIs(endOfSwitch(a));
+  switch_->uplinkIs(Kel::make<Toy::Port>(intf(2)));
+  EXPECT_EQ(switch_, nullptr);
+  EXPECT_THAT(journal_, ElementsAre("a uplink", "a uplink"));
+}
+
+TEST_F(ReentrancyTest, FormerObjectOfAPointerThatIsSetToNullMayTakeTheEntityAlong) {
+  auto a = recorder("a");
+  switch_->mirrorIs(endOfSwitch(a));
+  switch_->mirrorIs(nullptr);
+  EXPECT_EQ(switch_, nullptr);
+  EXPECT_THAT(journal_, ElementsAre("a mirror", "a mirror"));
+}
+
+TEST_F(ReentrancyTest, FormerNotifierMayTakeTheReactorAlong) {
+  auto a = recorder("a");
+  auto const other = Kel::make<Toy::Switch>();
+  switch_->atDestruction = [&a] { a = nullptr; };
+  switch_ = nullptr;
+  a->notifierIs(other);
+  EXPECT_EQ(a, nullptr);
+  other->temperatureIs(1);
+  EXPECT_THAT(journal_, IsEmpty());
 }
 
 TEST_F(ReentrancyTest, RemovingAllTellsOnceOfWhatACallbackHasRemovedAlready) {
