@@ -174,8 +174,9 @@ void ProxyPamManager::handleInitialized() {
   KEL_TRACE(8, "void Bridging::IgmpSnooping::Proxy::ProxyPamManager::handleInitialized()");
   proxyPamDesired_ = Kel::make<Interface::PamDesiredIntfDir>("ProxyPamManager");
   ethDevPamCol_ = Kel::make<Interface::EthDevPamCollection>("ProxyEthDevPamCol");
-  ethDevPamSm_ = Kel::make<EthDevPamSm>(ethDevPamCol_, this);
-  proxyIntfFilter_ = Kel::make<ProxyIntfFilter>(pamDesiredIntfDir_, portVlanMap_, proxyPamDesired_);
+  ethDevPamSm_ = EthDevPamSm::EthDevPamSmIs(ethDevPamCol_, this);
+  proxyIntfFilter_ =
+      ProxyIntfFilter::ProxyIntfFilterIs(pamDesiredIntfDir_, portVlanMap_, proxyPamDesired_);
   ethDevPamMgr_ =
       Kel::make<Interface::EthDevPamManager>(proxyPamDesired_, ethDevPamCol_, kernelIntfStatusDir_);
   configureReception();

@@ -25,6 +25,12 @@ namespace Bridging::IgmpSnooping::Proxy {
 /// and that carry a host of the proxy.
 class KEL_EXPORT ProxyIntfFilter : public Kel::PtrInterface {
  public:
+  /// Makes one; the arguments are the constructor's.
+  template <class... Arguments>
+  static Kel::Ptr<ProxyIntfFilter> ProxyIntfFilterIs(Arguments&&... arguments) {
+    return Kel::make<ProxyIntfFilter>(std::forward<Arguments>(arguments)...);
+  }
+
   /// @param pamDir the interfaces that the system desires
   /// @param portVlanMap the ports that carry hosts
   /// @param desiredIntfDir where the decision is written
@@ -60,6 +66,12 @@ class KEL_EXPORT ProxyIntfFilter : public Kel::PtrInterface {
 /// Makes its parent hold a multiplexer for each interface whose device is open, bound to it.
 class KEL_EXPORT EthDevPamSm : public Kel::PtrInterface {
  public:
+  /// Makes one; the arguments are the constructor's.
+  template <class... Arguments>
+  static Kel::Ptr<EthDevPamSm> EthDevPamSmIs(Arguments&&... arguments) {
+    return Kel::make<EthDevPamSm>(std::forward<Arguments>(arguments)...);
+  }
+
   /// @param parent the owner, which may still be under construction.
   EthDevPamSm(Kel::Ptr<Interface::EthDevPamCollection const> ethDevPamCol,
               Wirex::PortVlanPamManager* parent);
@@ -92,6 +104,7 @@ class KEL_EXPORT ProxyPamManager final : public Wirex::PortVlanPamManager {
     class NotifieeConst : public Kel::NotifieeOf<PamCol const> {
      public:
       virtual void onPamCol(PortKey /*key*/) {}
+      virtual void onPamColkelImmediate() {}
 
      protected:
       using NotifieeOf::NotifieeOf;
@@ -146,6 +159,7 @@ class KEL_EXPORT ProxyPamManager final : public Wirex::PortVlanPamManager {
   void pamColDel(PortKey const& key);
   void pamColDelAll();
   void pamColNotify(PortKey const& key) { pamCol_->entries_.notify(*pamCol_, key); }
+  void pamColNotify() { pamCol_->notify<&PamCol::NotifieeConst::onPamColkelImmediate>(); }
 
   /// The packet access of a port in a VLAN, or null.
   Wirex::VlanPam::Ptr portVlanPam(PortKey const& key) const { return pamCol(key); }

@@ -23,7 +23,7 @@ class EthDevPamSmTest : public ::testing::Test {
     opened->intfPamIs(pam(intf, deviceIndex));
   }
   void close(char const* intf) { opened->intfPamDel(IntfId(intf)); }
-  void start() { sm = Kel::make<EthDevPamSm>(opened, parent.get()); }
+  void start() { sm = EthDevPamSm::EthDevPamSmIs(opened, parent.get()); }
 
   Kel::Ptr<Wirex::Multiplexer> multiplexer(char const* intf) const {
     return parent->multiplexer(IntfId(intf));
@@ -119,7 +119,7 @@ TEST_F(EthDevPamSmTest, PacketsPassThroughTheDevice) {
 
 TEST_F(EthDevPamSmTest, RefusesToDoWithoutItsInput) {
   EXPECT_EQ(WirexTest::refusalOf<Kel::RangeException>(
-                [&] { Kel::make<EthDevPamSm>(nullptr, parent.get()); }),
+                [&] { EthDevPamSm::EthDevPamSmIs(nullptr, parent.get()); }),
             "null _ethDevPamCol parameter to mutator for "
             "Bridging::IgmpSnooping::Proxy::EthDevPamSm::ethDevPamCol not allowed\"");
 }

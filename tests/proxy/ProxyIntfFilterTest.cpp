@@ -23,7 +23,7 @@ using ::testing::Values;
 
 class ProxyIntfFilterTest : public ::testing::Test, protected PamInputs {
  protected:
-  void start() { filter = Kel::make<ProxyIntfFilter>(pamDir, portVlanMap, decided); }
+  void start() { filter = ProxyIntfFilter::ProxyIntfFilterIs(pamDir, portVlanMap, decided); }
 
   bool wants(char const* intf) const { return decided->intfDesired(IntfId(intf)); }
 
@@ -166,17 +166,17 @@ TEST_F(ProxyIntfFilterTest, IsInitializedByItsFirstPass) {
 using ProxyIntfFilterDeathTest = ProxyIntfFilterTest;
 
 TEST_F(ProxyIntfFilterDeathTest, NeedsToKnowWhatIsDesired) {
-  EXPECT_DEATH(Kel::make<ProxyIntfFilter>(nullptr, portVlanMap, decided),
+  EXPECT_DEATH(ProxyIntfFilter::ProxyIntfFilterIs(nullptr, portVlanMap, decided),
                "ProxyPam:[0-9]+: handlePort: assertion failed: pamDir\\(\\)\n");
 }
 
 TEST_F(ProxyIntfFilterDeathTest, NeedsToKnowWhereHostsAre) {
-  EXPECT_DEATH(Kel::make<ProxyIntfFilter>(pamDir, nullptr, decided),
+  EXPECT_DEATH(ProxyIntfFilter::ProxyIntfFilterIs(pamDir, nullptr, decided),
                "ProxyPam:[0-9]+: handlePort: assertion failed: portVlanMap\\(\\)\n");
 }
 
 TEST_F(ProxyIntfFilterDeathTest, MissesWhatIsDesiredFirst) {
-  EXPECT_DEATH(Kel::make<ProxyIntfFilter>(nullptr, nullptr, decided), "pamDir\\(\\)\n");
+  EXPECT_DEATH(ProxyIntfFilter::ProxyIntfFilterIs(nullptr, nullptr, decided), "pamDir\\(\\)\n");
 }
 
 TEST_F(ProxyIntfFilterTest, DoesNothingOnKeylessNotifications) {

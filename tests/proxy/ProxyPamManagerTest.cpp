@@ -77,6 +77,7 @@ class PamListener final : public ProxyPamManager::PamCol::NotifieeConst {
     bool const there = notifier()->entries().get(key) != nullptr;
     heard.push_back(std::string(key.stringvalue().view()) + (there ? " is" : " is gone"));
   }
+  void onPamColkelImmediate() override { heard.emplace_back("all"); }
 
   std::vector<std::string> heard;
 };
@@ -375,6 +376,13 @@ TEST_F(ProxyPamManagerTest, TellsOfPacketAccessThatComesAndGoes) {
   manager->portVlanPamDel(key(10, "swp1"));
   EXPECT_THAT(listener->heard,
               ElementsAre("Vlan10swp1 is", "Vlan10swp1 is", "Vlan10swp1 is", "Vlan10swp1 is gone"));
+}
+
+TEST_F(ProxyPamManagerTest, TellsOfAllPacketAccessAtOnceWhenItIsAskedTo) {
+  startWith("swp1");
+  auto const listener = Kel::make<PamListener>(manager->pamCol());
+  manager->pamColNotify();
+  EXPECT_THAT(listener->heard, ElementsAre("all"));
 }
 
 TEST_F(ProxyPamManagerTest, TellsOfEachWhenAllPacketAccessGoes) {
