@@ -155,27 +155,45 @@ void AdapterSm::handleInitialized() {
 
 void AdapterSm::updateIgmpHost() {
   KEL_TRACE(9, "AdapterSm::updateIgmpHost");
-  std::vector<std::pair<std::uint32_t, IpAddr>> changed;  // in the order of igmpGroup
-  for (KelIgmpGroup* group = firstChanged_; group; group = group->nextChanged_)
-    changed.emplace_back(igmpGroup_.position(group->addr()), group->addr());
-  std::sort(changed.begin(), changed.end());
-
   Kel::Ptr<AdapterSm> const self(this);
-  AdapterVlanConfig::HostKeys const& hostKeys = adapterConfig()->hostKey();
-  for (auto const& [position, address] : changed) {
+  std::vector<PlacedGroup> changed;
+  addChangedGroups(changed, 0);
+  for (auto next = changed.begin(); next != changed.end();) {
+    auto const [place, address] = *next++;
     Kel::Ptr<KelIgmpGroup> const group = kelIgmpGroup(address);
     if (!group || !group->igmpHostChanged()) continue;
-    std::uint32_t formerPlace = 0;
-    for (PortKey const& key : hostKeys.keys()) {
-      if (group->isZombie()) break;
-      std::uint32_t const keyPlace = hostKeys.position(key, formerPlace++);
-      if (keyPlace == hostKeys.absent) continue;
-      KEL_TRACE(4, "AdapterSm::updateIgmpHost key " << key);
-      processSplitHorizon(key, *group, placeOf(keyPlace, hostPlaces_),
-                          placeOf(keyPlace, group->recordPlaces_));
+    std::uint64_t const flagsRaised = flagsRaised_;
+    updateRecords(*group);
+    if (flagsRaised != flagsRaised_) {  // by handlers of what was written
+      changed.erase(changed.begin(), next);
+      addChangedGroups(changed, place + 1);
+      next = changed.begin();
     }
-    group->igmpHostChangedIs(false);
   }
+}
+
+/// Adds the flagged groups whose place in igmpGroup is `firstPlace` or behind it, and sorts all.
+void AdapterSm::addChangedGroups(std::vector<PlacedGroup>& groups, std::uint32_t firstPlace) const {
+  for (KelIgmpGroup const* group = firstChanged_; group; group = group->nextChanged_) {
+    std::uint32_t const place = igmpGroup_.position(group->addr());
+    if (place >= firstPlace) groups.emplace_back(place, group->addr());
+  }
+  std::sort(groups.begin(), groups.end());
+}
+
+/// Rewrites every host's record of a group that is flagged, and takes the flag back.
+void AdapterSm::updateRecords(KelIgmpGroup& group) {
+  AdapterVlanConfig::HostKeys const& hostKeys = adapterConfig()->hostKey();
+  std::uint32_t formerPlace = 0;
+  for (PortKey const& key : hostKeys.keys()) {
+    if (group.isZombie()) break;
+    std::uint32_t const keyPlace = hostKeys.position(key, formerPlace++);
+    if (keyPlace == hostKeys.absent) continue;
+    KEL_TRACE_OF("updateIgmpHost", 4, "AdapterSm::updateIgmpHost key " << key);
+    processSplitHorizon(key, group, placeOf(keyPlace, hostPlaces_),
+                        placeOf(keyPlace, group.recordPlaces_));
+  }
+  group.igmpHostChangedIs(false);
 }
 
 /// Among `places`, that of the host whose key stands at a place of `hostKey`.
@@ -286,16 +304,17 @@ void AdapterSm::writeRecord(Igmp::IgmpHost& host, IpAddr group, std::uint32_t& r
   }
   record->filterModeIs(mode);
 
-  for (auto const [source, value] : list->sourceIp())
+  auto const goes = [](IpAddr source) {
     KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon Removing old source s: " << source);
+  };
   if (mode == IgmpV3GroupRecordType::modeIsInclude) {
-    for (auto const [source, ports] : merged.include())
+    list->sourceIpRefill(merged.include(), 1, goes, [](IpAddr source) {
       KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon Adding to include s: " << source);
-    list->sourceIpRefill(merged.include(), 1);
+    });
   } else {
-    for (auto const [source, ports] : merged.exclude())
+    list->sourceIpRefill(merged.exclude(), 1, goes, [](IpAddr source) {
       KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon Adding to exclude s: " << source);
-    list->sourceIpRefill(merged.exclude(), 1);
+    });
   }
 }
 
@@ -382,6 +401,7 @@ void AdapterSm::KelIgmpGroup::igmpHostChangedIs(bool changed) {
   if (changed && isZombie()) return;
   igmpHostChanged_ = changed;
   if (changed) {
+    ++adapterSm_->flagsRaised_;
     changedPlace_ = &adapterSm_->firstChanged_;
     nextChanged_ = std::exchange(adapterSm_->firstChanged_, this);
     if (nextChanged_) nextChanged_->changedPlace_ = &nextChanged_;

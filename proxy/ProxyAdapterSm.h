@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "framework/entities/AdapterVlanConfig.h"
@@ -78,6 +79,10 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   /// The framework's zombie pass calls this for a group reactor that is about to go.
   void kel_handleIgmpGroup(KelIgmpGroup& reactor);
   void reconcileGroups(IgmpContextStatus const& status);
+  /// A group and its place in igmpGroup.
+  using PlacedGroup = std::pair<std::uint32_t, Wirex::IpAddr>;
+  void addChangedGroups(std::vector<PlacedGroup>& groups, std::uint32_t firstPlace) const;
+  void updateRecords(KelIgmpGroup& group);
   std::uint32_t& placeOf(std::uint32_t hostKeyPlace, Places& places) const;
   void processSplitHorizon(PortKey const& key, KelIgmpGroup const& group, std::uint32_t& hostPlace,
                            std::uint32_t& recordPlace);
@@ -95,6 +100,7 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   Places hostPlaces_;
   // The groups whose `igmpHostChanged` is set, so that an update need not look at the others.
   KelIgmpGroup* firstChanged_ = nullptr;
+  std::uint64_t flagsRaised_ = 0;  // how often a group was flagged
   IgmpGroups igmpGroup_;
 };
 

@@ -10,6 +10,12 @@
 
 namespace Kel {
 
+/// Is told of a key and does nothing about it.
+struct Unheeded {
+  template <class Key>
+  void operator()(Key const& /*key*/) const noexcept {}
+};
+
 /// Refuses to take an existing member for one that was asked for with another value of a
 /// constructor parameter. Members call it for each of their parameters, in
 /// `requireConstructedWith(parameters...)`.
@@ -239,14 +245,24 @@ class Values : public Collection<Key, T> {
 
   /// Empties the collection and fills it with one value for each key of another one. Whoever
   /// watches hears of every key that goes and of every key that comes.
-  template <class OtherMapped>
-  void refill(Entity const& owner, Collection<Key, OtherMapped> const& other, T const& value) {
+  /// @param goes, comes are called with each key before that.
+  template <class OtherMapped, class Goes = Unheeded, class Comes = Unheeded>
+  void refill(Entity const& owner, Collection<Key, OtherMapped> const& other, T const& value,
+              Goes const& goes = {}, Comes const& comes = {}) {
     if (owner.watched()) {
       Ptr<Entity const> const self(&owner);
-      delEach(owner);
-      for (Key const& key : other.keys()) is(owner, key, value);
+      for (Key const& key : this->keys()) {
+        goes(key);
+        del(owner, key);
+      }
+      for (Key const& key : other.keys()) {
+        comes(key);
+        is(owner, key, value);
+      }
       return;
     }
+    for (auto const [key, unused] : *this) goes(key);
+    for (auto const [key, unused] : other) comes(key);
     this->table_.refill(other.table_, value);
     ++mutations;
   }

@@ -54,9 +54,11 @@ class KEL_EXPORT IgmpV3HostGroupSourceList : public Kel::Entity {
   void sourceIpDel(Wirex::IpAddr source) { sourceIp_.del(*this, source); }
   void sourceIpDelAll() { sourceIp_.delAll(*this); }
   /// Rebuilds the list from empty with the keys of another collection.
-  template <class Mapped>
-  void sourceIpRefill(Kel::Collection<Wirex::IpAddr, Mapped> const& sources, std::uint8_t value) {
-    sourceIp_.refill(*this, sources, value);
+  /// @param goes, comes are called with each source before it goes or comes.
+  template <class Mapped, class Goes = Kel::Unheeded, class Comes = Kel::Unheeded>
+  void sourceIpRefill(Kel::Collection<Wirex::IpAddr, Mapped> const& sources, std::uint8_t value,
+                      Goes const& goes = {}, Comes const& comes = {}) {
+    sourceIp_.refill(*this, sources, value, goes, comes);
   }
   void sourceIpNotify(Wirex::IpAddr source) { sourceIp_.notify(*this, source); }
   void sourceIpNotify() { notify<&NotifieeConst::onSourceIpkelImmediate>(); }

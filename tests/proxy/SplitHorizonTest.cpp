@@ -1,3 +1,4 @@
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -277,6 +278,15 @@ TEST_F(SplitHorizon_Record, RecordIsMadeAlsoWhereItIsRemovedAtOnce) {
   EXPECT_THAT(watcher->heard, ElementsAre("made", "removed"));
 }
 
+TEST_F(SplitHorizon_Record, SourceListIsMadeAlsoWhereTheRecordIsRemovedAtOnce) {
+  port("swp1").reports(g1).include({});
+  auto const bare = host("up")->v3groupIs(g1);
+  ASSERT_FALSE(bare->source());
+  process("up");
+  EXPECT_EQ(record("up"), nothing);
+  EXPECT_TRUE(bare->source());
+}
+
 TEST_F(SplitHorizon_Record, SecondRunRemovesAndAddsEveryIncludedSourceAgain) {
   port("swp1").reports(g1).include({s1, s2});
   publish();
@@ -324,6 +334,53 @@ TEST_F(SplitHorizon_Record, ListIsRebuiltFromEmptyNotByDifference) {
   using Heard = std::pair<IpAddr, bool>;
   EXPECT_THAT(watcher->heard,
               ElementsAre(Heard(s1, false), Heard(s2, false), Heard(s1, true), Heard(s2, true)));
+}
+
+/// Writes down how many lines had been traced when each source came or went.
+class TraceWatcher : public Igmp::IgmpV3HostGroupSourceList::NotifieeConst {
+ public:
+  TraceWatcher(Kel::Ptr<Igmp::IgmpV3HostGroupSourceList const> list, TraceCapture const& trace)
+      : trace_(trace) {
+    watch(std::move(list));
+  }
+
+  void onSourceIp(IpAddr /*source*/) override { linesBefore.push_back(trace_.lines().size()); }
+
+  std::vector<std::size_t> linesBefore;
+
+ private:
+  TraceCapture const& trace_;
+};
+
+TEST_F(SplitHorizon_Record, EachSourceIsTracedBeforeItGoesOrComes) {
+  port("swp1").reports(g1).include({s1, s2});
+  publish();
+  TraceCapture const trace({4});
+  auto const watcher = Kel::make<TraceWatcher>(host("up")->v3group(g1)->source(), trace);
+  process("up");
+  EXPECT_THAT(watcher->linesBefore, ElementsAre(1u, 2u, 3u, 4u));
+}
+
+/// Writes down what a record's list holds when the record changes its filter mode.
+class ModeWatcher : public Igmp::IgmpV3GroupRecord::NotifieeConst {
+ public:
+  explicit ModeWatcher(Kel::Ptr<Igmp::IgmpV3GroupRecord const> record) { watch(std::move(record)); }
+
+  void onFilterMode() override {
+    for (IpAddr const source : notifier()->source()->sourceIp().keys()) sources.insert(source);
+  }
+
+  Sources sources;
+};
+
+TEST_F(SplitHorizon_Record, ModeIsSetBeforeTheListIsRebuilt) {
+  auto const reporter = port("swp1").reports(g1).include({s1});
+  publish();
+  auto const watcher = Kel::make<ModeWatcher>(host("up")->v3group(g1));
+  reporter.exclude({s2});
+  publish();
+  EXPECT_EQ(record("up"), excluding({s2}));
+  EXPECT_EQ(watcher->sources, Sources{s1});
 }
 
 TEST_F(SplitHorizon_Record, IncludesAreIgnoredInExcludeMode) {
