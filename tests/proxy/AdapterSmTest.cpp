@@ -331,6 +331,34 @@ TEST_F(AdapterSm_UpdateIgmpHost, ClearsTheFlagOfAGroupThatItWrote) {
   EXPECT_FALSE(changed(g1));
 }
 
+/// Writes down whether a group was still flagged when a host's record of it came or went.
+class FlagWatcher : public Igmp::IgmpHost::NotifieeConst {
+ public:
+  FlagWatcher(Kel::Ptr<Igmp::IgmpHost const> host, Kel::Ptr<AdapterSm const> adapter)
+      : adapter_(std::move(adapter)) {
+    watch(std::move(host));
+  }
+
+  void onV3group(IpAddr group) override {
+    flags.push_back(adapter_->kelIgmpGroup(group)->igmpHostChanged());
+  }
+
+  std::vector<bool> flags;
+
+ private:
+  Kel::Ptr<AdapterSm const> adapter_;
+};
+
+TEST_F(AdapterSm_UpdateIgmpHost, FlagStaysUntilTheLastHostIsWritten) {
+  auto const first = Kel::make<FlagWatcher>(proxyOn("up1"), adapter);
+  auto const last = Kel::make<FlagWatcher>(proxyOn("up2"), adapter);
+  port("swp1").reports(g1);
+  status->newIgmpReportNotify();
+  EXPECT_THAT(first->flags, ElementsAre(true));
+  EXPECT_THAT(last->flags, ElementsAre(true));
+  EXPECT_FALSE(changed(g1));
+}
+
 TEST_F(AdapterSm_UpdateIgmpHost, ClearsTheFlagAlsoWithoutAnyHostKey) {
   port("swp1").reports(g1);
   EXPECT_TRUE(changed(g1));

@@ -168,6 +168,25 @@ TEST_F(KelIgmpIntf_StarG, DropToOneAndToNoneFlagTheGroup) {
   EXPECT_TRUE(changed());
 }
 
+TEST_F(KelIgmpIntf_StarG, FlaggingIsTracedUpToTwoPortsOnly) {
+  auto const flaggings = [](auto const& change) {
+    TraceCapture const trace({4});
+    change();
+    std::vector<std::string> told;
+    for (auto const& line : trace.texts())
+      if (line.find("Set host changed") != std::string::npos) told.push_back(line);
+    return told;
+  };
+  port("swp1").reports(g1);
+  EXPECT_THAT(flaggings([this] { port("swp2").reports(g1); }),
+              ElementsAre("4 KelIgmpIntf::handleStarG Set host changed 2"));
+  EXPECT_THAT(flaggings([this] { port("swp3").reports(g1); }), IsEmpty());
+  EXPECT_THAT(flaggings([this] { port("swp4").reports(g1); }), IsEmpty());
+  EXPECT_THAT(flaggings([this] { intf("swp4")->starGIs(false); }), IsEmpty());
+  EXPECT_THAT(flaggings([this] { intf("swp3")->starGIs(false); }),
+              ElementsAre("4 KelIgmpIntf::handleStarG Set host changed 2"));
+}
+
 TEST_F(KelIgmpIntf_StarG, HostsKeepTheirRecordsWhileTheThresholdHoldsTheFlagBack) {
   proxyOn("swp3");
   for (auto const* const name : {"swp1", "swp2"}) port(name).reports(g1);
@@ -564,6 +583,28 @@ TEST_F(KelIgmpIntf_ProcessPort, TracesSourcesThatAllReportersExclude) {
                           "4 All reporters want to exclude this source 192.0.2.1"));
 }
 
+TEST_F(KelIgmpIntf_ProcessPort, StarGIsTracedAlsoWhereThePortHasItAlready) {
+  port("swp1").reports(g1);
+  TraceCapture const trace({4});
+  intf("swp1")->portChangedInc(1);
+  EXPECT_THAT(trace.texts(),
+              ElementsAre("4 KelIgmpIntf::processPort swp1 group 239.1.1.1 numMember 1",
+                          "4 processPort in exclude mode: 10.0.0.1",
+                          "4 processPort: starGThere is true swp1 group 239.1.1.1"));
+}
+
+TEST_F(KelIgmpIntf_ProcessPort, EveryModeButZeroIsInclude) {
+  proxyOn("up");
+  for (int const value : {2, 255}) {
+    port("swp1").reports(g1).exclude({});
+    snooped("swp1")->filterModeIs(static_cast<FilterMode>(value));
+    snooped("swp1")->sourceIs(s1);
+    publish();
+    EXPECT_EQ(wants("swp1"), includes({s1})) << value;
+    EXPECT_EQ(record("up"), including({s1})) << value;
+  }
+}
+
 TEST_F(KelIgmpIntf_ProcessPort, CountsANewExcludeBeforeItEndsStarG) {
   port("swp1").reports(g1);
   TraceCapture const trace({4});
@@ -891,8 +932,14 @@ TEST_F(KelIgmpIntf_Subtract, IncludesOfTheOthersAreCountedOnceEach) {
   port("swp2").reports(g1).include({s1, s3});
   port("swp3").reports(g1).include({s1});
   EXPECT_EQ(tracedOthersThan("swp1"), (Counts{0, {{s1, 1}, {s3, 1}}, {}}));
-  EXPECT_THAT(trace.texts(),
-              Contains("8 subtract: portInclude has 192.0.2.1 count 1 global count 3"));
+  EXPECT_THAT(
+      trace.texts(),
+      ElementsAre(
+          "9 KelIgmpIntf::subtract on intf swp1", "4 subtract: swp1my starG is 0 global starG is 0",
+          "8 subtract: portInclude has 192.0.2.1 count 1 global count 3",
+          "4 subtract: put it in include and knock it off from exclude: 192.0.2.1 g: 239.1.1.1",
+          "8 subtract: portInclude has 192.0.2.2 count 1 global count 1",
+          "4 subtract: put it in include and knock it off from exclude: 192.0.2.3 g: 239.1.1.1"));
 }
 
 TEST_F(KelIgmpIntf_Subtract, IncludedSourceIsKnockedOffTheExcludes) {

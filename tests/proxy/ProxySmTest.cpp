@@ -1,5 +1,6 @@
 #include <functional>
 #include <string>
+#include <utility>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -329,12 +330,15 @@ TEST_F(ProxySm_Context, KeylessNotificationsOfTheInputsDoNothing) {
 TEST_F(ProxySm_Context, InactiveAndZombieReactorsHearNothing) {
   serves(10, {"swp1"});
   start();
+  auto const manager = proxy->pamManager();
   TraceCapture trace = TraceCapture::ofEveryLevel(controlTraces);
   auto const disturb = [&] {
     proxies(10, false);
     proxies(11);
     querierDel(10);
     isolates(10, 12);
+    manager->multiplexerIs(IntfId("swp9"), manager.get());
+    manager->multiplexerDel(IntfId("swp9"));
   };
   auto const restore = [&] {
     isolatesNot(10);
@@ -667,6 +671,26 @@ TEST_F(ProxySm_End, LeavesNothingBehind) {
   EXPECT_FALSE(privateVlans->watched());
   EXPECT_FALSE(topo(10)->watched());
   EXPECT_FALSE(port(10, "swp1")->watched());
+}
+
+TEST_F(ProxySm_End, HearsNothingOfWhatHappensWhileItEnds) {
+  serves(10, {"swp1"});
+  start();
+  TraceCapture trace = TraceCapture::ofEveryLevel(controlTraces);
+  Lines comeAgain;
+  bool ending = false;
+  ControlObserver observer([&](std::string const& text) {
+    if (text == "+host Vlan10swp1") comeAgain.push_back(text);
+    if (text != "-host Vlan10swp1" || std::exchange(ending, true)) return;
+    trace.clear();
+    proxies(10, false);
+    proxies(10);
+    EXPECT_THAT(trace.texts(), IsEmpty());
+  });
+  observer.watch(hosts);
+  stop();
+  EXPECT_TRUE(ending);
+  EXPECT_THAT(comeAgain, IsEmpty());
 }
 
 TEST_F(ProxySm_End, MachinesThatSomebodyHoldsHearNothingMore) {

@@ -280,6 +280,30 @@ TEST(ReentrantUpdate, GroupsThatANestedReportHasWrittenAreNotWrittenAgain) {
   EXPECT_EQ(writesOfSecondGroup.size(), hostPorts.size());
 }
 
+TEST(ReentrantUpdate, GroupThatIsFlaggedFurtherOnHasItsTurn) {
+  BusyVlan vlan;
+  vlan.flag({g1, g3});
+  vlan.group(g2)->recordIs()->includeIs(s4, 1);
+  Intruder intruder(1, true, [&vlan] { vlan.flag({g2}); });
+  intruder.watch(vlan.host("up1"));
+  vlan.status->newIgmpReportNotify();
+  ASSERT_TRUE(intruder.hasActed());
+  EXPECT_EQ(vlan.record("up1", g2), including({s1, s2, s3, s4}));
+  for (IpAddr const address : {g1, g2, g3}) EXPECT_FALSE(vlan.changed(address)) << address;
+}
+
+TEST(ReentrantUpdate, GroupThatIsFlaggedFurtherBackWaitsForTheNextReport) {
+  BusyVlan vlan;
+  vlan.flag({g2});
+  Intruder intruder(1, true, [&vlan] { vlan.flag({g1}); });
+  intruder.watch(vlan.host("up1"));
+  vlan.status->newIgmpReportNotify();
+  ASSERT_TRUE(intruder.hasActed());
+  EXPECT_TRUE(vlan.changed(g1));
+  vlan.status->newIgmpReportNotify();
+  EXPECT_FALSE(vlan.changed(g1));
+}
+
 TEST(ReentrantClearing, HostThatGoesWithItsKeyDoesNotStopIt) {
   BusyVlan vlan;
   Intruder intruder(1, false, [&vlan] {
