@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "tests/agent/Addresses.h"
 #include "tests/agent/replay/CaptureTesting.h"
 
 /// Runs the real igmpsnoopd: exit status, standard output, standard error.
@@ -20,9 +21,6 @@ using namespace std::chrono_literals;
 using namespace IgmpTest;
 using testing::HasSubstr;
 using testing::StartsWith;
-
-constexpr IpAddr group{239, 1, 1, 1};
-constexpr auto someTime = 1'700'000'000s;
 
 class ProgramTest : public testing::Test {
  protected:

@@ -6,6 +6,7 @@
 
 #include "agent/RecordWatch.h"
 #include "agent/config/Wording.h"
+#include "tests/agent/Addresses.h"
 
 namespace Agent {
 namespace {
@@ -14,11 +15,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using Wirex::IgmpV3GroupRecordType;
 using Wirex::IpAddr;
-
-constexpr IpAddr group{239, 1, 1, 1};
-constexpr IpAddr otherGroup{239, 2, 2, 2};
-constexpr IpAddr a{192, 0, 2, 1};
-constexpr IpAddr b{192, 0, 2, 2};
 
 constexpr auto include = IgmpV3GroupRecordType::modeIsInclude;
 constexpr auto exclude = IgmpV3GroupRecordType::modeIsExclude;

@@ -11,6 +11,7 @@
 #include "agent/config/Wording.h"
 #include "agent/control/ControlServer.h"
 #include "framework/kel/Trace.h"
+#include "tests/agent/Addresses.h"
 #include "tests/agent/SwitchTesting.h"
 #include "tests/agent/control/ControlTesting.h"
 #include "tests/agent/replay/CaptureTesting.h"
@@ -25,11 +26,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
-
-constexpr IpAddr group{239, 1, 1, 1};
-constexpr IpAddr otherGroup{239, 2, 2, 2};
-constexpr IpAddr tv{10, 0, 0, 1};
-constexpr IpAddr a{192, 0, 2, 1};
 
 class ControlServerTest : public testing::Test {
  protected:

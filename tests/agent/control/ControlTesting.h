@@ -13,6 +13,7 @@
 
 #include "agent/control/Descriptor.h"
 #include "platform/horix/EventLoop.h"
+#include "tests/agent/Addresses.h"
 #include "tests/agent/SwitchTesting.h"
 
 namespace Agent {
@@ -102,12 +103,9 @@ inline std::string sendingOnce() {
 /// Has the queries of every kind and reports and leaves of two versions sent there.
 inline void haveSent(TestSwitch& test) {
   using namespace IgmpTest;
-  IpAddr const group(239, 1, 1, 1);
-  IpAddr const otherGroup(239, 2, 2, 2);
   IpAddr const lateGroup(239, 3, 3, 3);
-  IpAddr const source(192, 0, 2, 1);
-  test.hear("swp1", FrameBuilder::reportV3({isIn(group, {source}), toEx(otherGroup)}));
-  test.hear("swp1", FrameBuilder::reportV3({block(group, {source})}));
+  test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a}), toEx(otherGroup)}));
+  test.hear("swp1", FrameBuilder::reportV3({block(group, {a})}));
   test.hear("swp1", FrameBuilder::leave(otherGroup));
   test.hear("swp2", FrameBuilder::reportV2(otherGroup));
   test.hear("swp2", FrameBuilder::leave(otherGroup));

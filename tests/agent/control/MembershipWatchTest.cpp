@@ -6,6 +6,7 @@
 
 #include "agent/config/Wording.h"
 #include "agent/control/MembershipWatch.h"
+#include "tests/agent/Addresses.h"
 
 namespace Agent {
 namespace {
@@ -16,12 +17,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using Wirex::IntfId;
 using Wirex::IpAddr;
-
-constexpr IpAddr group{239, 1, 1, 1};
-constexpr IpAddr otherGroup{239, 2, 2, 2};
-constexpr IpAddr tv{10, 0, 0, 1};
-constexpr IpAddr desk{10, 0, 0, 2};
-constexpr IpAddr a{192, 0, 2, 1};
 
 std::string text(std::optional<SourceFilter> const& filter) {
   if (!filter) return "none";

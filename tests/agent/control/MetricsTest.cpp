@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "agent/control/MetricsServer.h"
+#include "tests/agent/Addresses.h"
 #include "tests/agent/SwitchTesting.h"
 #include "tests/agent/control/ControlTesting.h"
 #include "tests/agent/replay/CaptureTesting.h"
@@ -19,9 +20,6 @@ using namespace std::chrono_literals;
 using namespace IgmpTest;
 using testing::HasSubstr;
 using testing::StartsWith;
-
-constexpr IpAddr group{239, 1, 1, 1};
-constexpr IpAddr tv{10, 0, 0, 1};
 
 /// Reads OpenMetrics text as strictly as its grammar, and fails the test at what is not of it.
 class Exposition {

@@ -15,6 +15,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/control/ControlServer.h"
+#include "tests/agent/Addresses.h"
 #include "tests/agent/SwitchTesting.h"
 #include "tests/agent/control/ControlTesting.h"
 #include "tests/agent/replay/CaptureTesting.h"
@@ -32,11 +33,7 @@ using testing::MatchesRegex;
 using testing::SizeIs;
 using testing::StartsWith;
 
-constexpr IpAddr group{239, 1, 1, 1};
-constexpr IpAddr tv{10, 0, 0, 1};
 constexpr IpAddr watched{239, 9, 9, 9};
-constexpr IpAddr a{192, 0, 2, 1};
-constexpr IpAddr b{192, 0, 2, 2};
 
 class ControlProgramTest : public testing::Test {
  protected:

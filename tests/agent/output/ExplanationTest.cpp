@@ -11,6 +11,7 @@
 #include "agent/output/ExplanationWords.h"
 #include "agent/output/Json.h"
 #include "agent/output/Tables.h"
+#include "tests/agent/Addresses.h"
 #include "tests/agent/SwitchTesting.h"
 #include "tests/agent/output/OutputTesting.h"
 
@@ -25,13 +26,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
-
-constexpr IpAddr group{239, 1, 1, 1};
-constexpr IpAddr tv{10, 0, 0, 1};
-constexpr IpAddr desk{10, 0, 0, 2};
-constexpr IpAddr a{192, 0, 2, 1};
-constexpr IpAddr b{192, 0, 2, 2};
-constexpr IpAddr c{192, 0, 2, 3};
 
 using Place = ExplainedSource::Place;
 

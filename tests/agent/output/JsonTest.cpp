@@ -2,6 +2,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/output/Json.h"
+#include "tests/agent/Addresses.h"
 #include "tests/agent/output/OutputTesting.h"
 
 namespace Agent {
@@ -9,11 +10,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using Wirex::IpAddr;
-
-constexpr IpAddr group{239, 1, 1, 1};
-constexpr IpAddr otherGroup{239, 2, 2, 2};
-constexpr IpAddr a{192, 0, 2, 1};
-constexpr IpAddr b{192, 0, 2, 2};
 
 TEST(Json, IsWhatIsPromised) {
   Snapshot snapshot;

@@ -24,9 +24,9 @@ inline HostRecords hostOn(unsigned vlan, std::string const& interface,
   return host;
 }
 
-inline RecordEvent event(Horix::Time time, char const* host, Wirex::IpAddr group,
+inline RecordEvent event(Horix::Time time, char const* host, Wirex::IpAddr address,
                          std::optional<SourceFilter> before, std::optional<SourceFilter> after) {
-  RecordEvent event{time, {{}, group, std::move(before), std::move(after)}};
+  RecordEvent event{time, {{}, address, std::move(before), std::move(after)}};
   event.change.host.handleInit(host);
   return event;
 }

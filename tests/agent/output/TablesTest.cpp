@@ -8,6 +8,7 @@
 #include "agent/output/Tables.h"
 #include "agent/output/TextTable.h"
 #include "agent/output/TimeText.h"
+#include "tests/agent/Addresses.h"
 #include "tests/agent/output/OutputTesting.h"
 
 namespace Agent {
@@ -16,11 +17,6 @@ namespace {
 using namespace std::chrono_literals;
 using testing::HasSubstr;
 using Wirex::IpAddr;
-
-constexpr IpAddr group{239, 1, 1, 1};
-constexpr IpAddr otherGroup{239, 2, 2, 2};
-constexpr IpAddr a{192, 0, 2, 1};
-constexpr IpAddr b{192, 0, 2, 2};
 
 std::string printed(Snapshot const& snapshot) {
   std::ostringstream out;

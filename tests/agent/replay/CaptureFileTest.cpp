@@ -18,8 +18,6 @@ using IgmpTest::ByteVector;
 using testing::ElementsAre;
 using testing::Pair;
 
-constexpr auto someTime = 1'700'000'000s;
-
 class CaptureFileTest : public testing::Test {
  protected:
   using Packets = std::vector<std::pair<Horix::Time, ByteVector>>;

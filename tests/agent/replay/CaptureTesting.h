@@ -15,6 +15,9 @@
 
 namespace Agent {
 
+/// When captures begin.
+inline constexpr std::chrono::seconds someTime{1'700'000'000};
+
 /// A directory that goes with its files.
 class TemporaryDirectory {
  public:

@@ -9,6 +9,7 @@
 #include "agent/config/Wording.h"
 #include "agent/output/Snapshot.h"
 #include "agent/replay/Replay.h"
+#include "tests/agent/Addresses.h"
 #include "tests/agent/config/ConfigurationTesting.h"
 #include "tests/agent/replay/CaptureTesting.h"
 
@@ -19,15 +20,6 @@ using namespace std::chrono_literals;
 using namespace IgmpTest;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr IpAddr group{239, 1, 1, 1};
-constexpr IpAddr otherGroup{239, 2, 2, 2};
-constexpr IpAddr tv{10, 0, 0, 1};
-constexpr IpAddr desk{10, 0, 0, 2};
-constexpr IpAddr a{192, 0, 2, 1};
-constexpr IpAddr b{192, 0, 2, 2};
-constexpr IpAddr c{192, 0, 2, 3};
-constexpr auto someTime = 1'700'000'000s;
 
 constexpr char const* threePorts = R"(
   [[interface]]

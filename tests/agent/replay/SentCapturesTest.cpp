@@ -10,6 +10,7 @@
 #include "agent/replay/Replay.h"
 #include "agent/replay/SentCaptures.h"
 #include "platform/igmp/Packet.h"
+#include "tests/agent/Addresses.h"
 #include "tests/agent/config/ConfigurationTesting.h"
 #include "tests/agent/replay/CaptureTesting.h"
 
@@ -20,9 +21,6 @@ using namespace std::chrono_literals;
 using namespace IgmpTest;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-constexpr IpAddr group{239, 1, 1, 1};
-constexpr auto someTime = 1'700'000'000s;
 
 constexpr char const* twoPorts = R"(
   [defaults]

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/agent/Addresses.h"
 #include "tests/agent/switch/SwitchTesting.h"
 
 namespace Agent {
@@ -12,9 +13,6 @@ using namespace std::chrono_literals;
 using namespace IgmpTest;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr IpAddr group{239, 1, 1, 1};
-constexpr IpAddr a{192, 0, 2, 1};
 
 constexpr char const* threePorts = R"(
   [[interface]]

@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/agent/Addresses.h"
 #include "tests/agent/switch/SwitchTesting.h"
 
 namespace Agent {
@@ -22,10 +23,6 @@ using Bridging::VlanTypeAndPrimaryVlan;
 using testing::Contains;
 using testing::IsEmpty;
 using Wirex::IntfId;
-
-constexpr IpAddr group{239, 1, 1, 1};
-constexpr IpAddr a{192, 0, 2, 1};
-constexpr IpAddr b{192, 0, 2, 2};
 
 std::string const interfaces = "[[interface]]\nname = \"swp[1-4]\"\n";
 

@@ -63,10 +63,10 @@ class SwitchUnderTest {
   }
 
   /// What a host reports for a group: "include 192.0.2.1", "exclude", "none" or "no host".
-  std::string record(std::string const& name, Wirex::IpAddr group) {
+  std::string record(std::string const& name, Wirex::IpAddr address) {
     auto const found = host(name);
     if (!found) return "no host";
-    auto const record = found->v3group(group);
+    auto const record = found->v3group(address);
     if (!record) return "none";
     SourceFilter const filter = filterOf(*record);
     std::string text = message(filter.mode);

@@ -17,6 +17,17 @@ using Gmp::Igmp::IgmpFilterMode;
 using Wirex::IntfId;
 using Wirex::IpAddr;
 
+inline constexpr IpAddr group{232, 1, 1, 1};
+inline constexpr IpAddr otherGroup{232, 1, 1, 2};
+inline constexpr IpAddr host{10, 0, 0, 1};
+inline constexpr IpAddr otherHost{10, 0, 0, 2};
+// Sources
+inline constexpr IpAddr a{192, 0, 2, 1};
+inline constexpr IpAddr b{192, 0, 2, 2};
+inline constexpr IpAddr c{192, 0, 2, 3};
+inline IntfId const swp1("swp1");
+inline IntfId const swp2("swp2");
+
 /// INCLUDE(sources) or EXCLUDE(sources).
 struct Filter {
   IgmpFilterMode mode;

@@ -32,11 +32,7 @@ using testing::IsEmpty;
 using testing::Pair;
 using testing::UnorderedElementsAre;
 
-constexpr IpAddr group{232, 1, 1, 1};
-constexpr IpAddr otherGroup{232, 1, 1, 2};
 constexpr IpAddr linkLocal{224, 0, 0, 106};
-constexpr IpAddr host{10, 0, 0, 1};
-constexpr IpAddr a{192, 0, 2, 1};
 
 class SnoopedPortTest : public testing::Test {
  protected:

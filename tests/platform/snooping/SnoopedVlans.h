@@ -28,9 +28,9 @@ struct Vlan {
 
   Bridging::IgmpSnooping::SnoopedVlan snooped() { return {&learning, &routers, &querier}; }
   /// Whether somebody wants the group once the batch has ended.
-  bool has(Wirex::IpAddr group) {
+  bool has(Wirex::IpAddr address) {
     batch.publish();
-    return status->group(group) != nullptr;
+    return status->group(address) != nullptr;
   }
 
   Bridging::VlanId vlanId;

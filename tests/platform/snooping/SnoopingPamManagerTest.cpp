@@ -25,8 +25,6 @@ using testing::ElementsAre;
 using testing::Pair;
 using WirexTest::MultiplexerListener;
 
-constexpr IpAddr group{232, 1, 1, 1};
-
 class SnoopingPamManagerTest : public testing::Test {
  protected:
   SnoopingPamManagerTest() {

@@ -26,16 +26,6 @@ using Igmp::Cause;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr IpAddr group{232, 1, 1, 1};
-constexpr IpAddr otherGroup{232, 1, 1, 2};
-constexpr IpAddr host{10, 0, 0, 1};
-constexpr IpAddr otherHost{10, 0, 0, 2};
-constexpr IpAddr a{192, 0, 2, 1};
-constexpr IpAddr b{192, 0, 2, 2};
-constexpr IpAddr c{192, 0, 2, 3};
-IntfId const swp1("swp1");
-IntfId const swp2("swp2");
-
 class VlanLearningTest : public testing::Test {
  protected:
   VlanLearningTest() { policyIs({}); }

@@ -31,15 +31,9 @@ using testing::IsEmpty;
 using testing::Pair;
 using testing::SizeIs;
 
-constexpr IpAddr group{232, 1, 1, 1};
-constexpr IpAddr otherGroup{232, 1, 1, 2};
-constexpr IpAddr host{10, 0, 0, 1};
-constexpr IpAddr otherHost{10, 0, 0, 2};
 constexpr IpAddr self{192, 0, 2, 50};
 constexpr IpAddr lower{192, 0, 2, 49};
 constexpr IpAddr higher{192, 0, 2, 51};
-constexpr IpAddr a{198, 51, 100, 1};
-constexpr IpAddr b{198, 51, 100, 2};
 
 VlanId const vlan10(10);
 VlanId const vlan11(11);

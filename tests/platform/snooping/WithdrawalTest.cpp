@@ -12,11 +12,6 @@ using namespace IgmpTest;
 using Bridging::IgmpSnooping::Withdrawal;
 using Bridging::IgmpSnooping::withdrawnBy;
 
-constexpr IpAddr group{232, 1, 1, 1};
-constexpr IpAddr a{192, 0, 2, 1};
-constexpr IpAddr b{192, 0, 2, 2};
-constexpr IpAddr c{192, 0, 2, 3};
-
 class WithdrawalTest : public testing::Test {
  protected:
   void reporterIs(Filter const& filter) {
