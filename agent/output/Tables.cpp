@@ -113,8 +113,7 @@ void printSources(std::ostream& out, Explanation const& explanation) {
 void printHosts(std::ostream& out, std::vector<HostRecords> const& hosts) {
   if (hosts.empty()) {
     out << "There are no hosts: each takes an interface that exists, in a VLAN with proxy = true "
-           "and "
-           "a querier.\n";
+           "and a querier.\n";
     return;
   }
   TextTable table({{"VLAN", Align::right},
