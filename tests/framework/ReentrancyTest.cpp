@@ -1,3 +1,4 @@
+#include <functional>
 #include <random>
 #include <stdexcept>
 
@@ -22,13 +23,16 @@ class ReentrancyTest : public testing::Test {
     return Kel::make<Recorder>(switch_, journal_, name);
   }
 
-  /// A port that, when it goes, lets go of the switch and of the reactor that holds it.
-  Kel::Ptr<Toy::Port> endOfSwitch(Kel::Ptr<Recorder>& reactor) {
-    auto port = Kel::make<Toy::Port>(intf(1));
-    port->atDestruction = [this, &reactor] {
+  /// Lets go of the switch and of the reactor that holds it.
+  std::function<void()> endOfSwitch(Kel::Ptr<Recorder>& reactor) {
+    return [this, &reactor] {
       reactor = nullptr;
       switch_ = nullptr;
     };
+  }
+  Kel::Ptr<Toy::Port> portThatEndsSwitch(Kel::Ptr<Recorder>& reactor) {
+    auto port = Kel::make<Toy::Port>(intf(1));
+    port->atDestruction = endOfSwitch(reactor);
     return port;
   }
 
@@ -152,10 +156,7 @@ TEST_F(ReentrancyTest, EntityThatIsLetGoWhileItRemovesAllStillRemovesAll) {
   for (int number = 0; number < 20; ++number) switch_->portIs(intf(number));
   auto const port = switch_->port(intf(19));
   auto a = recorder("a");
-  a->reaction = [this, &a] {
-    switch_ = nullptr;
-    a = nullptr;
-  };
+  a->reaction = endOfSwitch(a);
   switch_->portDelAll();
   EXPECT_EQ(switch_, nullptr);
   EXPECT_EQ(port->references(), 1u);
@@ -164,10 +165,7 @@ TEST_F(ReentrancyTest, EntityThatIsLetGoWhileItRemovesAllStillRemovesAll) {
 TEST_F(ReentrancyTest, EntityThatIsLetGoWhileItRemovesAllValuesStillRemovesAll) {
   for (int number = 1; number <= 20; ++number) switch_->weightIs(Toy::vlan(number), number);
   auto a = recorder("a");
-  a->reaction = [this, &a] {
-    switch_ = nullptr;
-    a = nullptr;
-  };
+  a->reaction = endOfSwitch(a);
   switch_->weightDelAll();
   EXPECT_EQ(switch_, nullptr);
   EXPECT_THAT(journal_, ElementsAre("a weight 1"));
@@ -176,10 +174,7 @@ TEST_F(ReentrancyTest, EntityThatIsLetGoWhileItRemovesAllValuesStillRemovesAll) 
 TEST_F(ReentrancyTest, EntityThatIsLetGoWhileItEmptiesASetStillEmptiesIt) {
   for (int number = 1; number <= 20; ++number) switch_->filterIs(Toy::address(number));
   auto a = recorder("a");
-  a->reaction = [this, &a] {
-    switch_ = nullptr;
-    a = nullptr;
-  };
+  a->reaction = endOfSwitch(a);
   switch_->filterDelAll();
   EXPECT_EQ(switch_, nullptr);
   EXPECT_THAT(journal_, ElementsAre("a filter 10.0.0.1"));
@@ -188,7 +183,7 @@ TEST_F(ReentrancyTest, EntityThatIsLetGoWhileItEmptiesASetStillEmptiesIt) {
 // An object that a pointer attribute lets go may be all that holds the attribute's own entity.
 TEST_F(ReentrancyTest, FormerObjectOfAPointerMayTakeTheEntityAlong) {
   auto a = recorder("a");
-  switch_->uplinkIs(endOfSwitch(a));
+  switch_->uplinkIs(portThatEndsSwitch(a));
   switch_->uplinkIs(Kel::make<Toy::Port>(intf(2)));
   EXPECT_EQ(switch_, nullptr);
   EXPECT_THAT(journal_, ElementsAre("a uplink", "a uplink"));
@@ -196,7 +191,7 @@ TEST_F(ReentrancyTest, FormerObjectOfAPointerMayTakeTheEntityAlong) {
 
 TEST_F(ReentrancyTest, FormerObjectOfAPointerThatIsSetToNullMayTakeTheEntityAlong) {
   auto a = recorder("a");
-  switch_->mirrorIs(endOfSwitch(a));
+  switch_->mirrorIs(portThatEndsSwitch(a));
   switch_->mirrorIs(nullptr);
   EXPECT_EQ(switch_, nullptr);
   EXPECT_THAT(journal_, ElementsAre("a mirror", "a mirror"));
