@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "agent/config/Wording.h"
+#include "agent/text/Wording.h"
 
 /// The messages of a running agent, for its operator: lines on standard error, which carry their
 /// severity where the journal reads them. May be called from anywhere on the event loop's thread.

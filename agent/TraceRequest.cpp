@@ -1,7 +1,7 @@
 #include "agent/TraceRequest.h"
 
 #include "agent/config/NumberRanges.h"
-#include "agent/config/Wording.h"
+#include "agent/text/Wording.h"
 
 namespace Agent {
 

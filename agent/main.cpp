@@ -12,13 +12,13 @@
 #include "agent/CommandLine.h"
 #include "agent/Log.h"
 #include "agent/config/ConfigurationReader.h"
-#include "agent/config/Wording.h"
 #include "agent/live/Live.h"
 #include "agent/live/Privileges.h"
 #include "agent/output/Json.h"
 #include "agent/output/Tables.h"
-#include "agent/output/TimeText.h"
 #include "agent/replay/Replay.h"
+#include "agent/text/TimeText.h"
+#include "agent/text/Wording.h"
 
 namespace {
 

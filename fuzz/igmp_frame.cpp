@@ -6,8 +6,8 @@
 #include <variant>
 #include <vector>
 
-#include "platform/igmp/Checksum.h"
-#include "platform/igmp/Packet.h"
+#include "platform/igmp/wire/Checksum.h"
+#include "platform/igmp/wire/PacketReader.h"
 
 /// Feeds arbitrary bytes to the parser as a captured frame: as they are, and once more with right
 /// checksums, which no mutation would find.
@@ -78,7 +78,7 @@ void parse(std::vector<std::uint8_t> const& frame) {
   auto const strict = Igmp::parsePacket(*ethernet, {.requireRouterAlert = true});
   require(packet || !strict);
   if (!packet) {
-    require(!Igmp::name(packet.cause()).empty());
+    require(!Igmp::name(packet.reason()).empty());
     return;
   }
   if (auto const* query = std::get_if<Igmp::Query>(&packet->message)) {

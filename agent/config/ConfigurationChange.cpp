@@ -3,7 +3,7 @@
 #include <map>
 #include <vector>
 
-#include "agent/config/Wording.h"
+#include "agent/text/Wording.h"
 
 namespace Agent {
 

@@ -18,7 +18,7 @@
 #include "agent/config/NamePattern.h"
 #include "agent/config/NumberRanges.h"
 #include "agent/config/TableReader.h"
-#include "agent/config/Wording.h"
+#include "agent/text/Wording.h"
 
 namespace Agent {
 

@@ -6,7 +6,7 @@
 
 #include <toml++/toml.h>
 
-#include "agent/config/Wording.h"
+#include "agent/text/Wording.h"
 
 namespace Agent {
 

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "agent/config/NumberRanges.h"
-#include "agent/config/Wording.h"
+#include "agent/text/Wording.h"
 
 namespace Agent {
 

@@ -3,7 +3,7 @@
 #include <charconv>
 #include <system_error>
 
-#include "agent/config/Wording.h"
+#include "agent/text/Wording.h"
 
 namespace Agent {
 

@@ -11,7 +11,7 @@
 #include <toml++/toml.h>
 
 #include "agent/config/ErrorLog.h"
-#include "agent/config/Wording.h"
+#include "agent/text/Wording.h"
 #include "framework/types/IpAddr.h"
 
 namespace Agent {

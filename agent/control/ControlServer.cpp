@@ -8,12 +8,12 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/TraceRequest.h"
-#include "agent/config/Wording.h"
 #include "agent/control/Metrics.h"
 #include "agent/control/ShowAnswers.h"
 #include "agent/output/Explanation.h"
 #include "agent/output/JsonValues.h"
 #include "agent/output/Tables.h"
+#include "agent/text/Wording.h"
 
 namespace Agent {
 

@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include "agent/config/Wording.h"
 #include "agent/control/MembershipWalk.h"
+#include "agent/text/Wording.h"
 
 namespace Agent {
 
@@ -236,11 +236,11 @@ class Metrics final : public Answer {
 
   static void sampleIgnored(Family& family, std::string const& vlan, IntfId const& intf,
                             ReceiveCounters const& counters) {
-    for (std::size_t i = 0; i < Igmp::causes; ++i)
+    for (std::size_t i = 0; i < Igmp::ignoreReasons; ++i)
       if (counters.ignored[i] != 0)
         family.sample({{"vlan", vlan},
                        {"interface", text(intf)},
-                       {"cause", message(static_cast<Igmp::Cause>(i))}},
+                       {"cause", message(static_cast<Igmp::IgnoreReason>(i))}},
                       counters.ignored[i]);
   }
 

@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "agent/config/Wording.h"
 #include "agent/control/Metrics.h"
+#include "agent/text/Wording.h"
 
 namespace Agent {
 

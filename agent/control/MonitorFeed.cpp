@@ -4,10 +4,10 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/RecordWatch.h"
-#include "agent/config/Wording.h"
-#include "agent/control/MembershipWatch.h"
 #include "agent/output/JsonValues.h"
+#include "agent/text/Wording.h"
+#include "agent/watch/MembershipWatch.h"
+#include "agent/watch/RecordWatch.h"
 
 namespace Agent {
 
@@ -41,8 +41,12 @@ class MonitorFeed::Watches {
       : records(entities.hosts), memberships(entities.snoopingStatus) {}
 
   /// Do a piece of the work at the beginning and at the end. Return whether there is more.
-  bool takeUp() { return records.takeUp(recordsAtOnce) || memberships.takeUp(groupsAtOnce); }
-  bool letGo() { return records.letGo(recordsAtOnce) || memberships.letGo(groupsAtOnce); }
+  bool watchSome() {
+    return records.watchSome(recordsAtOnce) || memberships.watchSome(groupsAtOnce);
+  }
+  bool unwatchSome() {
+    return records.unwatchSome(recordsAtOnce) || memberships.unwatchSome(groupsAtOnce);
+  }
 
   RecordWatch records;
   MembershipWatch memberships;
@@ -65,7 +69,7 @@ class MonitorFeed::Ending final : private Horix::Timer {
   void goOn() { feed_.timerWheel_.schedule(*this, Horix::Time::zero()); }
 
   void onExpiry() override {
-    if (watches_->letGo())
+    if (watches_->unwatchSome())
       goOn();
     else
       feed_.endings_.remove_if([this](Ending const& ending) { return &ending == this; });
@@ -94,7 +98,7 @@ class MonitorFeed::Monitor final : public Answer {
   }
 
   Progress advance(std::string& out) override {
-    if (!feed_.takeUp()) return Progress::more;
+    if (!feed_.watchSome()) return Progress::more;
     if (!std::exchange(hears_, true))
       out += line("time", seconds(feed_.switch_.now() - feed_.start_));
     out += std::exchange(unread_, {});
@@ -131,8 +135,8 @@ void MonitorFeed::end() {
   endings_.emplace_back(*this, std::move(watches_));
 }
 
-bool MonitorFeed::takeUp() {
-  if (!watches_->complete) watches_->complete = !watches_->takeUp();
+bool MonitorFeed::watchSome() {
+  if (!watches_->complete) watches_->complete = !watches_->watchSome();
   return watches_->complete;
 }
 

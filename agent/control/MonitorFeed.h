@@ -39,7 +39,7 @@ class MonitorFeed {
   void begin();
   void end();
   /// Takes up a piece of what is not watched yet. Returns whether all is.
-  bool takeUp();
+  bool watchSome();
   void publish();
   void remove(Monitor const& monitor);
 

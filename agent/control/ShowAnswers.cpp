@@ -8,11 +8,11 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/config/Wording.h"
 #include "agent/control/MembershipWalk.h"
 #include "agent/output/ExplanationWords.h"
-#include "agent/output/HostRecords.h"
 #include "agent/output/JsonValues.h"
+#include "agent/text/Wording.h"
+#include "agent/watch/HostRecords.h"
 #include "platform/snooping/LearnedMembership.h"
 
 namespace Agent {
@@ -379,9 +379,9 @@ class StatisticsListing final : public Listing {
     for (char const* const key : receivedKeys) received[key] = counters.received[type++];
     received["pim-hello-count"] = counters.pimHellos;
     Json& ignored = object["ignored"] = Json::object();
-    for (std::size_t i = 0; i < Igmp::causes; ++i)
+    for (std::size_t i = 0; i < Igmp::ignoreReasons; ++i)
       if (counters.ignored[i] != 0)
-        ignored[message(static_cast<Igmp::Cause>(i))] = counters.ignored[i];
+        ignored[message(static_cast<Igmp::IgnoreReason>(i))] = counters.ignored[i];
     return object;
   }
 

@@ -10,7 +10,7 @@
 #include <system_error>
 #include <utility>
 
-#include "agent/config/Wording.h"
+#include "agent/text/Wording.h"
 
 namespace Agent {
 

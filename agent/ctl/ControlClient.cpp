@@ -13,7 +13,7 @@
 #include <unistd.h>
 #include <utility>
 
-#include "agent/config/Wording.h"
+#include "agent/text/Wording.h"
 
 namespace Agent {
 

@@ -4,7 +4,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "agent/config/Wording.h"
+#include "agent/text/Wording.h"
 
 namespace Agent {
 

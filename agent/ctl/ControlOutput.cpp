@@ -8,12 +8,12 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/config/Wording.h"
-#include "agent/output/NaturalOrder.h"
 #include "agent/output/Snapshot.h"
 #include "agent/output/Tables.h"
-#include "agent/output/TextTable.h"
-#include "agent/output/TimeText.h"
+#include "agent/text/NaturalOrder.h"
+#include "agent/text/TextTable.h"
+#include "agent/text/TimeText.h"
+#include "agent/text/Wording.h"
 
 namespace Agent {
 

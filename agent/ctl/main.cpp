@@ -10,10 +10,10 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/config/Wording.h"
 #include "agent/ctl/ControlClient.h"
 #include "agent/ctl/ControlCommandLine.h"
 #include "agent/ctl/ControlOutput.h"
+#include "agent/text/Wording.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <systemd/sd-daemon.h>
 #include <utility>
 
-#include "agent/config/Wording.h"
+#include "agent/text/Wording.h"
 
 namespace Agent {
 

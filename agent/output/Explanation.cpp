@@ -4,7 +4,7 @@
 #include <map>
 #include <utility>
 
-#include "agent/output/NaturalOrder.h"
+#include "agent/text/NaturalOrder.h"
 #include "platform/snooping/LearnedMembership.h"
 #include "proxy/ProxyAdapterSm.h"
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "agent/Switch.h"
-#include "agent/output/HostRecords.h"
+#include "agent/watch/HostRecords.h"
 #include "platform/snooping/RouterPorts.h"
 
 /// Why the host of a port reports what it reports for a group: what each member port wants and on

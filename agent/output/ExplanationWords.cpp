@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "agent/config/Wording.h"
-#include "agent/output/TimeText.h"
+#include "agent/text/TimeText.h"
+#include "agent/text/Wording.h"
 
 namespace Agent {
 

@@ -2,8 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/config/Wording.h"
 #include "agent/output/JsonValues.h"
+#include "agent/text/Wording.h"
 
 namespace Agent {
 

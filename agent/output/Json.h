@@ -3,9 +3,9 @@
 #include <string>
 #include <vector>
 
-#include "agent/RecordWatch.h"
 #include "agent/output/Explanation.h"
 #include "agent/output/Snapshot.h"
+#include "agent/watch/RecordWatch.h"
 
 namespace Agent {
 

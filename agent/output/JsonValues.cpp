@@ -4,8 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/config/Wording.h"
 #include "agent/output/ExplanationWords.h"
+#include "agent/text/Wording.h"
 
 namespace Agent {
 

@@ -2,9 +2,9 @@
 
 #include <nlohmann/json_fwd.hpp>
 
-#include "agent/RecordWatch.h"
 #include "agent/output/Explanation.h"
-#include "agent/output/HostRecords.h"
+#include "agent/watch/HostRecords.h"
+#include "agent/watch/RecordWatch.h"
 
 /// What JSON output is made of. The names of keys are those of the YANG modules of RFC 9166 and
 /// RFC 9398 where these have one.

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "agent/output/NaturalOrder.h"
+#include "agent/text/NaturalOrder.h"
 
 namespace Agent {
 
@@ -13,8 +13,8 @@ std::vector<IgnoredInput> ignoredBy(Switch::Ports const& ports) {
   for (auto const& [intf, port] : ports) {
     IgnoredInput input{std::string(intf.stringValue().view()), {}};
     auto const counters = port.counters();
-    for (std::size_t i = 0; i < Igmp::causes; ++i) {
-      auto const cause = static_cast<Igmp::Cause>(i);
+    for (std::size_t i = 0; i < Igmp::ignoreReasons; ++i) {
+      auto const cause = static_cast<Igmp::IgnoreReason>(i);
       if (auto const count = counters.ignoredFor(cause)) input.counts.emplace_back(cause, count);
     }
     if (!input.counts.empty()) ignored.push_back(std::move(input));

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "agent/Switch.h"
-#include "agent/output/HostRecords.h"
-#include "platform/igmp/Cause.h"
+#include "agent/watch/HostRecords.h"
+#include "platform/igmp/wire/IgnoreReason.h"
 
 namespace Agent {
 
@@ -15,7 +15,7 @@ namespace Agent {
 /// there was.
 struct IgnoredInput {
   std::string interface;
-  std::vector<std::pair<Igmp::Cause, std::uint64_t>> counts;
+  std::vector<std::pair<Igmp::IgnoreReason, std::uint64_t>> counts;
 };
 
 /// What an operator sees of a switch at one time.

@@ -5,10 +5,10 @@
 #include <string>
 #include <utility>
 
-#include "agent/config/Wording.h"
 #include "agent/output/ExplanationWords.h"
-#include "agent/output/TextTable.h"
-#include "agent/output/TimeText.h"
+#include "agent/text/TextTable.h"
+#include "agent/text/TimeText.h"
+#include "agent/text/Wording.h"
 
 namespace Agent {
 

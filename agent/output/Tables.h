@@ -3,9 +3,9 @@
 #include <iosfwd>
 #include <vector>
 
-#include "agent/RecordWatch.h"
 #include "agent/output/Explanation.h"
 #include "agent/output/Snapshot.h"
+#include "agent/watch/RecordWatch.h"
 
 /// Output for people, in tables that fit 100 columns. What is empty is said in words.
 namespace Agent {

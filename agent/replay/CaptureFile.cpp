@@ -9,7 +9,7 @@
 
 #include <pcap.h>
 
-#include "agent/config/Wording.h"
+#include "agent/text/Wording.h"
 
 namespace Agent {
 

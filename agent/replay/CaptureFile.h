@@ -7,7 +7,7 @@
 #include <string>
 
 #include "platform/horix/Clock.h"
-#include "platform/igmp/ByteReader.h"
+#include "platform/igmp/wire/ByteReader.h"
 
 struct pcap;
 

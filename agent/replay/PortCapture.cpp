@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <string_view>
 
-#include "agent/config/Wording.h"
-#include "agent/output/NaturalOrder.h"
+#include "agent/text/NaturalOrder.h"
+#include "agent/text/Wording.h"
 
 namespace Agent {
 

@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
-#include "agent/RecordWatch.h"
 #include "agent/Switch.h"
 #include "agent/replay/CaptureMerge.h"
 #include "agent/replay/PortCapture.h"
 #include "agent/replay/SentCaptures.h"
+#include "agent/watch/RecordWatch.h"
 #include "platform/horix/EventLoop.h"
 #include "platform/interface/CaptureEthDevPams.h"
 

@@ -6,8 +6,8 @@
 
 #include <pcap.h>
 
-#include "agent/config/Wording.h"
 #include "agent/replay/CaptureFile.h"
+#include "agent/text/Wording.h"
 
 namespace Agent {
 

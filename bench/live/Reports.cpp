@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "platform/igmp/IgmpFrame.h"
-#include "platform/igmp/Packet.h"
-#include "platform/igmp/QueryWriter.h"
+#include "platform/igmp/wire/FrameWriter.h"
+#include "platform/igmp/wire/PacketReader.h"
+#include "platform/igmp/wire/QueryWriter.h"
 
 namespace Bench {
 

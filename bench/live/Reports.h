@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "framework/types/IpAddr.h"
-#include "platform/igmp/ByteReader.h"
+#include "platform/igmp/wire/ByteReader.h"
 
 namespace Bench {
 

@@ -5,7 +5,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include "platform/igmp/IgmpFrame.h"
+#include "platform/igmp/wire/FrameWriter.h"
 #include "platform/snooping/SnoopingPamManager.h"
 
 /// What a received frame costs from its device to its membership: finding the VLAN and the port,

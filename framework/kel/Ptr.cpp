@@ -36,7 +36,7 @@ void CallUnderWay::letGoOfReactor() noexcept {
   Ptr<PtrInterface const>::adopt(std::exchange(reactor_, nullptr));
 }
 
-void CallUnderWay::letGo() noexcept {
+void CallUnderWay::unwatchSome() noexcept {
   // The reactor goes first: it may hold the notifier.
   if ((holds_ & theReactor) != 0) letGoOfReactor();
   if ((holds_ & theNotifier) != 0) Ptr<PtrInterface const>::adopt(notifier_);

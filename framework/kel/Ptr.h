@@ -124,7 +124,7 @@ class KEL_EXPORT CallUnderWay {
   CallUnderWay& operator=(CallUnderWay const&) = delete;
   ~CallUnderWay() {
     innermost_ = outer_;
-    if (holds_ != nothing) letGo();
+    if (holds_ != nothing) unwatchSome();
   }
 
   /// Calls one reactor; the next one that is called takes its place.
@@ -146,7 +146,7 @@ class KEL_EXPORT CallUnderWay {
   void holdNotifier() noexcept;
   void holdReactor() noexcept;
   void letGoOfReactor() noexcept;
-  void letGo() noexcept;
+  void unwatchSome() noexcept;
 
   PtrInterface const* const notifier_;
   PtrInterface const* reactor_ = nullptr;  // the last one, once its callback is over

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "framework/kel/Reactors.h"
-#include "platform/igmp/HostSm.h"
+#include "platform/igmp/host/HostSm.h"
 
 namespace Igmp {
 

@@ -2,7 +2,7 @@
 
 #include "framework/entities/IgmpContextStatus.h"
 #include "framework/kel/Table.h"
-#include "platform/igmp/Message.h"
+#include "platform/igmp/wire/Message.h"
 
 namespace Bridging::IgmpSnooping {
 
@@ -28,7 +28,7 @@ class KEL_EXPORT FilterState {
 
   Mode mode() const { return mode_; }
   std::uint32_t sourceCount() const { return sources_.size(); }
-  bool left() const { return mode_ == Mode::include && sources_.empty(); }
+  bool wantsNothing() const { return mode_ == Mode::include && sources_.empty(); }
   bool describes(IgmpMembership const& membership) const;
 
   /// Brings a membership into this state, changing only what differs.

@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/igmp/Cause.h"
-#include "platform/igmp/Message.h"
+#include "platform/igmp/wire/IgnoreReason.h"
+#include "platform/igmp/wire/Message.h"
 
 namespace Bridging::IgmpSnooping {
 
@@ -15,11 +15,11 @@ namespace Bridging::IgmpSnooping {
 struct ReceiveCounters {
   std::array<std::uint64_t, std::variant_size_v<Igmp::Message>> received{};
   std::uint64_t pimHellos = 0;
-  std::array<std::uint64_t, Igmp::causes> ignored{};
+  std::array<std::uint64_t, Igmp::ignoreReasons> ignored{};
 
   void countReceived(Igmp::Message const& message) { ++received[message.index()]; }
-  void countIgnored(Igmp::Cause cause) { ++ignored[static_cast<std::size_t>(cause)]; }
-  std::uint64_t ignoredFor(Igmp::Cause cause) const {
+  void countIgnored(Igmp::IgnoreReason cause) { ++ignored[static_cast<std::size_t>(cause)]; }
+  std::uint64_t ignoredFor(Igmp::IgnoreReason cause) const {
     return ignored[static_cast<std::size_t>(cause)];
   }
 

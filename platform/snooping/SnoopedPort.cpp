@@ -4,7 +4,7 @@
 #include <utility>
 #include <variant>
 
-#include "platform/igmp/IgmpFrame.h"
+#include "platform/igmp/wire/FrameWriter.h"
 
 namespace Bridging::IgmpSnooping {
 
@@ -105,34 +105,34 @@ void SnoopedPort::receive(VlanId vlan, Igmp::Bytes frame) {
 
 void SnoopedPort::receiveInNoVlan(Igmp::Bytes frame) {
   auto const causeOf = [&] {
-    if (!receives_) return Igmp::Cause::portBlocked;
+    if (!receives_) return Igmp::IgnoreReason::portBlocked;
     auto const ethernet = Igmp::parseEthernet(frame);
-    if (!ethernet) return ethernet.cause();
+    if (!ethernet) return ethernet.reason();
     auto const datagram = Igmp::parseDatagram(*ethernet);
-    return datagram ? Igmp::Cause::notInVlan : datagram.cause();
+    return datagram ? Igmp::IgnoreReason::notInVlan : datagram.reason();
   };
   countersInNoVlan_.countIgnored(causeOf());
 }
 
-std::optional<Igmp::Cause> SnoopedPort::learnFrom(VlanId vlan, Igmp::Bytes bytes) {
-  if (!receives_) return Igmp::Cause::portBlocked;
+std::optional<Igmp::IgnoreReason> SnoopedPort::learnFrom(VlanId vlan, Igmp::Bytes bytes) {
+  if (!receives_) return Igmp::IgnoreReason::portBlocked;
   auto const frame = Igmp::parseEthernet(bytes);
-  if (!frame) return frame.cause();
+  if (!frame) return frame.reason();
   SnoopedVlan const* const found = vlans_.find(vlan);
-  if (!found) return Igmp::Cause::notInVlan;
+  if (!found) return Igmp::IgnoreReason::notInVlan;
   SnoopedVlan const snooped = *found;
   auto const packet = Igmp::parsePacket(*frame, snooped.learning->policy().receive);
-  if (!packet && packet.cause() == Igmp::Cause::notIgmp) return hearPim(snooped, *frame);
-  if (!packet) return packet.cause();
+  if (!packet && packet.reason() == Igmp::IgnoreReason::notIgmp) return hearPim(snooped, *frame);
+  if (!packet) return packet.reason();
   counting_->countReceived(packet->message);
   hear(vlan, snooped, *frame, *packet);
   return std::nullopt;
 }
 
-std::optional<Igmp::Cause> SnoopedPort::hearPim(SnoopedVlan const& vlan,
-                                                Igmp::EthernetFrame const& frame) {
+std::optional<Igmp::IgnoreReason> SnoopedPort::hearPim(SnoopedVlan const& vlan,
+                                                       Igmp::EthernetFrame const& frame) {
   auto const hello = Igmp::parsePimHello(frame);
-  if (!hello) return hello.cause();
+  if (!hello) return hello.reason();
   ++counting_->pimHellos;
   vlan.routers->helloHeard(intfId_, *hello);
   return std::nullopt;
@@ -174,9 +174,9 @@ void SnoopedPort::hear(VlanId vlan, SnoopedVlan const& snooped, IpAddr reporter,
     counting_->countIgnored(*problem);
     return;
   }
-  Withdrawal withdrawal;
+  QueryNeed withdrawal;
   if (snooped.querier->isQuerier())
-    withdrawal = withdrawnBy(record, learning.membership(intfId_, reporter, record.group));
+    withdrawal = queryNeededBy(record, learning.membership(intfId_, reporter, record.group));
   if (auto const cause = learning.record(intfId_, reporter, record))
     counting_->countIgnored(*cause);
   else if (!withdrawal.empty())
@@ -193,13 +193,13 @@ void SnoopedPort::hear(VlanId vlan, SnoopedVlan const& snooped, IpAddr reporter,
 
 /// Where leaves are fast, the last one needs no confirmation.
 void SnoopedPort::withdrawn(VlanId vlan, SnoopedVlan const& snooped, IpAddr group,
-                            Withdrawal const& withdrawal) {
+                            QueryNeed const& withdrawal) {
   VlanLearning const& learning = *snooped.learning;
   if (learning.policy().fastLeave && !learning.hasMembers(intfId_, group)) return;
   snooped.querier->withdrawn(vlan, *this, group, withdrawal);
 }
 
-void SnoopedPort::countIfIgnored(std::optional<Igmp::Cause> cause) {
+void SnoopedPort::countIfIgnored(std::optional<Igmp::IgnoreReason> cause) {
   if (cause) counting_->countIgnored(*cause);
 }
 

@@ -7,8 +7,8 @@
 #include "framework/kel/Table.h"
 #include "framework/types/IntfId.h"
 #include "framework/types/VlanId.h"
-#include "platform/igmp/ByteReader.h"
-#include "platform/igmp/Packet.h"
+#include "platform/igmp/wire/ByteReader.h"
+#include "platform/igmp/wire/PacketReader.h"
 #include "platform/snooping/QueryPort.h"
 #include "platform/snooping/ReceiveCounters.h"
 #include "platform/snooping/SnoopedVlan.h"
@@ -72,8 +72,9 @@ class KEL_EXPORT SnoopedPort final : private QueryPort {
   template <class Change>
   void change(Change change);
 
-  std::optional<Igmp::Cause> learnFrom(VlanId vlan, Igmp::Bytes bytes);
-  std::optional<Igmp::Cause> hearPim(SnoopedVlan const& vlan, Igmp::EthernetFrame const& frame);
+  std::optional<Igmp::IgnoreReason> learnFrom(VlanId vlan, Igmp::Bytes bytes);
+  std::optional<Igmp::IgnoreReason> hearPim(SnoopedVlan const& vlan,
+                                            Igmp::EthernetFrame const& frame);
   void hear(VlanId vlan, SnoopedVlan const& snooped, Igmp::EthernetFrame const& frame,
             Igmp::Packet const& packet);
   void hear(SnoopedVlan const& snooped, Wirex::Bytes sourceMac, Wirex::IpAddr source,
@@ -83,8 +84,8 @@ class KEL_EXPORT SnoopedPort final : private QueryPort {
   void hear(VlanId vlan, SnoopedVlan const& snooped, Wirex::IpAddr reporter,
             Igmp::Leave const& leave);
   void withdrawn(VlanId vlan, SnoopedVlan const& snooped, Wirex::IpAddr group,
-                 Withdrawal const& withdrawal);
-  void countIfIgnored(std::optional<Igmp::Cause> cause);
+                 QueryNeed const& withdrawal);
+  void countIfIgnored(std::optional<Igmp::IgnoreReason> cause);
 
   Wirex::IntfId intfId_;
   bool receives_ = true;

@@ -3,7 +3,7 @@
 #include <chrono>
 #include <cstdint>
 
-#include "platform/igmp/Packet.h"
+#include "platform/igmp/wire/PacketReader.h"
 
 namespace Bridging::IgmpSnooping {
 

@@ -30,8 +30,8 @@ VlanLearning::~VlanLearning() {
   status_->groupDelAll();
 }
 
-std::optional<Igmp::Cause> VlanLearning::record(IntfId const& intf, IpAddr reporter,
-                                                Igmp::GroupRecord const& record) {
+std::optional<Igmp::IgnoreReason> VlanLearning::record(IntfId const& intf, IpAddr reporter,
+                                                       Igmp::GroupRecord const& record) {
   LearnedMembership* const known = membership(intf, reporter, record.group);
   if (known && !known->withdrawn() && FilterState::isRepeatedBy(record, *known)) {
     timerWheel_->schedule(*known, policy_.groupMembershipInterval());
@@ -40,7 +40,8 @@ std::optional<Igmp::Cause> VlanLearning::record(IntfId const& intf, IpAddr repor
   return learn(intf, reporter, record.group, known, FilterState::after(record, known));
 }
 
-std::optional<Igmp::Cause> VlanLearning::report(IntfId const& intf, IpAddr reporter, IpAddr group) {
+std::optional<Igmp::IgnoreReason> VlanLearning::report(IntfId const& intf, IpAddr reporter,
+                                                       IpAddr group) {
   return learn(intf, reporter, group, membership(intf, reporter, group),
                FilterState::everySource());
 }
@@ -56,9 +57,10 @@ void VlanLearning::leave(IntfId const& intf, IpAddr reporter, IpAddr group) {
   if (end < known->deadline()) timerWheel_->scheduleAt(*known, end);
 }
 
-std::optional<Igmp::Cause> VlanLearning::learn(IntfId const& intf, IpAddr reporter, IpAddr group,
-                                               LearnedMembership* known, FilterState const& state) {
-  if (state.left()) {
+std::optional<Igmp::IgnoreReason> VlanLearning::learn(IntfId const& intf, IpAddr reporter,
+                                                      IpAddr group, LearnedMembership* known,
+                                                      FilterState const& state) {
+  if (state.wantsNothing()) {
     if (known && !known->withdrawn()) forget(*known);
     return std::nullopt;
   }
@@ -67,11 +69,11 @@ std::optional<Igmp::Cause> VlanLearning::learn(IntfId const& intf, IpAddr report
     return std::nullopt;
   }
   if (policy_.maxGroupSources != 0 && state.sourceCount() > policy_.maxGroupSources)
-    return Igmp::Cause::tooManySources;
+    return Igmp::IgnoreReason::tooManySources;
   bool const newGroup = !known && !status_->group().contains(group);
   if (newGroup && policy_.maxGroups != 0) {
     if (status_->group().size() >= policy_.maxGroups) removeWithdrawn();
-    if (status_->group().size() >= policy_.maxGroups) return Igmp::Cause::tooManyGroups;
+    if (status_->group().size() >= policy_.maxGroups) return Igmp::IgnoreReason::tooManyGroups;
   }
 
   Kel::Ptr<LearnedMembership> const membership =

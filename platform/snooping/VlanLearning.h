@@ -5,7 +5,7 @@
 
 #include "framework/entities/IgmpContextStatus.h"
 #include "platform/horix/TimerWheel.h"
-#include "platform/igmp/Message.h"
+#include "platform/igmp/wire/Message.h"
 #include "platform/snooping/FilterState.h"
 #include "platform/snooping/LearnedMembership.h"
 #include "platform/snooping/ReportBatch.h"
@@ -35,12 +35,12 @@ class KEL_EXPORT VlanLearning {
   Kel::Ptr<IgmpContextStatus> const& status() const { return status_; }
 
   /// A group record of an IGMPv3 report. Returns why it was ignored, if it was.
-  std::optional<Igmp::Cause> record(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
-                                    Igmp::GroupRecord const& record);
+  std::optional<Igmp::IgnoreReason> record(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
+                                           Igmp::GroupRecord const& record);
 
   /// An IGMPv1 or IGMPv2 report. Returns why it was ignored, if it was.
-  std::optional<Igmp::Cause> report(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
-                                    Wirex::IpAddr group);
+  std::optional<Igmp::IgnoreReason> report(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
+                                           Wirex::IpAddr group);
 
   /// An IGMPv2 leave.
   void leave(Wirex::IntfId const& intf, Wirex::IpAddr reporter, Wirex::IpAddr group);
@@ -77,9 +77,9 @@ class KEL_EXPORT VlanLearning {
   LearnedIntf* intf(Wirex::IntfId const& intf, Wirex::IpAddr group) const;
   Kel::Ptr<LearnedMembership> make(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
                                    Wirex::IpAddr group);
-  std::optional<Igmp::Cause> learn(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
-                                   Wirex::IpAddr group, LearnedMembership* known,
-                                   FilterState const& state);
+  std::optional<Igmp::IgnoreReason> learn(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
+                                          Wirex::IpAddr group, LearnedMembership* known,
+                                          FilterState const& state);
   void withdraw(LearnedMembership& membership);
   void withdrawAll(IgmpIntfStatus const& intf);
   void remove(LearnedMembership& membership);

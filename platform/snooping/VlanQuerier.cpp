@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/igmp/IgmpFrame.h"
+#include "platform/igmp/wire/FrameWriter.h"
 
 namespace Bridging::IgmpSnooping {
 
@@ -30,7 +30,7 @@ class VlanQuerier::Inquiry final : public Horix::Timer {
   bool ended() const { return groupQueries_ == 0 && sourceQueries_.empty(); }
 
   /// Asks `times` more often for what was withdrawn. Returns whether something of it is new.
-  bool add(Withdrawal const& withdrawal, unsigned times) {
+  bool add(QueryNeed const& withdrawal, unsigned times) {
     bool isNew = withdrawal.group && groupQueries_ == 0;
     if (withdrawal.group) groupQueries_ = times;
     for (IpAddr const source : withdrawal.sources)
@@ -128,11 +128,11 @@ void VlanQuerier::versionHeard(IntfId const& intf, IpAddr source, IgmpVersion ve
 }
 
 void VlanQuerier::withdrawn(VlanId vlan, QueryPort const& port, IpAddr group,
-                            Withdrawal const& withdrawal) {
+                            QueryNeed const& withdrawal) {
   // Leaves are nothing to an IGMPv1 querier, and an IGMPv2 one cannot ask for sources
   // (RFC 9776 section 7.3.1).
   if (!isQuerier() || settings_.version == IgmpVersion::v1) return;
-  Withdrawal asked = withdrawal;
+  QueryNeed asked = withdrawal;
   if (settings_.version == IgmpVersion::v2) asked.sources.clear();
   if (asked.empty()) return;
   InquiryKey const key{{port.intfId(), vlan}, group};

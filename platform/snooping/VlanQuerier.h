@@ -8,11 +8,11 @@
 
 #include "framework/types/IgmpVersion.h"
 #include "platform/horix/TimerWheel.h"
-#include "platform/igmp/QueryWriter.h"
+#include "platform/igmp/wire/QueryWriter.h"
+#include "platform/snooping/QueryNeed.h"
 #include "platform/snooping/QueryPort.h"
 #include "platform/snooping/SnoopingPolicy.h"
 #include "platform/snooping/VlanLearning.h"
-#include "platform/snooping/Withdrawal.h"
 
 namespace Bridging::IgmpSnooping {
 
@@ -89,7 +89,7 @@ class KEL_EXPORT VlanQuerier : private Horix::Timer {
 
   /// Something was withdrawn on a port, and learning knows.
   void withdrawn(VlanId vlan, QueryPort const& port, Wirex::IpAddr group,
-                 Withdrawal const& withdrawal);
+                 QueryNeed const& withdrawal);
 
  private:
   class Inquiry;

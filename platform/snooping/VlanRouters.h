@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "platform/horix/TimerWheel.h"
-#include "platform/igmp/Pim.h"
+#include "platform/igmp/wire/Pim.h"
 #include "platform/snooping/HeardRouters.h"
 #include "platform/snooping/RouterPorts.h"
 

@@ -4,8 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "agent/RecordWatch.h"
-#include "agent/config/Wording.h"
+#include "agent/text/Wording.h"
+#include "agent/watch/RecordWatch.h"
 #include "tests/agent/Addresses.h"
 
 namespace Agent {
@@ -115,7 +115,7 @@ TEST_F(RecordWatchTest, RecordWithoutASourceListIsOneWithoutSources) {
 TEST_F(RecordWatchTest, RecordsThatAreThereAtTheBeginningAreNotNew) {
   write(host, include, {a});
   RecordWatch later(hosts);
-  EXPECT_FALSE(later.takeUp(2));
+  EXPECT_FALSE(later.watchSome(2));
   EXPECT_THAT(later.takeChanges(), IsEmpty());
   write(host, include, {b});
   auto const changed = later.takeChanges();
@@ -132,12 +132,12 @@ TEST_F(RecordWatchTest, RecordsAreTakenUpAFewAtATimeWhileTheyComeAndGo) {
     write(other, include, {a}, address(i));
   }
   RecordWatch later(hosts);
-  EXPECT_TRUE(later.takeUp(3));
+  EXPECT_TRUE(later.watchSome(3));
   host->v3groupDel(address(0));  // the last one takes its place
   host->v3groupDel(address(9));
   write(host, include, {a}, address(10));
-  EXPECT_TRUE(later.takeUp(3));
-  EXPECT_FALSE(later.takeUp(100));
+  EXPECT_TRUE(later.watchSome(3));
+  EXPECT_FALSE(later.watchSome(100));
 
   EXPECT_THAT(later.takeChanges(), IsEmpty()) << "all of it is the first settled state";
   for (int i = 0; i < 11; ++i) {
@@ -154,11 +154,11 @@ TEST_F(RecordWatchTest, RecordsAreGivenUpAFewAtATimeAndTouchNothing) {
   write(host, include, {a}, otherGroup);
   EXPECT_EQ(changes().size(), 2u);
   write(host, include, {b});
-  EXPECT_TRUE(watch.letGo(1));
+  EXPECT_TRUE(watch.unwatchSome(1));
   write(host, include, {a});
   write(host, include, {a}, otherGroup);
   write(host, include, {a}, IpAddr(239, 3, 3, 3));
-  EXPECT_FALSE(watch.letGo(1)) << "what is new is not followed any more";
+  EXPECT_FALSE(watch.unwatchSome(1)) << "what is new is not followed any more";
 }
 
 TEST_F(RecordWatchTest, HostsThatComeAndGoTakeTheirRecordsAlong) {
@@ -208,7 +208,7 @@ TEST(RecordWatch, MayEndBeforeAndAfterItsHosts) {
   host->v3group(group)->source()->sourceIpIs(b, 1);
 
   RecordWatch longLived(hosts);
-  longLived.takeUp(1);
+  longLived.watchSome(1);
   host->v3groupDel(group);
   host = nullptr;
   hosts = nullptr;

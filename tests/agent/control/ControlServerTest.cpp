@@ -8,8 +8,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "agent/config/Wording.h"
 #include "agent/control/ControlServer.h"
+#include "agent/text/Wording.h"
 #include "framework/kel/Trace.h"
 #include "tests/agent/Addresses.h"
 #include "tests/agent/SwitchTesting.h"

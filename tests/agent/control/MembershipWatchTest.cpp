@@ -4,8 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "agent/config/Wording.h"
-#include "agent/control/MembershipWatch.h"
+#include "agent/text/Wording.h"
+#include "agent/watch/MembershipWatch.h"
 #include "tests/agent/Addresses.h"
 
 namespace Agent {
@@ -114,12 +114,12 @@ TEST_F(MembershipWatchTest, GroupsAreTakenUpAFewAtATimeWhileTheyComeAndGo) {
   auto const address = [](int i) { return IpAddr(239, 1, 1, static_cast<std::uint8_t>(i)); };
   for (int i = 0; i < 10; ++i) member("swp1", tv, address(i));
   MembershipWatch later(status);
-  EXPECT_TRUE(later.takeUp(3));
+  EXPECT_TRUE(later.watchSome(3));
   vlan->groupDel(address(0));  // the last one takes its place
   vlan->groupDel(address(9));
   member("swp1", tv, address(10));
-  EXPECT_TRUE(later.takeUp(3));
-  EXPECT_FALSE(later.takeUp(100));
+  EXPECT_TRUE(later.watchSome(3));
+  EXPECT_FALSE(later.watchSome(100));
 
   EXPECT_THAT(later.takeChanges(), IsEmpty()) << "all of it is the first settled state";
   for (int i = 0; i < 11; ++i) member("swp1", tv, address(i))->sourceIs(a);
@@ -145,7 +145,7 @@ class QuickLearner final : public IgmpProtocolStatus::NotifieeConst {
 TEST_F(MembershipWatchTest, VlanThatHasGroupsWhenItIsHeardOfIsFollowedAtOnce) {
   auto const learner = Kel::make<QuickLearner>(status);
   MembershipWatch later(status);
-  EXPECT_FALSE(later.takeUp(1));
+  EXPECT_FALSE(later.watchSome(1));
   status->contextStatusIs(VlanId(20));
   EXPECT_EQ(later.takeChanges().size(), 1u);
 }
@@ -155,11 +155,11 @@ TEST_F(MembershipWatchTest, GroupsAreGivenUpAFewAtATimeAndTouchNothing) {
   member("swp1", tv, otherGroup);
   EXPECT_EQ(changes().size(), 2u);
   membership->sourceIs(a);
-  EXPECT_TRUE(watch.letGo(1));
+  EXPECT_TRUE(watch.unwatchSome(1));
   member("swp1", desk);
   member("swp1", desk, otherGroup);
   member("swp1", desk, IpAddr(239, 3, 3, 3));
-  EXPECT_FALSE(watch.letGo(1)) << "what is new is not followed any more";
+  EXPECT_FALSE(watch.unwatchSome(1)) << "what is new is not followed any more";
 }
 
 TEST_F(MembershipWatchTest, MayEndBeforeAndAfterWhatItWatches) {
@@ -167,7 +167,7 @@ TEST_F(MembershipWatchTest, MayEndBeforeAndAfterWhatItWatches) {
   { MembershipWatch const shortLived(status); }
   membership->sourceIs(a);
   auto longLived = std::make_unique<MembershipWatch>(status);
-  longLived->takeUp(1);
+  longLived->watchSome(1);
   status->contextStatusDelAll();
   vlan = nullptr;
   status = nullptr;

@@ -7,8 +7,8 @@
 
 #include <gtest/gtest.h>
 
-#include "agent/config/Wording.h"
 #include "agent/live/KernelInterfaces.h"
+#include "agent/text/Wording.h"
 #include "tests/agent/replay/CaptureTesting.h"
 #include "tests/platform/interface/VethCable.h"
 

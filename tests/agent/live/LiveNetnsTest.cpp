@@ -23,8 +23,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "agent/config/Wording.h"
-#include "platform/igmp/Packet.h"
+#include "agent/text/Wording.h"
+#include "platform/igmp/wire/PacketReader.h"
 #include "tests/agent/live/RunningAgent.h"
 
 /// Runs the real igmpsnoopd on kernel interfaces, between a kernel that listens and a router.

@@ -88,8 +88,8 @@ TEST(Json, EventsComeBeforeHosts) {
 
 TEST(Json, IgnoredInputIsCountedByInterfaceAndCause) {
   Snapshot snapshot;
-  snapshot.ignored = {{"swp2", {{Igmp::Cause::notIgmp, 7}, {Igmp::Cause::badTtl, 1}}},
-                      {"swp10", {{Igmp::Cause::fragment, 2}}}};
+  snapshot.ignored = {{"swp2", {{Igmp::IgnoreReason::notIgmp, 7}, {Igmp::IgnoreReason::badTtl, 1}}},
+                      {"swp10", {{Igmp::IgnoreReason::fragment, 2}}}};
   EXPECT_EQ(nlohmann::ordered_json::parse(json(snapshot, nullptr)).at("ignored").dump(),
             R"({"swp2":{"not-igmp":7,"bad-ttl":1},"swp10":{"fragment":2}})");
 }

@@ -5,7 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "agent/output/NaturalOrder.h"
+#include "agent/text/NaturalOrder.h"
 
 namespace Agent {
 namespace {

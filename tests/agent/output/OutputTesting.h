@@ -2,8 +2,8 @@
 
 #include <chrono>
 
-#include "agent/RecordWatch.h"
 #include "agent/output/Snapshot.h"
+#include "agent/watch/RecordWatch.h"
 
 namespace Agent {
 

@@ -6,8 +6,8 @@
 #include <gtest/gtest.h>
 
 #include "agent/output/Tables.h"
-#include "agent/output/TextTable.h"
-#include "agent/output/TimeText.h"
+#include "agent/text/TextTable.h"
+#include "agent/text/TimeText.h"
 #include "tests/agent/Addresses.h"
 #include "tests/agent/output/OutputTesting.h"
 
@@ -51,8 +51,9 @@ TEST(Tables, SnapshotShowsHostsRecordsAndWhatWasIgnored) {
                     hostOn(10, "swp10"), hostOn(200, "swp1", {{group, exclude({a})}})};
   snapshot.hosts[1].blocked = true;
   snapshot.hosts[1].direction = Bridging::AllowedTrafficDirection::ingress;
-  snapshot.ignored = {{"swp1", {{Igmp::Cause::notIgmp, 12}, {Igmp::Cause::badIpChecksum, 3}}},
-                      {"swp10", {{Igmp::Cause::badTtl, 1}}}};
+  snapshot.ignored = {
+      {"swp1", {{Igmp::IgnoreReason::notIgmp, 12}, {Igmp::IgnoreReason::badIpChecksum, 3}}},
+      {"swp10", {{Igmp::IgnoreReason::badTtl, 1}}}};
   EXPECT_EQ(printed(snapshot),
             "Records at 46.293556 s\n"
             "\n"
@@ -92,7 +93,7 @@ TEST(Tables, FitOneHundredColumnsWhateverTheyHold) {
   snapshot.hosts = {
       hostOn(4094, "interface-of-15", {{IpAddr(239, 200, 200, 200), include(manySources())}})};
   snapshot.hosts[0].direction = Bridging::AllowedTrafficDirection::ingress;
-  snapshot.ignored = {{"interface-of-15", {{Igmp::Cause::inconsistentLength, UINT64_MAX}}}};
+  snapshot.ignored = {{"interface-of-15", {{Igmp::IgnoreReason::inconsistentLength, UINT64_MAX}}}};
   EXPECT_LE(longestLine(printed(snapshot)), 100u);
   EXPECT_THAT(printed(snapshot), HasSubstr(" 200.200.200.100"));
   EXPECT_THAT(printed(snapshot), HasSubstr(" 200.200.201.208\n")) << "the last one";

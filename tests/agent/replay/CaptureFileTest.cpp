@@ -6,8 +6,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "agent/config/Wording.h"
 #include "agent/replay/CaptureFile.h"
+#include "agent/text/Wording.h"
 #include "tests/agent/replay/CaptureTesting.h"
 
 namespace Agent {

@@ -6,9 +6,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "agent/config/Wording.h"
 #include "agent/output/Snapshot.h"
 #include "agent/replay/Replay.h"
+#include "agent/text/Wording.h"
 #include "tests/agent/Addresses.h"
 #include "tests/agent/config/ConfigurationTesting.h"
 #include "tests/agent/replay/CaptureTesting.h"
@@ -421,10 +421,11 @@ TEST_F(ReplayTest, IgnoredInputIsCountedByPortAndCause) {
   ASSERT_EQ(snapshot.ignored.size(), 2u);
   EXPECT_EQ(snapshot.ignored[0].interface, "swp1");
   EXPECT_THAT(snapshot.ignored[0].counts,
-              ElementsAre(testing::Pair(Igmp::Cause::groupLinkLocal, 1)));
+              ElementsAre(testing::Pair(Igmp::IgnoreReason::groupLinkLocal, 1)));
   EXPECT_EQ(snapshot.ignored[1].interface, "swp3");
-  EXPECT_THAT(snapshot.ignored[1].counts, ElementsAre(testing::Pair(Igmp::Cause::badTtl, 2),
-                                                      testing::Pair(Igmp::Cause::notInVlan, 1)));
+  EXPECT_THAT(snapshot.ignored[1].counts,
+              ElementsAre(testing::Pair(Igmp::IgnoreReason::badTtl, 2),
+                          testing::Pair(Igmp::IgnoreReason::notInVlan, 1)));
   EXPECT_EQ(record("Vlan10swp2"), "exclude");
 }
 
@@ -433,7 +434,8 @@ TEST_F(ReplayTest, PacketCutByTheCaptureIsIgnoredAsTruncated) {
   hear("swp1", 1s, FrameBuilder::reportV2(otherGroup));
   replay();
   ASSERT_EQ(snapshot.ignored.size(), 1u);
-  EXPECT_THAT(snapshot.ignored[0].counts, ElementsAre(testing::Pair(Igmp::Cause::truncated, 1)));
+  EXPECT_THAT(snapshot.ignored[0].counts,
+              ElementsAre(testing::Pair(Igmp::IgnoreReason::truncated, 1)));
   EXPECT_EQ(record("Vlan10swp2", group), "none");
   EXPECT_EQ(record("Vlan10swp2", otherGroup), "exclude");
 }
@@ -449,9 +451,9 @@ TEST_F(ReplayTest, RouterAlertAndLimitsAreAsConfiguredForTheVlan) {
   EXPECT_EQ(record("Vlan10swp2", otherGroup), "none");
   ASSERT_EQ(snapshot.ignored.size(), 1u);
   EXPECT_THAT(snapshot.ignored[0].counts,
-              ElementsAre(testing::Pair(Igmp::Cause::noRouterAlert, 1),
-                          testing::Pair(Igmp::Cause::tooManyGroups, 1),
-                          testing::Pair(Igmp::Cause::tooManySources, 1)));
+              ElementsAre(testing::Pair(Igmp::IgnoreReason::noRouterAlert, 1),
+                          testing::Pair(Igmp::IgnoreReason::tooManyGroups, 1),
+                          testing::Pair(Igmp::IgnoreReason::tooManySources, 1)));
 }
 
 // ---- Events

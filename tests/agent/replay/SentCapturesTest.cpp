@@ -9,7 +9,7 @@
 #include "agent/replay/CaptureFile.h"
 #include "agent/replay/Replay.h"
 #include "agent/replay/SentCaptures.h"
-#include "platform/igmp/Packet.h"
+#include "platform/igmp/wire/PacketReader.h"
 #include "tests/agent/Addresses.h"
 #include "tests/agent/config/ConfigurationTesting.h"
 #include "tests/agent/replay/CaptureTesting.h"

@@ -5,7 +5,7 @@
 #include <set>
 #include <sstream>
 
-#include "agent/output/HostRecords.h"
+#include "agent/watch/HostRecords.h"
 
 namespace Agent::Soak {
 

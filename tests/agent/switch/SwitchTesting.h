@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "agent/Switch.h"
-#include "agent/config/Wording.h"
-#include "agent/output/HostRecords.h"
-#include "platform/igmp/Packet.h"
+#include "agent/text/Wording.h"
+#include "agent/watch/HostRecords.h"
+#include "platform/igmp/wire/PacketReader.h"
 #include "platform/interface/CaptureEthDevPams.h"
 #include "tests/agent/config/ConfigurationTesting.h"
 #include "tests/platform/igmp/FrameBuilder.h"

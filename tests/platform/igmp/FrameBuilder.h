@@ -8,7 +8,7 @@
 
 #include "framework/types/IgmpV3GroupRecordType.h"
 #include "framework/types/IpAddr.h"
-#include "platform/igmp/Checksum.h"
+#include "platform/igmp/wire/Checksum.h"
 
 /// Builds Ethernet frames with IGMP messages of every kind, right unless told to be wrong:
 ///

@@ -16,9 +16,9 @@
 
 #include "framework/kel/Activity.h"
 #include "platform/horix/EventLoop.h"
-#include "platform/igmp/IgmpFrame.h"
 #include "platform/igmp/IgmpHostDirSm.h"
-#include "platform/igmp/Packet.h"
+#include "platform/igmp/wire/FrameWriter.h"
+#include "platform/igmp/wire/PacketReader.h"
 #include "platform/wirex/PortVlanPamManager.h"
 #include "platform/wirex/VlanPam.h"
 #include "tests/platform/igmp/FrameBuilder.h"

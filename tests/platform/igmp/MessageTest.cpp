@@ -7,16 +7,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/igmp/Message.h"
+#include "platform/igmp/wire/Message.h"
 #include "tests/platform/igmp/FrameBuilder.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 using namespace IgmpTest;
-using Igmp::Cause;
 using Igmp::Deciseconds;
 using Igmp::IgmpVersion;
+using Igmp::IgnoreReason;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -48,15 +48,15 @@ class Payload {
   template <class Kind>
   Kind as() const {
     auto const message = parsed();
-    EXPECT_TRUE(message) << message.cause();
+    EXPECT_TRUE(message) << message.reason();
     EXPECT_TRUE(std::holds_alternative<Kind>(*message));
     return std::get<Kind>(*message);
   }
 
-  Cause refusal() const {
+  IgnoreReason refusal() const {
     auto const message = parsed();
     EXPECT_FALSE(message) << "accepted";
-    return message.cause();
+    return message.reason();
   }
 
  private:
@@ -160,7 +160,7 @@ TEST(QueryTest, VersionThreeTellsFlagsTimesAndSources) {
 TEST(QueryTest, NineToElevenBytesAreNoVersion) {
   for (std::size_t extra = 1; extra <= 3; ++extra) {
     EXPECT_EQ(Payload(FrameBuilder::queryV2(IpAddr(), 100).trailer(ByteVector(extra))).refusal(),
-              Cause::inconsistentLength);
+              IgnoreReason::inconsistentLength);
   }
 }
 
@@ -168,7 +168,7 @@ TEST(QueryTest, SourcesBeyondTheMessageAreRefused) {
   ByteWriter igmp;
   igmp.u8(0x11).u8(100).u16(0).address(group).u8(2).u8(125).u16(2).address(sourceA);
   EXPECT_EQ(Payload(FrameBuilder::message(igmp.bytes(), group)).refusal(),
-            Cause::inconsistentLength);
+            IgnoreReason::inconsistentLength);
 }
 
 TEST(QueryTest, BytesAfterTheSourcesAreIgnored) {
@@ -178,19 +178,20 @@ TEST(QueryTest, BytesAfterTheSourcesAreIgnored) {
 }
 
 TEST(QueryTest, GroupMustBeOneThatIsSnooped) {
-  EXPECT_EQ(Payload(FrameBuilder::queryV2({10, 0, 0, 1}, 10)).refusal(), Cause::groupNotMulticast);
+  EXPECT_EQ(Payload(FrameBuilder::queryV2({10, 0, 0, 1}, 10)).refusal(),
+            IgnoreReason::groupNotMulticast);
   EXPECT_EQ(Payload(FrameBuilder::queryV3({.group = {224, 0, 0, 251}})).refusal(),
-            Cause::groupLinkLocal);
+            IgnoreReason::groupLinkLocal);
 }
 
 TEST(QueryTest, SourcesWithoutAGroupAreRefused) {
   EXPECT_EQ(Payload(FrameBuilder::queryV3({.sources = {sourceA}})).refusal(),
-            Cause::groupNotMulticast);
+            IgnoreReason::groupNotMulticast);
 }
 
 TEST(QueryTest, SourcesMustBeUnicast) {
   EXPECT_EQ(Payload(FrameBuilder::queryV3({.group = group, .sources = {group}})).refusal(),
-            Cause::sourceNotUnicast);
+            IgnoreReason::sourceNotUnicast);
 }
 
 TEST(GroupMessageTest, ReportsAndLeaveTellTheirGroup) {
@@ -207,17 +208,20 @@ TEST(GroupMessageTest, BytesAfterTheGroupAreIgnored) {
 TEST(GroupMessageTest, GroupThatIsNotMulticastIsRefused) {
   for (IpAddr const notMulticast : {IpAddr(), IpAddr(10, 1, 1, 1), IpAddr(223, 255, 255, 255),
                                     IpAddr(240, 0, 0, 0), IpAddr(255, 255, 255, 255)}) {
-    EXPECT_EQ(Payload(FrameBuilder::reportV1(notMulticast)).refusal(), Cause::groupNotMulticast);
-    EXPECT_EQ(Payload(FrameBuilder::reportV2(notMulticast)).refusal(), Cause::groupNotMulticast);
-    EXPECT_EQ(Payload(FrameBuilder::leave(notMulticast)).refusal(), Cause::groupNotMulticast);
+    EXPECT_EQ(Payload(FrameBuilder::reportV1(notMulticast)).refusal(),
+              IgnoreReason::groupNotMulticast);
+    EXPECT_EQ(Payload(FrameBuilder::reportV2(notMulticast)).refusal(),
+              IgnoreReason::groupNotMulticast);
+    EXPECT_EQ(Payload(FrameBuilder::leave(notMulticast)).refusal(),
+              IgnoreReason::groupNotMulticast);
   }
 }
 
 TEST(GroupMessageTest, LinkLocalGroupIsRefusedAndItsNeighbourIsNot) {
   for (IpAddr const linkLocal : {IpAddr(224, 0, 0, 0), IpAddr(224, 0, 0, 255)}) {
-    EXPECT_EQ(Payload(FrameBuilder::reportV1(linkLocal)).refusal(), Cause::groupLinkLocal);
-    EXPECT_EQ(Payload(FrameBuilder::reportV2(linkLocal)).refusal(), Cause::groupLinkLocal);
-    EXPECT_EQ(Payload(FrameBuilder::leave(linkLocal)).refusal(), Cause::groupLinkLocal);
+    EXPECT_EQ(Payload(FrameBuilder::reportV1(linkLocal)).refusal(), IgnoreReason::groupLinkLocal);
+    EXPECT_EQ(Payload(FrameBuilder::reportV2(linkLocal)).refusal(), IgnoreReason::groupLinkLocal);
+    EXPECT_EQ(Payload(FrameBuilder::leave(linkLocal)).refusal(), IgnoreReason::groupLinkLocal);
   }
   IpAddr const neighbour(224, 0, 1, 0);
   EXPECT_EQ(Payload(FrameBuilder::reportV2(neighbour)).as<Igmp::ReportV2>().group, neighbour);
@@ -226,7 +230,8 @@ TEST(GroupMessageTest, LinkLocalGroupIsRefusedAndItsNeighbourIsNot) {
 TEST(MessageTest, ShorterThanEightBytesIsRefused) {
   for (std::size_t size = 0; size < 8; ++size) {
     ByteVector const bytes(size, 0x11);
-    EXPECT_EQ(Payload(FrameBuilder::message(bytes, group)).refusal(), Cause::inconsistentLength);
+    EXPECT_EQ(Payload(FrameBuilder::message(bytes, group)).refusal(),
+              IgnoreReason::inconsistentLength);
   }
 }
 
@@ -235,7 +240,7 @@ TEST(MessageTest, WrongChecksumIsRefusedInEveryKind) {
        {FrameBuilder::queryV1(), FrameBuilder::queryV2(group, 10), FrameBuilder::queryV3({}),
         FrameBuilder::reportV1(group), FrameBuilder::reportV2(group), FrameBuilder::leave(group),
         FrameBuilder::reportV3({toEx(group)})}) {
-    EXPECT_EQ(Payload(frame.damageIgmpChecksum()).refusal(), Cause::badIgmpChecksum);
+    EXPECT_EQ(Payload(frame.damageIgmpChecksum()).refusal(), IgnoreReason::badIgmpChecksum);
   }
 }
 
@@ -245,7 +250,7 @@ TEST(MessageTest, ChecksumCoversBytesAfterTheMessage) {
   bytes.back() = 1;
   auto const message = Igmp::parseMessage(bytes);
   ASSERT_FALSE(message);
-  EXPECT_EQ(message.cause(), Cause::badIgmpChecksum);
+  EXPECT_EQ(message.reason(), IgnoreReason::badIgmpChecksum);
 }
 
 TEST(MessageTest, OtherTypesAreUnknown) {
@@ -253,7 +258,8 @@ TEST(MessageTest, OtherTypesAreUnknown) {
     if (type == 0x11 || type == 0x12 || type == 0x16 || type == 0x17 || type == 0x22) continue;
     ByteWriter igmp;
     igmp.u8(type).u8(0).u16(0).address(group);
-    EXPECT_EQ(Payload(FrameBuilder::message(igmp.bytes(), group)).refusal(), Cause::unknownType);
+    EXPECT_EQ(Payload(FrameBuilder::message(igmp.bytes(), group)).refusal(),
+              IgnoreReason::unknownType);
   }
 }
 
@@ -317,28 +323,28 @@ TEST(ReportV3Test, MoreRecordsThanBytesAreRefused) {
   ByteWriter igmp;
   igmp.u8(0x22).u8(0).u16(0).u16(0).u16(2).u8(4).u8(0).u16(0).address(group);
   EXPECT_EQ(Payload(FrameBuilder::message(igmp.bytes(), group)).refusal(),
-            Cause::inconsistentLength);
+            IgnoreReason::inconsistentLength);
 }
 
 TEST(ReportV3Test, MoreSourcesThanBytesAreRefused) {
   ByteWriter igmp;
   igmp.u8(0x22).u8(0).u16(0).u16(0).u16(1).u8(1).u8(0).u16(0xffff).address(group).address(sourceA);
   EXPECT_EQ(Payload(FrameBuilder::message(igmp.bytes(), group)).refusal(),
-            Cause::inconsistentLength);
+            IgnoreReason::inconsistentLength);
 }
 
 TEST(ReportV3Test, MoreAuxiliaryDataThanBytesIsRefused) {
   ByteWriter igmp;
   igmp.u8(0x22).u8(0).u16(0).u16(0).u16(1).u8(4).u8(2).u16(0).address(group).u32(0);
   EXPECT_EQ(Payload(FrameBuilder::message(igmp.bytes(), group)).refusal(),
-            Cause::inconsistentLength);
+            IgnoreReason::inconsistentLength);
 }
 
 /// The problems of a report's records, in order.
-std::vector<std::optional<Cause>> problems(std::vector<Record> const& records) {
+std::vector<std::optional<IgnoreReason>> problems(std::vector<Record> const& records) {
   Payload const payload(FrameBuilder::reportV3(records));
   auto const report = payload.as<Igmp::ReportV3>();
-  std::vector<std::optional<Cause>> found;
+  std::vector<std::optional<IgnoreReason>> found;
   for (auto const& each : report.records) found.push_back(each.problem());
   return found;
 }
@@ -346,22 +352,22 @@ std::vector<std::optional<Cause>> problems(std::vector<Record> const& records) {
 TEST(ReportV3Test, RecordOfUnknownTypeIsSkippedWholeAndTheRestIsUsed) {
   Record const unknown{7, group, {sourceA, sourceB}, 2};
   Record const zero{0, group, {}, 0};
-  EXPECT_THAT(
-      problems({toEx(group), unknown, zero, toEx(otherGroup)}),
-      ElementsAre(std::nullopt, Cause::unknownRecordType, Cause::unknownRecordType, std::nullopt));
+  EXPECT_THAT(problems({toEx(group), unknown, zero, toEx(otherGroup)}),
+              ElementsAre(std::nullopt, IgnoreReason::unknownRecordType,
+                          IgnoreReason::unknownRecordType, std::nullopt));
 }
 
 TEST(ReportV3Test, BadGroupConcernsItsRecordOnly) {
-  EXPECT_THAT(
-      problems({toEx({224, 0, 0, 251}), toEx(group), toEx({192, 0, 2, 1}), toEx(group)}),
-      ElementsAre(Cause::groupLinkLocal, std::nullopt, Cause::groupNotMulticast, std::nullopt));
+  EXPECT_THAT(problems({toEx({224, 0, 0, 251}), toEx(group), toEx({192, 0, 2, 1}), toEx(group)}),
+              ElementsAre(IgnoreReason::groupLinkLocal, std::nullopt,
+                          IgnoreReason::groupNotMulticast, std::nullopt));
 }
 
 TEST(ReportV3Test, BadSourceConcernsItsRecordOnly) {
   for (IpAddr const bad :
        {IpAddr(), IpAddr(224, 0, 0, 0), group, IpAddr(240, 0, 0, 1), IpAddr(255, 255, 255, 255)}) {
     EXPECT_THAT(problems({isIn(group, {sourceA, bad}), isIn(group, {sourceA})}),
-                ElementsAre(Cause::sourceNotUnicast, std::nullopt))
+                ElementsAre(IgnoreReason::sourceNotUnicast, std::nullopt))
         << bad;
   }
 }

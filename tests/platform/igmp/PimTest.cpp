@@ -3,14 +3,14 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/igmp/Pim.h"
+#include "platform/igmp/wire/Pim.h"
 #include "tests/platform/igmp/FrameBuilder.h"
 
 namespace {
 
 using namespace IgmpTest;
 using namespace std::chrono_literals;
-using Igmp::Cause;
+using Igmp::IgnoreReason;
 using Igmp::PimHello;
 
 constexpr IpAddr router{192, 0, 2, 3};
@@ -36,9 +36,9 @@ Igmp::Parsed<PimHello> parsed(FrameBuilder const& frame) {
   ByteVector const bytes = frame.bytes();
   return Igmp::parsePimHello(*Igmp::parseEthernet(bytes));
 }
-std::optional<Cause> causeOf(FrameBuilder const& frame) {
+std::optional<IgnoreReason> causeOf(FrameBuilder const& frame) {
   auto const hello = parsed(frame);
-  return hello ? std::nullopt : std::optional(hello.cause());
+  return hello ? std::nullopt : std::optional(hello.reason());
 }
 
 TEST(PimTest, HelloSaysWhoSendsItAndForHowLongItHolds) {
@@ -74,35 +74,35 @@ TEST(PimTest, PaddingAndTagsAreNoPartOfAHello) {
 }
 
 TEST(PimTest, OtherTrafficIsNone) {
-  EXPECT_EQ(causeOf(hello({}).etherType(0x86dd)), Cause::notIgmp);
-  EXPECT_EQ(causeOf(hello({}).protocol(17)), Cause::notIgmp);
-  EXPECT_EQ(causeOf(FrameBuilder::queryV1()), Cause::notIgmp);
-  EXPECT_EQ(causeOf(hello({}, 0x23).damageIgmpChecksum()), Cause::notIgmp) << "join/prune";
+  EXPECT_EQ(causeOf(hello({}).etherType(0x86dd)), IgnoreReason::notIgmp);
+  EXPECT_EQ(causeOf(hello({}).protocol(17)), IgnoreReason::notIgmp);
+  EXPECT_EQ(causeOf(FrameBuilder::queryV1()), IgnoreReason::notIgmp);
+  EXPECT_EQ(causeOf(hello({}, 0x23).damageIgmpChecksum()), IgnoreReason::notIgmp) << "join/prune";
 }
 
 TEST(PimTest, DamageIsRefused) {
-  EXPECT_EQ(causeOf(hello({}).damageIpChecksum()), Cause::badIpChecksum);
-  EXPECT_EQ(causeOf(hello(holdtime(90)).damageIgmpChecksum()), Cause::badPimChecksum);
-  EXPECT_EQ(causeOf(hello({}).flagsAndOffset(0x2000)), Cause::fragment);
-  EXPECT_EQ(causeOf(hello({}).totalLength(1000)), Cause::truncated);
+  EXPECT_EQ(causeOf(hello({}).damageIpChecksum()), IgnoreReason::badIpChecksum);
+  EXPECT_EQ(causeOf(hello(holdtime(90)).damageIgmpChecksum()), IgnoreReason::badPimChecksum);
+  EXPECT_EQ(causeOf(hello({}).flagsAndOffset(0x2000)), IgnoreReason::fragment);
+  EXPECT_EQ(causeOf(hello({}).totalLength(1000)), IgnoreReason::truncated);
 }
 
 TEST(PimTest, LengthsThatDoNotAgreeAreRefused) {
-  EXPECT_EQ(causeOf(pim({0x20, 0, 0})), Cause::inconsistentLength);
-  EXPECT_EQ(causeOf(hello({0, 1})), Cause::inconsistentLength);
-  EXPECT_EQ(causeOf(hello({0, 1, 0, 2, 0})), Cause::inconsistentLength);
-  EXPECT_EQ(causeOf(hello(option(1, {0, 0, 0, 90}))), Cause::inconsistentLength);
+  EXPECT_EQ(causeOf(pim({0x20, 0, 0})), IgnoreReason::inconsistentLength);
+  EXPECT_EQ(causeOf(hello({0, 1})), IgnoreReason::inconsistentLength);
+  EXPECT_EQ(causeOf(hello({0, 1, 0, 2, 0})), IgnoreReason::inconsistentLength);
+  EXPECT_EQ(causeOf(hello(option(1, {0, 0, 0, 90}))), IgnoreReason::inconsistentLength);
 }
 
 TEST(PimTest, HelloFromElsewhereIsRefused) {
-  EXPECT_EQ(causeOf(hello({}).ttl(2)), Cause::badTtl);
-  EXPECT_EQ(causeOf(hello({}).from(IpAddr())), Cause::sourceNotUnicast);
-  EXPECT_EQ(causeOf(hello({}).from(IpAddr(224, 0, 0, 13))), Cause::sourceNotUnicast);
+  EXPECT_EQ(causeOf(hello({}).ttl(2)), IgnoreReason::badTtl);
+  EXPECT_EQ(causeOf(hello({}).from(IpAddr())), IgnoreReason::sourceNotUnicast);
+  EXPECT_EQ(causeOf(hello({}).from(IpAddr(224, 0, 0, 13))), IgnoreReason::sourceNotUnicast);
 }
 
 TEST(PimTest, HelloOfAnotherVersionOrToSomebodyElseIsRefused) {
-  EXPECT_EQ(causeOf(hello({}, 0x10)), Cause::badPimHello);
-  EXPECT_EQ(causeOf(hello({}).to(IpAddr(224, 0, 0, 1))), Cause::badPimHello);
+  EXPECT_EQ(causeOf(hello({}, 0x10)), IgnoreReason::badPimHello);
+  EXPECT_EQ(causeOf(hello({}).to(IpAddr(224, 0, 0, 1))), IgnoreReason::badPimHello);
 }
 
 }  // namespace

@@ -5,9 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/igmp/IgmpFrame.h"
-#include "platform/igmp/Message.h"
-#include "platform/igmp/QueryWriter.h"
+#include "platform/igmp/wire/FrameWriter.h"
+#include "platform/igmp/wire/Message.h"
+#include "platform/igmp/wire/QueryWriter.h"
 #include "platform/wirex/PktManager.h"
 #include "tests/platform/igmp/FrameBuilder.h"
 

@@ -109,7 +109,7 @@ TEST(FilterState, RepeatedSourcesOfARecordCountOnce) {
 
 TEST(FilterState, HasLeftWhenItIncludesNothing) {
   auto const left = [](Record const& record, Filter const& present) {
-    return FilterState::after(*ParsedRecord(record), membershipWith(present).get()).left();
+    return FilterState::after(*ParsedRecord(record), membershipWith(present).get()).wantsNothing();
   };
   EXPECT_TRUE(left(toIn(group), exclude({a})));
   EXPECT_TRUE(left(isIn(group, {}), include({a})));

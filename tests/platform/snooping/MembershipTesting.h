@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "framework/entities/IgmpContextStatus.h"
-#include "platform/igmp/Message.h"
+#include "platform/igmp/wire/Message.h"
 #include "tests/platform/igmp/FrameBuilder.h"
 
 /// What the tests of learning say memberships in.

@@ -26,7 +26,7 @@ using Bridging::VlanId;
 using Bridging::IgmpSnooping::ReportBatch;
 using Bridging::IgmpSnooping::SnoopedPort;
 using Bridging::IgmpSnooping::SnoopingPolicy;
-using Igmp::Cause;
+using Igmp::IgnoreReason;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
@@ -52,11 +52,11 @@ class SnoopedPortTest : public testing::Test {
     return vlans.emplace_back(30, policy, batch, wheel);
   }
 
-  /// What was ignored, without the causes that there were none of.
-  std::map<Cause, std::uint64_t> ignored() const {
-    std::map<Cause, std::uint64_t> counts;
-    for (std::size_t i = 0; i < Igmp::causes; ++i) {
-      auto const cause = static_cast<Cause>(i);
+  /// What was ignored, without the reasons that there were none of.
+  std::map<IgnoreReason, std::uint64_t> ignored() const {
+    std::map<IgnoreReason, std::uint64_t> counts;
+    for (std::size_t i = 0; i < Igmp::ignoreReasons; ++i) {
+      auto const cause = static_cast<IgnoreReason>(i);
       if (auto const count = port.counters().ignoredFor(cause)) counts[cause] = count;
     }
     return counts;
@@ -81,23 +81,23 @@ TEST_F(SnoopedPortTest, ReportIsLearnedInItsVlan) {
 
 TEST_F(SnoopedPortTest, IgmpInAVlanWithoutThePortIsIgnored) {
   hearInNoVlan(FrameBuilder::reportV2(group).from(host).vlan(30));
-  EXPECT_THAT(ignored(), ElementsAre(Pair(Cause::notInVlan, 1)));
+  EXPECT_THAT(ignored(), ElementsAre(Pair(IgnoreReason::notInVlan, 1)));
 }
 
 TEST_F(SnoopedPortTest, OtherTrafficOfUnknownVlansIsOtherTraffic) {
   hearInNoVlan(FrameBuilder::reportV2(group).etherType(0x86dd).vlan(30));
-  EXPECT_THAT(ignored(), ElementsAre(Pair(Cause::notIgmp, 1)));
+  EXPECT_THAT(ignored(), ElementsAre(Pair(IgnoreReason::notIgmp, 1)));
 }
 
 TEST_F(SnoopedPortTest, ReservedVlanIsNoVlan) {
   hearInNoVlan(FrameBuilder::reportV2(group).vlan(4095));
-  EXPECT_THAT(ignored(), ElementsAre(Pair(Cause::reservedVlan, 1)));
+  EXPECT_THAT(ignored(), ElementsAre(Pair(IgnoreReason::reservedVlan, 1)));
 }
 
 TEST_F(SnoopedPortTest, BlockedPortHearsNothingOfOtherVlansEither) {
   port.receivesIs(false);
   hearInNoVlan(FrameBuilder::reportV2(group).vlan(30));
-  EXPECT_THAT(ignored(), ElementsAre(Pair(Cause::portBlocked, 1)));
+  EXPECT_THAT(ignored(), ElementsAre(Pair(IgnoreReason::portBlocked, 1)));
 }
 
 TEST_F(SnoopedPortTest, SecondaryVlansLearnIntoTheirPrimarys) {
@@ -240,8 +240,8 @@ TEST_F(SnoopedPortRouterTest, BadPimHelloIsCountedByCause) {
   hear(hello().ttl(2));
   EXPECT_FALSE(isRouterPort(vlan10));
   EXPECT_EQ(port.counters().pimHellos, 0u);
-  EXPECT_THAT(ignored(),
-              UnorderedElementsAre(Pair(Cause::badPimChecksum, 1), Pair(Cause::badTtl, 1)));
+  EXPECT_THAT(ignored(), UnorderedElementsAre(Pair(IgnoreReason::badPimChecksum, 1),
+                                              Pair(IgnoreReason::badTtl, 1)));
 }
 
 TEST_F(SnoopedPortRouterTest, BlockedPortHearsNoRouters) {
@@ -296,7 +296,7 @@ TEST_F(SnoopedPortForgetTest, PortThatLeavesAVlanIsForgottenThere) {
   EXPECT_TRUE(vlan20.has(group));
   hear(FrameBuilder::reportV2(group));
   EXPECT_FALSE(vlan10.has(group));
-  EXPECT_THAT(ignored(), ElementsAre(Pair(Cause::notInVlan, 1)));
+  EXPECT_THAT(ignored(), ElementsAre(Pair(IgnoreReason::notInVlan, 1)));
   port.vlanDel(VlanId(10));
 }
 
@@ -442,7 +442,7 @@ TEST_F(SnoopedPortQuerierTest, IgnoredRecordIsNotAskedAbout) {
   bringUp();
   hear(FrameBuilder::reportV3({isEx(group)}).from(host));
   hear(FrameBuilder::reportV3({block(group, {a, host})}).from(host));
-  EXPECT_THAT(ignored(), ElementsAre(Pair(Cause::tooManySources, 1)));
+  EXPECT_THAT(ignored(), ElementsAre(Pair(IgnoreReason::tooManySources, 1)));
   EXPECT_THAT(sent(), IsEmpty());
 }
 
@@ -494,7 +494,7 @@ TEST_F(SnoopedPortTest, BlockedPortLearnsNothing) {
   port.receivesIs(false);
   hear(FrameBuilder::reportV2(group));
   EXPECT_FALSE(vlan10.has(group));
-  EXPECT_THAT(ignored(), ElementsAre(Pair(Cause::portBlocked, 1)));
+  EXPECT_THAT(ignored(), ElementsAre(Pair(IgnoreReason::portBlocked, 1)));
 }
 
 TEST_F(SnoopedPortTest, BadFrameIsCountedAndTheNextOneIsUsed) {
@@ -504,9 +504,10 @@ TEST_F(SnoopedPortTest, BadFrameIsCountedAndTheNextOneIsUsed) {
   hear(FrameBuilder::reportV2(group).ttl(2));
   hear(FrameBuilder::reportV2(group).totalLength(1000));
   EXPECT_FALSE(vlan10.has(group));
-  EXPECT_THAT(ignored(),
-              UnorderedElementsAre(Pair(Cause::badIpChecksum, 1), Pair(Cause::badIgmpChecksum, 2),
-                                   Pair(Cause::badTtl, 1), Pair(Cause::truncated, 1)));
+  EXPECT_THAT(ignored(), UnorderedElementsAre(Pair(IgnoreReason::badIpChecksum, 1),
+                                              Pair(IgnoreReason::badIgmpChecksum, 2),
+                                              Pair(IgnoreReason::badTtl, 1),
+                                              Pair(IgnoreReason::truncated, 1)));
   EXPECT_THAT(port.counters().received, testing::Each(0));
   hear(FrameBuilder::reportV2(group));
   EXPECT_TRUE(vlan10.has(group));
@@ -516,9 +517,10 @@ TEST_F(SnoopedPortTest, BadRecordIsCountedAndTheRestOfItsReportIsUsed) {
   hear(FrameBuilder::reportV3({isEx(linkLocal), Record{99, group, {a}},
                                isIn(group, {IpAddr(255, 255, 255, 255)}), isEx(IpAddr(10, 1, 1, 1)),
                                isEx(otherGroup)}));
-  EXPECT_THAT(ignored(), UnorderedElementsAre(
-                             Pair(Cause::groupLinkLocal, 1), Pair(Cause::unknownRecordType, 1),
-                             Pair(Cause::sourceNotUnicast, 1), Pair(Cause::groupNotMulticast, 1)));
+  EXPECT_THAT(ignored(), UnorderedElementsAre(Pair(IgnoreReason::groupLinkLocal, 1),
+                                              Pair(IgnoreReason::unknownRecordType, 1),
+                                              Pair(IgnoreReason::sourceNotUnicast, 1),
+                                              Pair(IgnoreReason::groupNotMulticast, 1)));
   EXPECT_FALSE(vlan10.has(group));
   EXPECT_FALSE(vlan10.has(linkLocal));
   EXPECT_TRUE(vlan10.has(otherGroup));
@@ -533,8 +535,8 @@ TEST_F(SnoopedPortTest, WhatLearningRefusesIsCounted) {
   hear(FrameBuilder::reportV3(
       {isIn(group, {a}), isIn(otherGroup, {a}), isIn(otherGroup, {a, host})}));
   hear(FrameBuilder::reportV2(otherGroup));
-  EXPECT_THAT(ignored(),
-              UnorderedElementsAre(Pair(Cause::tooManyGroups, 2), Pair(Cause::tooManySources, 1)));
+  EXPECT_THAT(ignored(), UnorderedElementsAre(Pair(IgnoreReason::tooManyGroups, 2),
+                                              Pair(IgnoreReason::tooManySources, 1)));
 }
 
 TEST_F(SnoopedPortTest, RouterAlertIsRequiredWhereTheVlanRequiresIt) {
@@ -545,7 +547,7 @@ TEST_F(SnoopedPortTest, RouterAlertIsRequiredWhereTheVlanRequiresIt) {
 
   hearIn(30, FrameBuilder::reportV2(group).withoutRouterAlert());
   EXPECT_FALSE(strict.has(group));
-  EXPECT_THAT(ignored(), ElementsAre(Pair(Cause::noRouterAlert, 1)));
+  EXPECT_THAT(ignored(), ElementsAre(Pair(IgnoreReason::noRouterAlert, 1)));
 
   hearIn(30, FrameBuilder::reportV2(group));
   EXPECT_TRUE(strict.has(group));

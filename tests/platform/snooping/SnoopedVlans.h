@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/igmp/Packet.h"
+#include "platform/igmp/wire/PacketReader.h"
 #include "platform/snooping/SnoopedVlan.h"
 #include "platform/wirex/Ethernet.h"
 

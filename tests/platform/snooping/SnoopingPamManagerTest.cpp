@@ -20,7 +20,7 @@ using namespace IgmpTest;
 using Bridging::VlanId;
 using Bridging::IgmpSnooping::ReportBatch;
 using Bridging::IgmpSnooping::SnoopingPamManager;
-using Igmp::Cause;
+using Igmp::IgnoreReason;
 using testing::ElementsAre;
 using testing::Pair;
 using WirexTest::MultiplexerListener;
@@ -47,7 +47,7 @@ class SnoopingPamManagerTest : public testing::Test {
     auto const status = vlan.status->group(group);
     return status && status->intf(IntfId(intf));
   }
-  std::uint64_t ignored(char const* intf, Cause cause) const {
+  std::uint64_t ignored(char const* intf, IgnoreReason cause) const {
     return manager->port(IntfId(intf))->counters().ignoredFor(cause);
   }
 
@@ -143,14 +143,14 @@ TEST_F(SnoopingPamManagerTest, ReportOfAnotherVlanIsIgnoredAndCounted) {
   snoop("swp1", vlan10);
   hear("swp1", report().vlan(20));
   EXPECT_FALSE(learned(vlan10, "swp1"));
-  EXPECT_EQ(ignored("swp1", Cause::notInVlan), 1u);
+  EXPECT_EQ(ignored("swp1", IgnoreReason::notInVlan), 1u);
 }
 
 TEST_F(SnoopingPamManagerTest, ReportWithoutATagIsIgnoredWhereThePortIsTaggedEverywhere) {
   snoop("swp1", vlan10);
   hear("swp1", report());
   EXPECT_FALSE(learned(vlan10, "swp1"));
-  EXPECT_EQ(ignored("swp1", Cause::notInVlan), 1u);
+  EXPECT_EQ(ignored("swp1", IgnoreReason::notInVlan), 1u);
 }
 
 TEST_F(SnoopingPamManagerTest, VlansOfOnePortAreNotThoseOfAnother) {
@@ -158,7 +158,7 @@ TEST_F(SnoopingPamManagerTest, VlansOfOnePortAreNotThoseOfAnother) {
   snoop("swp2", vlan20);
   hear("swp2", report().vlan(10));
   EXPECT_FALSE(learned(vlan10, "swp2"));
-  EXPECT_EQ(ignored("swp2", Cause::notInVlan), 1u);
+  EXPECT_EQ(ignored("swp2", IgnoreReason::notInVlan), 1u);
 }
 
 TEST_F(SnoopingPamManagerTest, PortThatIsNotSnoopedHearsNothing) {
@@ -243,11 +243,11 @@ TEST_F(SnoopingPamManagerTest, PortLeavesAVlan) {
   EXPECT_FALSE(vlan10.has(group));
   hear("swp1", report().vlan(10));
   EXPECT_FALSE(vlan10.has(group));
-  EXPECT_EQ(ignored("swp1", Cause::notInVlan), 1u);
+  EXPECT_EQ(ignored("swp1", IgnoreReason::notInVlan), 1u);
   kernelLoses("swp1");
   kernelHas("swp1");
   hear("swp1", report().vlan(10));
-  EXPECT_EQ(ignored("swp1", Cause::notInVlan), 2u) << "not on a new device either";
+  EXPECT_EQ(ignored("swp1", IgnoreReason::notInVlan), 2u) << "not on a new device either";
 }
 
 TEST_F(SnoopingPamManagerTest, WhoIsNotSnoopedLeavesNoVlan) {

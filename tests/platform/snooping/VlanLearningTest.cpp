@@ -22,7 +22,7 @@ using Bridging::IgmpSnooping::IgmpIntfStatus;
 using Bridging::IgmpSnooping::ReportBatch;
 using Bridging::IgmpSnooping::SnoopingPolicy;
 using Bridging::IgmpSnooping::VlanLearning;
-using Igmp::Cause;
+using Igmp::IgnoreReason;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -35,7 +35,7 @@ class VlanLearningTest : public testing::Test {
     learning = std::make_unique<VlanLearning>(status, policy, wheel, batch);
   }
 
-  std::optional<Cause> record(IntfId const& intf, IpAddr reporter, Record const& record) {
+  std::optional<IgnoreReason> record(IntfId const& intf, IpAddr reporter, Record const& record) {
     return learning->record(intf, reporter, *ParsedRecord(record));
   }
 
@@ -240,7 +240,7 @@ TEST_F(VlanLearningTest, ChangedPolicyKeepsMembershipsAndHoldsFromTheNextReportO
   learning->policyIs(policy);
   EXPECT_EQ(filter(swp1, host), include({a}));
   record(swp1, host, isIn(group, {a}));
-  EXPECT_EQ(learning->report(swp1, host, otherGroup), Cause::tooManyGroups);
+  EXPECT_EQ(learning->report(swp1, host, otherGroup), IgnoreReason::tooManyGroups);
   advanceTo(40s);
   EXPECT_FALSE(member(swp1, host));
   advanceTo(270s - 1ms);
@@ -265,7 +265,7 @@ TEST_F(VlanLearningTest, SourcesBeyondALoweredLimitStayWhileTheyAreRepeated) {
   learning->policyIs(policy);
   EXPECT_EQ(record(swp1, host, isIn(group, {a, b})), std::nullopt);
   EXPECT_EQ(record(swp1, host, isIn(group, {b, a})), std::nullopt);
-  EXPECT_EQ(record(swp1, host, isIn(group, {a, c})), Cause::tooManySources);
+  EXPECT_EQ(record(swp1, host, isIn(group, {a, c})), IgnoreReason::tooManySources);
   EXPECT_EQ(filter(swp1, host), include({a, b}));
 }
 
@@ -288,8 +288,8 @@ TEST_F(VlanLearningTest, NoMoreGroupsThanAllowed) {
   policy.maxGroups = 1;
   policyIs(policy);
   EXPECT_EQ(learning->report(swp1, host, group), std::nullopt);
-  EXPECT_EQ(learning->report(swp1, host, otherGroup), Cause::tooManyGroups);
-  EXPECT_EQ(record(swp1, host, isIn(otherGroup, {a})), Cause::tooManyGroups);
+  EXPECT_EQ(learning->report(swp1, host, otherGroup), IgnoreReason::tooManyGroups);
+  EXPECT_EQ(record(swp1, host, isIn(otherGroup, {a})), IgnoreReason::tooManyGroups);
   EXPECT_FALSE(status->group(otherGroup));
   EXPECT_EQ(record(swp1, host, toIn(otherGroup)), std::nullopt) << "wants no group";
 
@@ -305,10 +305,10 @@ TEST_F(VlanLearningTest, NoMoreSourcesOfAReporterThanAllowed) {
   SnoopingPolicy policy;
   policy.maxGroupSources = 2;
   policyIs(policy);
-  EXPECT_EQ(record(swp1, host, isIn(group, {a, b, c})), Cause::tooManySources);
+  EXPECT_EQ(record(swp1, host, isIn(group, {a, b, c})), IgnoreReason::tooManySources);
   EXPECT_FALSE(member(swp1, host));
   EXPECT_EQ(record(swp1, host, isIn(group, {a, b})), std::nullopt);
-  EXPECT_EQ(record(swp1, host, allow(group, {c})), Cause::tooManySources);
+  EXPECT_EQ(record(swp1, host, allow(group, {c})), IgnoreReason::tooManySources);
   EXPECT_EQ(filter(swp1, host), include({a, b})) << "ignored whole";
   EXPECT_EQ(record(swp1, otherHost, isIn(group, {b, c})), std::nullopt) << "another reporter";
 }
@@ -631,7 +631,7 @@ TEST_F(VlanLearningForgetTest, GroupThatWasLeftMakesRoomInTheSameBatch) {
   learning->policyIs(policy);
   record(swp1, host, toIn(otherGroup));
   EXPECT_EQ(record(swp1, host, isEx(IpAddr(232, 1, 1, 3))), std::nullopt);
-  EXPECT_EQ(record(swp1, host, isEx(otherGroup)), Cause::tooManyGroups);
+  EXPECT_EQ(record(swp1, host, isEx(otherGroup)), IgnoreReason::tooManyGroups);
   endBatch();
   EXPECT_EQ(status->group().size(), 2u);
 }

@@ -1,0 +1,70 @@
+#include "agent/watch/HostRecords.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "agent/text/NaturalOrder.h"
+
+namespace Agent {
+
+namespace {
+
+std::string textOf(Kel::String8 const& text) {
+  return std::string(text.view());
+}
+
+std::vector<Wirex::IpAddr> sorted(std::vector<Wirex::IpAddr> addresses) {
+  std::sort(addresses.begin(), addresses.end());
+  return addresses;
+}
+
+HostRecords recordsOf(Igmp::IgmpHost const& host) {
+  HostRecords records = attributesOf(host);
+  for (auto const& [group, record] : host.v3group())
+    records.groups.push_back({group, filterOf(*record)});
+  std::sort(records.groups.begin(), records.groups.end(),
+            [](GroupRecord const& a, GroupRecord const& b) { return a.address < b.address; });
+  return records;
+}
+
+}  // namespace
+
+SourceFilter filterOf(Igmp::IgmpV3GroupRecord const& record) {
+  SourceFilter filter;
+  if (record.filterMode() == Wirex::IgmpV3GroupRecordType::modeIsExclude)
+    filter.mode = Gmp::Igmp::IgmpFilterMode::exclude;
+  if (auto const& list = record.source())
+    for (auto const& [source, value] : list->sourceIp()) filter.sources.push_back(source);
+  filter.sources = sorted(std::move(filter.sources));
+  return filter;
+}
+
+SourceFilter filterOf(Bridging::IgmpSnooping::IgmpMembership const& membership) {
+  return {membership.filterMode(),
+          sorted({membership.source().begin(), membership.source().end()})};
+}
+
+HostRecords attributesOf(Igmp::IgmpHost const& host) {
+  HostRecords records;
+  records.name = textOf(host.name().stringValue());
+  records.vlan = host.vlanId();
+  records.interface = textOf(host.intfId().stringValue());
+  records.igmpVersion = host.igmpVersion();
+  records.blocked = host.blocked();
+  records.direction = host.direction();
+  return records;
+}
+
+bool precedes(HostRecords const& a, HostRecords const& b) {
+  if (a.vlan != b.vlan) return a.vlan < b.vlan;
+  return precedesNaturally(a.interface, b.interface);
+}
+
+std::vector<HostRecords> hostsIn(Igmp::IgmpHostDir const& directory) {
+  std::vector<HostRecords> hosts;
+  for (auto const& [name, host] : directory.igmpHost()) hosts.push_back(recordsOf(*host));
+  std::sort(hosts.begin(), hosts.end(), precedes);
+  return hosts;
+}
+
+}  // namespace Agent

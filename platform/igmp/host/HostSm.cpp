@@ -1,0 +1,310 @@
+#include "platform/igmp/host/HostSm.h"
+
+#include <algorithm>
+#include <iterator>
+#include <optional>
+#include <utility>
+#include <variant>
+
+#include "platform/igmp/wire/PacketReader.h"
+
+namespace Igmp {
+
+using Direction = IgmpHost::Direction;
+using Wirex::Bytes;
+
+namespace {
+
+/// The type of the IGMP message in a frame, without a check of anything that is not on the way to
+/// it: most frames that a port hears are not for its host.
+std::optional<MessageType> messageType(Bytes frame) {
+  constexpr std::size_t protocolOffset = 9;
+  std::size_t ip = Wirex::ethernetHeaderSize;
+  if (frame.size() < ip + Wirex::vlanTagSize + ipv4HeaderSize) return std::nullopt;
+  if (Wirex::bigEndian16(&frame[Wirex::etherTypeOffset]) == Wirex::etherTypeVlan)
+    ip += Wirex::vlanTagSize;
+  std::size_t const message = ip + (frame[ip] & 0x0fu) * std::size_t{4};
+  if (frame[ip + protocolOffset] != ipProtocolIgmp || message >= frame.size()) return std::nullopt;
+  return static_cast<MessageType>(frame[message]);
+}
+
+Parsed<Packet> parse(Bytes frame) {
+  auto const ethernet = parseEthernet(frame);
+  if (!ethernet) return ethernet.reason();
+  return parsePacket(*ethernet, {});
+}
+
+}  // namespace
+
+// What it calls may have its owner removed from the directory: each handler holds the owner.
+class HostSm::KelHost final : public Kel::ReactorFor<HostSm, IgmpHost::NotifieeConst> {
+ public:
+  using ReactorFor::ReactorFor;
+
+  void onVlanId() override { handle<&HostSm::updateAccess>(); }
+  void onPam() override { handle<&HostSm::handlePam>(); }
+  void onIgmpVersion() override { handle<&HostSm::handleIgmpVersion>(); }
+  void onEnabled() override { handle<&HostSm::handleEnabled>(); }
+  void onConfigVersion() override { handle<&HostSm::handleConfigured>(); }
+  void onIntfConfigVersion() override { handle<&HostSm::handleConfigured>(); }
+  void onBlocked() override { handle<&HostSm::updateAccess>(); }
+  void onDirection() override { handle<&HostSm::updateAccess>(); }
+  void onSettings() override { handle<&HostSm::handleSettings>(); }
+
+ private:
+  template <void (HostSm::*handler)()>
+  void handle() {
+    if (!notificationActive()) return;
+    Kel::Ptr<HostSm> const hostSm(&owner());
+    ((*hostSm).*handler)();
+  }
+};
+
+class HostSm::KelPam final : public Kel::ReactorFor<HostSm, Wirex::Pam::NotifieeConst> {
+ public:
+  using ReactorFor::ReactorFor;
+
+  void onInputPkt() override {
+    if (notificationActive()) owner().handlePacket();
+  }
+};
+
+class HostSm::KelSettlement final : public HostWakeup::NotifieeConst {
+ public:
+  KelSettlement(Kel::Ptr<HostWakeup const> settlement, HostSm* owner)
+      : NotifieeConst(Delivery::byActivity), owner_(owner) {
+    watch(std::move(settlement));
+  }
+
+  Kel::ActivityConfig* kelFwkActivity() const override { return owner_->activity_.get(); }
+
+  void onDue() override {
+    if (!notificationActive()) return;
+    Kel::Ptr<HostSm> const hostSm(owner_);
+    hostSm->handleSettlement();
+  }
+
+ private:
+  HostSm* owner_;
+};
+
+class HostSm::PauseTimer final : public Horix::Timer {
+ public:
+  explicit PauseTimer(HostWakeup const& settlement) : settlement_(settlement) {}
+
+ private:
+  void onExpiry() override { settlement_.dueNotify(); }
+
+  HostWakeup const& settlement_;
+};
+
+HostSm::HostSm(Kel::Ptr<Kel::ActivityConfig> activity, Kel::Ptr<IgmpHost const> host,
+               Kel::Ptr<IgmpHostStatus> status, Kel::Ptr<Horix::TimerWheel const> timerWheel)
+    : activity_(std::move(activity)),
+      status_(std::move(status)),
+      mode_(host->igmpVersion()),
+      querierVersions_(timerWheel, [this] { handleCompatibilityMode(); }),
+      answers_(*host, timerWheel, delays_, settlement_),
+      unaskedReports_(host, timerWheel, delays_, settlement_),
+      timerWheel_(std::move(timerWheel)),
+      pause_(std::make_unique<PauseTimer>(*settlement_)),
+      kelHost_(Kel::make<KelHost>(host, this)),
+      kelPam_(Kel::make<KelPam>(Kel::Ptr<Wirex::Pam const>(), this)),
+      kelSettlement_(Kel::make<KelSettlement>(settlement_, this)) {
+  status_->compatibilityModeIs(mode_);
+  seedDelays();
+  updateAccess();
+}
+
+HostSm::~HostSm() {
+  HostSm::kelDoZombieReactors(true);
+}
+
+Kel::Ptr<IgmpHost const> const& HostSm::host() const {
+  return kelHost_->notifier();
+}
+
+void HostSm::hasNotificationActiveIs(bool active) {
+  kelHost_->hasNotificationActiveIs(active);
+  kelPam_->hasNotificationActiveIs(active);
+  kelSettlement_->hasNotificationActiveIs(active);
+  if (!active) return;
+  // What has changed meanwhile.
+  handleCompatibilityMode();
+  updateAccess();
+  settlement_->dueNotify();
+}
+
+void HostSm::kelDoZombieReactors(bool zombie) {
+  kelHost_->kelDoZombieReactors(zombie);
+  kelPam_->kelDoZombieReactors(zombie);
+  kelSettlement_->kelDoZombieReactors(zombie);
+}
+
+// ---- What the host may do
+
+bool HostSm::canSend() const {
+  bool const egress =
+      host()->direction() == Direction::both || host()->direction() == Direction::egress;
+  return host()->enabled() && !host()->blocked() && egress && host()->pam() &&
+         host()->vlanId() != 0 && host()->settings().macAddress != Wirex::MacAddress{};
+}
+
+bool HostSm::canHear() const {
+  bool const ingress =
+      host()->direction() == Direction::both || host()->direction() == Direction::ingress;
+  return host()->enabled() && !host()->blocked() && ingress;
+}
+
+void HostSm::updateAccess() {
+  Kel::Ptr<Wirex::Pam const> const heard = canHear() ? host()->pam() : nullptr;
+  if (kelPam_->notifier() != heard) kelPam_->notifierIs(heard);
+  bool const couldSend = std::exchange(couldSend_, canSend());
+  bool const reports = canSend() && host()->settings().reportsUnasked;
+  bool const begins = reports && !unaskedReports_.active();
+  unaskedReports_.activeIs(reports);
+  if (!begins) return;
+  if (couldSend && host()->settings().reportsSinceQuery)
+    unaskedReports_.tellAllLater(mode_);
+  else
+    unaskedReports_.tellAllAsNew();
+}
+
+void HostSm::handlePam() {
+  bool const wasReporting = unaskedReports_.active();
+  updateAccess();
+  // What was said last may not have got out of the former one.
+  if (wasReporting && unaskedReports_.active()) unaskedReports_.tellAllAsNew();
+}
+
+void HostSm::handleEnabled() {
+  std::vector<Wirex::Pkt::Ptr> farewell;
+  if (!host()->enabled()) {
+    answers_.cancelAll();
+    farewell = leaves();
+  }
+  updateAccess();
+  send(std::move(farewell));
+}
+
+void HostSm::leave() {
+  send(leaves());
+}
+
+std::vector<Wirex::Pkt::Ptr> HostSm::leaves() {
+  if (!unaskedReports_.active()) return {};
+  ReportWriter writer = newWriter();
+  unaskedReports_.writeLeaves(writer, mode_);
+  return writer.takeFrames();
+}
+
+void HostSm::handleConfigured() {
+  if (unaskedReports_.active()) unaskedReports_.tellAllAsNew();
+}
+
+void HostSm::handleSettings() {
+  seedDelays();
+  updateAccess();
+}
+
+void HostSm::seedDelays() {
+  std::uint64_t seed = host()->name().hash();
+  for (std::uint8_t const byte : host()->settings().macAddress) seed = seed * 257 + byte;
+  delays_.seedIs(seed);
+}
+
+// ---- The version it speaks
+
+void HostSm::handleIgmpVersion() {
+  IgmpVersion const former = mode_;
+  handleCompatibilityMode();
+  // Unlike a change that a querier causes, no query follows that would have the state told.
+  if (mode_ != former) handleConfigured();
+}
+
+/// RFC 9776 section 7.2.1: "Whenever a host changes its compatibility mode, it cancels all its
+/// pending response and retransmission timers."
+void HostSm::handleCompatibilityMode() {
+  IgmpVersion const mode = std::min(host()->igmpVersion(), querierVersions_.oldest());
+  if (mode == mode_) return;
+  mode_ = mode;
+  status_->compatibilityModeIs(mode);
+  answers_.cancelAll();
+  unaskedReports_.cancelPending();
+}
+
+// ---- What it hears
+
+void HostSm::handlePacket() {
+  Bytes const frame = kelPam_->notifier()->inputPkt()->bytes();
+  auto const type = messageType(frame);
+  if (type == MessageType::query)
+    handleQuery(frame);
+  else if (type == MessageType::reportV1 || type == MessageType::reportV2)
+    handleOtherReport(frame);
+}
+
+void HostSm::handleQuery(Bytes frame) {
+  auto const packet = parse(frame);
+  if (!packet) return;
+  auto const& query = std::get<Query>(packet->message);
+  // What RFC 9776 section 9.1 has hosts ignore, because a router far away may have sent it.
+  bool const isMisdirected =
+      query.isGeneral() && packet->destination.isMulticast() && packet->destination != allSystems;
+  bool const lacksRouterAlert = host()->settings().requireRouterAlert && !packet->routerAlert &&
+                                query.version != IgmpVersion::v1;
+  if (isMisdirected || lacksRouterAlert) return;
+
+  ++status_->counters().queriesHeard;
+  querierVersions_.heard(query);
+  handleCompatibilityMode();
+  if (query.version == mode_ && mode_ < host()->igmpVersion())
+    status_->olderQuerierIs(packet->source);
+  answers_.query(query, mode_);
+}
+
+/// RFC 2236 section 3: "If the host receives another host's Report (version 1 or 2) while it has a
+/// timer running, it stops its timer for the specified group and does not send a Report".
+void HostSm::handleOtherReport(Bytes frame) {
+  bool const timerMayRun = answers_.anyGroup() || unaskedReports_.anyGroup();
+  if (mode_ == IgmpVersion::v3 || !timerMayRun) return;
+  auto const packet = parse(frame);
+  if (!packet) return;
+  Wirex::IpAddr group;
+  if (auto const* const v1 = std::get_if<ReportV1>(&packet->message)) group = v1->group;
+  if (auto const* const v2 = std::get_if<ReportV2>(&packet->message)) group = v2->group;
+  bool const answers = answers_.cancel(group);
+  bool const repeats = unaskedReports_.suppress(group, mode_);
+  if (answers || repeats) unaskedReports_.otherMemberReportedIs(group, true);
+}
+
+// ---- What it says
+
+void HostSm::handleSettlement() {
+  if (!canSend()) {
+    answers_.dropDue();
+    return;
+  }
+  if (pause_->scheduled()) return;
+  ReportWriter writer = newWriter();
+  if (unaskedReports_.active())
+    unaskedReports_.write(writer, mode_,
+                          std::max<std::uint8_t>(host()->settings().robustnessVariable, 1));
+  for (Wirex::IpAddr const group : answers_.write(writer, mode_))
+    unaskedReports_.otherMemberReportedIs(group, false);
+  if (writer.full()) timerWheel_->schedule(*pause_, Horix::TimerWheel::tick);
+  send(writer.takeFrames());
+}
+
+// What a frame causes to be sent comes after those that were written before.
+void HostSm::send(std::vector<Wirex::Pkt::Ptr> frames) {
+  if (!frames.empty()) status_->lastSentIs(timerWheel_->now());
+  std::move(frames.begin(), frames.end(), std::back_inserter(outbox_));
+  while (!outbox_.empty()) {
+    Wirex::Pkt::Ptr const frame = std::move(outbox_.front());
+    outbox_.pop_front();
+    if (auto const pam = host()->pam()) pam->outputPktIs(frame);
+  }
+}
+
+}  // namespace Igmp

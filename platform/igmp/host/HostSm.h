@@ -1,0 +1,79 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <vector>
+
+#include "framework/kel/Activity.h"
+#include "platform/igmp/host/PendingAnswers.h"
+#include "platform/igmp/host/QuerierVersions.h"
+#include "platform/igmp/host/UnaskedReports.h"
+
+namespace Igmp {
+
+/// Runs one host: watches its attributes and the packets that come in through its packet access,
+/// and sends what its parts have to say. It lives as long as its host is in the directory. What
+/// packets, timers and changed records make due is said when activities run; of very much, a part
+/// in each tick, so that what is not said yet can still be changed or taken back. Single-threaded.
+///
+///     records ---> UnaskedReports --+
+///     queries ---> PendingAnswers --+--> ReportWriter ---> packet access
+///             `--> QuerierVersions -´    (in this version)
+class HostSm final : public Kel::PtrInterface {
+ public:
+  HostSm(Kel::Ptr<Kel::ActivityConfig> activity, Kel::Ptr<IgmpHost const> host,
+         Kel::Ptr<IgmpHostStatus> status, Kel::Ptr<Horix::TimerWheel const> timerWheel);
+  ~HostSm() override;
+
+  Kel::Ptr<IgmpHost const> const& host() const;
+
+  /// Leaves the groups that the host has reported of its own accord, at once, if it can still send.
+  void leave();
+
+  void hasNotificationActiveIs(bool active) override;
+  void kelDoZombieReactors(bool zombie) override;
+
+ private:
+  class KelHost;
+  class KelPam;
+  class KelSettlement;
+  class PauseTimer;
+
+  void handleSettlement();
+  void handlePacket();
+  void handleEnabled();
+  void handlePam();
+  void handleIgmpVersion();
+  void handleConfigured();
+  void handleSettings();
+  void handleCompatibilityMode();
+
+  bool canSend() const;
+  bool canHear() const;
+  void updateAccess();
+  void seedDelays();
+  void handleQuery(Wirex::Bytes frame);
+  void handleOtherReport(Wirex::Bytes frame);
+  ReportWriter newWriter() const { return {host()->settings(), status_->counters()}; }
+  std::vector<Wirex::Pkt::Ptr> leaves();
+  void send(std::vector<Wirex::Pkt::Ptr> frames);
+
+  Kel::Ptr<Kel::ActivityConfig> activity_;
+  Kel::Ptr<IgmpHostStatus> status_;
+  IgmpVersion mode_;  // that the host speaks
+  RandomDelays delays_;
+  Kel::Ptr<HostWakeup const> settlement_ = Kel::make<HostWakeup>();
+  QuerierVersions querierVersions_;
+  PendingAnswers answers_;
+  UnaskedReports unaskedReports_;
+  bool couldSend_ = false;              // when its access was last updated
+  std::deque<Wirex::Pkt::Ptr> outbox_;  // empty but while it is being sent
+  Kel::Ptr<Horix::TimerWheel const> timerWheel_;
+  std::unique_ptr<PauseTimer> pause_;  // runs while the device takes what was sent
+  Kel::Ptr<KelHost> kelHost_;
+  Kel::Ptr<KelPam> kelPam_;
+  Kel::Ptr<KelSettlement> kelSettlement_;
+};
+
+}  // namespace Igmp

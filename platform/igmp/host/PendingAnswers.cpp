@@ -1,0 +1,254 @@
+#include "platform/igmp/host/PendingAnswers.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace Igmp {
+
+using Horix::Time;
+using Wirex::IpAddr;
+
+namespace {
+
+using Sources = std::vector<IpAddr>;
+
+Sources ascending(SourceList const& list) {
+  Sources sources(list.begin(), list.end());
+  std::sort(sources.begin(), sources.end());
+  sources.erase(std::unique(sources.begin(), sources.end()), sources.end());
+  return sources;
+}
+
+}  // namespace
+
+/// The answer to a general query, from all groups at once.
+class PendingAnswers::GeneralAnswer final : public Horix::Timer {
+ public:
+  explicit GeneralAnswer(PendingAnswers& answers) : answers_(answers) {}
+
+ private:
+  void onExpiry() override { answers_.handleGeneralDue(); }
+
+  PendingAnswers& answers_;
+};
+
+/// The answer for a group. Its timer runs until it is due, and what is due stays until it is
+/// written.
+class PendingAnswers::GroupAnswer final : public Horix::Timer {
+ public:
+  GroupAnswer(IpAddr group, PendingAnswers& answers) : answers_(answers), group_(group) {}
+
+  IpAddr group() const { return group_; }
+
+  /// The queried sources, ascending; none stand for the whole record.
+  Sources const& sources() const { return sources_; }
+  void sourcesIs(Sources sources) { sources_ = std::move(sources); }
+
+  void add(Sources const& more) {
+    // Whoever asks for ever more sources gets the whole record, which answers for all of them.
+    constexpr std::size_t mostSources = 1024;
+    Sources all;
+    std::set_union(sources_.begin(), sources_.end(), more.begin(), more.end(),
+                   std::back_inserter(all));
+    if (all.size() > mostSources) all.clear();
+    sources_ = std::move(all);
+  }
+
+ private:
+  void onExpiry() override { answers_.handleDue(*this); }
+
+  PendingAnswers& answers_;
+  IpAddr group_;
+  Sources sources_;
+};
+
+PendingAnswers::PendingAnswers(IgmpHost const& host, Kel::Ptr<Horix::TimerWheel const> timerWheel,
+                               RandomDelays& delays, Kel::Ptr<HostWakeup const> settlement)
+    : host_(host),
+      timerWheel_(std::move(timerWheel)),
+      delays_(delays),
+      settlement_(std::move(settlement)),
+      general_(std::make_unique<GeneralAnswer>(*this)) {}
+
+PendingAnswers::~PendingAnswers() = default;
+
+void PendingAnswers::query(Query const& query, IgmpVersion mode) {
+  if (mode != IgmpVersion::v3) {
+    olderQuery(query);
+    return;
+  }
+  Time const delay = delays_.within(query.maxResponseTime);
+
+  // 1. If there is a pending response to a previous General Query scheduled sooner than the
+  //    selected delay, no additional response needs to be scheduled.
+  bool const isScheduledSooner =
+      general_->scheduled() && general_->deadline() < timerWheel_->now() + delay;
+  if (generalDue_ || isScheduledSooner) return;
+
+  if (query.isGeneral())
+    generalQuery(delay);
+  else
+    groupQuery(query, delay);
+}
+
+// 2. If the received Query is a General Query, the interface timer is used to schedule a response
+//    to the General Query after the selected delay. Any previously pending response to a General
+//    Query is canceled.
+void PendingAnswers::generalQuery(Time delay) {
+  timerWheel_->schedule(*general_, delay);
+}
+
+void PendingAnswers::groupQuery(Query const& query, Time delay) {
+  if (!hasReceptionState(host_.v3group().find(query.group))) return;
+  auto const* const pending = groups_.find(query.group);
+
+  // 3. If the received Query is a Group-Specific Query or a Group-and-Source-Specific Query and
+  //    there is no pending response to a previous Query for this group, then the group timer is
+  //    used to schedule a report. If the received Query is a Group-and-Source-Specific Query, the
+  //    list of queried sources is recorded to be used when generating a response.
+  if (!pending) {
+    GroupAnswer& answer = answerFor(query.group);
+    answer.sourcesIs(ascending(query.sources));
+    timerWheel_->schedule(answer, delay);
+    return;
+  }
+  GroupAnswer& answer = **pending;
+  if (query.sources.empty() || answer.sources().empty()) {
+    // 4. If there already is a pending response to a previous Query scheduled for this group, and
+    //    either the new Query is a Group-Specific Query or the recorded source-list associated with
+    //    the group is empty, then the group source-list is cleared ...
+    answer.sourcesIs({});
+  } else {
+    // 5. If the received Query is a Group-and-Source-Specific Query and there is a pending response
+    //    for this group with a non-empty source-list, then the group source list is augmented to
+    //    contain the list of sources in the new Query ...
+    answer.add(ascending(query.sources));
+  }
+  // ... The new response is scheduled to be sent at the earliest of the remaining time for the
+  // pending report and the selected delay.
+  bool const isDue = !answer.scheduled();
+  if (!isDue && timerWheel_->now() + delay < answer.deadline())
+    timerWheel_->schedule(answer, delay);
+}
+
+/// RFC 2236 section 3: "it sets delay timers for each group [...] Each timer is set to a different
+/// random value".
+void PendingAnswers::olderQuery(Query const& query) {
+  if (query.isGeneral()) {
+    for (auto const [group, record] : host_.v3group()) olderQuery(group, query.maxResponseTime);
+  } else {
+    olderQuery(query.group, query.maxResponseTime);
+  }
+}
+
+/// RFC 2236 section 3: "If a timer for the group is already running, it is reset to the random
+/// value only if the requested Max Response Time is less than the remaining value of the running
+/// timer."
+void PendingAnswers::olderQuery(IpAddr group, Time maxResponseTime) {
+  if (!hasReceptionState(host_.v3group().find(group))) return;
+  auto const* const pending = groups_.find(group);
+  if (pending &&
+      (!(*pending)->scheduled() || (*pending)->deadline() <= timerWheel_->now() + maxResponseTime))
+    return;
+  timerWheel_->schedule(pending ? **pending : answerFor(group), delays_.within(maxResponseTime));
+}
+
+PendingAnswers::GroupAnswer& PendingAnswers::answerFor(IpAddr group) {
+  return *groups_.add(group, std::make_unique<GroupAnswer>(group, *this));
+}
+
+bool PendingAnswers::cancel(IpAddr group) {
+  std::uint32_t const at = groups_.position(group);
+  if (at == groups_.absent) return false;
+  groups_.takeAt(at);
+  return true;
+}
+
+void PendingAnswers::cancelAll() {
+  general_->cancel();
+  generalDue_ = false;
+  groups_ = {};
+  due_.clear();
+  unanswered_.clear();
+}
+
+void PendingAnswers::handleGeneralDue() {
+  generalDue_ = true;
+  settlement_->dueNotify();
+}
+
+void PendingAnswers::handleDue(GroupAnswer& answer) {
+  due_.push_back(answer.group());
+  settlement_->dueNotify();
+}
+
+std::vector<IpAddr> PendingAnswers::write(ReportWriter& writer, IgmpVersion mode) {
+  std::vector<IpAddr> reported;
+  auto next = due_.begin();
+  while (next != due_.end() && !writer.full()) {
+    IpAddr const group = *next++;
+    auto const answer = takeDue(group);
+    if (!answer || !hasReceptionState(host_.v3group().find(group))) continue;
+    if (mode == IgmpVersion::v3) {
+      write(*answer, writer);
+    } else {
+      writer.report(mode, group);
+      reported.push_back(group);
+    }
+  }
+  due_.erase(due_.begin(), next);
+  if (std::exchange(generalDue_, false)) beginGeneral();
+  for (; !unanswered_.empty() && !writer.full(); unanswered_.pop_back()) {
+    auto const* const record = host_.v3group().find(unanswered_.back());
+    if (hasReceptionState(record)) writeState(unanswered_.back(), receptionState(record), writer);
+  }
+  return reported;
+}
+
+/// "One Current-State Record is sent for each multicast address for which the specified interface
+/// has reception state".
+void PendingAnswers::beginGeneral() {
+  unanswered_.clear();
+  for (auto const [group, record] : host_.v3group()) unanswered_.push_back(group);
+  std::reverse(unanswered_.begin(), unanswered_.end());
+  // "Finally, [...] the source lists associated with any reported groups are cleared."
+  for (auto const [group, answer] : groups_) answer->sourcesIs({});
+}
+
+void PendingAnswers::writeState(IpAddr group, ReceptionState const& state, ReportWriter& writer) {
+  using enum Wirex::IgmpV3GroupRecordType;
+  writer.record(state.excludes ? modeIsExclude : modeIsInclude, group, state.sources);
+}
+
+void PendingAnswers::write(GroupAnswer const& answer, ReportWriter& writer) const {
+  ReceptionState const state = receptionState(host_.v3group().find(answer.group()));
+  if (answer.sources().empty()) {
+    writeState(answer.group(), state, writer);
+    return;
+  }
+  //                         set of sources in the
+  //  interface state   pending response record   Current-State Record
+  //   INCLUDE (A)                B                   IS_IN (A*B)
+  //   EXCLUDE (A)                B                   IS_IN (B-A)
+  Sources wanted;
+  std::copy_if(answer.sources().begin(), answer.sources().end(), std::back_inserter(wanted),
+               [&](IpAddr source) { return state.wants(source); });
+  if (!wanted.empty())
+    writer.record(Wirex::IgmpV3GroupRecordType::modeIsInclude, answer.group(), wanted);
+}
+
+void PendingAnswers::dropDue() {
+  for (IpAddr const group : std::exchange(due_, {})) takeDue(group);
+  unanswered_.clear();
+  generalDue_ = false;
+}
+
+/// Null if the answer was taken back, also where another one is pending since.
+std::unique_ptr<PendingAnswers::GroupAnswer> PendingAnswers::takeDue(IpAddr group) {
+  std::uint32_t const at = groups_.position(group);
+  if (at == groups_.absent || groups_.mappedAt(at)->scheduled()) return nullptr;
+  return groups_.takeAt(at);
+}
+
+}  // namespace Igmp

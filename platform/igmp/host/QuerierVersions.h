@@ -1,0 +1,40 @@
+#pragma once
+
+#include <functional>
+#include <utility>
+
+#include "platform/horix/TimerWheel.h"
+#include "platform/igmp/wire/Message.h"
+
+namespace Igmp {
+
+/// Which older versions the queriers on a link speak: the Older Version Querier Present timers of a
+/// host (RFC 9776 section 7.2.1).
+class QuerierVersions {
+ public:
+  /// @param onChange is called when the oldest version may have changed by time alone.
+  QuerierVersions(Kel::Ptr<Horix::TimerWheel const> timerWheel, std::function<void()> onChange);
+
+  void heard(Query const& query);
+
+  /// The oldest version of the queriers that are present.
+  IgmpVersion oldest() const noexcept;
+
+ private:
+  class PresentTimer final : public Horix::Timer {
+   public:
+    explicit PresentTimer(std::function<void()> const& onEnd) : onEnd_(onEnd) {}
+
+   private:
+    void onExpiry() override { onEnd_(); }
+
+    std::function<void()> const& onEnd_;
+  };
+
+  Kel::Ptr<Horix::TimerWheel const> timerWheel_;
+  std::function<void()> onChange_;
+  PresentTimer v1_{onChange_};
+  PresentTimer v2_{onChange_};
+};
+
+}  // namespace Igmp

@@ -1,0 +1,59 @@
+#include "platform/igmp/wire/IgnoreReason.h"
+
+#include <ostream>
+
+namespace Igmp {
+
+std::string_view name(IgnoreReason cause) noexcept {
+  switch (cause) {
+    case IgnoreReason::notIgmp:
+      return "not-igmp";
+    case IgnoreReason::reservedVlan:
+      return "reserved-vlan";
+    case IgnoreReason::truncated:
+      return "truncated";
+    case IgnoreReason::badIpHeader:
+      return "bad-ip-header";
+    case IgnoreReason::badIpChecksum:
+      return "bad-ip-checksum";
+    case IgnoreReason::fragment:
+      return "fragment";
+    case IgnoreReason::badTtl:
+      return "bad-ttl";
+    case IgnoreReason::noRouterAlert:
+      return "no-router-alert";
+    case IgnoreReason::sourceNotUnicast:
+      return "source-not-unicast";
+    case IgnoreReason::inconsistentLength:
+      return "inconsistent-length";
+    case IgnoreReason::badIgmpChecksum:
+      return "bad-igmp-checksum";
+    case IgnoreReason::unknownType:
+      return "unknown-type";
+    case IgnoreReason::unknownRecordType:
+      return "unknown-record-type";
+    case IgnoreReason::groupNotMulticast:
+      return "group-not-multicast";
+    case IgnoreReason::groupLinkLocal:
+      return "group-link-local";
+    case IgnoreReason::portBlocked:
+      return "port-blocked";
+    case IgnoreReason::notInVlan:
+      return "not-in-vlan";
+    case IgnoreReason::tooManyGroups:
+      return "too-many-groups";
+    case IgnoreReason::tooManySources:
+      return "too-many-sources";
+    case IgnoreReason::badPimChecksum:
+      return "bad-pim-checksum";
+    case IgnoreReason::badPimHello:
+      return "bad-pim-hello";
+  }
+  return "unknown-cause";
+}
+
+std::ostream& operator<<(std::ostream& out, IgnoreReason cause) {
+  return out << name(cause);
+}
+
+}  // namespace Igmp

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <iosfwd>
+#include <string_view>
+
+#include "framework/kel/Export.h"
+
+namespace Igmp {
+
+/// Why a received frame, or one group record of it, is not used. Counters are kept by cause.
+enum class IgnoreReason : std::uint8_t {
+  notIgmp,             ///< Not an error: another protocol, or more than one VLAN tag.
+  reservedVlan,        ///< Tagged with VLAN 4095 (IEEE 802.1Q).
+  truncated,           ///< The capture ends before the lengths in its headers do.
+  badIpHeader,         ///< IP version, header length or options that cannot be.
+  badIpChecksum,       ///< Of the IPv4 header.
+  fragment,            ///< IGMP messages are never fragmented by those who mean well.
+  badTtl,              ///< Other than 1: the message may come from another network.
+  noRouterAlert,       ///< RFC 2113's option is missing and was required.
+  sourceNotUnicast,    ///< Of the IP header, or in a source list.
+  inconsistentLength,  ///< A message shorter than its type or its counts ask for.
+  badIgmpChecksum,     ///< Over the whole IP payload.
+  unknownType,         ///< An IGMP message type that a snooping switch has no use for.
+  unknownRecordType,   ///< A group record of a type that RFC 9776 section 4.2.12 lacks.
+  groupNotMulticast,   ///< The group lies outside 224.0.0.0/4.
+  groupLinkLocal,      ///< The group lies in 224.0.0.0/24, which is never pruned (RFC 4541).
+  portBlocked,         ///< The port takes no frames in.
+  notInVlan,           ///< The port is no such member of the frame's VLAN.
+  tooManyGroups,       ///< The VLAN has as many groups as it may have.
+  tooManySources,      ///< The reporter would have more sources of the group than it may have.
+  badPimChecksum,      ///< Of a PIM hello.
+  badPimHello,         ///< A PIM hello of another version than 2, or not sent to all PIM routers.
+};
+
+inline constexpr std::size_t ignoreReasons =
+    static_cast<std::size_t>(IgnoreReason::badPimHello) + 1;
+
+/// The cause as operators read it: "bad-ip-checksum".
+KEL_EXPORT std::string_view name(IgnoreReason cause) noexcept;
+
+KEL_EXPORT std::ostream& operator<<(std::ostream& out, IgnoreReason cause);
+
+}  // namespace Igmp
