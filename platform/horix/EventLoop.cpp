@@ -1,7 +1,6 @@
 #include "platform/horix/EventLoop.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <ctime>
 #include <sys/epoll.h>
@@ -46,6 +45,22 @@ void EventLoop::Watch::waitsForInputIs(bool waits) {
   loop_.change(*this);
 }
 
+void EventLoop::Watch::tookInput(std::size_t pieces, std::size_t most) {
+  if (std::exchange(round_, loop_.round_) != loop_.round_) {
+    takenInRound_ = 0;
+    leavesInput_ = false;
+  }
+  takenInRound_ += pieces;
+  bool const left = takenInRound_ < most;
+  if (left == leavesInput_) return;
+  leavesInput_ = left;
+  left ? ++loop_.leaving_ : --loop_.leaving_;
+}
+
+bool EventLoop::Watch::leavesInput() const {
+  return leavesInput_ && round_ == loop_.round_;
+}
+
 EventLoop::EventLoop(Kel::Ptr<TimerWheel> timerWheel) : timerWheel_(std::move(timerWheel)) {}
 
 EventLoop::~EventLoop() {
@@ -80,45 +95,74 @@ void EventLoop::turn(std::optional<Time> until) {
     endBatch();
     return;
   }
-  constexpr std::size_t mostAtOnce = 64;
-  std::array<epoll_event, mostAtOnce> ready;
-  int const count = waitForInput(ready, wakeUp);
-  if (count < 0 && errno != EINTR) fail("epoll_pwait2");
-  if (count > 0) deliver({ready.data(), static_cast<std::size_t>(count)});
-  timerWheel_->advanceTo(now());
+  if (undelivered_.empty()) lookForInput(wakeUp);
+  Time const begin = now();
+  deliver();
+  if (undelivered_.empty() && leaving_ == 0) heedTimers();
   endBatch();
+  ++turns_.count;
+  turns_.longest = std::max(turns_.longest, now() - begin);
 }
 
-int EventLoop::waitForInput(std::span<epoll_event> ready, std::optional<Time> wakeUp) const {
+void EventLoop::lookForInput(std::optional<Time> wakeUp) {
+  ready_.resize(watches_);
+  Time const before = now();
+  int const count = waitForInput(wakeUp);
+  if (count < 0) {
+    if (errno != EINTR) fail("epoll_pwait2");
+    return;
+  }
+  undelivered_ = std::span(ready_).first(static_cast<std::size_t>(count));
+  // Each time is one at which, or after which, it was seen what waits: however long the process
+  // stands still before it goes on here, no timer is heeded that ran out then.
+  if (count == 0)
+    beginRound(std::max(before, wakeUp.value_or(before)));
+  else if (leaving_ == 0)
+    beginRound(before);
+}
+
+int EventLoop::waitForInput(std::optional<Time> wakeUp) {
   auto const readyWithin = [&](timespec const* timeout) {
-    return epoll_pwait2(epoll_, ready.data(), static_cast<int>(ready.size()), timeout, nullptr);
+    return epoll_pwait2(epoll_, ready_.data(), static_cast<int>(ready_.size()), timeout, nullptr);
   };
   if (busyPolls_) {
     timespec const none{};
-    int count = 0;
-    while ((count = readyWithin(&none)) == 0 && (!wakeUp || now() < *wakeUp)) continue;
-    return count;
+    for (;;) {
+      bool const last = wakeUp && now() >= *wakeUp;
+      if (int const count = readyWithin(&none); count != 0 || last) return count;
+    }
   }
   if (!wakeUp) return readyWithin(nullptr);
   timespec const timeout = toTimespec(std::max(*wakeUp - now(), Time::zero()));
   return readyWithin(&timeout);
 }
 
-void EventLoop::run() {
-  for (stopped_ = false; !stopped_;) turn();
+void EventLoop::beginRound(Time heeded) {
+  ++round_;
+  leaving_ = 0;
+  heeded_ = heeded;
 }
 
-void EventLoop::deliver(std::span<epoll_event> ready) {
-  // One that is destroyed meanwhile is blanked in what is left: see remove().
-  struct Undelivered {
-    ~Undelivered() { events = {}; }
-    std::span<epoll_event>& events;
-  } const forgottenAtTheEnd{undelivered_};
-  for (undelivered_ = ready; !undelivered_.empty();) {
+/// Those that are not reached keep their place, so that none waits for ever.
+void EventLoop::deliver() {
+  Time current = now();
+  Time const end = current + inputBudget;
+  while (!undelivered_.empty() && current < end) {
+    shareEnd_ = current + (end - current) / static_cast<Time::rep>(undelivered_.size());
     auto* const watch = static_cast<Watch*>(undelivered_.front().data.ptr);
+    // One that is destroyed meanwhile is blanked in what is left: see remove().
     undelivered_ = undelivered_.subspan(1);
     if (watch) watch->onReady();
+    if (!undelivered_.empty()) current = now();
   }
+}
+
+void EventLoop::heedTimers() {
+  timerWheel_->advanceTo(heeded_, now() + timerBudget);
+}
+
+void EventLoop::run() {
+  for (stopped_ = false; !stopped_;) turn();
 }
 
 void EventLoop::add(Watch& watch) {
@@ -141,6 +185,7 @@ void EventLoop::change(Watch& watch) {
 
 void EventLoop::remove(Watch& watch) noexcept {
   --watches_;
+  if (watch.leavesInput()) --leaving_;
   epoll_ctl(epoll_, EPOLL_CTL_DEL, watch.descriptor_, nullptr);
   for (epoll_event& event : undelivered_)
     if (event.data.ptr == &watch) event.data.ptr = nullptr;

@@ -5,6 +5,7 @@
 #include <functional>
 #include <optional>
 #include <span>
+#include <vector>
 
 #include "platform/horix/TimerWheel.h"
 
@@ -15,8 +16,22 @@ namespace Horix {
 /// The single thread's loop: waits for input and timers, and after each batch of either runs the
 /// pending activities. It makes no system call while nothing is watched and its clock is virtual,
 /// so that replays and tests run on the same loop as live traffic.
+///
+/// A turn is short whatever there is to do: input and timers have a budget of time each, and what
+/// is left over comes first in the next turn. The watches with input share the budget evenly.
+///
+/// Input that waits is taken before timers that have run out meanwhile are heeded, so that a
+/// process which stood still does not give up on somebody who has spoken. A round lasts until what
+/// waited at its beginning has been taken, which may be several turns; then the timers that had
+/// run out by its beginning are heeded. What comes later belongs to the next round, so a flood of
+/// input delays timers and does not hold them up.
 class KEL_EXPORT EventLoop {
  public:
+  /// How long the input of a turn, and its timers, may take. What has begun is ended, so a turn
+  /// lasts longer by one piece of input and one timer, and by what follows from both.
+  static constexpr Time inputBudget = std::chrono::milliseconds(4);
+  static constexpr Time timerBudget = std::chrono::milliseconds(2);
+
   /// A file descriptor that the loop watches: derive, override onReady(). The descriptor belongs
   /// to who derives, and is open for as long as this lives. It may be destroyed at any time.
   class KEL_EXPORT Watch {
@@ -34,17 +49,32 @@ class KEL_EXPORT EventLoop {
     void waitsForOutputIs(bool waits);
     void waitsForInputIs(bool waits);
 
+    /// Whether this call of onReady() has had its share of the turn. Who takes input piece by piece
+    /// asks after each piece.
+    bool shareIsUsed() const { return loop_.now() >= loop_.shareEnd_; }
+
+    /// To be told at the end of an onReady() that may leave input, so that timers wait for it.
+    /// @param pieces how many of them the call took.
+    /// @param most how many of them can wait at a time; 0 if none is left.
+    void tookInput(std::size_t pieces, std::size_t most);
+
    private:
     friend class EventLoop;
 
     /// Input, output that was waited for, or an error is there. It is called again as long as
-    /// there is, so it need not take everything at once.
+    /// there is, so it need not take everything at once. It may be called when there is nothing,
+    /// where somebody else took it.
     virtual void onReady() = 0;
+
+    bool leavesInput() const;
 
     EventLoop& loop_;
     int descriptor_;
     bool waitsForInput_ = true;
     bool waitsForOutput_ = false;
+    bool leavesInput_ = false;  // of the round
+    std::uint64_t round_ = 0;   // of the loop, when this was last told what was taken
+    std::size_t takenInRound_ = 0;
   };
 
   explicit EventLoop(Kel::Ptr<TimerWheel> timerWheel);
@@ -78,18 +108,35 @@ class KEL_EXPORT EventLoop {
   void run();
   void stop() noexcept { stopped_ = true; }
 
+  /// How long turns took, without the time they waited.
+  struct Turns {
+    std::uint64_t count = 0;
+    Time longest = Time::zero();
+  };
+  Turns const& turns() const noexcept { return turns_; }
+
  private:
   void add(Watch& watch);
   void change(Watch& watch);
   void remove(Watch& watch) noexcept;
-  int waitForInput(std::span<epoll_event> ready, std::optional<Time> wakeUp) const;
-  void deliver(std::span<epoll_event> ready);
+  void lookForInput(std::optional<Time> wakeUp);
+  int waitForInput(std::optional<Time> wakeUp);
+  void beginRound(Time heeded);
+  void deliver();
+  void heedTimers();
 
   Kel::Ptr<TimerWheel> timerWheel_;
   std::function<void()> afterBatch_;
   int epoll_ = -1;
   std::size_t watches_ = 0;
-  std::span<epoll_event> undelivered_;
+  std::vector<epoll_event> ready_;
+  std::span<epoll_event> undelivered_;  // of those, also from the turn before
+  Time shareEnd_ = Time::max();
+
+  std::uint64_t round_ = 0;
+  std::size_t leaving_ = 0;     // how many watches still have input of this round
+  Time heeded_ = Time::zero();  // the timers that had run out by then follow this round
+  Turns turns_;
   bool stopped_ = false;
   bool busyPolls_ = false;
 };

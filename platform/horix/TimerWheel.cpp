@@ -87,20 +87,21 @@ std::optional<Time> TimerWheel::nextExpiry() const {
   return timeOf(next->begin);
 }
 
-void TimerWheel::advanceTo(Time time) {
-  expireOpened();
+bool TimerWheel::advanceTo(Time time, Time pause) {
+  if (!expireOpened(pause)) return false;
   std::uint64_t const last = ticksWithin(time);
   for (auto next = nextOccupied(); next && next->begin <= last; next = nextOccupied()) {
     clock_->waitUntil(timeOf(next->begin));
     currentTick_ = next->begin;
     opened_.takeAll(level_[next->level].slot[next->slot]);
-    expireOpened();
+    if (!expireOpened(pause)) return false;
   }
   clock_->waitUntil(time);
   currentTick_ = std::max(currentTick_, last);
+  return true;
 }
 
-void TimerWheel::expireOpened() {
+bool TimerWheel::expireOpened(Time pause) {
   while (!opened_.alone()) {
     auto& timer = static_cast<Timer&>(opened_.next());
     timer.cancel();
@@ -109,7 +110,9 @@ void TimerWheel::expireOpened() {
     } else {
       timer.onExpiry();
     }
+    if (pause != Time::max() && now() >= pause) return false;
   }
+  return true;
 }
 
 }  // namespace Horix

@@ -47,7 +47,11 @@ class KEL_EXPORT TimerWheel : public Kel::PtrInterface {
   /// deadline on the clock. Not to be called by a timer.
   ///
   /// What a timer throws leaves the wheel as it is: the next turn goes on with the next timer.
-  void advanceTo(Time time);
+  void advanceTo(Time time) { advanceTo(time, Time::max()); }
+
+  /// The same in pieces: stops when the clock reads `pause`, after one timer at least. The next
+  /// call goes on where this one stopped. Returns whether it came to the end.
+  bool advanceTo(Time time, Time pause);
 
  private:
   // A tick number is read as digits of base `slots`. A timer stands in the level of the highest
@@ -78,7 +82,8 @@ class KEL_EXPORT TimerWheel : public Kel::PtrInterface {
 
   void place(Timer& timer) const noexcept;
   std::optional<Position> nextOccupied() const noexcept;
-  void expireOpened();
+  /// Returns whether all are.
+  bool expireOpened(Time pause);
 
   Kel::Ptr<Clock> clock_;
   std::uint64_t currentTick_;

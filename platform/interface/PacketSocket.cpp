@@ -31,6 +31,7 @@ constexpr std::size_t slotSize = 2048;
 constexpr std::size_t slotsPerBlock = 32;
 constexpr std::size_t blocks = 16;
 constexpr std::size_t slots = blocks * slotsPerBlock;
+static_assert(slots == PacketSocket::mostWaiting);
 constexpr std::size_t ringSize = slots * slotSize;
 
 [[noreturn]] void fail(char const* call) {

@@ -19,6 +19,10 @@ class KEL_EXPORT PacketSocket {
   /// How many packets one call of send() takes.
   static constexpr std::size_t sentAtOnce = 64;
 
+  /// So many frames at most wait to be received: each has a slot of the ring, also one that comes
+  /// through the queue.
+  static constexpr std::size_t mostWaiting = 512;
+
   /// Throws std::system_error, with the call that failed.
   /// @param interfaceIndex the kernel's number of the interface.
   PacketSocket(SystemCalls& system, unsigned interfaceIndex, EthDevSettings const& settings);

@@ -15,10 +15,6 @@ namespace Interface {
 
 namespace {
 
-// Timers, clients and other devices get their turn after so many frames: few enough that they do
-// not wait long even when every device is busy.
-constexpr std::size_t receivedAtOnce = 64;
-
 // So many packets wait for a socket that is full.
 constexpr std::size_t mostUnsent = 1024;
 
@@ -36,6 +32,8 @@ class SocketEthDevPam::Input final : public Horix::EventLoop::Watch {
   Input(Horix::EventLoop& loop, SocketEthDevPam& pam)
       : Watch(loop, pam.socket_.descriptor()), pam_(pam) {}
 
+  using Watch::shareIsUsed;
+  using Watch::tookInput;
   using Watch::waitsForOutputIs;
 
  private:
@@ -106,9 +104,11 @@ void SocketEthDevPam::handleReady() {
 // Whoever is given a frame may let go of this device: with its last user the reading ends.
 std::size_t SocketEthDevPam::receive() {
   std::size_t received = 0;
-  while (received < receivedAtOnce && references() > 1) {
+  bool mayBeLeft = true;
+  do {
     auto const pkt = socket_.receive();
-    if (!pkt) break;
+    mayBeLeft = pkt.has_value();
+    if (!mayBeLeft) break;
     ++received;
     if (std::exchange(lastError_, 0) != 0) KEL_TRACE(5, intfId() << " receives again");
     if (*pkt) {
@@ -118,7 +118,8 @@ std::size_t SocketEthDevPam::receive() {
       ++counters_.receiveTruncated;
       KEL_TRACE(8, intfId() << " ignores a frame that did not come as a whole");
     }
-  }
+  } while (references() > 1 && !input_->shareIsUsed());
+  input_->tookInput(received, mayBeLeft ? PacketSocket::mostWaiting : 0);
   return received;
 }
 
