@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -9,24 +8,28 @@
 #include <string>
 
 #include "agent/InterfaceState.h"
+#include "agent/live/LinkMessage.h"
+#include "agent/live/NetlinkTable.h"
 #include "framework/types/IntfId.h"
 #include "platform/horix/EventLoop.h"
 
-struct mnl_socket;
-struct nlmsghdr;
-
 namespace Agent {
 
-/// Follows the kernel's interfaces through rtnetlink(7): those that come, go and are renamed, their
-/// carrier, and whether a bridge lets its port forward. An interface is found by its name. Should
-/// the kernel have had to drop messages, it is asked for everything again. The loop outlives it.
-class KernelInterfaces {
+/// Follows the kernel's interfaces: those that come, go and are renamed, their carrier, and whether
+/// a bridge lets its port forward. An interface is found by its name.
+///
+/// What happened between two turns of the loop is told as one change, many changes are told a few
+/// in each turn. But an interface that was down or gone meanwhile is told so, because whoever
+/// listened there knows nothing any more.
+class KernelInterfaces : private NetlinkTable::Reader {
  public:
   /// An interface, and what it is like now.
   using Changed = std::function<void(Wirex::IntfId const&, InterfaceState const&)>;
 
   /// Tells of the interfaces that there are before it returns. Throws std::system_error.
-  KernelInterfaces(Horix::EventLoop& loop, Changed changed);
+  /// @param loop outlives it.
+  KernelInterfaces(Horix::EventLoop& loop, Changed changed,
+                   std::unique_ptr<NetlinkSocket> socket = ofLinks());
   ~KernelInterfaces();
 
  private:
@@ -35,34 +38,34 @@ class KernelInterfaces {
     InterfaceState state;
     std::uint32_t generation = 0;
   };
-  struct Closer {
-    void operator()(mnl_socket* socket) const noexcept;
-  };
-  class Input;
+  /// The worst that an interface was since it was last told.
+  enum class Meanwhile { changed, down, gone };
+  class Rest;
 
-  void handleReady();
+  static std::unique_ptr<NetlinkSocket> ofLinks();
 
-  void askForAll();
-  void requestDump();
-  void awaitDump();
-  /// Returns false when nothing is left.
-  bool receive();
-  void handle(nlmsghdr const& header);
-  void handleLink(nlmsghdr const& header);
-  void handleDumped();
+  void onEntry(nlmsghdr const& entry) override;
+  void onComplete() override;
+  void onPause() override;
+
+  void handleLink(LinkMessage link);
   void linkIs(std::uint32_t index, Link link);
   void linkDel(std::uint32_t index);
   void giveUpName(std::string const& name, std::uint32_t index);
+  void changedIs(std::string const& name, Meanwhile meanwhile);
 
-  std::unique_ptr<mnl_socket, Closer> socket_;
+  InterfaceState stateOf(std::string const& name) const;
+  void tell(std::size_t most);
+  void tell(std::string const& name, Meanwhile meanwhile);
+
+  Horix::EventLoop& loop_;
   Changed changed_;
   std::map<std::uint32_t, Link> links_;
   std::map<std::string, std::uint32_t> named_;  // of several that had a name, the last one
-  std::uint32_t generation_ = 0;                // of the latest dump, whose sequence number it is
-  bool dumping_ = false;
-  bool dumpAgain_ = false;  // once the dump that goes on is at its end
-  alignas(std::max_align_t) std::array<std::byte, 65536> buffer_;
-  std::unique_ptr<Input> input_;
+  std::map<std::string, InterfaceState> told_;
+  std::map<std::string, Meanwhile> untold_;
+  std::unique_ptr<Rest> rest_;
+  NetlinkTable table_;
 };
 
 }  // namespace Agent

@@ -1,9 +1,13 @@
+#include <cerrno>
 #include <fstream>
 #include <functional>
+#include <linux/rtnetlink.h>
+#include <memory>
 #include <optional>
 #include <set>
 #include <sstream>
 #include <string>
+#include <sys/socket.h>
 
 #include <gtest/gtest.h>
 
@@ -21,6 +25,28 @@ using Wirex::IntfId;
 
 using Names = std::set<std::string>;
 
+/// The kernel's, whose queue takes a few hundred messages only.
+class SmallNetlinkSocket final : public NetlinkSocket {
+ public:
+  void open() override {
+    kernel_->open();
+    int const size = 100000;  // bytes
+    setsockopt(descriptor(), SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size);
+  }
+  int descriptor() const override { return kernel_->descriptor(); }
+  ssize_t receive(std::span<std::byte> buffer) override {
+    ssize_t const size = kernel_->receive(buffer);
+    if (size < 0 && errno == ENOBUFS) ++overruns;
+    return size;
+  }
+  ssize_t send(std::span<std::byte const> message) override { return kernel_->send(message); }
+
+  static inline int overruns = 0;
+
+ private:
+  std::unique_ptr<NetlinkSocket> kernel_ = NetlinkSocket::ofKernel(RTMGRP_LINK);
+};
+
 /// Follows the interfaces of a namespace of its own.
 class KernelInterfacesNetnsTest : public testing::Test {
  protected:
@@ -31,13 +57,16 @@ class KernelInterfacesNetnsTest : public testing::Test {
 
   void follow() {
     NetworkNamespace::Inside const inside(*space);
-    interfaces.emplace(loop, [this](IntfId const& intf, InterfaceState const& state) {
-      if (state.present)
-        present.insert(message(intf));
-      else
-        present.erase(message(intf));
-      meanwhile();
-    });
+    interfaces.emplace(
+        loop,
+        [this](IntfId const& intf, InterfaceState const& state) {
+          if (state.present)
+            present.insert(message(intf));
+          else
+            present.erase(message(intf));
+          meanwhile();
+        },
+        std::make_unique<SmallNetlinkSocket>());
   }
 
   void addPairs(int first, int last) {
@@ -104,6 +133,7 @@ TEST_F(KernelInterfacesNetnsTest, ChangesWhileTheKernelIsAskedAgainAreNotMissed)
   settle();
   EXPECT_EQ(present, expected);
   EXPECT_GT(interruptions, 0);
+  EXPECT_GT(SmallNetlinkSocket::overruns, 0);
 }
 
 }  // namespace

@@ -295,7 +295,7 @@ TEST_F(LiveNetnsTest, ChangesThatTheKernelCouldNotTellAreMadeUpFor) {
   TemporaryDirectory const directory;
   std::ofstream batch(directory.file("batch"));
   batch << "link set lo up\n";  // of one that is down an alias is not told
-  for (int i = 0; i < 1000; ++i) batch << "link set lo alias a" << i << '\n';
+  for (int i = 0; i < 8000; ++i) batch << "link set lo alias a" << i << '\n';
   batch << "link set swp1 down\nlink set swp1 name swp3\nlink set swp3 up\n";
   batch.close();
   ip(*space, "-batch " + directory.file("batch"));
