@@ -1,12 +1,28 @@
 #include "agent/Log.h"
 
+#include <algorithm>
 #include <cstdlib>
-#include <iostream>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "agent/LogOutput.h"
+
 namespace Agent {
+
+namespace {
+
+LogOutput& output() {
+  static LogOutput standardError(STDERR_FILENO);
+  return standardError;
+}
+
+std::string prefixOf(Severity severity) {
+  std::string prefix = journalPrefix(severity);
+  return prefix.empty() ? "igmpsnoopd: " : prefix;
+}
+
+}  // namespace
 
 bool isJournal(char const* journalStream, int descriptor) {
   struct stat status {};
@@ -20,8 +36,7 @@ std::string journalPrefix(Severity severity) {
 }
 
 void logText(Severity severity, std::string_view text) {
-  std::string prefix = journalPrefix(severity);
-  if (prefix.empty()) prefix = "igmpsnoopd: ";
+  std::string const prefix = prefixOf(severity);
   std::string lines;
   for (std::size_t begin = 0; begin <= text.size();) {
     std::size_t const end = std::min(text.find('\n', begin), text.size());
@@ -30,7 +45,11 @@ void logText(Severity severity, std::string_view text) {
     lines += '\n';
     begin = end + 1;
   }
-  std::cerr << lines;
+  output().write(lines, prefixOf(Severity::warning));
+}
+
+std::uint64_t lostLogLines() {
+  return output().lost();
 }
 
 }  // namespace Agent

@@ -1,12 +1,14 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
 #include "agent/text/Wording.h"
 
 /// The messages of a running agent, for its operator: lines on standard error, which carry their
-/// severity where the journal reads them. May be called from anywhere on the event loop's thread.
+/// severity where the journal reads them. Nothing waits for who reads them: see LogOutput. May be
+/// called from anywhere on the event loop's thread.
 namespace Agent {
 
 /// As in syslog(3).
@@ -23,6 +25,9 @@ template <typename... Parts>
 void log(Severity severity, Parts const&... parts) {
   logText(severity, message(parts...));
 }
+
+/// How many lines could not be written so far.
+std::uint64_t lostLogLines();
 
 /// Whether standard error is connected to the journal: JOURNAL_STREAM then holds the device and the
 /// inode of its descriptor (systemd.exec(5)).
