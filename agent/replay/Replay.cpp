@@ -1,7 +1,13 @@
 #include "agent/replay/Replay.h"
 
+#include <chrono>
+#include <cstdint>
+#include <ratio>
 #include <stdexcept>
 #include <utility>
+
+#include "agent/text/TimeText.h"
+#include "agent/text/Wording.h"
 
 namespace Agent {
 
@@ -74,13 +80,26 @@ void Replay::run(std::optional<Horix::Time> until) {
   for (auto packet = packets_.next(); packet && packet->time <= end; packet = packets_.next()) {
     if (packet->time > switch_.now()) {
       loop_.endBatch();
-      loop_.advanceTo(packet->time);
+      letTimePass(packet->time);
     }
     devices_.receive(ports_[packet->capture], packet->frame);
   }
   loop_.endBatch();
-  if (until) loop_.advanceTo(*until);
+  if (until) letTimePass(*until);
   if (sent_) sent_->finish();
+}
+
+void Replay::letTimePass(Horix::Time to) {
+  using Days = std::chrono::duration<std::int64_t, std::ratio<86400>>;
+  constexpr Days longest(31);
+  if (Horix::Time const pause = to - switch_.now(); pause > longest) {
+    throw CaptureError(
+        message("nothing is heard for ", std::chrono::floor<Days>(pause).count(), " days from ",
+                timeText(switch_.now()), " s on, and a replay lets no more than ", longest.count(),
+                " days pass; correct the capture's clock (editcap -t), or end before "
+                "with --until"));
+  }
+  loop_.advanceTo(to);
 }
 
 }  // namespace Agent

@@ -36,13 +36,16 @@ class Replay {
   void watchRecords();
 
   /// Feeds the captures to their end, and ends at the last packet's time; or ends at `until`, which
-  /// may lie before the last packet or after it. Throws CaptureError.
+  /// may lie before the last packet or after it. Throws CaptureError, also if nothing is heard for
+  /// longer than a month: every query that would be sent meanwhile costs time.
   void run(std::optional<Horix::Time> until);
 
   Switch const& result() const { return switch_; }
   std::vector<RecordEvent> const& events() const { return events_; }
 
  private:
+  void letTimePass(Horix::Time to);
+
   Horix::EventLoop loop_;
   Interface::CaptureEthDevPams devices_;
   Switch switch_;

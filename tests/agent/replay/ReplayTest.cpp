@@ -456,6 +456,37 @@ TEST_F(ReplayTest, RouterAlertAndLimitsAreAsConfiguredForTheVlan) {
                           testing::Pair(Igmp::IgnoreReason::tooManySources, 1)));
 }
 
+// ---- Long silence
+
+TEST_F(ReplayTest, MonthOfSilenceIsLetPass) {
+  configuration += "send-query = true\n";
+  hear("swp1", 0s, FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
+  hear("swp1", 31 * 24h, FrameBuilder::reportV3({isIn(otherGroup, {a})}).from(tv));
+  replay();
+  EXPECT_EQ(record("Vlan10swp2", group), "none");
+  EXPECT_EQ(record("Vlan10swp2", otherGroup), "include 192.0.2.1");
+}
+
+TEST_F(ReplayTest, PacketOfAWrongClockIsRefused) {
+  configuration += "send-query = true\n";
+  hear("swp1", 0s, FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
+  hear("swp1", 400 * 24h, FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
+  try {
+    replay();
+    ADD_FAILURE() << "400 days have passed";
+  } catch (CaptureError const& error) {
+    EXPECT_STREQ(error.what(),
+                 "nothing is heard for 400 days from 0.000000 s on, and a replay lets no more "
+                 "than 31 days pass; correct the capture's clock (editcap -t), or end before with "
+                 "--until");
+  }
+}
+
+TEST_F(ReplayTest, EndThatIsTooFarOffIsRefused) {
+  hear("swp1", 0s, FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
+  EXPECT_THROW(replay(32 * 24h), CaptureError);
+}
+
 // ---- Events
 
 TEST_F(ReplayTest, EventsTellEveryChangeOfARecordAndNothingElse) {
