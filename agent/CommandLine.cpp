@@ -94,6 +94,10 @@ class CommandLine {
         ->capture_default_str();
     live_->add_option("--metrics", command.metrics, "A socket on which metrics are served")
         ->type_name("PATH");
+    live_
+        ->add_option("--user", command.user,
+                     "Started as root, run on as this user, not the configuration's")
+        ->type_name("NAME");
     live_->add_flag("--busy-poll", command.busyPoll,
                     "Never sleep: takes a processor whole, for the shortest latency");
     addTrace(*live_, command.traces);

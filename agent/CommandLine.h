@@ -16,6 +16,7 @@ struct LiveCommand {
   std::string configuration;
   std::string control = "/run/igmpsnoopd/control";
   std::string metrics;  ///< empty: none are served
+  std::string user;     ///< empty: the configuration's
   bool busyPoll = false;
   std::vector<TraceRequest> traces;
 };

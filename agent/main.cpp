@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <exception>
 #include <iostream>
+#include <optional>
 #include <sstream>
 #include <system_error>
 #include <utility>
@@ -79,8 +80,13 @@ class Tracing {
 
 void run(LiveCommand const& command) {
   Configuration configuration = load(command.configuration);
-  dropPrivileges();
-  Live(command, std::move(configuration)).run();
+  requirePrivileges();
+  std::string const& name = command.user.empty() ? configuration.user : command.user;
+  auto const user = isRoot() && !name.empty() ? std::optional(userNamed(name)) : std::nullopt;
+  Live live(command, std::move(configuration));
+  if (user) live.socketsBelongTo(*user);
+  dropPrivileges(user);
+  live.run();
 }
 
 std::string snapshotText(ReplayCommand const& command, Replay const& replay) {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "framework/types/AllowedTrafficDirection.h"
@@ -104,6 +105,9 @@ struct VlanConfig {
 };
 
 struct Configuration {
+  /// As which the program runs on where it was started as root; empty: as root.
+  std::string user;
+
   /// As written; each interface once.
   std::vector<InterfaceConfig> interfaces;
 

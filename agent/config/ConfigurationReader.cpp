@@ -68,6 +68,7 @@ class ConfigurationReader {
     toml::source_index line;
   };
 
+  void readAgent(toml::table const& toml);
   void readDefaults(toml::table const& toml);
   void readSettings(TableReader& table, SnoopingSettings& settings);
   void readInterface(toml::table const& toml);
@@ -107,6 +108,8 @@ class ConfigurationReader {
 
 ConfigurationOrErrors ConfigurationReader::read(toml::table const& file) {
   TableReader table(file, "", errors_);
+  if (auto const* const agent = table.table("agent", "[agent] in single brackets"))
+    readAgent(*agent);
   auto const* const defaults = table.table("defaults", "[defaults] in single brackets");
   if (defaults) readDefaults(*defaults);
   for (auto const* const interface : table.tables("interface")) readInterface(*interface);
@@ -119,6 +122,12 @@ ConfigurationOrErrors ConfigurationReader::read(toml::table const& file) {
   if (errors_.size() > 0) return errors_.lines();
   inheritProxyFromPrimaries();
   return std::move(configuration_);
+}
+
+void ConfigurationReader::readAgent(toml::table const& toml) {
+  TableReader table(toml, "[agent]", errors_);
+  table.read("user", configuration_.user);
+  table.refuseUnknownKeys();
 }
 
 void ConfigurationReader::readDefaults(toml::table const& toml) {

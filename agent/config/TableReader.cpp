@@ -65,6 +65,19 @@ toml::node const* TableReader::read(std::string_view key, bool& value) {
   return node;
 }
 
+toml::node const* TableReader::read(std::string_view key, std::string& value) {
+  toml::node const* const node = find(key);
+  if (!node) return nullptr;
+  auto const* const text = node->as_string();
+  if (!text || text->get().empty()) {
+    errors_.add(node->source().begin, key, " is ", text ? "empty" : typeName(*node),
+                "; give a name in quotes");
+    return nullptr;
+  }
+  value = text->get();
+  return node;
+}
+
 toml::node const* TableReader::read(std::string_view key, std::chrono::seconds& value,
                                     Range range) {
   std::int64_t number = 0;

@@ -39,6 +39,9 @@ class TableReader {
 
   toml::node const* read(std::string_view key, bool& value);
 
+  /// A text that is not empty.
+  toml::node const* read(std::string_view key, std::string& value);
+
   /// A number, or an enumeration written as a number.
   template <typename Value>
   toml::node const* read(std::string_view key, Value& value, Range range);

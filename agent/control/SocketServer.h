@@ -36,6 +36,7 @@ class SocketServer : private UnixSocket, private Horix::EventLoop::Watch {
     std::uint64_t cutOff = 0;    ///< too slow for what went on meanwhile
   };
 
+  using UnixSocket::giveTo;
   using UnixSocket::path;
   std::size_t clients() const { return clients_.size(); }
   Counters const& counters() const { return counters_; }

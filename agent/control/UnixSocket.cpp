@@ -51,6 +51,10 @@ sockaddr_un addressOf(std::string const& path) {
   return address;
 }
 
+std::string directoryOf(std::string const& path) {
+  return std::filesystem::path(path).parent_path();
+}
+
 /// Returns 0 or the error.
 int tryToBind(int descriptor, std::string const& path) {
   sockaddr_un const address = addressOf(path);
@@ -66,8 +70,8 @@ UnixSocket::UnixSocket(std::string path) : path_(std::move(path)), descriptor_(n
     removeStale();
     error = tryToBind(descriptor(), path_);
   } else if (error == ENOENT) {
-    std::string const directory = std::filesystem::path(path_).parent_path();
-    if (mkdir(directory.c_str(), directoryMode) == 0) error = tryToBind(descriptor(), path_);
+    madeDirectory_ = mkdir(directoryOf(path_).c_str(), directoryMode) == 0;
+    if (madeDirectory_) error = tryToBind(descriptor(), path_);
   }
   if (error != 0) failToListen(path_, error);
 
@@ -87,6 +91,15 @@ UnixSocket::~UnixSocket() {
   struct stat status {};
   if (lstat(path_.c_str(), &status) == 0 && status.st_dev == device_ && status.st_ino == inode_)
     unlink(path_.c_str());
+}
+
+void UnixSocket::giveTo(uid_t user, gid_t group) const {
+  auto const give = [&](std::string const& path) {
+    if (lchown(path.c_str(), user, group) != 0)
+      throw std::system_error(errno, std::generic_category(), "chown " + path);
+  };
+  give(path_);
+  if (madeDirectory_) give(directoryOf(path_));
 }
 
 /// A connection is refused exactly where no process listens.

@@ -18,6 +18,10 @@ class UnixSocket {
   UnixSocket& operator=(UnixSocket const&) = delete;
   ~UnixSocket();
 
+  /// Has the socket, and its directory if it was made for it, belong to somebody else, who may
+  /// remove them. Throws std::system_error.
+  void giveTo(uid_t user, gid_t group) const;
+
   std::string const& path() const { return path_; }
   int descriptor() const { return descriptor_.value(); }
 
@@ -26,6 +30,7 @@ class UnixSocket {
 
   std::string path_;
   Descriptor descriptor_;
+  bool madeDirectory_ = false;
   dev_t device_ = 0;  // of the socket that was made: another one at the path is not removed
   ino_t inode_ = 0;
 };

@@ -65,6 +65,11 @@ Live::~Live() {
   Kel::traceSinkIs({});
 }
 
+void Live::socketsBelongTo(User const& user) const {
+  control_.giveTo(user.id, user.group);
+  if (metrics_) metrics_->giveTo(user.id, user.group);
+}
+
 void Live::run() {
   serviceManager_.ready(status());
   log(Severity::info, "running: ", status());

@@ -9,6 +9,7 @@
 #include "agent/control/ControlServer.h"
 #include "agent/control/MetricsServer.h"
 #include "agent/live/KernelInterfaces.h"
+#include "agent/live/Privileges.h"
 #include "agent/live/RouterLog.h"
 #include "agent/live/ServiceManager.h"
 #include "agent/live/Signals.h"
@@ -27,6 +28,9 @@ class Live {
   Live(Live const&) = delete;
   Live& operator=(Live const&) = delete;
   ~Live();
+
+  /// The user may use them from then on, and remove them in the end.
+  void socketsBelongTo(User const& user) const;
 
   /// Returns after the hosts have left their groups.
   void run();

@@ -2,26 +2,52 @@
 
 #include <cap-ng.h>
 #include <cerrno>
+#include <pwd.h>
 #include <stdexcept>
 #include <sys/prctl.h>
 #include <system_error>
+#include <unistd.h>
+
+#include "agent/text/Wording.h"
 
 namespace Agent {
 
-void dropPrivileges() {
+bool isRoot() {
+  return geteuid() == 0;
+}
+
+User userNamed(std::string const& name) {
+  passwd const* const entry = getpwnam(name.c_str());
+  if (!entry)
+    throw std::runtime_error(message("there is no user ", quoted(name),
+                                     " to run as; create it (adduser --system ", name,
+                                     ") or name another one"));
+  return {entry->pw_uid, entry->pw_gid};
+}
+
+void requirePrivileges() {
   capng_get_caps_process();
   if (!capng_have_capability(CAPNG_PERMITTED, CAP_NET_RAW)) {
     throw std::runtime_error(
         "cannot open packet sockets: the capability CAP_NET_RAW is missing; start as root, or with "
         "AmbientCapabilities=CAP_NET_RAW in the systemd unit");
   }
+}
+
+void dropPrivileges(std::optional<User> const& user) {
+  capng_get_caps_process();
   // Emptying the bounding set takes a capability itself, CAP_SETPCAP: a service manager that starts
   // us without has seen to it.
   bool const mayBound = capng_have_capability(CAPNG_EFFECTIVE, CAP_SETPCAP) != 0;
   capng_clear(CAPNG_SELECT_ALL);
   capng_updatev(CAPNG_ADD, static_cast<capng_type_t>(CAPNG_EFFECTIVE | CAPNG_PERMITTED),
                 CAP_NET_RAW, -1);
-  if (capng_apply(mayBound ? CAPNG_SELECT_ALL : CAPNG_SELECT_CAPS) != 0)
+  int const failed =
+      user ? capng_change_id(static_cast<int>(user->id), static_cast<int>(user->group),
+                             static_cast<capng_flags_t>(CAPNG_DROP_SUPP_GRP |
+                                                        (mayBound ? CAPNG_CLEAR_BOUNDING : 0)))
+           : capng_apply(mayBound ? CAPNG_SELECT_ALL : CAPNG_SELECT_CAPS);
+  if (failed != 0)
     throw std::runtime_error("cannot give up privileges; start with CAP_NET_RAW alone");
   if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0)
     throw std::system_error(errno, std::generic_category(), "prctl(PR_SET_NO_NEW_PRIVS)");

@@ -14,6 +14,7 @@
 #include <sstream>
 #include <string>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
@@ -26,6 +27,7 @@
 #include "agent/text/Wording.h"
 #include "platform/igmp/wire/PacketReader.h"
 #include "tests/agent/live/RunningAgent.h"
+#include "tests/platform/igmp/FrameBuilder.h"
 
 /// Runs the real igmpsnoopd on kernel interfaces, between a kernel that listens and a router.
 namespace Agent {
@@ -73,6 +75,31 @@ class Listener {
 
   int descriptor_;
   unsigned interface_;
+};
+
+/// A packet socket in a namespace that says whatever it is told.
+class Talker {
+ public:
+  explicit Talker(NetworkNamespace const& space) {
+    NetworkNamespace::Inside const inside(space);
+    descriptor_ = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
+    address_.sll_family = AF_PACKET;
+    address_.sll_ifindex = static_cast<int>(if_nametoindex("eth0"));
+  }
+  Talker(Talker const&) = delete;
+  Talker& operator=(Talker const&) = delete;
+  ~Talker() { close(descriptor_); }
+
+  void say(IgmpTest::FrameBuilder const& frame) const {
+    auto const bytes = frame.bytes();
+    if (sendto(descriptor_, bytes.data(), bytes.size(), 0,
+               reinterpret_cast<sockaddr const*>(&address_), sizeof address_) < 0)
+      throw std::system_error(errno, std::generic_category(), "sendto");
+  }
+
+ private:
+  int descriptor_;
+  sockaddr_ll address_{};
 };
 
 /// A packet socket in a namespace that tells what reports come in.
@@ -316,6 +343,33 @@ TEST_F(LiveNetnsTest, InterfaceThatDoesNotExistIsWarnedOfOnce) {
   EXPECT_EQ(log.find(warning), log.rfind(warning)) << log;
 }
 
+// ---- Standing still
+
+TEST_F(LiveNetnsTest, StoppedForLongerThanAMembershipLivesItForgetsNobodyWhoHasSpoken) {
+  agent.emplace(*space,
+                configuration("robustness-variable = 1\nquery-interval = 2\n"
+                              "query-max-response-time = 1\n"),
+                RunningAgent::Start{});
+  ASSERT_TRUE(agent->awaitNotification("READY=1")) << agent->log();
+  ASSERT_TRUE(awaitLog("interface swp1 is up") && awaitLog("interface swp2 is up"));
+  Talker const talker(*listening);
+  IpAddr const wanted(239, 1, 1, 1);
+  IpAddr const address(192, 0, 2, 1);
+  auto const report = [&](IpAddr of) {
+    return IgmpTest::FrameBuilder::reportV3({IgmpTest::isIn(of, {address})})
+        .from(IpAddr(10, 0, 0, 7));
+  };
+  talker.say(report(wanted));
+  ASSERT_TRUE(router->await(allow(group))) << agent->log();
+  agent->signal(SIGSTOP);
+  std::this_thread::sleep_for(4s);
+  for (int i = 0; i < 400; ++i) talker.say(report(IpAddr(239, 1, 1, 2)));
+  talker.say(report(wanted));
+  agent->signal(SIGCONT);
+  EXPECT_TRUE(router->await(allow("239.1.1.2"))) << "it goes on";
+  EXPECT_FALSE(router->await(block(group), 1s)) << agent->log();
+}
+
 // ---- Its log
 
 TEST_F(LiveNetnsTest, LinesInTheJournalCarryTheirSeverity) {
@@ -395,7 +449,63 @@ TEST_F(LiveNetnsTest, WatchdogIsFedTwiceInItsTime) {
   }
 }
 
+TEST_F(LiveNetnsTest, ServiceManagerThatDoesNotReadHoldsNothingUp) {
+  agent.emplace(*space, configuration(),
+                RunningAgent::Start{.environment = {{"WATCHDOG_USEC", "2000"}}});
+  ASSERT_TRUE(awaitLog("interface swp1 is up") && awaitLog("interface swp2 is up"));
+  std::this_thread::sleep_for(1500ms);  // its queue takes some hundred messages
+  listener->join(group);
+  EXPECT_TRUE(router->await(allow(group))) << agent->log();
+}
+
 // ---- Privileges
+
+TEST_F(LiveNetnsTest, StartedAsRootRunsOnAsTheUserThatItIsTold) {
+  start({.options = {"--user", "nobody"}});
+  EXPECT_EQ(ofProcess("Uid"), "65534\t65534\t65534\t65534");
+  EXPECT_EQ(ofProcess("Gid"), "65534\t65534\t65534\t65534");
+  EXPECT_EQ(ofProcess("Groups"), " ");
+  std::string const rawOnly = "0000000000002000";
+  EXPECT_EQ(ofProcess("CapPrm"), rawOnly);
+  EXPECT_EQ(ofProcess("CapEff"), rawOnly);
+  EXPECT_EQ(ofProcess("CapBnd"), "0000000000000000");
+  EXPECT_EQ(ofProcess("NoNewPrivs"), "1");
+  struct stat status {};
+  ASSERT_EQ(stat(agent->control().c_str(), &status), 0);
+  EXPECT_EQ(status.st_uid, 65534u);
+  EXPECT_EQ(status.st_gid, 65534u);
+}
+
+TEST_F(LiveNetnsTest, ServesAnInterfaceThatComesAfterItHasChangedItsUser) {
+  start({.options = {"--user", "nobody"}});
+  ip(*space, "link del swp1");
+  ASSERT_TRUE(awaitLog("interface swp1 is gone"));
+  plug("swp1", *listening, "10.0.0.1/24");
+  Listener const again(*listening);
+  ASSERT_TRUE(awaitLog("interface swp1 is there\nigmpsnoopd: interface swp1 is up"));
+  again.join(group);
+  EXPECT_TRUE(router->await(allow(group))) << agent->log();
+}
+
+TEST_F(LiveNetnsTest, UserOfTheConfigurationRemovesTheDirectorysSocketInTheEnd) {
+  TemporaryDirectory const directory;
+  chmod(directory.file("").c_str(), 0755);
+  std::string const socket = directory.file("run/metrics");
+  agent.emplace(*space, configuration() + "[agent]\nuser = \"nobody\"\n",
+                RunningAgent::Start{.options = {"--metrics", socket}});
+  ASSERT_TRUE(agent->awaitNotification("READY=1")) << agent->log();
+  EXPECT_EQ(ofProcess("Uid"), "65534\t65534\t65534\t65534");
+  EXPECT_EQ(access(socket.c_str(), F_OK), 0);
+  agent->signal(SIGTERM);
+  EXPECT_EQ(agent->awaitExit(), 0) << agent->log();
+  EXPECT_NE(access(socket.c_str(), F_OK), 0);
+}
+
+TEST_F(LiveNetnsTest, UserThatDoesNotExistIsRefused) {
+  agent.emplace(*space, configuration(), RunningAgent::Start{.options = {"--user", "noone"}});
+  EXPECT_EQ(agent->awaitExit(), 1);
+  EXPECT_THAT(agent->log(), HasSubstr("there is no user \"noone\" to run as"));
+}
 
 TEST_F(LiveNetnsTest, KeepsOneCapabilityOnly) {
   start();
