@@ -244,7 +244,7 @@ class GroupsListing final : public Listing {
     object["interface"] = message(place.interface);
     object["host"] = message(membership.addr());
     addFilter(object, filterOf(membership));
-    Horix::Time const end = static_cast<LearnedMembership const&>(membership).deadline();
+    Horix::Time const end = static_cast<LearnedMembership const&>(membership).end();
     object["expire"] = seconds(std::max(end - now(), Horix::Time::zero()));
     return object;
   }

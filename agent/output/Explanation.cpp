@@ -150,9 +150,8 @@ class Explainer {
     port.own = status.intfId() == intf_;
     for (auto const& [address, membership] : status.membership()) {
       auto const& learned = static_cast<LearnedMembership const&>(*membership);
-      port.reporters.push_back(
-          {address, Agent::filterOf(*membership),
-           std::max(learned.deadline() - explanation_.time, Horix::Time::zero())});
+      port.reporters.push_back({address, Agent::filterOf(*membership),
+                                std::max(learned.end() - explanation_.time, Horix::Time::zero())});
     }
     std::sort(port.reporters.begin(), port.reporters.end(),
               [](auto const& a, auto const& b) { return a.address < b.address; });

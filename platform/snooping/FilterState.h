@@ -1,47 +1,101 @@
 #pragma once
 
-#include "framework/entities/IgmpContextStatus.h"
-#include "framework/kel/Table.h"
+#include <cstdint>
+
 #include "platform/igmp/wire/Message.h"
+#include "platform/snooping/LearnedMembership.h"
 
 namespace Bridging::IgmpSnooping {
 
-/// A reporter's filter for a group: INCLUDE(A) or EXCLUDE(A), in the letters of RFC 9776.
-/// Somebody of whom nothing is known is in INCLUDE({}), and so is who has left.
+/// What reports and time make of a membership: RFC 9776 section 6.4, with one reporter where the
+/// RFC has one network. It changes only what differs, at a cost that grows with the sources that a
+/// record names and with those that go, not with those that stay.
+///
+/// The reporter 0.0.0.0 may be many systems, so its state is merged by the RFC's own rows: one of
+/// them cannot speak for the others, and what it takes back goes when the last member query time
+/// has passed without an answer.
 class KEL_EXPORT FilterState {
  public:
-  using Mode = Gmp::Igmp::IgmpFilterMode;
-  using Sources = Kel::Table<Wirex::IpAddr, Kel::Nothing>;
+  struct Times {
+    Horix::Time renewed;   ///< when what a report names ends
+    Horix::Time doubtful;  ///< when what is taken back ends, unless somebody answers
+  };
 
-  FilterState() = default;
+  /// @param maxSources how many the membership may come to have; what goes beyond is refused, one
+  /// source at a time. What it has already stays.
+  FilterState(LearnedMembership& membership, Horix::TimerWheel const& timerWheel,
+              std::uint32_t maxSources)
+      : membership_(membership), timerWheel_(timerWheel), maxSources_(maxSources) {}
 
-  /// The state of an IGMPv1 or IGMPv2 reporter: EXCLUDE({}).
-  static FilterState everySource();
+  /// Whether a record says something of a reporter of whom nothing is known, INCLUDE({}).
+  static bool begins(Igmp::GroupRecord const& record);
 
-  /// The state that a group record leaves a reporter in (RFC 9776 section 4.2.12).
-  /// @param membership its present one, or null.
-  static FilterState after(Igmp::GroupRecord const& record, IgmpMembership const* membership);
+  void hear(Igmp::GroupRecord const& record, Times times);
 
-  /// Whether a record states a membership's filter as it is, its sources in the same order. It may
-  /// be missed, but costs little to find out, and most reports only repeat what is known.
-  static bool isRepeatedBy(Igmp::GroupRecord const& record, IgmpMembership const& membership);
+  /// An IGMPv1 or IGMPv2 report: EXCLUDE({}).
+  void hearOlderReport(Times times);
 
-  Mode mode() const { return mode_; }
-  std::uint32_t sourceCount() const { return sources_.size(); }
-  bool wantsNothing() const { return mode_ == Mode::include && sources_.empty(); }
-  bool describes(IgmpMembership const& membership) const;
+  /// An IGMPv2 leave.
+  void hearLeave(Times times);
 
-  /// Brings a membership into this state, changing only what differs.
-  void applyTo(IgmpMembership& membership) const;
+  /// What is left of a state that was known before.
+  void restore(TimedFilter const& filter);
+
+  /// The membership's timer is due.
+  void expire();
+
+  /// The reporter wants nothing any more, and its timer does not run.
+  void withdraw();
+
+  /// INCLUDE({})
+  bool wantsNothing() const { return membership_.includes() && membership_.source().empty(); }
+
+  /// Whether readers of the membership have something new to hear.
+  bool changed() const { return changed_; }
+  /// Whether a source was one too many.
+  bool refused() const { return refused_; }
 
  private:
-  explicit FilterState(Mode mode) : mode_(mode) {}
+  using Mode = Gmp::Igmp::IgmpFilterMode;
 
-  void add(Wirex::IpAddr source);
+  void hearInIncludeMode(Igmp::GroupRecord const& record, Times times);
+  void hearInExcludeMode(Igmp::GroupRecord const& record, Times times);
+
+  void state(Mode mode, Igmp::SourceList const& sources, Horix::Time end);
+  void request(Igmp::SourceList const& sources, Horix::Time end);
+  void requestOne(Wirex::IpAddr source, Horix::Time end);
+  bool namesAll(Igmp::SourceList const& sources) const;
+  void lower(Igmp::SourceList const& sources, Horix::Time end);
+  void lowerAll(Horix::Time end);
+  void excludeSome(Igmp::SourceList const& sources, Times times, bool isChange);
+
+  void requestBesides(Igmp::SourceList const& sources, Horix::Time end);
+  void exclude(Igmp::SourceList const& sources);
+  void doubt(Igmp::SourceList const& sources, Horix::Time end);
+  void excludeCommon(Igmp::SourceList const& sources, Times times, bool isChange);
+  void lowerMode(Horix::Time end);
+
+  void expireSources(Horix::Time now);
+  void expireMode(Horix::Time now);
+  void expireRequested(Horix::Time now);
+
+  void modeIs(Mode mode);
+  bool add(Wirex::IpAddr source);
   void remove(Wirex::IpAddr source);
+  void keepOnly(Igmp::SourceList const& sources);
+  bool hasRoom();
 
-  Mode mode_ = Mode::include;
-  Sources sources_;
+  LearnedMembership::Times& times();
+  Deadline* requestedTime(Wirex::IpAddr source);
+  void requestedTimeIs(Wirex::IpAddr source, Deadline end);
+  void endAllAt(Horix::Time end);
+  void wakeUpBy(Horix::Time time);
+
+  LearnedMembership& membership_;
+  Horix::TimerWheel const& timerWheel_;
+  std::uint32_t const maxSources_;
+  bool changed_ = false;
+  bool refused_ = false;
 };
 
 }  // namespace Bridging::IgmpSnooping

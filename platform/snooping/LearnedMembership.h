@@ -1,15 +1,20 @@
 #pragma once
 
+#include <memory>
+#include <vector>
+
 #include "framework/entities/IgmpContextStatus.h"
+#include "framework/kel/Table.h"
 #include "platform/horix/Timer.h"
+#include "platform/snooping/Deadline.h"
 
 namespace Bridging::IgmpSnooping {
 
 class VlanLearning;
 
 /// The status entities as learning makes them: each knows the one above it, and a membership
-/// carries the timer that ends it. Learning is the only writer of its VLAN's status, so every
-/// group, interface and membership there is one of these.
+/// carries its times. Learning is the only writer of its VLAN's status, so every group, interface
+/// and membership there is one of these.
 class LearnedGroup final : public IgmpGroup {
  public:
   LearnedGroup(Wirex::IpAddr address, VlanLearning& vlan) : IgmpGroup(address), vlan_(vlan) {}
@@ -31,19 +36,84 @@ class LearnedIntf final : public IgmpIntfStatus {
   LearnedGroup& group_;
 };
 
+/// A reporter's filter, with times: who has them can make the membership again.
+struct TimedFilter {
+  struct Source {
+    Wirex::IpAddr address;
+    Horix::Time deadline;
+
+    friend bool operator==(Source const&, Source const&) = default;
+  };
+
+  Gmp::Igmp::IgmpFilterMode mode = Gmp::Igmp::IgmpFilterMode::include;
+  std::vector<Source> requested;        ///< INCLUDE(A): A. EXCLUDE(X,Y): X.
+  std::vector<Wirex::IpAddr> excluded;  ///< EXCLUDE(X,Y): Y.
+  Horix::Time deadline{};               ///< Of EXCLUDE mode itself; meaningless in INCLUDE mode.
+
+  friend bool operator==(TimedFilter const&, TimedFilter const&) = default;
+};
+
+/// A reporter's state in the letters of RFC 9776 section 6.2: INCLUDE(A), where each source has a
+/// time at which it goes, or EXCLUDE(X,Y), where the mode has one and each source of X. What
+/// readers see is A or Y.
+///
+/// 1. The timer is due no later than the first of these times at which something changes. It runs
+///    unless the membership was withdrawn.
+/// 2. Most reports renew all that is wanted. Then `times_` is null, and all ends with the timer.
 class KEL_EXPORT LearnedMembership final : public IgmpMembership, public Horix::Timer {
  public:
+  /// INCLUDE({}), as is everybody of whom nothing is known.
   LearnedMembership(Wirex::IpAddr reporter, LearnedIntf& intf)
-      : IgmpMembership(reporter), intf_(intf) {}
+      : IgmpMembership(reporter), intf_(intf) {
+    filterModeIs(FilterMode::include);
+  }
 
   LearnedIntf& intf() const { return intf_; }
+
+  bool includes() const { return filterMode() == FilterMode::include; }
+
+  /// Whether it stands for many systems, not one (RFC 9776 section 4.2.13).
+  bool isOfMany() const { return addr() == Wirex::IpAddr(); }
+
   /// Whether it was forgotten, and goes at the end of the batch: its timer does not run.
   bool withdrawn() const { return !scheduled(); }
 
+  /// Sources that are kept, published or not.
+  std::uint32_t sourceCount() const;
+
+  /// When it will have ended if no more is heard.
+  Horix::Time end() const;
+  /// Until when it wants a source, or every source but some, if no more is heard. Zero if it does
+  /// not.
+  Horix::Time wantedUntil(Wirex::IpAddr source) const;
+  Horix::Time everySourceWantedUntil() const;
+
+  /// With X and Y.
+  TimedFilter timedFilter() const;
+
  private:
+  friend class FilterState;  // changes it
+
+  /// The position of what is not in a list.
+  static constexpr std::uint32_t unlisted = Kel::Table<Wirex::IpAddr, Kel::Nothing>::absent;
+
+  /// Times that differ from the timer's.
+  struct Times {
+    explicit Times(Horix::Time end) : ofMode(end) {}
+
+    std::vector<Deadline> ofSources;                  // INCLUDE(A): of A, in its order
+    Kel::Table<Wirex::IpAddr, Deadline> ofRequested;  // EXCLUDE(X,Y): of X
+    Deadline ofMode;                                  // EXCLUDE(X,Y)
+  };
+
+  Horix::Time timeAt(std::uint32_t position) const;
+
   void onExpiry() override;
 
   LearnedIntf& intf_;
+  std::unique_ptr<Times> times_;
 };
+
+static_assert(sizeof(LearnedMembership) <= 88);
 
 }  // namespace Bridging::IgmpSnooping

@@ -1,6 +1,6 @@
 #include "platform/snooping/QueryNeed.h"
 
-#include "platform/snooping/FilterState.h"
+#include "framework/kel/Table.h"
 
 namespace Bridging::IgmpSnooping {
 
@@ -12,7 +12,7 @@ namespace {
 
 std::vector<IpAddr> difference(IgmpMembership::Sources const& sources,
                                Igmp::SourceList const& without) {
-  FilterState::Sources excluded;
+  Kel::Table<IpAddr, Kel::Nothing> excluded;
   for (IpAddr const source : without)
     if (!excluded.contains(source)) excluded.add(source, {});
   std::vector<IpAddr> rest;

@@ -6,12 +6,9 @@
 
 namespace Bridging::IgmpSnooping {
 
+using Igmp::IgnoreReason;
 using Wirex::IntfId;
 using Wirex::IpAddr;
-
-void LearnedMembership::onExpiry() {
-  intf_.group().vlan().forget(*this);
-}
 
 VlanLearning::VlanLearning(Kel::Ptr<IgmpContextStatus> status, SnoopingPolicy const& policy,
                            Kel::Ptr<Horix::TimerWheel const> timerWheel, ReportBatch& batch)
@@ -30,62 +27,76 @@ VlanLearning::~VlanLearning() {
   status_->groupDelAll();
 }
 
-std::optional<Igmp::IgnoreReason> VlanLearning::record(IntfId const& intf, IpAddr reporter,
-                                                       Igmp::GroupRecord const& record) {
-  LearnedMembership* const known = membership(intf, reporter, record.group);
-  if (known && !known->withdrawn() && FilterState::isRepeatedBy(record, *known)) {
-    timerWheel_->schedule(*known, policy_.groupMembershipInterval());
+std::optional<IgnoreReason> VlanLearning::record(IntfId const& intf, IpAddr reporter,
+                                                 Igmp::GroupRecord const& record) {
+  if (!FilterState::begins(record) && !membership(intf, reporter, record.group))
     return std::nullopt;
-  }
-  return learn(intf, reporter, record.group, known, FilterState::after(record, known));
+  return learn(intf, reporter, record.group,
+               [&](FilterState& state) { state.hear(record, times()); });
 }
 
-std::optional<Igmp::IgnoreReason> VlanLearning::report(IntfId const& intf, IpAddr reporter,
-                                                       IpAddr group) {
-  return learn(intf, reporter, group, membership(intf, reporter, group),
-               FilterState::everySource());
+std::optional<IgnoreReason> VlanLearning::report(IntfId const& intf, IpAddr reporter,
+                                                 IpAddr group) {
+  return learn(intf, reporter, group, [&](FilterState& state) { state.hearOlderReport(times()); });
 }
 
 void VlanLearning::leave(IntfId const& intf, IpAddr reporter, IpAddr group) {
   LearnedMembership* const known = membership(intf, reporter, group);
   if (!known || known->withdrawn()) return;
-  if (policy_.fastLeave) {
+  // One of many cannot leave for the others.
+  if (policy_.fastLeave && !known->isOfMany())
     forget(*known);
-    return;
-  }
-  Horix::Time const end = timerWheel_->now() + policy_.lastMemberQueryTime();
-  if (end < known->deadline()) timerWheel_->scheduleAt(*known, end);
+  else
+    stateOf(*known).hearLeave(times());
 }
 
-std::optional<Igmp::IgnoreReason> VlanLearning::learn(IntfId const& intf, IpAddr reporter,
-                                                      IpAddr group, LearnedMembership* known,
-                                                      FilterState const& state) {
-  if (state.wantsNothing()) {
-    if (known && !known->withdrawn()) forget(*known);
-    return std::nullopt;
-  }
-  if (known && state.describes(*known)) {
-    timerWheel_->schedule(*known, policy_.groupMembershipInterval());
-    return std::nullopt;
-  }
-  if (policy_.maxGroupSources != 0 && state.sourceCount() > policy_.maxGroupSources)
-    return Igmp::IgnoreReason::tooManySources;
-  bool const newGroup = !known && !status_->group().contains(group);
-  if (newGroup && policy_.maxGroups != 0) {
-    if (status_->group().size() >= policy_.maxGroups) removeWithdrawn();
-    if (status_->group().size() >= policy_.maxGroups) return Igmp::IgnoreReason::tooManyGroups;
-  }
+std::optional<IgnoreReason> VlanLearning::restore(IntfId const& intf, IpAddr reporter, IpAddr group,
+                                                  TimedFilter const& filter) {
+  return learn(intf, reporter, group, [&](FilterState& state) { state.restore(filter); });
+}
 
+/// Has a reporter's state, which `hear` changes, be what the reporter's membership says.
+template <class Hear>
+std::optional<IgnoreReason> VlanLearning::learn(IntfId const& intf, IpAddr reporter, IpAddr group,
+                                                Hear hear) {
+  LearnedMembership* known = membership(intf, reporter, group);
+  if (!known)
+    if (auto const cause = refusal(group)) return cause;
   Kel::Ptr<LearnedMembership> const membership =
       known ? Kel::Ptr<LearnedMembership>(known) : make(intf, reporter, group);
-  state.applyTo(*membership);
-  // One that wants every source was born so, and changes nothing. Its port is to look at it even
-  // so: what other reporters there exclude is excluded no longer.
-  if (!known) membership->filterModeNotify();
-  Kel::runActivities();
-  timerWheel_->schedule(*membership, policy_.groupMembershipInterval());
-  batch_.add(status_);
+  FilterState state = stateOf(*membership);
+  hear(state);
+  publish(*membership, state, !known);
+  if (state.refused()) return IgnoreReason::tooManySources;
   return std::nullopt;
+}
+
+/// Why a group may not be made that is not there yet.
+std::optional<IgnoreReason> VlanLearning::refusal(IpAddr group) {
+  if (policy_.maxGroups == 0 || status_->group().contains(group)) return std::nullopt;
+  if (status_->group().size() >= policy_.maxGroups) removeWithdrawn();
+  if (status_->group().size() >= policy_.maxGroups) return IgnoreReason::tooManyGroups;
+  return std::nullopt;
+}
+
+FilterState VlanLearning::stateOf(LearnedMembership& membership) const {
+  return {membership, *timerWheel_,
+          policy_.maxGroupSources != 0 ? policy_.maxGroupSources : UINT32_MAX};
+}
+
+FilterState::Times VlanLearning::times() const {
+  Horix::Time const now = timerWheel_->now();
+  return {now + policy_.groupMembershipInterval(), now + policy_.lastMemberQueryTime()};
+}
+
+void VlanLearning::publish(LearnedMembership& membership, FilterState const& state, bool isNew) {
+  if (state.wantsNothing()) {
+    if (isNew || state.changed()) forget(membership);
+    return;
+  }
+  if (!state.changed()) return;
+  Kel::runActivities();
+  batch_.add(status_);
 }
 
 LearnedMembership* VlanLearning::membership(IntfId const& intf, IpAddr reporter,
@@ -110,23 +121,16 @@ bool VlanLearning::hasMembers(IntfId const& intf, IpAddr group) const {
 bool VlanLearning::wants(IntfId const& intf, IpAddr group, IpAddr source, Horix::Time end) const {
   LearnedIntf const* const status = this->intf(intf, group);
   if (!status) return false;
-  for (auto const& [reporter, membership] : status->membership()) {
-    bool const includes = membership->filterMode() == Gmp::Igmp::IgmpFilterMode::include;
-    if (membership->source(source) == includes &&
-        static_cast<LearnedMembership&>(*membership).deadline() > end)
-      return true;
-  }
+  for (auto const& [reporter, membership] : status->membership())
+    if (static_cast<LearnedMembership&>(*membership).wantedUntil(source) > end) return true;
   return false;
 }
 
 bool VlanLearning::wantsEverySource(IntfId const& intf, IpAddr group, Horix::Time end) const {
   LearnedIntf const* const status = this->intf(intf, group);
   if (!status) return false;
-  for (auto const& [reporter, membership] : status->membership()) {
-    if (membership->filterMode() == Gmp::Igmp::IgmpFilterMode::exclude &&
-        static_cast<LearnedMembership&>(*membership).deadline() > end)
-      return true;
-  }
+  for (auto const& [reporter, membership] : status->membership())
+    if (static_cast<LearnedMembership&>(*membership).everySourceWantedUntil() > end) return true;
   return false;
 }
 
@@ -147,6 +151,13 @@ Kel::Ptr<LearnedMembership> VlanLearning::make(IntfId const& intf, IpAddr report
 void VlanLearning::forget(LearnedMembership& membership) {
   withdraw(membership);
   Kel::runActivities();
+}
+
+void VlanLearning::expire(LearnedMembership& membership) {
+  Kel::Ptr<LearnedMembership> const held(&membership);
+  FilterState state = stateOf(membership);
+  state.expire();
+  publish(membership, state, false);
 }
 
 void VlanLearning::forgetGroup(IpAddr group) {
@@ -176,9 +187,7 @@ void VlanLearning::withdraw(LearnedMembership& membership) {
   }
   withdrawn_.push_back(
       {Kel::Ptr<LearnedMembership>(&membership), Kel::Ptr<LearnedIntf>(&membership.intf())});
-  membership.cancel();
-  membership.filterModeIs(Gmp::Igmp::IgmpFilterMode::include);
-  membership.sourceDelAll();
+  stateOf(membership).withdraw();
 }
 
 void VlanLearning::removeWithdrawn() {

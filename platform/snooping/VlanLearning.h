@@ -45,12 +45,20 @@ class KEL_EXPORT VlanLearning {
   /// An IGMPv2 leave.
   void leave(Wirex::IntfId const& intf, Wirex::IpAddr reporter, Wirex::IpAddr group);
 
+  /// Makes a membership that was known before, by this or a former learning, with the times that
+  /// are left of it. What has ended meanwhile is not made. Returns why it was ignored, if it was.
+  std::optional<Igmp::IgnoreReason> restore(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
+                                            Wirex::IpAddr group, TimedFilter const& filter);
+
   /// Forgets memberships: one, those of a group, those of a port. However many they are, each turn
   /// is made once. They want nothing any more from now on, but stay until the end of the batch, so
   /// that readers who tell others of what has gone can tell it together.
   void forget(LearnedMembership& membership);
   void forgetGroup(Wirex::IpAddr group);
   void forgetPort(Wirex::IntfId const& intf);
+
+  /// A membership's timer is due.
+  void expire(LearnedMembership& membership);
 
   /// Removes what was forgotten and has not spoken up again: the end of the batch calls it.
   void removeWithdrawn();
@@ -77,9 +85,13 @@ class KEL_EXPORT VlanLearning {
   LearnedIntf* intf(Wirex::IntfId const& intf, Wirex::IpAddr group) const;
   Kel::Ptr<LearnedMembership> make(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
                                    Wirex::IpAddr group);
+  template <class Hear>
   std::optional<Igmp::IgnoreReason> learn(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
-                                          Wirex::IpAddr group, LearnedMembership* known,
-                                          FilterState const& state);
+                                          Wirex::IpAddr group, Hear hear);
+  std::optional<Igmp::IgnoreReason> refusal(Wirex::IpAddr group);
+  FilterState stateOf(LearnedMembership& membership) const;
+  FilterState::Times times() const;
+  void publish(LearnedMembership& membership, FilterState const& state, bool isNew);
   void withdraw(LearnedMembership& membership);
   void withdrawAll(IgmpIntfStatus const& intf);
   void remove(LearnedMembership& membership);

@@ -532,8 +532,7 @@ TEST_F(SnoopedPortTest, WhatLearningRefusesIsCounted) {
   policy.maxGroupSources = 1;
   Vlan& vlan = vlanWith(policy);
   port.vlanIs(VlanId(10), vlan.snooped());
-  hear(FrameBuilder::reportV3(
-      {isIn(group, {a}), isIn(otherGroup, {a}), isIn(otherGroup, {a, host})}));
+  hear(FrameBuilder::reportV3({isIn(group, {a}), isIn(otherGroup, {a}), isIn(group, {a, host})}));
   hear(FrameBuilder::reportV2(otherGroup));
   EXPECT_THAT(ignored(), UnorderedElementsAre(Pair(IgnoreReason::tooManyGroups, 2),
                                               Pair(IgnoreReason::tooManySources, 1)));
