@@ -1,0 +1,60 @@
+#pragma once
+
+#include <tuple>
+#include <variant>
+#include <vector>
+
+#include "framework/types/IntfId.h"
+#include "framework/types/IpAddr.h"
+#include "framework/types/VlanId.h"
+#include "platform/horix/Clock.h"
+
+/// What an agent leaves to the one that follows it: one entry for each thing that is known. What an
+/// entry holds stands once, in its `fields`, which reading and writing share. Times are those of
+/// the writer's monotonic clock, with a resolution of a tenth of a second; Horix::Time::max() is
+/// never.
+namespace Agent {
+
+/// A source of a reporter, and when it ends: zero for one that is excluded, which ends with its
+/// membership.
+struct KeptSource {
+  Wirex::IpAddr address;
+  Horix::Time until{};
+
+  static auto fields(auto& self) { return std::tie(self.address, self.until); }
+  friend bool operator==(KeptSource const&, KeptSource const&) = default;
+};
+
+struct KeptMembership {
+  Bridging::VlanId vlan;  ///< in which it is learned: a primary one
+  Wirex::IntfId interface;
+  Wirex::IpAddr group;
+  Wirex::IpAddr reporter;
+  bool excludes = false;
+  Horix::Time until{};
+  std::vector<KeptSource> sources;
+
+  static auto fields(auto& self) {
+    return std::tie(self.vlan, self.interface, self.group, self.reporter, self.excludes, self.until,
+                    self.sources);
+  }
+  friend bool operator==(KeptMembership const&, KeptMembership const&) = default;
+};
+
+/// A router that was heard: a querier, or by its PIM hellos.
+struct KeptRouter {
+  Bridging::VlanId vlan;
+  Wirex::IntfId interface;
+  bool byPim = false;
+  Wirex::IpAddr address;
+  Horix::Time until{};
+
+  static auto fields(auto& self) {
+    return std::tie(self.vlan, self.interface, self.byPim, self.address, self.until);
+  }
+  friend bool operator==(KeptRouter const&, KeptRouter const&) = default;
+};
+
+using KeptEntry = std::variant<KeptMembership, KeptRouter>;
+
+}  // namespace Agent
