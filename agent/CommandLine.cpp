@@ -98,6 +98,10 @@ class CommandLine {
         ->add_option("--user", command.user,
                      "Started as root, run on as this user, not the configuration's")
         ->type_name("NAME");
+    live_
+        ->add_option("--state", command.state,
+                     "Keep what was learned in this file, and take it up again at the start")
+        ->type_name("FILE");
     live_->add_flag("--busy-poll", command.busyPoll,
                     "Never sleep: takes a processor whole, for the shortest latency");
     addTrace(*live_, command.traces);

@@ -17,6 +17,7 @@ struct LiveCommand {
   std::string control = "/run/igmpsnoopd/control";
   std::string metrics;  ///< empty: none are served
   std::string user;     ///< empty: the configuration's
+  std::string state;    ///< empty: nothing is kept
   bool busyPoll = false;
   std::vector<TraceRequest> traces;
 };

@@ -122,6 +122,11 @@ void Switch::interfaceStateIs(IntfId const& intf, InterfaceState const& state) {
   if (interface != interfaces_.end()) handleInterface(*interface->second);
 }
 
+void Switch::forgetDeafPorts() {
+  for (auto const& [intf, config] : interfaces_)
+    if (auto& port = *snooping_->port(intf); !port.receives()) port.forget();
+}
+
 void Switch::leave() {
   // Hosts that the proxy may still make are told of no MAC address, and so send nothing.
   hostSettings_ = nullptr;
@@ -166,6 +171,11 @@ Switch::VlanQuerier const* Switch::querier(VlanId vlan) const {
 RouterPorts const* Switch::routerPorts(VlanId vlan) const {
   auto const found = routers_.find(vlan);
   return found == routers_.end() ? nullptr : found->second.routerPorts().get();
+}
+
+Switch::VlanRouters* Switch::routers(VlanId vlan) {
+  auto const found = routers_.find(vlan);
+  return found == routers_.end() ? nullptr : &found->second;
 }
 
 Switch::Learning::Learning(Kel::Ptr<Bridging::IgmpSnooping::IgmpContextStatus> const& status,

@@ -32,6 +32,7 @@ class Switch {
   using VlanLearning = Bridging::IgmpSnooping::VlanLearning;
   using VlanQuerier = Bridging::IgmpSnooping::VlanQuerier;
   using OtherVersion = Bridging::IgmpSnooping::OtherVersion;
+  using VlanRouters = Bridging::IgmpSnooping::VlanRouters;
   using RouterPorts = Bridging::IgmpSnooping::RouterPorts;
 
   /// No interface exists until its state is told.
@@ -51,6 +52,10 @@ class Switch {
   InterfaceState interfaceState(Wirex::IntfId const& intf) const;
   void interfaceStateIs(Wirex::IntfId const& intf, InterfaceState const& state);
 
+  /// Forgets what is known of ports that hear nothing: what was taken up from before the start, of
+  /// those that turned out to be down.
+  void forgetDeafPorts();
+
   /// Has all hosts leave their groups, and send nothing any more.
   void leave();
 
@@ -65,6 +70,7 @@ class Switch {
   /// Of a secondary VLAN its primary's.
   VlanQuerier const* querier(Bridging::VlanId vlan) const;
   RouterPorts const* routerPorts(Bridging::VlanId vlan) const;
+  VlanRouters* routers(Bridging::VlanId vlan);
 
   /// Who hears of queriers of other versions where the switch sends queries.
   void onOtherVersionIs(VlanQuerier::OnOtherVersion action) { onOtherVersion_ = std::move(action); }

@@ -40,6 +40,15 @@ void traceToLog(std::vector<TraceRequest> const& requests) {
   }
 }
 
+/// What is kept is known before any interface comes, so that hosts begin with it.
+std::unique_ptr<StateKeeper> keeperOf(std::string const& file, Switch& snoopingSwitch,
+                                      Horix::EventLoop const& loop) {
+  if (file.empty()) return nullptr;
+  auto keeper = std::make_unique<StateKeeper>(file, snoopingSwitch, loop.timerWheel());
+  keeper->resume();
+  return keeper;
+}
+
 }  // namespace
 
 Live::Live(LiveCommand const& command, Configuration configuration)
@@ -48,6 +57,7 @@ Live::Live(LiveCommand const& command, Configuration configuration)
       signals_(loop_, [this](int signal) { handleSignal(signal); }),
       devices_((raiseDescriptorLimit(), traceToLog(command.traces), loop_)),
       switch_(std::move(configuration), loop_),
+      state_(keeperOf(command.state, switch_, loop_)),
       routerLog_(loop_.timerWheel()),
       serviceManager_(loop_.timerWheel()),
       interfaces_(loop_, [this](IntfId const& intf,
@@ -59,6 +69,8 @@ Live::Live(LiveCommand const& command, Configuration configuration)
   switch_.onOtherVersionIs(warnOf);
   followRouters();
   warnOfMissingInterfaces();
+  switch_.forgetDeafPorts();
+  if (state_) state_->begin();
 }
 
 Live::~Live() {
@@ -94,6 +106,7 @@ void Live::leave() {
   loop_.endBatch();
   Horix::Time const end = loop_.now() + longest;
   while (terminations_ < 2 && loop_.now() < end) loop_.turn(end);
+  if (state_) state_->saveNow();
 }
 
 void Live::reload() {

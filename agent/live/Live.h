@@ -13,6 +13,7 @@
 #include "agent/live/RouterLog.h"
 #include "agent/live/ServiceManager.h"
 #include "agent/live/Signals.h"
+#include "agent/state/StateKeeper.h"
 #include "platform/horix/EventLoop.h"
 #include "platform/interface/SocketEthDevPams.h"
 
@@ -51,6 +52,7 @@ class Live {
   std::set<Wirex::IntfId> warnedOf_;
   Interface::SocketEthDevPams devices_;
   Switch switch_;
+  std::unique_ptr<StateKeeper> state_;  // null if nothing is kept
   RouterLog routerLog_;
   ServiceManager serviceManager_;
   KernelInterfaces interfaces_;

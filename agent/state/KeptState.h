@@ -15,8 +15,6 @@
 /// never.
 namespace Agent {
 
-/// A source of a reporter, and when it ends: zero for one that is excluded, which ends with its
-/// membership.
 struct KeptSource {
   Wirex::IpAddr address;
   Horix::Time until{};
@@ -25,18 +23,20 @@ struct KeptSource {
   friend bool operator==(KeptSource const&, KeptSource const&) = default;
 };
 
+/// INCLUDE(A), or EXCLUDE(X,Y), as Bridging::IgmpSnooping::TimedFilter has it.
 struct KeptMembership {
   Bridging::VlanId vlan;  ///< in which it is learned: a primary one
   Wirex::IntfId interface;
   Wirex::IpAddr group;
   Wirex::IpAddr reporter;
   bool excludes = false;
-  Horix::Time until{};
-  std::vector<KeptSource> sources;
+  Horix::Time until{};                    ///< of EXCLUDE mode
+  std::vector<KeptSource> requested{};    ///< A, or X
+  std::vector<Wirex::IpAddr> excluded{};  ///< Y
 
   static auto fields(auto& self) {
     return std::tie(self.vlan, self.interface, self.group, self.reporter, self.excludes, self.until,
-                    self.sources);
+                    self.requested, self.excluded);
   }
   friend bool operator==(KeptMembership const&, KeptMembership const&) = default;
 };

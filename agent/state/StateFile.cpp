@@ -124,9 +124,8 @@ void writeAnew(std::string const& path, std::string_view content) {
 
 }  // namespace
 
-Moment Moment::now() {
-  return {bootId(), clockTime(CLOCK_MONOTONIC), clockTime(CLOCK_BOOTTIME),
-          clockTime(CLOCK_REALTIME)};
+Moment Moment::now(Time monotonic) {
+  return {bootId(), monotonic, clockTime(CLOCK_BOOTTIME), clockTime(CLOCK_REALTIME)};
 }
 
 Time Moment::since(Moment const& earlier) const {
@@ -158,10 +157,10 @@ SealedState unseal(std::string_view file) {
   return {written, file};
 }
 
-std::string readStateFile(std::string const& path) {
+std::optional<std::string> readStateFile(std::string const& path) {
   Descriptor const file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   if (file.value() < 0) {
-    if (errno == ENOENT) return {};
+    if (errno == ENOENT) return std::nullopt;
     failToRead(path, errno);
   }
   struct stat status {};

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -21,7 +22,8 @@ struct Moment {
   Horix::Time sinceBoot{};
   Horix::Time wall{};
 
-  static Moment now();
+  /// @param monotonic what the caller's clock reads, by which the entries' times are.
+  static Moment now(Horix::Time monotonic);
 
   /// What has passed since an earlier moment. By the wall clock where the machine was started
   /// meanwhile; negative if that was set back since.
@@ -47,8 +49,8 @@ std::string seal(Moment const& written, std::string_view entries);
 /// @param file outlives what is returned.
 SealedState unseal(std::string_view file);
 
-/// The file whole; empty if there is none. Throws UnusableState.
-std::string readStateFile(std::string const& path);
+/// The file whole. Nothing if there is none. Throws UnusableState.
+std::optional<std::string> readStateFile(std::string const& path);
 
 /// Puts a file in the place of the one that may be there, so that at any time, also if the machine
 /// stops, one or the other is there whole. May be called from any thread. Throws

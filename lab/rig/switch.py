@@ -102,6 +102,15 @@ class Switch:
     def reload(self):
         self._process.send_signal(signal.SIGHUP)
 
+    def keep_state(self):
+        """From the next start on, what was learned is kept."""
+        self.options += ["--state", self._home / "state"]
+
+    def kill(self):
+        """Ends the agent as a fault would."""
+        self._process.kill()
+        self._process.wait(10)
+
     def stop(self):
         """Ends the agent as a service manager does, and wants it to end well."""
         self._process.terminate()

@@ -27,6 +27,8 @@ class KEL_EXPORT HeardRouters {
   /// Drops those whose time is over.
   void nowIs(Horix::Time now);
 
+  std::vector<Router> const& all() const { return routers_; }
+
   /// The one that stays longest; 0.0.0.0 if there is none.
   Router latest() const;
 

@@ -62,6 +62,21 @@ void VlanRouters::helloHeard(IntfId const& intf, Igmp::PimHello const& hello) {
   handlePort(port);
 }
 
+std::vector<VlanRouters::Heard> VlanRouters::heard() const {
+  std::vector<Heard> heard;
+  for (auto const& [intf, port] : ports_) {
+    for (auto const& router : port->queriers.all()) heard.push_back({intf, false, router});
+    for (auto const& router : port->pimNeighbors.all()) heard.push_back({intf, true, router});
+  }
+  return heard;
+}
+
+void VlanRouters::heardIs(Heard const& heard) {
+  Port& port = this->port(heard.intfId);
+  (heard.byPim ? port.pimNeighbors : port.queriers).heard(heard.router);
+  handlePort(port);
+}
+
 void VlanRouters::portIsGone(IntfId const& intf) {
   Port& port = this->port(intf);
   port.queriers.allGone();

@@ -2,6 +2,7 @@
 
 #include <map>
 #include <memory>
+#include <vector>
 
 #include "platform/horix/TimerWheel.h"
 #include "platform/igmp/wire/Pim.h"
@@ -30,6 +31,17 @@ class KEL_EXPORT VlanRouters {
   void querierHeard(Wirex::IntfId const& intf, Wirex::IpAddr querier, Horix::Time lifetime);
 
   void helloHeard(Wirex::IntfId const& intf, Igmp::PimHello const& hello);
+
+  /// A router on a port, and how it was heard.
+  struct Heard {
+    Wirex::IntfId intfId;
+    bool byPim = false;
+    HeardRouters::Router router;
+  };
+
+  /// All routers, for whoever is to know them again, who has them heard so.
+  std::vector<Heard> heard() const;
+  void heardIs(Heard const& heard);
 
   /// Nothing more is heard on the port: what was learned there is forgotten.
   void portIsGone(Wirex::IntfId const& intf);

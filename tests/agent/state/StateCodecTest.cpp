@@ -16,18 +16,17 @@ using Wirex::IntfId;
 using Wirex::IpAddr;
 
 KeptMembership includer() {
-  return {VlanId(10),
-          IntfId("swp1"),
-          IpAddr(239, 1, 1, 1),
-          IpAddr(10, 0, 0, 1),
-          false,
-          seconds(260),
-          {{IpAddr(192, 0, 2, 1), seconds(250)}, {IpAddr(192, 0, 2, 2), seconds(200)}}};
+  KeptMembership membership{VlanId(10), IntfId("swp1"), IpAddr(239, 1, 1, 1), IpAddr(10, 0, 0, 1)};
+  membership.requested = {{IpAddr(192, 0, 2, 1), seconds(250)}, {IpAddr(192, 0, 2, 2), seconds(2)}};
+  return membership;
 }
 
 KeptMembership excluder() {
-  return {VlanId(4094), IntfId("swp2"),     IpAddr(239, 255, 255, 255),      IpAddr(),
-          true,         seconds(1'000'000), {{IpAddr(192, 0, 2, 9), Time()}}};
+  KeptMembership membership{VlanId(4094), IntfId("swp2"), IpAddr(239, 255, 255, 255), IpAddr()};
+  membership.excludes = true;
+  membership.until = seconds(1'000'000);
+  membership.excluded = {IpAddr(192, 0, 2, 9)};
+  return membership;
 }
 
 std::string bytesOf(std::vector<KeptEntry> const& entries) {
@@ -69,7 +68,7 @@ TEST(StateCodec, NamesAnInterfaceOnce) {
 
 TEST(StateCodec, TakesTwentyBytesForAMembershipWithoutSources) {
   KeptMembership membership = excluder();
-  membership.sources.clear();
+  membership.excluded.clear();
   membership.until = std::chrono::hours(24 * 365);  // a machine that has run for a year
   std::size_t const one = bytesOf({membership}).size();
   EXPECT_LE(bytesOf({membership, membership}).size() - one, 20u);
@@ -110,7 +109,7 @@ TEST(StateCodec, RefusesNumbersWithoutEnd) {
 
 TEST(StateCodec, DoesNotBelieveInMoreSourcesThanThereAreBytes) {
   KeptMembership membership = excluder();
-  membership.sources.clear();
+  membership.excluded.clear();
   std::string bytes = bytesOf({membership});
   bytes.back() = '\x7f';
   StateReader reader(bytes);

@@ -1,0 +1,47 @@
+#include "agent/state/StateGathering.h"
+
+#include <utility>
+
+#include "platform/snooping/LearnedMembership.h"
+
+namespace Agent {
+
+using Bridging::IgmpSnooping::LearnedMembership;
+
+namespace {
+
+KeptMembership keptMembership(MembershipWalk::Place const& place,
+                              LearnedMembership const& membership) {
+  auto filter = membership.timedFilter();
+  KeptMembership kept{place.vlan, place.interface, place.group, membership.addr()};
+  kept.excludes = filter.mode == Gmp::Igmp::IgmpFilterMode::exclude;
+  if (kept.excludes) kept.until = filter.deadline;
+  kept.requested.reserve(filter.requested.size());
+  for (auto const& source : filter.requested)
+    kept.requested.push_back({source.address, source.deadline});
+  kept.excluded = std::move(filter.excluded);
+  return kept;
+}
+
+}  // namespace
+
+StateGathering::StateGathering(Switch& snoopingSwitch) : memberships_(snoopingSwitch, {}) {
+  gatherRouters(snoopingSwitch);
+}
+
+void StateGathering::gatherRouters(Switch& snoopingSwitch) {
+  for (VlanConfig const& vlan : snoopingSwitch.configuration().vlans)
+    for (auto const& heard : snoopingSwitch.routers(vlan.vlanId)->heard())
+      writer_.put(KeptRouter{vlan.vlanId, heard.intfId, heard.byPim, heard.router.address,
+                             heard.router.until});
+}
+
+bool StateGathering::advance(std::size_t steps) {
+  memberships_.advance(steps, [&](MembershipWalk::Place const& place, auto const& status) {
+    auto const& membership = static_cast<LearnedMembership const&>(status);
+    if (!membership.withdrawn()) writer_.put(keptMembership(place, membership));
+  });
+  return !memberships_.atEnd();
+}
+
+}  // namespace Agent

@@ -1,0 +1,123 @@
+#include "agent/state/StateKeeper.h"
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <utility>
+
+#include "agent/Log.h"
+#include "agent/state/StateFile.h"
+#include "agent/state/StateResumption.h"
+
+namespace Agent {
+
+using Horix::Time;
+
+namespace {
+
+/// From one look at what has changed to the next, and so from one file to the next.
+constexpr std::chrono::seconds pace(2);
+
+/// How much is gathered between two looks at the network: a fraction of a millisecond's work.
+constexpr std::size_t stepsAtOnce = 512;
+
+constexpr std::size_t allSteps = SIZE_MAX;
+
+std::size_t hashOf(std::string const& entries) {
+  return std::hash<std::string_view>()(entries);
+}
+
+}  // namespace
+
+StateKeeper::StateKeeper(std::string path, Switch& snoopingSwitch,
+                         Kel::Ptr<Horix::TimerWheel const> timerWheel)
+    : path_(std::move(path)), switch_(snoopingSwitch), timerWheel_(std::move(timerWheel)) {}
+
+StateKeeper::~StateKeeper() = default;
+
+void StateKeeper::resume() try {
+  auto const file = readStateFile(path_);
+  if (!file) return;
+  Resumed const resumed = Agent::resume(switch_, unseal(*file), Moment::now(timerWheel_->now()));
+  log(Severity::info, path_, " taken up: ", counted(resumed.memberships, "membership"), ", ",
+      counted(resumed.routers, "router"), ", as of ",
+      std::chrono::floor<std::chrono::seconds>(resumed.age).count(), " s ago");
+} catch (UnusableState const& unusable) {
+  log(Severity::warning, path_, " is not taken up: ", unusable.what(),
+      "; what was learned before is learned anew, with the next queries");
+}
+
+void StateKeeper::begin() {
+  timerWheel_->schedule(*this, pace);
+}
+
+void StateKeeper::onExpiry() {
+  finishWriting();
+  if (!gathering_ && !writing_.valid() && isDue()) gather();
+  if (gathering_ && !gathering_->advance(stepsAtOnce)) startWriting();
+  timerWheel_->schedule(*this, gathering_ ? Time(Horix::TimerWheel::tick) : Time(pace));
+}
+
+/// Entities tell of what has changed, but not that a time was renewed.
+bool StateKeeper::isDue() const {
+  return failed_ || Kel::mutationCount() != seenMutations_ ||
+         timerWheel_->now() - lastGathered_ >= renewalInterval();
+}
+
+/// A small part of the time that the shortest-lived membership lives.
+Time StateKeeper::renewalInterval() const {
+  Time shortest = std::chrono::minutes(10);
+  for (VlanConfig const& vlan : switch_.configuration().vlans)
+    shortest =
+        std::min<Time>(shortest, switch_.learning(vlan.vlanId)->policy().groupMembershipInterval());
+  return shortest / 10;
+}
+
+void StateKeeper::gather() {
+  seenMutations_ = Kel::mutationCount();
+  lastGathered_ = timerWheel_->now();
+  gathering_.emplace(switch_);
+}
+
+void StateKeeper::startWriting() {
+  std::string entries = gathering_->take();
+  gathering_.reset();
+  writing_ = std::async(std::launch::async,
+                        [path = path_, entries = std::move(entries),
+                         moment = Moment::now(timerWheel_->now()), known = writtenHash_] {
+                          Written written{hashOf(entries), {}};
+                          try {
+                            if (written.entriesHash != known)
+                              replaceStateFile(path, seal(moment, entries));
+                          } catch (std::exception const& error) {
+                            written.problem = error.what();
+                          }
+                          return written;
+                        });
+}
+
+void StateKeeper::finishWriting() {
+  if (!writing_.valid() || writing_.wait_for(Time()) != std::future_status::ready) return;
+  Written const written = writing_.get();
+  bool const fails = !written.problem.empty();
+  if (!fails) writtenHash_ = written.entriesHash;
+  if (fails && !failed_)
+    log(Severity::warning, written.problem,
+        "; what is learned is not kept until there is room and permission");
+  if (!fails && failed_) log(Severity::info, path_, " is written again");
+  failed_ = fails;
+}
+
+void StateKeeper::saveNow() {
+  cancel();
+  gathering_.reset();
+  if (writing_.valid()) writing_.wait();
+  finishWriting();
+  gather();
+  gathering_->advance(allSteps);
+  startWriting();
+  writing_.wait();
+  finishWriting();
+}
+
+}  // namespace Agent

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <future>
+#include <optional>
+#include <string>
+
+#include "agent/Switch.h"
+#include "agent/state/StateGathering.h"
+#include "platform/horix/TimerWheel.h"
+
+namespace Agent {
+
+/// Keeps what a switch knows in a file, and has the switch know again what is there. Some seconds
+/// after something has changed the file is replaced, and not if it would be the same; times that
+/// are only renewed wait longer. Gathering is done piece by piece on the loop, and writing, which
+/// the disk may hold up, by a thread that has nothing but the bytes.
+class StateKeeper final : private Horix::Timer {
+ public:
+  /// @param snoopingSwitch outlives it.
+  StateKeeper(std::string path, Switch& snoopingSwitch,
+              Kel::Ptr<Horix::TimerWheel const> timerWheel);
+  StateKeeper(StateKeeper const&) = delete;
+  StateKeeper& operator=(StateKeeper const&) = delete;
+  ~StateKeeper() override;
+
+  /// Has the switch take up what is in the file, and tells the log of it.
+  void resume();
+
+  /// Begins to keep the file.
+  void begin();
+
+  /// Writes what is known now, and returns when it is written.
+  void saveNow();
+
+ private:
+  /// What a file was written of, and what went wrong.
+  struct Written {
+    std::size_t entriesHash = 0;
+    std::string problem;
+  };
+
+  void onExpiry() override;
+  bool isDue() const;
+  void gather();
+  void startWriting();
+  void finishWriting();
+  Horix::Time renewalInterval() const;
+
+  std::string const path_;
+  Switch& switch_;
+  Kel::Ptr<Horix::TimerWheel const> timerWheel_;
+  std::uint64_t seenMutations_ = 0;
+  Horix::Time lastGathered_{};
+  std::optional<StateGathering> gathering_;
+  std::future<Written> writing_;
+  std::size_t writtenHash_ = 0;
+  bool failed_ = false;  // the last time
+};
+
+}  // namespace Agent

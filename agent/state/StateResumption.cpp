@@ -1,0 +1,119 @@
+#include "agent/state/StateResumption.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "agent/state/StateCodec.h"
+#include "agent/text/Wording.h"
+
+namespace Agent {
+
+using Bridging::VlanId;
+using Bridging::IgmpSnooping::SnoopedPort;
+using Bridging::IgmpSnooping::TimedFilter;
+using Horix::Time;
+using Wirex::IntfId;
+
+namespace {
+
+long long secondsOf(Time time) {
+  return std::chrono::ceil<std::chrono::seconds>(time).count();
+}
+
+/// Nothing that was learned lives for longer without being heard again.
+Time longestMembership(Switch& snoopingSwitch) {
+  Time longest{};
+  for (VlanConfig const& vlan : snoopingSwitch.configuration().vlans)
+    longest = std::max<Time>(
+        longest, snoopingSwitch.learning(vlan.vlanId)->policy().groupMembershipInterval());
+  return longest;
+}
+
+Time ageOf(SealedState const& state, Moment const& now, Switch& snoopingSwitch) {
+  Time const age = now.since(state.written);
+  if (age < Time())
+    throw UnusableState(message("it is of a time that is ", secondsOf(-age),
+                                " s ahead of the clock, which was set back"));
+  if (Time const longest = longestMembership(snoopingSwitch); age > longest)
+    throw UnusableState(message("it is ", secondsOf(age), " s old, and memberships live for ",
+                                secondsOf(longest), " s"));
+  return age;
+}
+
+/// Takes one entry after the other to where it belongs.
+class Resumption {
+ public:
+  /// @param passed what is to be subtracted of the writer's times.
+  Resumption(Switch& snoopingSwitch, Time age, Time passed)
+      : switch_(snoopingSwitch),
+        now_(snoopingSwitch.now()),
+        passed_(passed),
+        resumed_{.age = age} {}
+
+  Resumed const& resumed() const { return resumed_; }
+
+  void operator()(KeptMembership const& kept) {
+    auto* const learning = switch_.learning(kept.vlan);
+    if (!learning || learning->vlanId() != kept.vlan || !learnsIn(kept.interface, *learning))
+      return;
+    TimedFilter const filter = filterOf(kept);
+    bool const excludes = filter.mode == Gmp::Igmp::IgmpFilterMode::exclude;
+    if (filter.requested.empty() && !(excludes && filter.deadline > now_)) return;
+    if (!learning->restore(kept.interface, kept.reporter, kept.group, filter))
+      ++resumed_.memberships;
+  }
+
+  void operator()(KeptRouter const& kept) {
+    SnoopedPort const* const port = this->port(kept.interface);
+    Time const until = here(kept.until);
+    if (!port || !port->vlan().contains(kept.vlan) || until <= now_) return;
+    switch_.routers(kept.vlan)->heardIs({kept.interface, kept.byPim, {kept.address, until}});
+    ++resumed_.routers;
+  }
+
+ private:
+  Time here(Time writers) const { return writers == Time::max() ? writers : writers - passed_; }
+
+  TimedFilter filterOf(KeptMembership const& kept) const {
+    TimedFilter filter;
+    if (kept.excludes) filter.mode = Gmp::Igmp::IgmpFilterMode::exclude;
+    if (kept.excludes) filter.deadline = here(kept.until);
+    for (KeptSource const& source : kept.requested)
+      if (Time const until = here(source.until); until > now_)
+        filter.requested.push_back({source.address, until});
+    filter.excluded = kept.excluded;
+    return filter;
+  }
+
+  SnoopedPort const* port(IntfId const& intf) const {
+    auto const found = switch_.ports().find(intf);
+    return found == switch_.ports().end() ? nullptr : &found->second;
+  }
+
+  /// Whether what is heard on an interface is learned there: in the VLAN or in one of its secondary
+  /// ones.
+  bool learnsIn(IntfId const& intf, Switch::VlanLearning const& learning) const {
+    SnoopedPort const* const port = this->port(intf);
+    if (!port) return false;
+    for (auto const& [vlan, snooped] : port->vlan())
+      if (snooped.learning == &learning) return true;
+    return false;
+  }
+
+  Switch& switch_;
+  Time now_;
+  Time passed_;
+  Resumed resumed_;
+};
+
+}  // namespace
+
+Resumed resume(Switch& snoopingSwitch, SealedState const& state, Moment const& now) {
+  Time const age = ageOf(state, now, snoopingSwitch);
+  Resumption resumption(snoopingSwitch, age, state.written.monotonic + age - now.monotonic);
+  StateReader reader(state.entries);
+  while (auto const entry = reader.next()) std::visit(resumption, *entry);
+  return resumption.resumed();
+}
+
+}  // namespace Agent
