@@ -342,7 +342,18 @@ void Switch::configureHost(Igmp::IgmpHost& host) {
 
 void Switch::publish() {
   batch_.publish();
-  afterPublish_();
+  // An action may take itself back.
+  for (auto next = afterPublish_.begin(); next != afterPublish_.end();) {
+    auto const action = (next++)->second;
+    action();
+  }
+}
+
+void Switch::afterPublishIs(void const* who, std::function<void()> action) {
+  if (action)
+    afterPublish_.insert_or_assign(who, std::move(action));
+  else
+    afterPublish_.erase(who);
 }
 
 }  // namespace Agent

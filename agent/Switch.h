@@ -77,8 +77,9 @@ class Switch {
 
   Horix::Time now() const { return loop_.now(); }
 
-  /// Does `action` at the end of each publication, when the records have settled.
-  void afterPublishIs(std::function<void()> action) { afterPublish_ = std::move(action); }
+  /// Does `action` at the end of each publication, when the records have settled, for as long as
+  /// `who` does not take it back with a null one.
+  void afterPublishIs(void const* who, std::function<void()> action);
 
  private:
   /// What serves a VLAN and its secondary ones.
@@ -126,7 +127,7 @@ class Switch {
   std::map<Bridging::VlanId, Bridging::IgmpSnooping::VlanRouters> routers_;
   Kel::Ptr<Bridging::IgmpSnooping::SnoopingPamManager> snooping_;
   Kel::Ptr<HostSettingsSm> hostSettings_;
-  std::function<void()> afterPublish_ = [] {};
+  std::map<void const*, std::function<void()>> afterPublish_;
   VlanQuerier::OnOtherVersion onOtherVersion_ = [](OtherVersion const&) {};
 };
 

@@ -83,9 +83,10 @@ void run(LiveCommand const& command) {
   requirePrivileges();
   std::string const& name = command.user.empty() ? configuration.user : command.user;
   auto const user = isRoot() && !name.empty() ? std::optional(userNamed(name)) : std::nullopt;
+  bool const setsBridge = configuration.forwarding.has_value();
   Live live(command, std::move(configuration));
   if (user) live.socketsBelongTo(*user);
-  dropPrivileges(user);
+  dropPrivileges(user, setsBridge);
   live.run();
 }
 

@@ -104,9 +104,25 @@ struct VlanConfig {
   friend bool operator==(VlanConfig const&, VlanConfig const&) = default;
 };
 
+/// Where streams of groups go that nobody has joined.
+enum class Unregistered : std::uint8_t { flood, routers };
+
+std::ostream& operator<<(std::ostream& out, Unregistered ports);
+
+/// The kernel's bridge that is to forward by what was learned.
+struct ForwardingConfig {
+  std::string bridge;
+  Unregistered unregistered = Unregistered::flood;
+
+  friend bool operator==(ForwardingConfig const&, ForwardingConfig const&) = default;
+};
+
 struct Configuration {
   /// As which the program runs on where it was started as root; empty: as root.
   std::string user;
+
+  /// Nothing: what is forwarded is somebody else's business.
+  std::optional<ForwardingConfig> forwarding;
 
   /// As written; each interface once.
   std::vector<InterfaceConfig> interfaces;

@@ -60,6 +60,10 @@ std::string describeChange(Configuration const& before, Configuration const& aft
   Differences(before.interfaces, after.interfaces, [](InterfaceConfig const& interface) {
     return interface.intfId;
   }).describe("interface", parts);
+  if (before.forwarding != after.forwarding)
+    parts.push_back(!before.forwarding  ? "forwarding added"
+                    : !after.forwarding ? "forwarding removed"
+                                        : "forwarding changed");
   std::string text;
   for (std::string const& part : parts) text += (text.empty() ? "" : "; ") + part;
   return text.empty() ? "nothing changed" : text;

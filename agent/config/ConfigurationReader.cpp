@@ -71,6 +71,7 @@ class ConfigurationReader {
   void readAgent(toml::table const& toml);
   void readDefaults(toml::table const& toml);
   void readSettings(TableReader& table, SnoopingSettings& settings);
+  void readForwarding(toml::table const& toml);
   void readInterface(toml::table const& toml);
   void readVlan(toml::table const& toml);
   void readQuerier(TableReader& vlanTable, VlanConfig& vlan);
@@ -112,6 +113,8 @@ ConfigurationOrErrors ConfigurationReader::read(toml::table const& file) {
     readAgent(*agent);
   auto const* const defaults = table.table("defaults", "[defaults] in single brackets");
   if (defaults) readDefaults(*defaults);
+  auto const* const forwarding = table.table("forwarding", "[forwarding] in single brackets");
+  if (forwarding) readForwarding(*forwarding);
   for (auto const* const interface : table.tables("interface")) readInterface(*interface);
   for (auto const* const vlan : table.tables("vlan")) readVlan(*vlan);
   table.refuseUnknownKeys();
@@ -159,6 +162,23 @@ void ConfigurationReader::readSettings(TableReader& table, SnoopingSettings& set
                 settings.queryMaxResponseTime.count(), ") is not below query-interval (",
                 settings.queryInterval.count(), "); shorten the one or lengthen the other");
   }
+}
+
+void ConfigurationReader::readForwarding(toml::table const& toml) {
+  TableReader table(toml, "[forwarding]", errors_);
+  table.require("bridge", "add bridge = \"br0\", the bridge whose ports the interfaces are");
+  ForwardingConfig forwarding;
+  if (auto const* const bridge = table.find("bridge")) {
+    auto const names = namesIn(*bridge);
+    if (names.size() > 1)
+      errors_.add(bridge->source().begin, "bridge stands for ", names.size(),
+                  " interfaces; name one bridge");
+    else if (!names.empty())
+      forwarding.bridge = names.front().stringValue().view();
+  }
+  table.read("unregistered", forwarding.unregistered, {Unregistered::flood, Unregistered::routers});
+  table.refuseUnknownKeys();
+  configuration_.forwarding = std::move(forwarding);
 }
 
 void ConfigurationReader::readInterface(toml::table const& toml) {

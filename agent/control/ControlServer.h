@@ -15,7 +15,7 @@ namespace Agent {
 class ControlServer final : public SocketServer {
  public:
   /// Throws std::runtime_error if the path cannot be listened on.
-  /// @param snoopingSwitch outlives the server, which uses its afterPublish.
+  /// @param snoopingSwitch outlives the server.
   ControlServer(Horix::EventLoop& loop, Switch& snoopingSwitch, std::string path,
                 Limits const& limits = {});
   ~ControlServer() override;

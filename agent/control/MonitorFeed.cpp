@@ -127,11 +127,11 @@ std::unique_ptr<Answer> MonitorFeed::monitor() {
 
 void MonitorFeed::begin() {
   watches_ = std::make_unique<Watches>(switch_.entities());
-  switch_.afterPublishIs([this] { publish(); });
+  switch_.afterPublishIs(this, [this] { publish(); });
 }
 
 void MonitorFeed::end() {
-  switch_.afterPublishIs([] {});
+  switch_.afterPublishIs(this, nullptr);
   endings_.emplace_back(*this, std::move(watches_));
 }
 

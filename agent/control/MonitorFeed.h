@@ -20,7 +20,7 @@ class MonitorFeed {
  public:
   static constexpr std::size_t mostUnread = 1 << 20;  // bytes
 
-  /// @param snoopingSwitch outlives the feed; its afterPublish belongs to the feed.
+  /// @param snoopingSwitch outlives the feed.
   /// @param cutOff is called for each monitor that was too slow.
   MonitorFeed(Switch& snoopingSwitch, Horix::TimerWheel& timerWheel, Horix::Time start,
               std::function<void()> cutOff);

@@ -62,6 +62,7 @@ Live::Live(LiveCommand const& command, Configuration configuration)
       serviceManager_(loop_.timerWheel()),
       interfaces_(loop_, [this](IntfId const& intf,
                                 InterfaceState const& state) { handleInterface(intf, state); }),
+      forwarding_(loop_, switch_),
       control_(loop_, switch_, command.control) {
   loop_.busyPollsIs(command.busyPoll);
   if (!command.metrics.empty())
@@ -71,6 +72,7 @@ Live::Live(LiveCommand const& command, Configuration configuration)
   warnOfMissingInterfaces();
   switch_.forgetDeafPorts();
   if (state_) state_->begin();
+  forwarding_.configure();
 }
 
 Live::~Live() {
@@ -102,6 +104,7 @@ void Live::leave() {
   constexpr auto longest = std::chrono::milliseconds(100);  // for what the sockets do not take
   serviceManager_.stopping();
   log(Severity::info, "stopping: the hosts leave their groups");
+  forwarding_.end();
   switch_.leave();
   loop_.endBatch();
   Horix::Time const end = loop_.now() + longest;
@@ -123,6 +126,7 @@ void Live::reload() {
     switch_.configurationIs(std::move(configuration));
     followRouters();
     warnOfMissingInterfaces();
+    forwarding_.configure();
   }
   serviceManager_.ready(status());
 }

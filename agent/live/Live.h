@@ -8,6 +8,7 @@
 #include "agent/Switch.h"
 #include "agent/control/ControlServer.h"
 #include "agent/control/MetricsServer.h"
+#include "agent/forwarding/Forwarding.h"
 #include "agent/live/KernelInterfaces.h"
 #include "agent/live/Privileges.h"
 #include "agent/live/RouterLog.h"
@@ -56,6 +57,7 @@ class Live {
   RouterLog routerLog_;
   ServiceManager serviceManager_;
   KernelInterfaces interfaces_;
+  Forwarding forwarding_;
   ControlServer control_;
   std::unique_ptr<MetricsServer> metrics_;  // null if none are served
 };

@@ -34,14 +34,16 @@ void requirePrivileges() {
   }
 }
 
-void dropPrivileges(std::optional<User> const& user) {
+void dropPrivileges(std::optional<User> const& user, bool setsBridge) {
   capng_get_caps_process();
   // Emptying the bounding set takes a capability itself, CAP_SETPCAP: a service manager that starts
   // us without has seen to it.
   bool const mayBound = capng_have_capability(CAPNG_EFFECTIVE, CAP_SETPCAP) != 0;
+  setsBridge = setsBridge && capng_have_capability(CAPNG_PERMITTED, CAP_NET_ADMIN) != 0;
+  constexpr auto kept = static_cast<capng_type_t>(CAPNG_EFFECTIVE | CAPNG_PERMITTED);
   capng_clear(CAPNG_SELECT_ALL);
-  capng_updatev(CAPNG_ADD, static_cast<capng_type_t>(CAPNG_EFFECTIVE | CAPNG_PERMITTED),
-                CAP_NET_RAW, -1);
+  capng_update(CAPNG_ADD, kept, CAP_NET_RAW);
+  if (setsBridge) capng_update(CAPNG_ADD, kept, CAP_NET_ADMIN);
   int const failed =
       user ? capng_change_id(static_cast<int>(user->id), static_cast<int>(user->group),
                              static_cast<capng_flags_t>(CAPNG_DROP_SUPP_GRP |

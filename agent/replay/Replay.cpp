@@ -69,7 +69,7 @@ void Replay::writeSent(std::string const& directory) {
 
 void Replay::watchRecords() {
   watch_ = std::make_unique<RecordWatch>(switch_.entities().hosts);
-  switch_.afterPublishIs([this] {
+  switch_.afterPublishIs(this, [this] {
     for (RecordChange& change : watch_->takeChanges())
       events_.push_back({switch_.now(), std::move(change)});
   });

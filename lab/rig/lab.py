@@ -10,6 +10,7 @@ from rig.hosts import Host
 from rig.load import Load
 from rig.namespace import Namespace, cable
 from rig.routers import BridgeRouter, PimRouter
+from rig.streams import Sender, Tap, Watch
 from rig.switch import Switch
 
 VLAN_INTERFACE = pathlib.Path(__file__).resolve().parents[1] / "vlan-interface"
@@ -68,7 +69,9 @@ class Lab:
     def listener(self, name, switch, port, version=None):
         namespace, address = self._plug(name, switch, port)
         namespace.address("eth0", address)
-        return Host(namespace, version=version)
+        host = Host(namespace, version=version)
+        host.address = address
+        return host
 
     def bridge_router(self, name, switch, port, **options):
         namespace, address = self._plug(name, switch, port)
@@ -121,6 +124,11 @@ class Lab:
             self.until(lambda switch=switch, port=port:
                        switch.namespace.json(f"ip -j link show {port}")[0]["operstate"], "UP",
                        within=5)
+
+    def streams(self, sender, hosts):
+        """Sends from a listener's host, and watches what comes out at these and at it."""
+        source = Sender(sender.namespace, sender.address)
+        return source, Watch(self, source, {host.name: Tap(host.namespace) for host in hosts})
 
     def load(self, switch, ports):
         """A source of load at the far ends of these ports, of which no frame is kept."""
@@ -178,11 +186,13 @@ class Lab:
     # After
 
     def dissect_all(self):
-        """Has a dissector look at every frame that the switches sent."""
+        """Has a dissector look at every frame that the switches sent; of those of a bridge, which passes
+        on streams, at IGMP alone."""
         frames = []
         for switch in self.switches:
             for port in switch.all_wires:
-                frames += port.frames_sent()
+                frames += [(time, data) for time, data in port.frames_sent()
+                           if not switch.bridged or igmp.parse(time, data)]
         complaints = wire.dissect(frames, self._directory / "sent.pcap")
         if complaints is None:
             return f"{len(frames)} frames sent, not dissected: tshark is missing"

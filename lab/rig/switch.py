@@ -39,6 +39,7 @@ class Switch:
         self._configuration = []
         self.ports = []
         self.all_wires = []
+        self.bridged = False
         self._wires = {}
 
     def captured_ports(self):
@@ -54,7 +55,42 @@ class Switch:
         self._wires[port] = Wire(self.namespace, port)
         self.all_wires.append(self._wires[port])
 
+    # The kernel's bridge over the ports
+
+    def bridge(self, name="br0", options="mcast_snooping 0", ports=None):
+        """Makes one of the ports that there are, or of these."""
+        self.namespace.ip(f"link add {name} type bridge {options}")
+        for port in self.ports if ports is None else ports:
+            self.namespace.ip(f"link set {port} master {name}")
+        self.namespace.ip(f"link set {name} up")
+        self.bridged = True
+
+    def bridge_settings(self, name="br0"):
+        """What an agent may change of it and of its ports."""
+        shown = self.namespace.json(f"ip -j -d link show {name}")[0]["linkinfo"]["info_data"]
+        settings = {key: value for key, value in shown.items() if key.startswith("mcast_")}
+        for port in self.namespace.json("bridge -j -d link show"):
+            if port.get("master") == name:
+                settings[port["ifname"]] = port["mcast_router"]
+        return settings
+
+    def entries(self, name="br0"):
+        """{group: ports} of the permanent entries, and what nftables has."""
+        found = {}
+        for entries in self.namespace.json(f"bridge -d -j mdb show dev {name}"):
+            for entry in entries["mdb"]:
+                if entry["state"] == "permanent" and "src" not in entry:
+                    found.setdefault(entry["grp"], set()).add(entry["port"])
+        return found
+
+    def rules(self):
+        return self.namespace.run("nft list ruleset")
+
     # Configuration
+
+    def forwarding(self, bridge="br0", unregistered="flood"):
+        self._configuration.append(_table("[forwarding]", {"bridge": bridge,
+                                                           "unregistered": unregistered}))
 
     def vlan(self, number, untagged=None, tagged=(), querier=3, **settings):
         """Adds a VLAN of these ports (all, unless said otherwise)."""
@@ -117,6 +153,11 @@ class Switch:
         status = self._process.wait(10)
         if status != 0:
             raise RuntimeError(f"igmpsnoopd ended with {status}: {self.log()}")
+
+    def kill(self):
+        """Ends the agent without a word."""
+        self._process.kill()
+        self._process.wait(10)
 
     def running(self):
         return self._process is not None and self._process.poll() is None

@@ -56,6 +56,10 @@ class Wire:
         self._read()
         return list(self._sent)
 
+    def frames_heard(self):
+        self._read()
+        return list(self._heard)
+
     def sent(self, since=0.0):
         """The IGMP messages that left."""
         self._read()

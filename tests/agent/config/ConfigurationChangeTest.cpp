@@ -25,6 +25,13 @@ TEST(ConfigurationChange, OfDefaultsIsOneOfTheVlans) {
             "VLAN 1 changed");
 }
 
+TEST(ConfigurationChange, OfForwardingIsTold) {
+  EXPECT_EQ(change("", "[forwarding]\nbridge = \"br0\""), "forwarding added");
+  EXPECT_EQ(change("[forwarding]\nbridge = \"br0\"", "[forwarding]\nbridge = \"br1\""),
+            "forwarding changed");
+  EXPECT_EQ(change("[forwarding]\nbridge = \"br0\"", ""), "forwarding removed");
+}
+
 TEST(ConfigurationChange, OfManyIsCounted) {
   EXPECT_EQ(change("", "[[vlan]]\nid = \"1-9\""), "9 VLANs added");
 }

@@ -162,13 +162,13 @@ TEST(Configuration, UnknownTableIsRefused) {
               ElementsAre("test.toml:1:3: unknown key \"vlans\"; did you mean \"vlan\"?"));
   EXPECT_THAT(errorsIn("fast-leave = true"),
               ElementsAre("test.toml:1:1: unknown key \"fast-leave\"; "
-                          "the known keys are agent, defaults, interface and vlan"));
+                          "the known keys are agent, defaults, forwarding, interface and vlan"));
 }
 
 TEST(Configuration, UnknownKeyIsPrintedOnOneLine) {
   EXPECT_THAT(errorsIn("\"a\\n\\\"b\\u0007\" = 1"),
               ElementsAre("test.toml:1:1: unknown key \"a\\x0a\\\"b\\x07\"; "
-                          "the known keys are agent, defaults, interface and vlan"));
+                          "the known keys are agent, defaults, forwarding, interface and vlan"));
 }
 
 TEST(Configuration, DefaultsAreOneTable) {
@@ -218,7 +218,7 @@ TEST_F(ConfigurationFile, LargerThanTheReadBufferIsReadWhole) {
   EXPECT_THAT(errorsInFile(fileWith(comments + "x = 1")),
               ElementsAre(path("igmpsnoopd.toml") +
                           ":100001:1: unknown key \"x\"; "
-                          "the known keys are agent, defaults, interface and vlan"));
+                          "the known keys are agent, defaults, forwarding, interface and vlan"));
 }
 
 TEST_F(ConfigurationFile, MustExist) {

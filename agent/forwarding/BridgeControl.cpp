@@ -1,0 +1,135 @@
+#include "agent/forwarding/BridgeControl.h"
+
+#include <array>
+#include <cstdio>
+#include <set>
+#include <sys/utsname.h>
+
+#include "agent/text/Wording.h"
+
+namespace Agent {
+
+namespace {
+
+/// What a bridge that goes by permanent entries has, in the order of setting it.
+constexpr std::array<std::pair<LinkSetting, std::uint32_t>, 4> needed{{
+    {LinkSetting::igmpVersion, 3},          // else it does not look at sources
+    {LinkSetting::queryFromOwnAddress, 0},  // the rules know its queries by their 0.0.0.0
+    {LinkSetting::querier, 1},
+    {LinkSetting::snooping, 1},
+}};
+
+/// Enough for most; raised as groups come. What is not used costs nothing.
+constexpr std::uint32_t ampleGroups = 65536;
+
+}  // namespace
+
+EntryKind BridgeControl::entryKindOfKernel() {
+  utsname system{};
+  unsigned major = 0;
+  unsigned minor = 0;
+  if (uname(&system) != 0 || std::sscanf(system.release, "%u.%u", &major, &minor) != 2)
+    return EntryKind::singleSources;
+  return std::pair(major, minor) >= std::pair(6U, 3U) ? EntryKind::sourceLists
+                                                      : EntryKind::singleSources;
+}
+
+bool BridgeControl::recover() {
+  auto const former = rules_.former();
+  if (!former) return false;
+  former_ = *former;
+  giveBack();
+  return true;
+}
+
+std::optional<std::string> BridgeControl::take(LinkInfo const& bridge, StreamRules const& rules) {
+  former_.clear();
+  if (auto refusal = rulesAre(rules)) return refusal;
+  trustOwnQuerierSoon(bridge);
+  auto const mostGroups = bridge.settings.find(LinkSetting::mostGroups);
+  std::optional<std::string> refusal;
+  if (mostGroups != bridge.settings.end() && mostGroups->second < ampleGroups)
+    refusal = settingIs(bridge, LinkSetting::mostGroups, ampleGroups);
+  if (!refusal) refusal = restoreNeeded(bridge);
+  if (refusal) giveBack();
+  return refusal;
+}
+
+std::optional<std::string> BridgeControl::restoreNeeded(LinkInfo const& bridge) {
+  for (auto const& [setting, value] : needed)
+    if (auto refusal = settingIs(bridge, setting, value)) return refusal;
+  return std::nullopt;
+}
+
+/// The kernel waits for a query response interval before it trusts a querier that it has become:
+/// short for the moment in which it becomes one.
+void BridgeControl::trustOwnQuerierSoon(LinkInfo const& bridge) {
+  constexpr std::uint32_t shortest = 10;  // hundredths of a second
+  auto const interval = bridge.settings.find(LinkSetting::queryResponseInterval);
+  auto const querier = bridge.settings.find(LinkSetting::querier);
+  if (interval == bridge.settings.end() || querier == bridge.settings.end() || querier->second != 0)
+    return;
+  if (settingIs(bridge, LinkSetting::queryResponseInterval, shortest)) return;
+  if (settingIs(bridge, LinkSetting::querier, 1)) return;
+  NetlinkBatch batch;
+  addSetting(batch, bridge.index, LinkSetting::queryResponseInterval, interval->second);
+  socket_.send(batch);
+}
+
+std::optional<std::string> BridgeControl::rulesAre(StreamRules const& rules) {
+  return rules_.run(tableText(rules, former_));
+}
+
+std::optional<std::string> BridgeControl::settingIs(LinkInfo const& link, LinkSetting setting,
+                                                    std::uint32_t value) {
+  auto const present = link.settings.find(setting);
+  if (present == link.settings.end())
+    return message("the kernel does not know ", name(setting), " of ", link.name);
+  auto const key = std::pair(link.index, setting);
+  if (present->second == value && !former_.contains(key)) return std::nullopt;
+  // It is remembered first: better to put back what was not changed than not what was.
+  if (former_.try_emplace(key, present->second).second)
+    if (auto refusal = rules_.run(formerText({{key, present->second}}))) return refusal;
+  NetlinkBatch batch;
+  addSetting(batch, link.index, setting, value);
+  auto const failures = socket_.send(batch);
+  if (failures.empty()) return std::nullopt;
+  return message("the kernel does not set ", name(setting), " of ", link.name, " to ", value, ": ",
+                 failures.front().text);
+}
+
+char const* BridgeControl::disturbedIn(LinkInfo const& bridge) {
+  for (auto const& [setting, value] : needed) {
+    auto const present = bridge.settings.find(setting);
+    if (present != bridge.settings.end() && present->second != value) return name(setting);
+  }
+  return nullptr;
+}
+
+void BridgeControl::giveBack() {
+  deleteEntries();
+  putSettingsBack();
+  rules_.remove();
+}
+
+void BridgeControl::deleteEntries() {
+  NetlinkBatch batch;
+  std::vector<FoundEntry> entries;
+  addEntriesRequest(batch);
+  socket_.ask(batch, [&](nlmsghdr const& header) { readEntries(header, entries); });
+  for (FoundEntry const& found : entries) {
+    if (!found.ours || !found.permanent || found.derived) continue;
+    addDeletion(batch, found.place, found.entry.source);
+    if (batch.isFull()) socket_.send(batch);  // one that went with another is complained of
+  }
+  socket_.send(batch);
+}
+
+void BridgeControl::putSettingsBack() {
+  NetlinkBatch batch;
+  for (auto const& [key, value] : former_) addSetting(batch, key.first, key.second, value);
+  socket_.send(batch);  // what is gone needs nothing
+  former_.clear();
+}
+
+}  // namespace Agent

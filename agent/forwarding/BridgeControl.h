@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agent/forwarding/BridgeLink.h"
+#include "agent/forwarding/MdbEntry.h"
+#include "agent/forwarding/RulesTable.h"
+
+namespace Agent {
+
+/// Takes a kernel's bridge over from its own snooping, and gives it back: what was set is
+/// remembered beside the rules, so that a later agent finds it should this one be killed. Entries,
+/// rules and settings of others are left alone.
+class BridgeControl {
+ public:
+  /// Throws std::system_error, std::runtime_error.
+  BridgeControl() : socket_(NETLINK_ROUTE) {}
+
+  std::optional<LinkInfo> link(std::string const& name) { return linkNamed(socket_, name); }
+
+  /// Gives back what an earlier agent left behind. Returns whether it had left anything.
+  bool recover();
+
+  /// Puts up the rules, with everything flooded, and then has the bridge go by permanent entries.
+  /// Returns why it could not, having undone what it had begun.
+  std::optional<std::string> take(LinkInfo const& bridge, StreamRules const& rules);
+
+  /// Puts the rules anew, with everything flooded. Returns why not.
+  std::optional<std::string> rulesAre(StreamRules const& rules);
+
+  /// Sets what is otherwise, and remembers what it was. Returns why it could not.
+  std::optional<std::string> settingIs(LinkInfo const& link, LinkSetting setting,
+                                       std::uint32_t value);
+
+  /// Whether somebody has changed a setting that is needed; returns its name.
+  static char const* disturbedIn(LinkInfo const& bridge);
+
+  /// Sets again what is needed. Returns why it could not.
+  std::optional<std::string> restoreNeeded(LinkInfo const& bridge);
+
+  /// Deletes the agent's entries, puts settings back, and takes the rules away.
+  void giveBack();
+
+  std::vector<NetlinkFailure> write(NetlinkBatch& batch) { return socket_.send(batch); }
+  RulesTable& rules() { return rules_; }
+  EntryKind entryKind() const { return entryKind_; }
+
+ private:
+  void deleteEntries();
+  void putSettingsBack();
+  void trustOwnQuerierSoon(LinkInfo const& bridge);
+
+  RequestSocket socket_;
+  RulesTable rules_;
+  EntryKind entryKind_ = entryKindOfKernel();
+  FormerSettings former_;
+
+  static EntryKind entryKindOfKernel();
+};
+
+}  // namespace Agent

@@ -1,0 +1,140 @@
+#include "agent/forwarding/EntryWriter.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <set>
+
+namespace Agent {
+
+void EntryWriter::begin(std::uint32_t bridge) {
+  bridge_ = bridge;
+  groups_.clear();
+  batch_.clear();
+  changes_.clear();
+  touched_.clear();
+  entryCount_ = 0;
+  failedGroups_ = 0;
+}
+
+void EntryWriter::portsAre(std::map<Wirex::IntfId, std::uint32_t> const& ports) {
+  std::set<std::uint32_t> indices;
+  for (auto const& [intf, index] : ports) indices.insert(index);
+  for (auto& [key, group] : groups_)
+    entryCount_ -= std::erase_if(
+        group.entries, [&](Entry const& entry) { return !indices.contains(entry.first); });
+}
+
+void EntryWriter::setsAreEmpty() {
+  for (auto& [key, group] : groups_) group.joined = group.listedFailed = false;
+}
+
+EntryWriter::Group const* EntryWriter::group(Key const& key) const {
+  auto const found = groups_.find(key);
+  return found == groups_.end() ? nullptr : &found->second;
+}
+
+std::vector<EntryWriter::Key> EntryWriter::failed() const {
+  std::vector<Key> keys;
+  if (failedGroups_ == 0) return keys;
+  for (auto const& [key, group] : groups_)
+    if (group.failed) keys.push_back(key);
+  return keys;
+}
+
+void EntryWriter::groupIs(Key const& key, std::vector<Entry> wanted) {
+  touched_.push_back(key);
+  auto const known = groups_.find(key);
+  if (known == groups_.end() && wanted.empty()) return;
+  if (known != groups_.end() && std::exchange(known->second.failed, false)) --failedGroups_;
+  static Group const none;
+  auto const& present = known == groups_.end() ? none.entries : known->second.entries;
+  auto before = present.begin();
+  auto after = wanted.begin();
+  while (before != present.end() || after != wanted.end()) {
+    bool const goes =
+        after == wanted.end() || (before != present.end() && before->first < after->first);
+    bool const comes =
+        before == present.end() || (after != wanted.end() && after->first < before->first);
+    if (goes) {
+      change(key, before->first, &before->second, nullptr);
+    } else if (comes) {
+      change(key, after->first, nullptr, &after->second);
+    } else if (before->second != after->second) {
+      change(key, after->first, &before->second, &after->second);
+    }
+    if (!comes) ++before;
+    if (!goes) ++after;
+  }
+}
+
+void EntryWriter::change(Key const& key, std::uint32_t port, SourceFilter const* before,
+                         SourceFilter const* after) {
+  auto const filter = [](SourceFilter const* each) {
+    return each ? std::optional(*each) : std::nullopt;
+  };
+  addChange(batch_, {bridge_, port, key.first, key.second}, filter(before), filter(after),
+            control_.entryKind());
+  changes_.push_back({key, port, filter(after), batch_.count()});
+}
+
+std::optional<std::string> EntryWriter::flush(std::function<void(Refusal const&)> const& refused) {
+  counters_.writes += batch_.count();
+  auto const failures = control_.write(batch_);
+  auto failure = failures.begin();
+  for (Change& change : changes_) {
+    bool failed = false;
+    for (; failure != failures.end() && failure->request < change.end; ++failure) {
+      // An entry that is gone already, or there already, is as wanted.
+      if (!change.after || failure->error == EEXIST) continue;
+      ++counters_.failures;
+      if (!failed) refused({change.key, change.port, failure->error, failure->text});
+      failed = true;
+    }
+    apply(change, failed);
+  }
+  changes_.clear();
+  std::vector<RulesTable::Member> members;
+  listChanges(members);
+  touched_.clear();
+  return control_.rules().change(members);
+}
+
+void EntryWriter::apply(Change& change, bool failed) {
+  Group& group = groups_[change.key];
+  auto const place =
+      std::lower_bound(group.entries.begin(), group.entries.end(), change.port,
+                       [](Entry const& entry, std::uint32_t port) { return entry.first < port; });
+  bool const present = place != group.entries.end() && place->first == change.port;
+  if (failed) {
+    failedGroups_ += group.failed ? 0 : 1;
+    group.failed = true;
+  } else if (change.after) {
+    if (present) {
+      place->second = std::move(*change.after);
+    } else {
+      group.entries.emplace(place, change.port, std::move(*change.after));
+      ++entryCount_;
+    }
+  } else if (present) {
+    group.entries.erase(place);
+    --entryCount_;
+  }
+}
+
+/// Brings the sets in step with the groups that were touched.
+void EntryWriter::listChanges(std::vector<RulesTable::Member>& members) {
+  for (Key const& key : touched_) {
+    auto const known = groups_.find(key);
+    if (known == groups_.end()) continue;
+    Group& group = known->second;
+    bool const joined = !group.entries.empty() && !group.failed;
+    if (joined != group.joined) members.push_back({joinedSet(key.first), key.second, joined});
+    if (group.failed != group.listedFailed)
+      members.push_back({failedSet(key.first), key.second, group.failed});
+    group.joined = joined;
+    group.listedFailed = group.failed;
+    if (group.entries.empty() && !group.failed) groups_.erase(known);
+  }
+}
+
+}  // namespace Agent

@@ -1,0 +1,101 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "agent/forwarding/BridgeControl.h"
+
+namespace Agent {
+
+/// Knows which entries a bridge was given, and writes what differs: a group's entries first, and
+/// then that its streams go by them. A group of which not all could be written is flooded.
+class EntryWriter {
+ public:
+  /// A port, by the kernel's index, and what it gets.
+  using Entry = std::pair<std::uint32_t, SourceFilter>;
+
+  struct Group {
+    std::vector<Entry> entries;  ///< ascending by port
+    bool joined = false;         ///< its streams go by the entries
+    bool failed = false;         ///< not all entries could be written, so it is flooded
+    bool listedFailed = false;   ///< the rules know
+  };
+
+  /// In the VLAN of the entries.
+  using Key = std::pair<std::uint16_t, Wirex::IpAddr>;
+  struct Hash {
+    std::size_t operator()(Key const& key) const noexcept {
+      return std::hash<std::uint64_t>()(std::uint64_t{key.first} << 32 | key.second.value());
+    }
+  };
+  using Groups = std::unordered_map<Key, Group, Hash>;
+
+  struct Counters {
+    std::uint64_t writes = 0;  ///< requests for entries
+    std::uint64_t failures = 0;
+  };
+
+  /// An entry that the kernel refused.
+  struct Refusal {
+    Key key;
+    std::uint32_t port;
+    int error;
+    std::string text;
+  };
+
+  /// @param bridgeControl outlives it.
+  explicit EntryWriter(BridgeControl& bridgeControl) : control_(bridgeControl) {}
+
+  /// Of a bridge that has none of our entries, and whose sets are empty.
+  void begin(std::uint32_t bridge);
+  /// The ports that there are; the kernel has deleted the entries of others.
+  void portsAre(std::map<Wirex::IntfId, std::uint32_t> const& ports);
+  /// The sets were emptied; entries are as they were.
+  void setsAreEmpty();
+
+  Groups const& groups() const { return groups_; }
+  Group const* group(Key const& key) const;
+  std::size_t entryCount() const { return entryCount_; }
+  std::size_t failedGroups() const { return failedGroups_; }
+  Counters const& counters() const { return counters_; }
+  std::vector<Key> failed() const;
+
+  /// What a group is to have from the next flush on. A group is named once between two flushes.
+  void groupIs(Key const& key, std::vector<Entry> wanted);
+  bool isFull() const { return batch_.isFull(); }
+
+  /// Writes. What was refused is told one by one. Returns why the sets could not be changed.
+  std::optional<std::string> flush(std::function<void(Refusal const&)> const& refused);
+
+ private:
+  /// Of an entry, which takes the requests up to `end`.
+  struct Change {
+    Key key;
+    std::uint32_t port;
+    std::optional<SourceFilter> after;
+    std::size_t end;
+  };
+
+  void change(Key const& key, std::uint32_t port, SourceFilter const* before,
+              SourceFilter const* after);
+  void apply(Change& change, bool failed);
+  void listChanges(std::vector<RulesTable::Member>& members);
+
+  BridgeControl& control_;
+  std::uint32_t bridge_ = 0;
+  Groups groups_;
+  std::size_t entryCount_ = 0;
+  std::size_t failedGroups_ = 0;
+  Counters counters_;
+  NetlinkBatch batch_;
+  std::vector<Change> changes_;
+  std::vector<Key> touched_;
+};
+
+}  // namespace Agent

@@ -1,0 +1,146 @@
+#include "agent/forwarding/StreamRules.h"
+
+#include "agent/text/Wording.h"
+
+namespace Agent {
+
+namespace {
+
+/// "add rule bridge igmpsnoopd CHAIN RULE".
+std::string rule(std::string const& chain, std::string const& text) {
+  return message("add rule bridge ", rulesTable, ' ', chain, ' ', text, '\n');
+}
+
+std::string addChain(std::string const& chain, std::string const& hook = "") {
+  return message("add chain bridge ", rulesTable, ' ', chain, hook, '\n');
+}
+
+std::string addHook(std::string const& hook, int priority) {
+  return addChain(hook, message(" { type filter hook ", hook, " priority ", priority, "; }"));
+}
+
+std::string addSet(std::string const& set, std::string const& type) {
+  return message("add set bridge ", rulesTable, ' ', set, " { type ", type, "; }\n");
+}
+
+std::string addElement(std::string const& set, std::string const& element) {
+  return message("add element bridge ", rulesTable, ' ', set, " { ", element, " }\n");
+}
+
+std::string vlanChain(std::uint16_t vlan) {
+  return message("vlan", vlan);
+}
+
+constexpr char const* streams = "ip daddr 224.0.0.0/4 ip daddr != 224.0.0.0/24 ip protocol != igmp";
+
+// For experiments by RFC 9542 section 5.3, and seen only between the hooks of the bridge.
+constexpr char const* floodedType = "0x88b5";
+
+// Where the Ethernet type stands in a frame without and with a VLAN tag.
+constexpr char const* untaggedType = "@ll,96,16";
+constexpr char const* taggedType = "@ll,128,16";
+
+/// Gives flooded frames their own type back, as soon as the bridge has sorted them out.
+std::string restore(std::string const& chain) {
+  std::string text;
+  for (auto const& [protocol, type] : {std::pair{"ip", "0x0800"}, std::pair{"ip6", "0x86dd"}}) {
+    text += rule(chain, message("ether type ", floodedType, " meta protocol ", protocol, ' ',
+                                untaggedType, " set ", type));
+    text += rule(chain, message("ether type 8021q ", taggedType, ' ', floodedType,
+                                " meta protocol ", protocol, ' ', taggedType, " set ", type));
+  }
+  return text;
+}
+
+std::string portsText(StreamRules const& rules) {
+  std::string text = addSet("ports", "iface_index");
+  text += addSet("deaf", "iface_index");
+  text += addSet("silent", "iface_index");
+  for (PortRule const& port : rules.ports) {
+    text += addElement("ports", message(port.index));
+    if (!port.in) text += addElement("deaf", message(port.index));
+    if (!port.out) text += addElement("silent", message(port.index));
+  }
+  return text;
+}
+
+/// Sends a frame to the chain of its VLAN, or floods it if it is in none.
+std::string vlansText(StreamRules const& rules) {
+  std::string text;
+  for (std::uint16_t const vlan : rules.vlans) {
+    text += addSet(joinedSet(vlan), "ipv4_addr");
+    text += addSet(failedSet(vlan), "ipv4_addr");
+    text += addChain(vlanChain(vlan));
+    text += rule(vlanChain(vlan), "goto flood");
+  }
+  if (rules.vlans == std::vector<std::uint16_t>{0}) return text + rule("streams", "goto vlan0");
+  for (std::uint16_t const vlan : rules.vlans)
+    text += rule("streams", message("ether type 8021q vlan id ", vlan, " goto ", vlanChain(vlan)));
+  text += rule("streams", "ether type 8021q goto flood");
+  for (PortRule const& port : rules.ports)
+    if (port.untaggedVlan)
+      text += rule("streams", message("iif ", port.index, " goto ", vlanChain(*port.untaggedVlan)));
+  return text + rule("streams", "goto flood");
+}
+
+}  // namespace
+
+std::string joinedSet(std::uint16_t vlan) {
+  return message("joined", vlan);
+}
+
+std::string failedSet(std::uint16_t vlan) {
+  return message("failed", vlan);
+}
+
+std::string tableText(StreamRules const& rules, FormerSettings const& former) {
+  std::string const table = message(" table bridge ", rulesTable, '\n');
+  // To add it first makes the deletion right where there is none.
+  std::string text = "add" + table + "delete" + table + "add" + table;
+  text += message("add map bridge ", rulesTable, " former { type mark . mark : mark; }\n");
+  text += formerText(former);
+  text += portsText(rules);
+  // First, for what other rules may count; last, for what they may match.
+  text += addHook("prerouting", -350) + addHook("input", -350) + addHook("output", 350) +
+          addHook("postrouting", -350);
+  text += addChain("flood") + addChain("streams");
+  text += rule("flood", message("ether type 8021q ", taggedType, " set ", floodedType, " accept"));
+  text += rule("flood", message(untaggedType, " set ", floodedType));
+  text += vlansText(rules);
+
+  text +=
+      rule("prerouting",
+           "iif @ports ip protocol igmp igmp type { membership-report-v1, membership-report-v2, "
+           "membership-report-v3, leave-group } drop");
+  text += rule("prerouting", message("iif @deaf ", streams, " drop"));
+  text += rule("prerouting", message("iif @ports ", streams, " goto streams"));
+  text += rule("prerouting", "iif @ports ip6 daddr ff00::/8 goto flood");
+  text += rule("output", "ip saddr 0.0.0.0 ip protocol igmp igmp type membership-query drop");
+  text += restore("input");
+  text += restore("postrouting");
+  text += rule("postrouting", message("oif @silent ", streams, " drop"));
+  return text;
+}
+
+std::string floodText(std::uint16_t vlan) {
+  return message("flush chain bridge ", rulesTable, ' ', vlanChain(vlan), '\n') +
+         rule(vlanChain(vlan), "goto flood");
+}
+
+std::string byEntriesText(std::uint16_t vlan, Unregistered unregistered) {
+  std::string const test = unregistered == Unregistered::flood
+                               ? message("ip daddr != @", joinedSet(vlan))
+                               : message("ip daddr @", failedSet(vlan));
+  return message("flush chain bridge ", rulesTable, ' ', vlanChain(vlan), '\n') +
+         rule(vlanChain(vlan), test + " goto flood");
+}
+
+std::string formerText(FormerSettings const& former) {
+  std::string text;
+  for (auto const& [key, value] : former)
+    text += addElement(
+        "former", message(key.first, " . ", static_cast<std::uint32_t>(key.second), " : ", value));
+  return text;
+}
+
+}  // namespace Agent

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "agent/config/Configuration.h"
+#include "agent/forwarding/BridgeLink.h"
+
+/// The nftables rules beside a bridge's entries, as text in the language of nft(8).
+///
+/// 1. Reports and leaves of served ports are dropped in the prerouting hook: packet sockets have
+///    heard them by then, and the kernel neither learns from them nor forwards them.
+/// 2. A bridge honours its entries only while it believes that there is a querier, so it is made
+///    its own; the queries that it then sends are dropped in the output hook.
+/// 3. A bridge that does so sends what has no entry to router ports alone. Streams that are to go
+///    everywhere get an Ethernet type that it floods, and their own back as they leave. All do that
+///    of a VLAN until its entries are whole, so that nothing is cut meanwhile.
+/// 4. IPv6 multicast is flooded likewise, MLD included, which is not snooped.
+namespace Agent {
+
+/// What settings were before they were changed, by interface: kept in the kernel beside the rules,
+/// where they outlive the agent and nothing else.
+using FormerSettings = std::map<std::pair<std::uint32_t, LinkSetting>, std::uint32_t>;
+
+struct PortRule {
+  std::uint32_t index = 0;  ///< the kernel's
+  bool in = true;           ///< whether streams may come in, and leave
+  bool out = true;
+  std::optional<std::uint16_t> untaggedVlan;
+
+  friend bool operator==(PortRule const&, PortRule const&) = default;
+};
+
+struct StreamRules {
+  std::vector<PortRule> ports;
+  /// Ascending; 0 alone on a bridge that does not tell VLANs apart.
+  std::vector<std::uint16_t> vlans;
+  Unregistered unregistered = Unregistered::flood;
+
+  friend bool operator==(StreamRules const&, StreamRules const&) = default;
+};
+
+/// Puts the whole table, with empty sets and every VLAN flooded, in the place of what there is.
+std::string tableText(StreamRules const& rules, FormerSettings const& former);
+
+/// Has a VLAN's streams go by entries: those of groups in its set `joined`, and with `routers` all
+/// but those in its set `failed`.
+std::string byEntriesText(std::uint16_t vlan, Unregistered unregistered);
+
+/// Has every stream of a VLAN flooded.
+std::string floodText(std::uint16_t vlan);
+
+/// Adds settings to those kept.
+std::string formerText(FormerSettings const& former);
+
+inline constexpr char const* rulesTable = "igmpsnoopd";
+
+/// The groups of a VLAN that have entries, and those whose entries could not all be written.
+std::string joinedSet(std::uint16_t vlan);
+std::string failedSet(std::uint16_t vlan);
+
+}  // namespace Agent
