@@ -236,9 +236,10 @@ void Switch::addVlans() {
             .try_emplace(vlan.vlanId, entities_.snoopingStatus->contextStatus(vlan.vlanId), vlan,
                          loop_, batch_)
             .first->second;
-    learning.learning.policyIs(policyOf(vlan.settings));
     learning.querier.onOtherVersionIs(
         [this](OtherVersion const& other) { onOtherVersion_(other); });
+    learning.querier.onSentIs(
+        [this](VlanId in, Igmp::Query const& query) { routers_.at(in).queries()->sent(query); });
     learning.querier.settingsIs(querierSettingsOf(vlan), policyOf(vlan.settings));
   }
 }
@@ -285,6 +286,9 @@ void Switch::handleInterface(InterfaceConfig const& interface) {
   auto& port = *snooping_->port(intf);
   bool const goesDeaf = port.receives() && !receives(interface);
   port.receivesIs(receives(interface));
+  // A port that goes down does so first, and one that comes up last: with the last thing that it
+  // takes to send comes a query.
+  if (!sends(interface)) port.sendsIs(false);
   port.macAddressIs(state.macAddress);
   port.mtuIs(state.mtu);
   port.sendsIs(sends(interface));
@@ -335,8 +339,10 @@ void Switch::configureHost(Igmp::IgmpHost& host) {
   settings.requireRouterAlert = configured.requireRouterAlert;
   bool const reportsOnAll = configured.reportOn == ReportOn::all;
   RouterPort const routerPort = this->routerPort(vlan->first, intf);
-  settings.reportsUnasked = reportsOnAll || routerPort != RouterPort();
+  bool const isRouterPort = routerPort != RouterPort();
+  settings.reportsUnasked = reportsOnAll || isRouterPort;
   settings.reportsSinceQuery = !reportsOnAll && routerPort.isByQuery();
+  host.vlanQueriesIs(isRouterPort ? routers_.at(vlan->first).queries() : nullptr);
   host.settingsIs(settings);
 }
 

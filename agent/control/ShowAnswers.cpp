@@ -118,8 +118,8 @@ class VlansListing final : public Listing {
       object["querier"] = !querier->settings().sendsQueries ? "off"
                           : querier->isQuerier()            ? "elected"
                                                             : "other";
-      if (querier->otherQuerier() != IpAddr())
-        object["other-querier"] = message(querier->otherQuerier());
+      if (auto const& other = querier->otherQuerier())
+        object["other-querier"] = message(other->address);
     }
     object["interface-count"] = vlan.members.size();
     auto const status = theSwitch().entities().snoopingStatus->contextStatus(vlan.vlanId);

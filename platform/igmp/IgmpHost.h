@@ -11,6 +11,7 @@
 #include "framework/types/IntfId.h"
 #include "framework/types/IpAddr.h"
 #include "platform/horix/Clock.h"
+#include "platform/igmp/VlanQueries.h"
 #include "platform/wirex/VlanPam.h"
 
 /// The IGMP hosts: one per (port, VLAN), named by the text of its PortKey. The proxy writes them;
@@ -28,6 +29,8 @@ struct HostSettings {
   /// Whether only a query is why it does. A host that begins for that reason waits like one that
   /// answers (RFC 9776 section 5.2), so that all that hear a new querier do not speak together.
   bool reportsSinceQuery = false;
+  /// Whether it heeds queries on its port; those that it follows in its VLAN it heeds anyway.
+  bool hearsQueries = true;
   /// Whether it ignores IGMPv2 and IGMPv3 queries without Router Alert (RFC 9776 section 9.1).
   bool requireRouterAlert = false;
 
@@ -126,6 +129,7 @@ class KEL_EXPORT IgmpHost : public Kel::Entity {
     virtual void onBlocked() {}
     virtual void onDirection() {}
     virtual void onSettings() {}
+    virtual void onVlanQueries() {}
     virtual void onV3group(Wirex::IpAddr /*group*/) {}
     virtual void onV3groupkelImmediate() {}
 
@@ -187,6 +191,13 @@ class KEL_EXPORT IgmpHost : public Kel::Entity {
   HostSettings const& settings() const { return settings_.get(); }
   void settingsIs(HostSettings const& settings) { settings_.is(*this, settings); }
 
+  /// The queries of its VLAN if it answers all of them and not only those on its port; else null.
+  /// Written as the settings are.
+  Kel::Ptr<VlanQueries const> const& vlanQueries() const { return vlanQueries_.get(); }
+  void vlanQueriesIs(Kel::Ptr<VlanQueries const> const& queries) {
+    vlanQueries_.is(*this, queries);
+  }
+
   V3groups const& v3group() const { return v3group_; }
   Kel::Ptr<IgmpV3GroupRecord> v3group(Wirex::IpAddr group) const { return v3group_.get(group); }
   Kel::Ptr<IgmpV3GroupRecord> newV3group(Wirex::IpAddr group) const {
@@ -214,6 +225,7 @@ class KEL_EXPORT IgmpHost : public Kel::Entity {
   Kel::Value<bool, &NotifieeConst::onBlocked> blocked_;
   Kel::Value<Direction, &NotifieeConst::onDirection> direction_;
   Kel::Value<HostSettings, &NotifieeConst::onSettings> settings_;
+  Kel::NullablePointer<VlanQueries const, &NotifieeConst::onVlanQueries> vlanQueries_;
   V3groups v3group_;
 };
 

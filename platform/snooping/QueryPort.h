@@ -15,6 +15,8 @@ class KEL_EXPORT QueryPort {
   /// How long an IP datagram may be.
   virtual std::size_t mtu() const = 0;
 
+  virtual Wirex::MacAddress const& macAddress() const = 0;
+
   /// Sends an IGMP message in a VLAN. Returns whether the port can send at present.
   virtual bool send(VlanId vlan, Wirex::IpAddr source, Wirex::IpAddr destination,
                     Wirex::Bytes message) = 0;

@@ -143,28 +143,29 @@ void SnoopedPort::hear(VlanId vlan, SnoopedVlan const& snooped, Igmp::EthernetFr
   auto const report = [&](auto const& message) {
     countIfIgnored(snooped.learning->report(intfId_, packet.source, message.group));
   };
-  std::visit(
-      Overloaded{
-          [&](Igmp::Query const& query) { hear(snooped, frame.source, packet.source, query); },
-          [&](Igmp::ReportV1 const& message) { report(message); },
-          [&](Igmp::ReportV2 const& message) { report(message); },
-          [&](Igmp::ReportV3 const& message) {
-            for (Igmp::GroupRecord const& record : message.records)
-              hear(vlan, snooped, packet.source, record);
-          },
-          [&](Igmp::Leave const& leave) { hear(vlan, snooped, packet.source, leave); },
-      },
-      packet.message);
+  std::visit(Overloaded{
+                 [&](Igmp::Query const& query) { hear(snooped, frame.source, packet, query); },
+                 [&](Igmp::ReportV1 const& message) { report(message); },
+                 [&](Igmp::ReportV2 const& message) { report(message); },
+                 [&](Igmp::ReportV3 const& message) {
+                   for (Igmp::GroupRecord const& record : message.records)
+                     hear(vlan, snooped, packet.source, record);
+                 },
+                 [&](Igmp::Leave const& leave) { hear(vlan, snooped, packet.source, leave); },
+             },
+             packet.message);
 }
 
-void SnoopedPort::hear(SnoopedVlan const& snooped, Wirex::Bytes sourceMac, IpAddr source,
-                       Igmp::Query const& query) {
-  Horix::Time const lifetime = snooped.learning->policy().otherQuerierPresentInterval(query);
-  bool const precedesByMac = std::lexicographical_compare(sourceMac.begin(), sourceMac.end(),
-                                                          macAddress_.begin(), macAddress_.end());
-  snooped.querier->queryHeard(source, lifetime, precedesByMac);
-  if (query.isGeneral()) snooped.querier->versionHeard(intfId_, source, query.version);
-  snooped.routers->querierHeard(intfId_, source, lifetime);
+void SnoopedPort::hear(SnoopedVlan const& snooped, Wirex::Bytes sourceMac,
+                       Igmp::Packet const& packet, Igmp::Query const& query) {
+  OtherQuerier sender{packet.source,      {}, intfId_, query.version, query.robustness,
+                      query.queryInterval};
+  std::copy(sourceMac.begin(), sourceMac.end(), sender.macAddress.begin());
+  snooped.querier->queryHeard(*this, sender, query);
+  snooped.routers->querierHeard(intfId_, packet.source,
+                                snooped.querier->policy().otherQuerierPresentInterval(query));
+  if (!Igmp::isMisdirected(query, packet.destination))
+    snooped.routers->queries()->heard({intfId_, packet.source, query});
 }
 
 void SnoopedPort::hear(VlanId vlan, SnoopedVlan const& snooped, IpAddr reporter,
@@ -185,6 +186,8 @@ void SnoopedPort::hear(VlanId vlan, SnoopedVlan const& snooped, IpAddr reporter,
 
 void SnoopedPort::hear(VlanId vlan, SnoopedVlan const& snooped, IpAddr reporter,
                        Igmp::Leave const& leave) {
+  // Where hosts speak IGMPv1 nobody answers for a group of its own (RFC 9776 section 7.3.2).
+  if (snooped.querier->version() == Igmp::IgmpVersion::v1) return;
   // Somebody whose report another one's made unnecessary is no known member, but may leave.
   bool const hasMembers = snooped.learning->hasMembers(intfId_, leave.group);
   snooped.learning->leave(intfId_, reporter, leave.group);

@@ -65,6 +65,7 @@ class KEL_EXPORT SnoopedPort final : private QueryPort {
 
  private:
   std::size_t mtu() const override { return mtu_; }
+  Wirex::MacAddress const& macAddress() const override { return macAddress_; }
   bool send(VlanId vlan, Wirex::IpAddr source, Wirex::IpAddr destination,
             Wirex::Bytes message) override;
 
@@ -77,7 +78,7 @@ class KEL_EXPORT SnoopedPort final : private QueryPort {
                                             Igmp::EthernetFrame const& frame);
   void hear(VlanId vlan, SnoopedVlan const& snooped, Igmp::EthernetFrame const& frame,
             Igmp::Packet const& packet);
-  void hear(SnoopedVlan const& snooped, Wirex::Bytes sourceMac, Wirex::IpAddr source,
+  void hear(SnoopedVlan const& snooped, Wirex::Bytes sourceMac, Igmp::Packet const& packet,
             Igmp::Query const& query);
   void hear(VlanId vlan, SnoopedVlan const& snooped, Wirex::IpAddr reporter,
             Igmp::GroupRecord const& record);

@@ -37,6 +37,11 @@ struct SnoopingPolicy {
   /// RFC 9776 section 8.6.
   Milliseconds startupQueryInterval() const { return queryInterval / 4; }
 
+  /// How long another querier is taken to be there (RFC 9776 section 8.5).
+  Milliseconds otherQuerierPresentInterval() const {
+    return robustnessVariable * queryInterval + queryMaxResponseTime / 2;
+  }
+
   /// How long the sender of a query is taken to be there (RFC 9776 section 8.5). It counts in its
   /// own variables where it tells them (sections 4.1.6 and 4.1.7); the response time of a specific
   /// query is not that of its general ones.

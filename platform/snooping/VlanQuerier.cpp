@@ -1,6 +1,7 @@
 #include "platform/snooping/VlanQuerier.h"
 
 #include <algorithm>
+#include <set>
 #include <span>
 #include <utility>
 #include <vector>
@@ -67,30 +68,31 @@ class VlanQuerier::Inquiry final : public Horix::Timer {
   std::map<IpAddr, unsigned> sourceQueries_;
 };
 
-VlanQuerier::VlanQuerier(VlanLearning const& learning, Kel::Ptr<Horix::TimerWheel const> timerWheel)
-    : learning_(learning), timerWheel_(std::move(timerWheel)) {}
+VlanQuerier::VlanQuerier(VlanLearning& learning, Kel::Ptr<Horix::TimerWheel const> timerWheel)
+    : learning_(learning), timerWheel_(std::move(timerWheel)), policy_(learning.policy()) {}
 
 VlanQuerier::~VlanQuerier() = default;
 
 void VlanQuerier::settingsIs(QuerierSettings const& settings, SnoopingPolicy const& policy) {
   bool const wasOn = settings_.sendsQueries;
+  bool const wasQuerier = isQuerier();
   settings_ = settings;
   policy_ = policy;
-  if (!settings_.sendsQueries) {
-    cancel();
+  bool const wins =
+      settings_.sendsQueries && otherQuerier_ && precedes(settings_.source, otherQuerier_->address);
+  otherQuerierIs(wins ? std::nullopt : otherQuerier_);
+  if (!isQuerier()) {
     inquiries_.clear();
-    givesWay_ = false;
-    otherQuerier_ = IpAddr();
-  } else if (!wasOn) {
-    startupQueriesLeft_ = policy_.robustnessVariable;
+    if (!otherQuerier_) cancel();
+  } else if (!wasQuerier) {
+    startupQueriesLeft_ = wasOn ? 0 : policy_.robustnessVariable;
     queryAll();
-  } else if (givesWay_ && !wins(otherQuerier_, true)) {
-    onExpiry();
-  } else if (isQuerier()) {
+  } else {
     // A query may have become due earlier than it was, but not later.
     Horix::Time const latest = timerWheel_->now() + policy_.queryInterval;
     if (latest < deadline()) timerWheel_->scheduleAt(*this, latest);
   }
+  if (wasQuerier != isQuerier() || wins) onElection_(*this);
 }
 
 void VlanQuerier::portIs(VlanId vlan, QueryPort& port) {
@@ -104,27 +106,45 @@ void VlanQuerier::portDel(VlanId vlan, QueryPort const& port) {
   std::erase_if(inquiries_, [&](auto const& inquiry) { return inquiry.first.port == key; });
 }
 
-void VlanQuerier::portIsUp(VlanId vlan, QueryPort& port) {
-  if (isQuerier()) queryGenerally(vlan, port);
-}
-
-void VlanQuerier::queryHeard(IpAddr source, Horix::Time lifetime, bool precedesByMac) {
-  if (!settings_.sendsQueries || !wins(source, precedesByMac)) return;
-  givesWay_ = true;
-  otherQuerier_ = source;
+void VlanQuerier::queryHeard(QueryPort const& port, OtherQuerier const& sender,
+                             Igmp::Query const& query) {
+  if (query.isGeneral()) tellOtherVersion(sender);
+  if (!isElected(port, sender)) return;
+  bool const isOther = !otherQuerier_ || !otherQuerier_->isSame(sender);
   startupQueriesLeft_ = 0;
   inquiries_.clear();
-  timerWheel_->schedule(*this, lifetime);
+  timerWheel_->schedule(*this, std::min(policy_.otherQuerierPresentInterval(query),
+                                        policy_.otherQuerierPresentInterval()));
+  otherQuerierIs(sender);
+  if (isOther) onElection_(*this);
 }
 
-void VlanQuerier::versionHeard(IntfId const& intf, IpAddr source, IgmpVersion version) {
+bool VlanQuerier::isElected(QueryPort const& port, OtherQuerier const& sender) const {
+  if (otherQuerier_)
+    return sender.isSame(*otherQuerier_) ||
+           precedes(sender.address, sender.macAddress, otherQuerier_->address,
+                    otherQuerier_->macAddress);
+  return !settings_.sendsQueries ||
+         precedes(sender.address, sender.macAddress, settings_.source, port.macAddress());
+}
+
+void VlanQuerier::otherQuerierIs(std::optional<OtherQuerier> const& querier) {
+  otherQuerier_ = querier;
+  SnoopingPolicy inForce = policy_;
+  if (querier && querier->robustness != 0) inForce.robustnessVariable = querier->robustness;
+  if (querier && querier->queryInterval != querier->queryInterval.zero())
+    inForce.queryInterval = querier->queryInterval;
+  learning_.policyIs(inForce);
+}
+
+void VlanQuerier::tellOtherVersion(OtherQuerier const& sender) {
   constexpr auto pause = std::chrono::hours(1);
-  if (!settings_.sendsQueries || version == settings_.version) return;
+  if (!settings_.sendsQueries || sender.version == settings_.version) return;
   Horix::Time const now = timerWheel_->now();
-  auto const [told, isFirst] = toldUntil_.try_emplace(version);
+  auto const [told, isFirst] = toldUntil_.try_emplace(sender.version);
   if (!isFirst && now < told->second) return;
   told->second = now + pause;
-  onOtherVersion_({learning_.vlanId(), intf, source, version, settings_.version});
+  onOtherVersion_({vlanId(), sender.intfId, sender.address, sender.version, settings_.version});
 }
 
 void VlanQuerier::withdrawn(VlanId vlan, QueryPort const& port, IpAddr group,
@@ -144,32 +164,44 @@ void VlanQuerier::withdrawn(VlanId vlan, QueryPort const& port, IpAddr group,
 }
 
 void VlanQuerier::onExpiry() {
-  givesWay_ = false;
-  otherQuerier_ = IpAddr();
-  queryAll();
+  bool const isElection = otherQuerier_.has_value();
+  if (isElection) otherQuerierIs(std::nullopt);
+  if (settings_.sendsQueries) queryAll();
+  if (isElection) onElection_(*this);
 }
 
-/// 0.0.0.0 is the address of a switch that queries without being a router (RFC 4541 section
-/// 2.1.1); it wins no election against an address. Two switches without one that are connected must
-/// not both query: each would answer the other with what it has learned from it, and what the two
-/// believe of each other would never end. So of these the lower MAC address wins.
-bool VlanQuerier::wins(IpAddr querier, bool precedesByMac) const {
-  if (querier == IpAddr()) return settings_.source == IpAddr() && precedesByMac;
-  return settings_.source == IpAddr() || querier < settings_.source;
+void VlanQuerier::portIsUp(VlanId vlan, QueryPort& port) {
+  if (!isQuerier()) return;
+  Message const message = generalQuery();
+  if (sendGeneral(vlan, port, message)) tellSent(vlan, message);
 }
 
 void VlanQuerier::queryAll() {
   if (startupQueriesLeft_ > 0) --startupQueriesLeft_;
   timerWheel_->schedule(
       *this, startupQueriesLeft_ > 0 ? policy_.startupQueryInterval() : policy_.queryInterval);
-  for (auto const& [key, port] : ports_) queryGenerally(key.vlanId, *port);
+  Message const message = generalQuery();
+  std::set<VlanId> vlans;
+  for (auto const& [key, port] : ports_)
+    if (sendGeneral(key.vlanId, *port, message)) vlans.insert(key.vlanId);
+  for (VlanId const vlan : vlans) tellSent(vlan, message);
 }
 
-void VlanQuerier::queryGenerally(VlanId vlan, QueryPort& port) {
+VlanQuerier::Message VlanQuerier::generalQuery() const {
   Igmp::QueryToSend general = query();
   general.maxResponseTime = policy_.queryMaxResponseTime;
-  if (port.send(vlan, settings_.source, Igmp::allSystems, Igmp::queryMessage(general)))
-    ++sent_.general;
+  return Igmp::queryMessage(general);
+}
+
+bool VlanQuerier::sendGeneral(VlanId vlan, QueryPort& port, Message const& message) {
+  if (!port.send(vlan, settings_.source, Igmp::allSystems, message)) return false;
+  ++sent_.general;
+  return true;
+}
+
+/// Those who hear it are to read in it what everybody else does.
+void VlanQuerier::tellSent(VlanId vlan, Message const& message) const {
+  if (auto const query = Igmp::readQuery(message)) onSent_(vlan, *query);
 }
 
 Igmp::QueryToSend VlanQuerier::query() const {
@@ -190,8 +222,10 @@ void VlanQuerier::continueInquiry(InquiryKey const& asked) {
       timerWheel_->now() + policy_.lastMemberQueryTime() + Horix::TimerWheel::tick;
 
   auto const send = [&](Igmp::QueryToSend const& query, std::uint64_t& counter) {
-    if (port.send(key.port.vlanId, settings_.source, key.group, Igmp::queryMessage(query)))
-      ++counter;
+    Message const message = Igmp::queryMessage(query);
+    if (!port.send(key.port.vlanId, settings_.source, key.group, message)) return;
+    ++counter;
+    tellSent(key.port.vlanId, message);
   };
   Igmp::QueryToSend query = this->query();
   query.group = key.group;

@@ -5,10 +5,14 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
+#include <vector>
 
 #include "framework/types/IgmpVersion.h"
 #include "platform/horix/TimerWheel.h"
+#include "platform/igmp/wire/Message.h"
 #include "platform/igmp/wire/QueryWriter.h"
+#include "platform/snooping/OtherQuerier.h"
 #include "platform/snooping/QueryNeed.h"
 #include "platform/snooping/QueryPort.h"
 #include "platform/snooping/SnoopingPolicy.h"
@@ -44,25 +48,35 @@ struct QueriesSent {
 /// The querier of one VLAN (RFC 9776 section 6; RFC 2236 and RFC 1112 for the older versions). It
 /// sends general queries on all ports, its secondary VLANs' included, and asks on a port from which
 /// a withdrawal is heard whether somebody else there wants what was withdrawn. It stays silent
-/// while it is switched off and while another querier is elected. Memberships' times are learning's
-/// alone: queries lower none of them. Single-threaded.
+/// while it is switched off and while another querier is elected, whose robustness and query
+/// interval learning then counts in (RFC 9776 sections 4.1.6 and 4.1.7). Memberships' times are
+/// learning's alone: queries lower none of them. Single-threaded.
 class KEL_EXPORT VlanQuerier : private Horix::Timer {
  public:
   /// @param learning of the VLAN; outlives the querier.
-  VlanQuerier(VlanLearning const& learning, Kel::Ptr<Horix::TimerWheel const> timerWheel);
+  VlanQuerier(VlanLearning& learning, Kel::Ptr<Horix::TimerWheel const> timerWheel);
   VlanQuerier(VlanQuerier const&) = delete;
   VlanQuerier& operator=(VlanQuerier const&) = delete;
   ~VlanQuerier() override;
 
-  /// Off at first. A querier that is switched on sends its start-up queries.
+  /// Off at first. A querier that is switched on sends its start-up queries, unless another one
+  /// is elected already.
+  /// @param policy as it is configured; learning gets it with the elected querier's values.
   void settingsIs(QuerierSettings const& settings, SnoopingPolicy const& policy);
   QuerierSettings const& settings() const { return settings_; }
+  SnoopingPolicy const& policy() const { return policy_; }
+  VlanId vlanId() const { return learning_.vlanId(); }
 
   /// Whether it is switched on and no other one is elected.
-  bool isQuerier() const { return settings_.sendsQueries && !givesWay_; }
+  bool isQuerier() const { return settings_.sendsQueries && !otherQuerier_; }
 
-  /// The one to which it has lost the election; 0.0.0.0 if to none, or to one without an address.
-  Wirex::IpAddr otherQuerier() const { return otherQuerier_; }
+  /// The one that is elected, if that is another one. Also while this one is off.
+  std::optional<OtherQuerier> const& otherQuerier() const { return otherQuerier_; }
+
+  /// What the elected querier speaks, or this one would.
+  Igmp::IgmpVersion version() const {
+    return otherQuerier_ ? otherQuerier_->version : settings_.version;
+  }
 
   QueriesSent const& sent() const { return sent_; }
 
@@ -74,18 +88,22 @@ class KEL_EXPORT VlanQuerier : private Horix::Timer {
   /// The port can send from now on: whoever is there is asked soon.
   void portIsUp(VlanId vlan, QueryPort& port);
 
-  /// A query was heard, whose sender is taken to be there for so long.
-  /// @param precedesByMac whether the sender's MAC address is lower than that of the port on which
-  /// it was heard.
-  void queryHeard(Wirex::IpAddr source, Horix::Time lifetime, bool precedesByMac = false);
+  /// A query was heard on a port. Its sender is elected or not for as long as it says, but not for
+  /// longer than this VLAN's own values allow: one query must not end querying for days.
+  void queryHeard(QueryPort const& port, OtherQuerier const& sender, Igmp::Query const& query);
 
-  /// A general query of this version was heard.
-  void versionHeard(Wirex::IntfId const& intf, Wirex::IpAddr source, Igmp::IgmpVersion version);
+  /// Who hears of each election with another outcome than before.
+  using OnElection = std::function<void(VlanQuerier const&)>;
+  void onElectionIs(OnElection action) { onElection_ = std::move(action); }
 
   /// Who hears of other versions, while it is switched on: of each at most once an hour (RFC 9776
   /// section 7.3.1 has such warnings rate-limited).
   using OnOtherVersion = std::function<void(OtherVersion const&)>;
   void onOtherVersionIs(OnOtherVersion action) { onOtherVersion_ = std::move(action); }
+
+  /// Who hears what it asks: of one query on several ports of a VLAN once.
+  using OnSent = std::function<void(VlanId, Igmp::Query const&)>;
+  void onSentIs(OnSent action) { onSent_ = std::move(action); }
 
   /// Something was withdrawn on a port, and learning knows.
   void withdrawn(VlanId vlan, QueryPort const& port, Wirex::IpAddr group,
@@ -93,6 +111,7 @@ class KEL_EXPORT VlanQuerier : private Horix::Timer {
 
  private:
   class Inquiry;
+  using Message = std::vector<std::uint8_t>;
 
   /// A port in a VLAN, in an order that is the same in every run.
   struct PortVlan {
@@ -108,23 +127,28 @@ class KEL_EXPORT VlanQuerier : private Horix::Timer {
     friend auto operator<=>(InquiryKey const&, InquiryKey const&) = default;
   };
 
-  /// The next general query is due, or another querier has fallen silent.
+  /// The next general query is due, or the other querier has fallen silent.
   void onExpiry() override;
 
-  bool wins(Wirex::IpAddr querier, bool precedesByMac) const;
+  bool isElected(QueryPort const& port, OtherQuerier const& sender) const;
+  void otherQuerierIs(std::optional<OtherQuerier> const& querier);
+  void tellOtherVersion(OtherQuerier const& sender);
   void queryAll();
-  void queryGenerally(VlanId vlan, QueryPort& port);
+  Message generalQuery() const;
+  bool sendGeneral(VlanId vlan, QueryPort& port, Message const& message);
+  void tellSent(VlanId vlan, Message const& message) const;
   void continueInquiry(InquiryKey const& asked);
   Igmp::QueryToSend query() const;
 
-  VlanLearning const& learning_;
+  VlanLearning& learning_;
   Kel::Ptr<Horix::TimerWheel const> timerWheel_;
   QuerierSettings settings_;
   SnoopingPolicy policy_;
   unsigned startupQueriesLeft_ = 0;
-  bool givesWay_ = false;
-  Wirex::IpAddr otherQuerier_;
+  std::optional<OtherQuerier> otherQuerier_;  // timed by this timer, else the next query is
   OnOtherVersion onOtherVersion_ = [](OtherVersion const&) {};
+  OnElection onElection_ = [](VlanQuerier const&) {};
+  OnSent onSent_ = [](VlanId, Igmp::Query const&) {};
   std::map<Igmp::IgmpVersion, Horix::Time> toldUntil_;
   QueriesSent sent_;
   std::map<PortVlan, QueryPort*> ports_;

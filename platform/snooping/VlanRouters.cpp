@@ -34,7 +34,9 @@ class VlanRouters::Port final : public Horix::Timer {
 
 VlanRouters::VlanRouters(Kel::Ptr<RouterPorts> routerPorts,
                          Kel::Ptr<Horix::TimerWheel const> timerWheel)
-    : routerPorts_(std::move(routerPorts)), timerWheel_(std::move(timerWheel)) {}
+    : routerPorts_(std::move(routerPorts)),
+      timerWheel_(std::move(timerWheel)),
+      queries_(Kel::make<Igmp::VlanQueries>(timerWheel_)) {}
 
 VlanRouters::~VlanRouters() = default;
 

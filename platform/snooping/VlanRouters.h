@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "platform/horix/TimerWheel.h"
+#include "platform/igmp/VlanQueries.h"
 #include "platform/igmp/wire/Pim.h"
 #include "platform/snooping/HeardRouters.h"
 #include "platform/snooping/RouterPorts.h"
@@ -22,6 +23,9 @@ class KEL_EXPORT VlanRouters {
   ~VlanRouters();
 
   Kel::Ptr<RouterPorts> const& routerPorts() const { return routerPorts_; }
+
+  /// The VLAN's queries, which the hosts on its router ports answer.
+  Kel::Ptr<Igmp::VlanQueries> const& queries() const { return queries_; }
 
   /// A configured router port is one whatever is heard on it.
   void configuredIs(Wirex::IntfId const& intf, bool configured);
@@ -54,6 +58,7 @@ class KEL_EXPORT VlanRouters {
 
   Kel::Ptr<RouterPorts> routerPorts_;
   Kel::Ptr<Horix::TimerWheel const> timerWheel_;
+  Kel::Ptr<Igmp::VlanQueries> queries_;
   std::map<Wirex::IntfId, std::unique_ptr<Port>> ports_;
 };
 

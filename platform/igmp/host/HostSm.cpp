@@ -50,6 +50,7 @@ class HostSm::KelHost final : public Kel::ReactorFor<HostSm, IgmpHost::NotifieeC
   void onBlocked() override { handle<&HostSm::updateAccess>(); }
   void onDirection() override { handle<&HostSm::updateAccess>(); }
   void onSettings() override { handle<&HostSm::handleSettings>(); }
+  void onVlanQueries() override { handle<&HostSm::handleVlanQueries>(); }
 
  private:
   template <void (HostSm::*handler)()>
@@ -66,6 +67,18 @@ class HostSm::KelPam final : public Kel::ReactorFor<HostSm, Wirex::Pam::Notifiee
 
   void onInputPkt() override {
     if (notificationActive()) owner().handlePacket();
+  }
+};
+
+class HostSm::KelVlanQueries final : public Kel::ReactorFor<HostSm, VlanQueries::NotifieeConst> {
+ public:
+  using ReactorFor::ReactorFor;
+
+  void onQuery() override {
+    if (notificationActive()) owner().handleVlanQuery();
+  }
+  void onOldestVersion() override {
+    if (notificationActive()) owner().handleCompatibilityMode();
   }
 };
 
@@ -110,8 +123,10 @@ HostSm::HostSm(Kel::Ptr<Kel::ActivityConfig> activity, Kel::Ptr<IgmpHost const> 
       pause_(std::make_unique<PauseTimer>(*settlement_)),
       kelHost_(Kel::make<KelHost>(host, this)),
       kelPam_(Kel::make<KelPam>(Kel::Ptr<Wirex::Pam const>(), this)),
+      kelVlanQueries_(Kel::make<KelVlanQueries>(host->vlanQueries(), this)),
       kelSettlement_(Kel::make<KelSettlement>(settlement_, this)) {
   status_->compatibilityModeIs(mode_);
+  handleCompatibilityMode();
   seedDelays();
   updateAccess();
 }
@@ -127,10 +142,11 @@ Kel::Ptr<IgmpHost const> const& HostSm::host() const {
 void HostSm::hasNotificationActiveIs(bool active) {
   kelHost_->hasNotificationActiveIs(active);
   kelPam_->hasNotificationActiveIs(active);
+  kelVlanQueries_->hasNotificationActiveIs(active);
   kelSettlement_->hasNotificationActiveIs(active);
   if (!active) return;
   // What has changed meanwhile.
-  handleCompatibilityMode();
+  handleVlanQueries();
   updateAccess();
   settlement_->dueNotify();
 }
@@ -138,6 +154,7 @@ void HostSm::hasNotificationActiveIs(bool active) {
 void HostSm::kelDoZombieReactors(bool zombie) {
   kelHost_->kelDoZombieReactors(zombie);
   kelPam_->kelDoZombieReactors(zombie);
+  kelVlanQueries_->kelDoZombieReactors(zombie);
   kelSettlement_->kelDoZombieReactors(zombie);
 }
 
@@ -222,10 +239,25 @@ void HostSm::handleIgmpVersion() {
   if (mode_ != former) handleConfigured();
 }
 
+void HostSm::handleVlanQueries() {
+  if (kelVlanQueries_->notifier() != host()->vlanQueries())
+    kelVlanQueries_->notifierIs(host()->vlanQueries());
+  handleCompatibilityMode();
+}
+
+/// Queriers count wherever the host answers them.
+QuerierVersions const& HostSm::oldestQueriers() const {
+  VlanQueries const* const vlan = kelVlanQueries_->notifier().get();
+  bool const isElsewhere = vlan && vlan->versions().oldest() < querierVersions_.oldest();
+  return isElsewhere ? vlan->versions() : querierVersions_;
+}
+
 /// RFC 9776 section 7.2.1: "Whenever a host changes its compatibility mode, it cancels all its
 /// pending response and retransmission timers."
 void HostSm::handleCompatibilityMode() {
-  IgmpVersion const mode = std::min(host()->igmpVersion(), querierVersions_.oldest());
+  QuerierVersions const& queriers = oldestQueriers();
+  IgmpVersion const mode = std::min(host()->igmpVersion(), queriers.oldest());
+  if (mode < host()->igmpVersion()) status_->olderQuerierIs(queriers.oldestQuerier());
   if (mode == mode_) return;
   mode_ = mode;
   status_->compatibilityModeIs(mode);
@@ -245,22 +277,24 @@ void HostSm::handlePacket() {
 }
 
 void HostSm::handleQuery(Bytes frame) {
+  if (!host()->settings().hearsQueries) return;
   auto const packet = parse(frame);
   if (!packet) return;
   auto const& query = std::get<Query>(packet->message);
-  // What RFC 9776 section 9.1 has hosts ignore, because a router far away may have sent it.
-  bool const isMisdirected =
-      query.isGeneral() && packet->destination.isMulticast() && packet->destination != allSystems;
   bool const lacksRouterAlert = host()->settings().requireRouterAlert && !packet->routerAlert &&
                                 query.version != IgmpVersion::v1;
-  if (isMisdirected || lacksRouterAlert) return;
+  if (isMisdirected(query, packet->destination) || lacksRouterAlert) return;
 
   ++status_->counters().queriesHeard;
-  querierVersions_.heard(query);
+  querierVersions_.heard(packet->source, query);
   handleCompatibilityMode();
-  if (query.version == mode_ && mode_ < host()->igmpVersion())
-    status_->olderQuerierIs(packet->source);
   answers_.query(query, mode_);
+}
+
+/// One that was heard on the host's own port has come through its packet access.
+void HostSm::handleVlanQuery() {
+  VlanQueries::Heard const& heard = *kelVlanQueries_->notifier()->query();
+  if (heard.intfId != host()->intfId() && canSend()) answers_.query(heard.query, mode_);
 }
 
 /// RFC 2236 section 3: "If the host receives another host's Report (version 1 or 2) while it has a

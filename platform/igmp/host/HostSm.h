@@ -37,6 +37,7 @@ class HostSm final : public Kel::PtrInterface {
  private:
   class KelHost;
   class KelPam;
+  class KelVlanQueries;
   class KelSettlement;
   class PauseTimer;
 
@@ -47,8 +48,11 @@ class HostSm final : public Kel::PtrInterface {
   void handleIgmpVersion();
   void handleConfigured();
   void handleSettings();
+  void handleVlanQueries();
+  void handleVlanQuery();
   void handleCompatibilityMode();
 
+  QuerierVersions const& oldestQueriers() const;
   bool canSend() const;
   bool canHear() const;
   void updateAccess();
@@ -73,6 +77,7 @@ class HostSm final : public Kel::PtrInterface {
   std::unique_ptr<PauseTimer> pause_;  // runs while the device takes what was sent
   Kel::Ptr<KelHost> kelHost_;
   Kel::Ptr<KelPam> kelPam_;
+  Kel::Ptr<KelVlanQueries> kelVlanQueries_;
   Kel::Ptr<KelSettlement> kelSettlement_;
 };
 

@@ -18,13 +18,12 @@ QuerierVersions::QuerierVersions(Kel::Ptr<Horix::TimerWheel const> timerWheel,
                                  std::function<void()> onChange)
     : timerWheel_(std::move(timerWheel)), onChange_(std::move(onChange)) {}
 
-void QuerierVersions::heard(Query const& query) {
+void QuerierVersions::heard(Wirex::IpAddr querier, Query const& query) {
   // Only general queries say what the querier speaks; all of IGMPv1's are.
-  if (!query.isGeneral()) return;
-  if (query.version == IgmpVersion::v1)
-    timerWheel_->schedule(v1_, olderVersionQuerierPresentTimeout(query));
-  else if (query.version == IgmpVersion::v2)
-    timerWheel_->schedule(v2_, olderVersionQuerierPresentTimeout(query));
+  if (!query.isGeneral() || query.version == IgmpVersion::v3) return;
+  PresentTimer& timer = query.version == IgmpVersion::v1 ? v1_ : v2_;
+  timer.querier = querier;
+  timerWheel_->schedule(timer, olderVersionQuerierPresentTimeout(query));
 }
 
 //   Host Compatibility Mode       Timer State
@@ -37,6 +36,12 @@ IgmpVersion QuerierVersions::oldest() const noexcept {
   if (v1_.scheduled()) return IgmpVersion::v1;
   if (v2_.scheduled()) return IgmpVersion::v2;
   return IgmpVersion::v3;
+}
+
+Wirex::IpAddr QuerierVersions::oldestQuerier() const noexcept {
+  if (v1_.scheduled()) return v1_.querier;
+  if (v2_.scheduled()) return v2_.querier;
+  return {};
 }
 
 }  // namespace Igmp

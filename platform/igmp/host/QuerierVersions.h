@@ -8,22 +8,28 @@
 
 namespace Igmp {
 
-/// Which older versions the queriers on a link speak: the Older Version Querier Present timers of a
-/// host (RFC 9776 section 7.2.1).
-class QuerierVersions {
+/// Which older versions the queriers on a link, or in a VLAN, speak: the Older Version Querier
+/// Present timers of a host (RFC 9776 section 7.2.1).
+class KEL_EXPORT QuerierVersions {
  public:
   /// @param onChange is called when the oldest version may have changed by time alone.
   QuerierVersions(Kel::Ptr<Horix::TimerWheel const> timerWheel, std::function<void()> onChange);
 
-  void heard(Query const& query);
+  void heard(Wirex::IpAddr querier, Query const& query);
 
   /// The oldest version of the queriers that are present.
   IgmpVersion oldest() const noexcept;
+
+  /// The last one heard that speaks it, if that is an older version; else 0.0.0.0, which may also
+  /// be the address of a querier without one.
+  Wirex::IpAddr oldestQuerier() const noexcept;
 
  private:
   class PresentTimer final : public Horix::Timer {
    public:
     explicit PresentTimer(std::function<void()> const& onEnd) : onEnd_(onEnd) {}
+
+    Wirex::IpAddr querier;
 
    private:
     void onExpiry() override { onEnd_(); }

@@ -34,50 +34,19 @@ GroupRecord readRecord(ByteReader& reader) {
   return record;
 }
 
-Parsed<Message> checkedQuery(Query const& query) {
+Parsed<Query> checkedQuery(Query const& query) {
   // Sources without a group ask for nothing.
   if (!query.isGeneral() || !query.sources.empty()) {
     if (auto const problem = groupProblem(query.group)) return *problem;
   }
   if (!areUnicast(query.sources)) return IgnoreReason::sourceNotUnicast;
-  return Message(query);
+  return query;
 }
 
-/// RFC 9776 section 7.1 tells the versions apart.
 Parsed<Message> parseQuery(Bytes payload) {
-  constexpr Deciseconds responseTimeOfV1 = std::chrono::seconds(10);
-
-  Query query;
-  ByteReader reader(payload);
-  reader.skip(1);  // type
-  std::uint8_t const maxResponseCode = reader.u8();
-  reader.skip(2);  // checksum
-  query.group = reader.ipAddr();
-
-  // IGMPv1 Query: length = 8 octets AND Max Resp Code field is zero
-  if (payload.size() == messageSize && maxResponseCode == 0) {
-    query.version = IgmpVersion::v1;
-    query.group = Wirex::IpAddr();  // "ignored when received", RFC 1112 appendix I
-    query.maxResponseTime = responseTimeOfV1;
-    return checkedQuery(query);
-  }
-  // IGMPv2 Query: length = 8 octets AND Max Resp Code field is non-zero
-  if (payload.size() == messageSize) {
-    query.version = IgmpVersion::v2;
-    query.maxResponseTime = Deciseconds(maxResponseCode);
-    return checkedQuery(query);
-  }
-  // IGMPv3 Query: length >= 12 octets
-  query.version = IgmpVersion::v3;
-  query.maxResponseTime = Deciseconds(codeValue(maxResponseCode));
-  std::uint8_t const flagsAndRobustness = reader.u8();
-  query.suppressesRouters = (flagsAndRobustness & 0x08) != 0;
-  query.robustness = flagsAndRobustness & 0x07;
-  query.queryInterval = std::chrono::seconds(codeValue(reader.u8()));
-  std::size_t const sourceCount = reader.u16();
-  query.sources = SourceList(reader.take(sourceCount * addressSize));
-  if (reader.failed()) return IgnoreReason::inconsistentLength;
-  return checkedQuery(query);
+  auto const query = readQuery(payload);
+  if (!query) return query.reason();
+  return Message(*query);
 }
 
 /// IGMPv1 and IGMPv2 say one thing about one group.
@@ -123,6 +92,43 @@ std::optional<GroupRecords> GroupRecords::checked(Bytes records, std::size_t cou
     if (reader.failed()) return std::nullopt;
   }
   return GroupRecords(records, count);
+}
+
+/// RFC 9776 section 7.1 tells the versions apart.
+Parsed<Query> readQuery(Bytes message) {
+  constexpr Deciseconds responseTimeOfV1 = std::chrono::seconds(10);
+
+  Query query;
+  ByteReader reader(message);
+  reader.skip(1);  // type
+  std::uint8_t const maxResponseCode = reader.u8();
+  reader.skip(2);  // checksum
+  query.group = reader.ipAddr();
+
+  // IGMPv1 Query: length = 8 octets AND Max Resp Code field is zero
+  if (message.size() == messageSize && maxResponseCode == 0) {
+    query.version = IgmpVersion::v1;
+    query.group = Wirex::IpAddr();  // "ignored when received", RFC 1112 appendix I
+    query.maxResponseTime = responseTimeOfV1;
+    return checkedQuery(query);
+  }
+  // IGMPv2 Query: length = 8 octets AND Max Resp Code field is non-zero
+  if (message.size() == messageSize) {
+    query.version = IgmpVersion::v2;
+    query.maxResponseTime = Deciseconds(maxResponseCode);
+    return checkedQuery(query);
+  }
+  // IGMPv3 Query: length >= 12 octets
+  query.version = IgmpVersion::v3;
+  query.maxResponseTime = Deciseconds(codeValue(maxResponseCode));
+  std::uint8_t const flagsAndRobustness = reader.u8();
+  query.suppressesRouters = (flagsAndRobustness & 0x08) != 0;
+  query.robustness = flagsAndRobustness & 0x07;
+  query.queryInterval = std::chrono::seconds(codeValue(reader.u8()));
+  std::size_t const sourceCount = reader.u16();
+  query.sources = SourceList(reader.take(sourceCount * addressSize));
+  if (reader.failed()) return IgnoreReason::inconsistentLength;
+  return checkedQuery(query);
 }
 
 Parsed<Message> parseMessage(Bytes payload) {

@@ -202,6 +202,10 @@ struct Leave {
 
 using Message = std::variant<Query, ReportV1, ReportV2, ReportV3, Leave>;
 
+/// Reads a query whose type and checksum are known to be right.
+/// Refuses with inconsistentLength, groupNotMulticast, groupLinkLocal, sourceNotUnicast.
+KEL_EXPORT Parsed<Query> readQuery(Bytes message);
+
 /// @param payload the whole payload of the IP datagram, over which the checksum goes. What
 /// follows a message's fields there is ignored, as the RFCs ask.
 /// Refuses with inconsistentLength, badIgmpChecksum, unknownType, groupNotMulticast,

@@ -1,5 +1,7 @@
 #include "platform/igmp/wire/PacketReader.h"
 
+#include "platform/igmp/wire/FrameWriter.h"
+
 namespace Igmp {
 
 Parsed<Packet> parsePacket(EthernetFrame const& frame, ReceivePolicy policy) {
@@ -12,6 +14,10 @@ Parsed<Packet> parsePacket(EthernetFrame const& frame, ReceivePolicy policy) {
   auto const message = parseMessage(datagram->payload);
   if (!message) return message.reason();
   return Packet{datagram->source, datagram->destination, *message, datagram->routerAlert};
+}
+
+bool isMisdirected(Query const& query, Wirex::IpAddr destination) {
+  return query.isGeneral() && destination.isMulticast() && destination != allSystems;
 }
 
 }  // namespace Igmp

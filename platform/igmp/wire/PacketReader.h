@@ -25,4 +25,8 @@ struct ReceivePolicy {
 /// The frame's VLAN is known before, because the policy is the VLAN's.
 KEL_EXPORT Parsed<Packet> parsePacket(EthernetFrame const& frame, ReceivePolicy policy);
 
+/// Whether a general query goes to another multicast address than all systems: hosts ignore it,
+/// because a router far away may have sent it (RFC 9776 section 9.1).
+KEL_EXPORT bool isMisdirected(Query const& query, Wirex::IpAddr destination);
+
 }  // namespace Igmp

@@ -146,7 +146,7 @@ TEST_F(ControlProgramTest, ShowsStatisticsAsTables) {
             "\n"
             "VLAN  INTERFACE  V1  V2  V3  RECORDS  LEAVES\n"
             "  10  swp1        0   0   0        0       0\n"
-            "  10  swp2        0   0   4        5       0\n"
+            "  10  swp2        0   1   2        3       1\n"
             "  10  swp3        0   1   2        3       1\n"
             "\n"
             "Queries sent\n"

@@ -210,6 +210,37 @@ Records recordsOf(Box const& box) {
   return is;
 }
 
+bool isRouterPort(Box const& box, Place const& place) {
+  auto const* const ports = box.agent().routerPorts(vlanId(place.vlan));
+  return ports && ports->routerPort().contains(Wirex::IntfId(place.port.c_str()));
+}
+
+/// Whether the switch hears or sends queries in a VLAN.
+bool isAsked(Network const& network, Box const& box, unsigned vlan) {
+  for (auto const& [at, router] : network.routers())
+    if (at.vlan == vlan && router->isQuerier() && box.isMember(at) && box.takes(at.port))
+      return true;
+  auto const* const querier = box.agent().querier(vlanId(vlan));
+  return querier && querier->isQuerier();
+}
+
+/// Whether the host at a place hears queries, or follows those of the VLAN, and can answer.
+bool answers(Network const& network, Box const& box, Place const& place) {
+  bool const follows = isRouterPort(box, place) && isAsked(network, box, place.vlan);
+  return box.lets(place.port) && (box.takes(place.port) || follows);
+}
+
+int expectedVersion(Network const& network, Box const& box, Place const& place) {
+  int version = static_cast<int>(*configOf(box, place.vlan)->querierVersion);
+  bool const answersAll = isRouterPort(box, place);
+  for (auto const& [at, router] : network.routers()) {
+    bool const isAnswered = at == place || (answersAll && at.vlan == place.vlan);
+    if (isAnswered && router->isQuerier() && box.isMember(at) && box.takes(at.port))
+      version = std::min(version, router->version());
+  }
+  return version;
+}
+
 std::map<Address, Filter> expectedBelief(Network const& network, Place const& place,
                                          Router const& router, Records const& records) {
   std::map<Address, Filter> expected;
@@ -221,9 +252,10 @@ std::map<Address, Filter> expectedBelief(Network const& network, Place const& pl
       for (auto const& [group, filter] : listener->wanted())
         reported[group].push_back(listener->reported(group));
   auto const host = records.find(place);
-  if (host != records.end() && box.takes(place.port) && box.lets(place.port)) {
-    bool const older =
-        router.version() < 3 || configOf(box, place.vlan)->querierVersion != Igmp::IgmpVersion::v3;
+  int const version = expectedVersion(network, box, place);
+  bool const understands = version <= router.version();
+  if (host != records.end() && answers(network, box, place) && understands) {
+    bool const older = version < 3;
     for (auto const& [group, filter] : host->second)
       reported[group].push_back(older ? Filter::everySource() : filter);
   }

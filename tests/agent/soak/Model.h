@@ -34,7 +34,14 @@ Memberships membershipsOf(Box const& box);
 Records expectedRecords(Box const& box, Memberships const& learned);
 Records recordsOf(Box const& box);
 
-/// What a querier must believe when hosts have these records: RFC 9776's merge of what the switch
+/// Whether the switch takes a place for a router's.
+bool isRouterPort(Box const& box, Place const& place);
+
+/// What the host at a place must speak: the version of its VLAN, or that of the oldest querier
+/// whose queries it answers, which on a router port are all of the VLAN's.
+int expectedVersion(Network const& network, Box const& box, Place const& place);
+
+/// What a router must believe when hosts have these records: RFC 9776's merge of what the switch
 /// and the listeners at its own place want.
 std::map<Address, Filter> expectedBelief(Network const& network, Place const& place,
                                          Router const& router, Records const& records);

@@ -243,7 +243,7 @@ bool Soak::holds(std::string const& what, std::string const& difference) {
   return difference.empty();
 }
 
-/// Whether each host speaks the version of its VLAN, or that of an older querier on its port.
+/// Whether each host speaks the version that it must.
 bool Soak::versionsAgree() {
   std::ostringstream differences;
   auto const& statuses = box_.agent().proxy().igmpHostDirSm()->igmpHostStatusDir();
@@ -253,10 +253,7 @@ bool Soak::versionsAgree() {
       auto const status = statuses->igmpHostStatus(
           Bridging::IgmpSnooping::Proxy::PortKey(vlan.vlanId, member.intfId).hostName());
       if (!status) continue;
-      int expected = static_cast<int>(*vlan.querierVersion);
-      for (auto const& [at, router] : network_.routers())
-        if (at == place && router->isQuerier() && box_.takes(place.port))
-          expected = std::min(expected, router->version());
+      int const expected = expectedVersion(network_, box_, place);
       int const is = static_cast<int>(status->compatibilityMode());
       if (is != expected)
         differences << "  " << place << ": expected " << expected << ", is " << is << '\n';

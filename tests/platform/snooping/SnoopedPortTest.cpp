@@ -448,7 +448,7 @@ TEST_F(SnoopedPortQuerierTest, IgnoredRecordIsNotAskedAbout) {
 
 TEST_F(SnoopedPortQuerierTest, QuerierOfALowerAddressIsHeard) {
   hear(FrameBuilder::queryV2(IpAddr(), 100).from(IpAddr(10, 0, 0, 253)));
-  EXPECT_EQ(vlan10.querier.otherQuerier(), IpAddr(10, 0, 0, 253));
+  EXPECT_EQ(vlan10.querier.otherQuerier()->address, IpAddr(10, 0, 0, 253));
   wheel->advanceTo(255s - 1ms);
   EXPECT_FALSE(vlan10.querier.isQuerier());
   wheel->advanceTo(255s);

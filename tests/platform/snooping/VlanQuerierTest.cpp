@@ -17,6 +17,7 @@ using namespace SnoopingTest;
 using namespace IgmpTest;
 using namespace std::chrono_literals;
 using Bridging::VlanId;
+using Bridging::IgmpSnooping::OtherQuerier;
 using Bridging::IgmpSnooping::QuerierSettings;
 using Bridging::IgmpSnooping::QueryNeed;
 using Bridging::IgmpSnooping::QueryPort;
@@ -53,6 +54,7 @@ class Port final : public QueryPort {
 
   IntfId const& intfId() const override { return intfId_; }
   std::size_t mtu() const override { return size; }
+  Wirex::MacAddress const& macAddress() const override { return mac; }
   bool send(VlanId vlan, IpAddr source, IpAddr destination, Wirex::Bytes message) override {
     if (!up) return false;
     ByteVector bytes(message.begin(), message.end());
@@ -70,6 +72,8 @@ class Port final : public QueryPort {
     for (Sent& each : std::exchange(sent, {})) queries.push_back(std::move(each.content));
     return queries;
   }
+
+  static constexpr Wirex::MacAddress mac{2, 0, 0, 0, 0, 5};
 
   bool up = true;
   std::size_t size = 1500;
@@ -94,10 +98,31 @@ class VlanQuerierTest : public testing::Test {
     swp1.take();
     swp2.take();
   }
-  void apply() {
-    vlan.learning.policyIs(policy);
-    querier().settingsIs(settings, policy);
+  void apply() { querier().settingsIs(settings, policy); }
+  /// A query whose sender has a MAC address above the port's, or below it.
+  void hears(IpAddr source, Igmp::Query const& query, bool hasLowerMac = false) {
+    OtherQuerier sender{source,        {2, 0, 0, 0, 0, 9}, swp1.intfId(),
+                        query.version, query.robustness,   query.queryInterval};
+    if (hasLowerMac) sender.macAddress = {2, 0, 0, 0, 0, 1};
+    querier().queryHeard(swp1, sender, query);
   }
+  /// A general query that says nothing of its sender's values.
+  void hears(IpAddr source, IgmpVersion version = IgmpVersion::v3) {
+    hears(source, asked(version));
+  }
+  void hearsFromNoAddress(bool hasLowerMac) {
+    hears(IpAddr(), asked(IgmpVersion::v3), hasLowerMac);
+  }
+  static Igmp::Query asked(IgmpVersion version, unsigned robustness = 0,
+                           std::chrono::seconds interval = {}) {
+    Igmp::Query query;
+    query.version = version;
+    query.maxResponseTime = 10s;
+    query.robustness = static_cast<std::uint8_t>(robustness);
+    query.queryInterval = interval;
+    return query;
+  }
+  IpAddr elected() { return querier().otherQuerier() ? querier().otherQuerier()->address : self; }
   void passes(Horix::Time time) { wheel->advanceTo(wheel->now() + time); }
 
   void reports(Port const& port, IpAddr reporter, Record const& record) {
@@ -246,9 +271,10 @@ TEST_F(VlanQuerierTest, IsSilentOnceItIsSwitchedOff) {
 
 TEST_F(VlanQuerierTest, BeginsAnewWhenItIsSwitchedOnAgain) {
   start();
-  querier().queryHeard(lower, 1000s);
+  passes(1000s);
   settings.sendsQueries = false;
   apply();
+  swp1.take();
   settings.sendsQueries = true;
   apply();
   EXPECT_TRUE(querier().isQuerier());
@@ -305,9 +331,9 @@ TEST_F(VlanQuerierTest, ChangedVersionAndSourceHoldFromTheNextQueryOn) {
 TEST_F(VlanQuerierTest, QuerierOfALowerAddressSilencesItForAsLongAsItIsTakenToBeThere) {
   policy.robustnessVariable = 3;
   start();
-  querier().queryHeard(lower, 255s);
+  hears(lower, asked(IgmpVersion::v3, 2, 125s));
   EXPECT_FALSE(querier().isQuerier());
-  EXPECT_EQ(querier().otherQuerier(), lower);
+  EXPECT_EQ(elected(), lower);
   passes(255s - 1ms);
   EXPECT_THAT(swp1.take(), IsEmpty());
   passes(1ms);
@@ -322,7 +348,7 @@ TEST_F(VlanQuerierTest, QuerierOfALowerAddressSilencesItForAsLongAsItIsTakenToBe
 TEST_F(VlanQuerierTest, EveryQueryOfTheElectedOneKeepsItSilent) {
   start();
   for (int i = 0; i < 10; ++i) {
-    querier().queryHeard(lower, 255s);
+    hears(lower);
     passes(125s);
   }
   EXPECT_THAT(swp1.take(), IsEmpty());
@@ -330,24 +356,24 @@ TEST_F(VlanQuerierTest, EveryQueryOfTheElectedOneKeepsItSilent) {
 
 TEST_F(VlanQuerierTest, QuerierOfAHigherAddressLosesTheElection) {
   start();
-  querier().queryHeard(higher, 255s);
-  querier().queryHeard(self, 255s);
+  hears(higher);
+  hears(self);
   EXPECT_TRUE(querier().isQuerier());
-  EXPECT_EQ(querier().otherQuerier(), IpAddr());
+  EXPECT_EQ(elected(), self);
 }
 
 TEST_F(VlanQuerierTest, QuerierWithoutAnAddressLosesToOneThatHasOne) {
   start();
-  querier().queryHeard(IpAddr(), 255s, true);
+  hearsFromNoAddress(true);
   EXPECT_TRUE(querier().isQuerier());
 }
 
 TEST_F(VlanQuerierTest, OfTwoWithoutAnAddressTheLowerMacAddressWins) {
   settings.source = IpAddr();
   start();
-  querier().queryHeard(IpAddr(), 255s, false);
+  hearsFromNoAddress(false);
   EXPECT_TRUE(querier().isQuerier());
-  querier().queryHeard(IpAddr(), 255s, true);
+  hearsFromNoAddress(true);
   EXPECT_FALSE(querier().isQuerier());
   apply();
   EXPECT_FALSE(querier().isQuerier()) << "settings that are the same";
@@ -360,7 +386,7 @@ TEST_F(VlanQuerierTest, OfTwoWithoutAnAddressTheLowerMacAddressWins) {
 TEST_F(VlanQuerierTest, WhoGetsAnAddressWinsOverOneThatHasNone) {
   settings.source = IpAddr();
   start();
-  querier().queryHeard(IpAddr(), 255s, true);
+  hearsFromNoAddress(true);
   settings.source = self;
   apply();
   EXPECT_TRUE(querier().isQuerier());
@@ -370,13 +396,13 @@ TEST_F(VlanQuerierTest, WhoGetsAnAddressWinsOverOneThatHasNone) {
 TEST_F(VlanQuerierTest, WithoutAnAddressOfItsOwnItLosesToEveryOther) {
   settings.source = IpAddr();
   start();
-  querier().queryHeard(IpAddr(223, 255, 255, 255), 255s);
+  hears(IpAddr(223, 255, 255, 255));
   EXPECT_FALSE(querier().isQuerier());
 }
 
 TEST_F(VlanQuerierTest, AddressThatIsNowTheLowestWinsTheElectionAtOnce) {
   start();
-  querier().queryHeard(lower, 255s);
+  hears(lower);
   settings.source = IpAddr(192, 0, 2, 1);
   apply();
   EXPECT_TRUE(querier().isQuerier());
@@ -387,7 +413,7 @@ TEST_F(VlanQuerierTest, LostElectionEndsWhatWasBeingAskedFor) {
   start();
   joins(swp1, host);
   leaves(swp1, host);
-  querier().queryHeard(lower, 255s);
+  hears(lower);
   swp1.take();
   passes(10s);
   EXPECT_THAT(swp1.take(), IsEmpty());
@@ -395,7 +421,7 @@ TEST_F(VlanQuerierTest, LostElectionEndsWhatWasBeingAskedFor) {
 
 TEST_F(VlanQuerierTest, WhoIsNotElectedAsksForNoGroupAndNoNewPort) {
   start();
-  querier().queryHeard(lower, 255s);
+  hears(lower);
   joins(swp1, host);
   leaves(swp1, host);
   withdraws(swp1, {a});
@@ -403,10 +429,143 @@ TEST_F(VlanQuerierTest, WhoIsNotElectedAsksForNoGroupAndNoNewPort) {
   EXPECT_THAT(swp1.take(), IsEmpty());
 }
 
-TEST_F(VlanQuerierTest, OffItHearsNoElection) {
-  querier().queryHeard(lower, 255s);
+TEST_F(VlanQuerierTest, SwitchedOnItGivesWayToOneThatWasHeardBefore) {
+  hears(lower);
+  apply();
+  EXPECT_FALSE(querier().isQuerier());
+  EXPECT_THAT(swp1.take(), IsEmpty());
+  passes(255s);
+  EXPECT_TRUE(querier().isQuerier());
+}
+
+TEST_F(VlanQuerierTest, SwitchedOnItWinsOverOneOfAHigherAddressThatWasHeardBefore) {
+  hears(higher);
+  EXPECT_EQ(elected(), higher);
   apply();
   EXPECT_TRUE(querier().isQuerier());
+}
+
+TEST_F(VlanQuerierTest, OneQueryDoesNotSilenceItForLongerThanItsOwnValuesAllow) {
+  start();
+  hears(lower, asked(IgmpVersion::v3, 7, 31744s));
+  passes(255s - 1ms);
+  EXPECT_FALSE(querier().isQuerier());
+  passes(1ms);
+  EXPECT_TRUE(querier().isQuerier());
+}
+
+TEST_F(VlanQuerierTest, OfSeveralOthersTheLowestIsElected) {
+  hears(higher);
+  hears(lower);
+  hears(higher);
+  EXPECT_EQ(elected(), lower);
+  hears(IpAddr());
+  EXPECT_EQ(elected(), lower);
+  passes(255s);
+  EXPECT_FALSE(querier().otherQuerier());
+  hears(higher);
+  EXPECT_EQ(elected(), higher);
+}
+
+TEST_F(VlanQuerierTest, EveryOtherOutcomeOfTheElectionIsToldOnce) {
+  std::vector<IpAddr> told;
+  querier().onElectionIs([&](VlanQuerier const&) { told.push_back(elected()); });
+  apply();
+  EXPECT_THAT(std::exchange(told, {}), ElementsAre(self));
+  apply();
+  hears(higher);
+  EXPECT_THAT(std::exchange(told, {}), IsEmpty());
+  hears(lower);
+  hears(lower);
+  passes(254s);
+  EXPECT_THAT(std::exchange(told, {}), ElementsAre(lower));
+  passes(1s);
+  EXPECT_THAT(std::exchange(told, {}), ElementsAre(self));
+}
+
+TEST_F(VlanQuerierTest, ElectionOfOneWithoutAnAddressIsTold) {
+  settings.source = IpAddr();
+  start();
+  std::vector<Wirex::MacAddress> told;
+  querier().onElectionIs([&](VlanQuerier const& querier) {
+    told.push_back(querier.otherQuerier() ? querier.otherQuerier()->macAddress : Port::mac);
+  });
+  hearsFromNoAddress(true);
+  hearsFromNoAddress(true);
+  EXPECT_THAT(told, ElementsAre(Wirex::MacAddress{2, 0, 0, 0, 0, 1}));
+}
+
+// ---- What the elected one says of itself
+
+TEST_F(VlanQuerierTest, LearningCountsInTheElectedQueriersValues) {
+  apply();
+  hears(lower, asked(IgmpVersion::v3, 3, 60s));
+  EXPECT_EQ(vlan.learning.policy().groupMembershipInterval(), 200s);
+  EXPECT_EQ(querier().policy().groupMembershipInterval(), 270s) << "as configured";
+  passes(255s);
+  EXPECT_EQ(vlan.learning.policy().groupMembershipInterval(), 270s) << "it is gone";
+}
+
+TEST_F(VlanQuerierTest, ValuesThatAQueryDoesNotCarryAreTheConfiguredOnes) {
+  apply();
+  hears(lower, asked(IgmpVersion::v3, 3));
+  EXPECT_EQ(vlan.learning.policy().groupMembershipInterval(), 395s);
+  hears(lower, asked(IgmpVersion::v2));
+  EXPECT_EQ(vlan.learning.policy().groupMembershipInterval(), 270s);
+}
+
+TEST_F(VlanQuerierTest, ValuesOfAQuerierThatIsNotElectedDoNotCount) {
+  apply();
+  hears(higher, asked(IgmpVersion::v3, 7, 1000s));
+  EXPECT_EQ(vlan.learning.policy().groupMembershipInterval(), 270s);
+}
+
+TEST_F(VlanQuerierTest, NewSettingsKeepTheElectedQueriersValues) {
+  apply();
+  hears(lower, asked(IgmpVersion::v3, 3, 60s));
+  policy.queryMaxResponseTime = 20s;
+  apply();
+  EXPECT_EQ(vlan.learning.policy().groupMembershipInterval(), 220s);
+}
+
+TEST_F(VlanQuerierTest, ItsVersionIsTheElectedOnesOrElseTheConfiguredOne) {
+  settings.version = IgmpVersion::v2;
+  apply();
+  EXPECT_EQ(querier().version(), IgmpVersion::v2);
+  hears(lower, IgmpVersion::v1);
+  EXPECT_EQ(querier().version(), IgmpVersion::v1);
+  passes(255s);
+  EXPECT_EQ(querier().version(), IgmpVersion::v2);
+}
+
+// ---- Who hears what is sent
+
+TEST_F(VlanQuerierTest, QueryOnAllPortsIsToldOncePerVlan) {
+  querier().portIs(vlan11, swp1);
+  std::vector<VlanId> told;
+  querier().onSentIs([&](VlanId in, Igmp::Query const& query) {
+    EXPECT_TRUE(query.isGeneral());
+    EXPECT_EQ(query.maxResponseTime, 10s);
+    told.push_back(in);
+  });
+  apply();
+  EXPECT_THAT(told, ElementsAre(vlan10, vlan11));
+}
+
+TEST_F(VlanQuerierTest, QueryThatNoPortCanSendIsNotTold) {
+  swp1.up = swp2.up = false;
+  querier().onSentIs([](VlanId, Igmp::Query const&) { ADD_FAILURE() << "nothing was sent"; });
+  apply();
+}
+
+TEST_F(VlanQuerierTest, GroupAndSourceQueriesAreTold) {
+  start();
+  reports(swp1, host, isIn(group, {a, b}));
+  std::vector<SentQuery> told;
+  querier().onSentIs([&](VlanId, Igmp::Query const& query) { told.push_back(sentQuery(query)); });
+  withdraws(swp1, {a});
+  EXPECT_EQ(told, swp1.take());
+  EXPECT_THAT(told, SizeIs(1));
 }
 
 // ---- Other versions
@@ -422,25 +581,25 @@ TEST_F(VlanQuerierTest, EachOtherVersionIsToldOnceAnHour) {
     told.emplace_back(other.querier, other.heard);
   });
   for (int i = 0; i < 2; ++i) {
-    querier().versionHeard(swp1.intfId(), lower, IgmpVersion::v1);
-    querier().versionHeard(swp1.intfId(), higher, IgmpVersion::v1);
-    querier().versionHeard(swp1.intfId(), higher, IgmpVersion::v2);
-    querier().versionHeard(swp1.intfId(), higher, IgmpVersion::v3);
+    hears(lower, IgmpVersion::v1);
+    hears(higher, IgmpVersion::v1);
+    hears(higher, IgmpVersion::v2);
+    hears(higher, IgmpVersion::v3);
   }
   EXPECT_THAT(told, ElementsAre(Pair(lower, IgmpVersion::v1), Pair(higher, IgmpVersion::v3)));
   told.clear();
   passes(1h - 1ms);
-  querier().versionHeard(swp1.intfId(), lower, IgmpVersion::v1);
+  hears(lower, IgmpVersion::v1);
   EXPECT_THAT(told, IsEmpty());
   passes(1ms);
-  querier().versionHeard(swp1.intfId(), lower, IgmpVersion::v1);
+  hears(lower, IgmpVersion::v1);
   EXPECT_THAT(told, ElementsAre(Pair(lower, IgmpVersion::v1)));
 }
 
 TEST_F(VlanQuerierTest, OffItTellsOfNoOtherVersion) {
   querier().onOtherVersionIs(
       [](auto const&) { ADD_FAILURE() << "who does not query may hear any"; });
-  querier().versionHeard(swp1.intfId(), lower, IgmpVersion::v2);
+  hears(lower, IgmpVersion::v2);
 }
 
 // ---- Leaves

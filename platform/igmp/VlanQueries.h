@@ -1,0 +1,52 @@
+#pragma once
+
+#include "framework/kel/Notification.h"
+#include "framework/types/IntfId.h"
+#include "platform/igmp/host/QuerierVersions.h"
+#include "platform/igmp/wire/Message.h"
+
+namespace Igmp {
+
+/// The queries of one VLAN, wherever they are heard and whoever sends them. A host on a router port
+/// follows them, so that what a router knows does not depend on whether it is the one that asks
+/// (RFC 9776 section 6.6.1; RFC 4541 section 2.1.1). Whoever snoops writes it.
+class KEL_EXPORT VlanQueries : public Kel::Entity {
+ public:
+  class NotifieeConst : public Kel::NotifieeOf<VlanQueries const> {
+   public:
+    /// Delivered at once only: the query is gone afterwards.
+    virtual void onQuery() {}
+    virtual void onOldestVersion() {}
+
+   protected:
+    using NotifieeOf::NotifieeOf;
+  };
+
+  struct Heard {
+    Wirex::IntfId intfId;  ///< empty if the switch itself sent it
+    Wirex::IpAddr source;
+    Query query;
+  };
+
+  explicit VlanQueries(Kel::Ptr<Horix::TimerWheel const> timerWheel);
+
+  /// A query that was heard on a port.
+  void heard(Heard const& query);
+
+  /// One that the switch itself has sent. Its version is no other querier's.
+  void sent(Query const& query);
+
+  /// What onQuery() is about; null at any other time.
+  Heard const* query() const noexcept { return query_; }
+
+  /// Of all queriers that were heard.
+  QuerierVersions const& versions() const noexcept { return versions_; }
+
+ private:
+  void tell(Heard const& query);
+
+  QuerierVersions versions_;
+  Heard const* query_ = nullptr;
+};
+
+}  // namespace Igmp
