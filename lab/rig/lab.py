@@ -45,7 +45,7 @@ class Lab:
 
     def hub(self, switch, port):
         """Lets several be plugged into a port; all hear each other."""
-        hub = self._hubs[switch.name, port] = Namespace(f"hub-{port}")
+        hub = self._hubs[switch.name, port] = Namespace(f"hub-{switch.name}-{port}")
         hub.ip("link add hub type bridge mcast_snooping 0")
         hub.ip("link set hub up")
         cable(switch.namespace, port, hub, "uplink")
@@ -116,6 +116,13 @@ class Lab:
         far_end.address = address
         return far_end
 
+    def behind(self, switch, port, other, other_port):
+        """Plugs a port of another switch into a port's hub."""
+        hub = self._hubs[switch.name, port]
+        cable(hub, other.name, other.namespace, other_port)
+        hub.ip(f"link set {other.name} master hub")
+        other.port_is(other_port)
+
     def between(self, one, one_port, other, other_port):
         cable(one.namespace, one_port, other.namespace, other_port)
         one.port_is(one_port)
@@ -175,6 +182,16 @@ class Lab:
             if found != expected:
                 raise Failure(f"{why}: expected {expected}, found {found}")
             time.sleep(0.05)
+
+    def seconds_until_said(self, wire, since, kind, group, within=2):
+        """From a point in time to the first record of a group that leaves the switch."""
+        def times():
+            return [message.time for message in wire.sent(since=since)
+                    for record in message.records
+                    if record.kind == kind and record.group == group]
+
+        self.until(lambda: bool(times()), True, within, why=f"{kind} {group}")
+        return min(times()) - since
 
     def check(self, holds, why):
         if not holds:

@@ -89,7 +89,8 @@ class PimRouter:
 
     missing = None if pathlib.Path(PIMD).exists() else "no FRR: apt-get install frr"
 
-    def __init__(self, namespace, address, version=3, interface="eth0", igmp=True):
+    def __init__(self, namespace, address, version=3, interface="eth0", igmp=True,
+                 interval=5, response=1):
         self.namespace, self._interface = namespace, interface
         namespace.address(interface, address)
         self._home = pathlib.Path("/run/frr") / namespace.name
@@ -97,8 +98,8 @@ class PimRouter:
         configuration = self._home / "frr.conf"
         configuration.write_text(
             f"interface {interface}\n ip pim\n ip pim hello 3\n" + (
-                f" ip igmp\n ip igmp version {version}\n ip igmp query-max-response-time 10\n"
-                " ip igmp query-interval 5\n ip igmp last-member-query-interval 1\n"
+                f" ip igmp\n ip igmp version {version}\n ip igmp query-max-response-time {response}0\n"
+                f" ip igmp query-interval {interval}\n ip igmp last-member-query-interval 1\n"
                 if igmp else "") + "exit\n", encoding="ascii")
         (self._home / "vtysh.conf").touch()
         for path in (pathlib.Path("/run/frr"), self._home, *self._home.iterdir()):

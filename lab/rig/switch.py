@@ -37,6 +37,7 @@ class Switch:
         self._log = open(log / f"{name}.log", "w+", encoding="utf-8")
         self._process = None
         self._configuration = []
+        self.port_settings = {}  # {port: {key: value}}, beside its name
         self.ports = []
         self.all_wires = []
         self.bridged = False
@@ -86,6 +87,16 @@ class Switch:
     def rules(self):
         return self.namespace.run("nft list ruleset")
 
+    def fabric(self):
+        """Has a bridge do what a switch's hardware does beside the agent: all that ports hear goes
+        out of the others, but reports and leaves, which a snooping switch keeps."""
+        self.bridge("fabric")
+        for rule in ("table bridge fabric",
+                     "chain bridge fabric forward { type filter hook forward priority 0 ; }",
+                     "rule bridge fabric forward ip protocol igmp"
+                     " @th,0,8 { 0x12, 0x16, 0x17, 0x22 } drop"):
+            self.namespace.run(f"nft add {rule}")
+
     # Configuration
 
     def forwarding(self, bridge="br0", unregistered="flood"):
@@ -104,7 +115,8 @@ class Switch:
         self._configuration.clear()
 
     def write_configuration(self, text=None):
-        interfaces = [_table("[[interface]]", {"name": port}) for port in self.ports]
+        interfaces = [_table("[[interface]]", {"name": port, **self.port_settings.get(port, {})})
+                      for port in self.ports]
         self._file().write_text(text or "\n".join([*interfaces, *self._configuration]),
                                 encoding="utf-8")
 
@@ -184,6 +196,10 @@ class Switch:
     def processor_seconds(self):
         fields = pathlib.Path(f"/proc/{self._process.pid}/stat").read_text(encoding="ascii")
         return sum(map(int, fields.rpartition(")")[2].split()[11:13])) / os.sysconf("SC_CLK_TCK")
+
+    def resident_bytes(self):
+        status = pathlib.Path(f"/proc/{self._process.pid}/status").read_text(encoding="ascii")
+        return 1024 * int(status.partition("VmRSS:")[2].split()[0])
 
     def seconds_to_answer(self, command):
         start = time.monotonic()

@@ -19,7 +19,7 @@ TIMESPEC = struct.Struct("=qq")
 
 
 class Wire:
-    """Holds every frame that entered or left the interface since it was made."""
+    """Holds every frame that entered the interface, or was sent by it, since it was made."""
 
     def __init__(self, namespace, interface):
         with namespace.entered():
@@ -50,7 +50,10 @@ class Wire:
                 elif level == socket.SOL_SOCKET and kind == SO_TIMESTAMPNS:
                     seconds, nanoseconds = TIMESPEC.unpack(content)
                     time = seconds + nanoseconds / 1e9
-            (self._sent if address[2] == PACKET_OUTGOING else self._heard).append((time, data))
+            if address[2] != PACKET_OUTGOING:
+                self._heard.append((time, data))
+            elif data[6:12].hex(":") == self.mac:  # and not what a bridge passes on
+                self._sent.append((time, data))
 
     def frames_sent(self):
         self._read()

@@ -47,10 +47,10 @@ def run(lab):
         number += 1
         joined = time.time()
         tv.do(f"join 239.200.2.{number}")
-        joins.append(_seconds_until_said(lab, wire, joined, "to_ex", f"239.200.2.{number}"))
+        joins.append(lab.seconds_until_said(wire, joined, "to_ex", f"239.200.2.{number}"))
         asked = time.time()
         router.send(router.address, igmp.ALL_SYSTEMS, igmp.query(3, response=0.5))
-        responses.append(_seconds_until_said(lab, wire, asked, "is_ex", "239.200.1.1"))
+        responses.append(lab.seconds_until_said(wire, asked, "is_ex", "239.200.1.1"))
     done = load.result(flood)
     time.sleep(1)
     received, dropped = (after - before for after, before
@@ -77,12 +77,3 @@ def run(lab):
 
 def _counted(switch):
     return switch.metric("frames_received_total"), switch.metric("frames_dropped_total")
-
-
-def _seconds_until_said(lab, wire, since, kind, group):
-    def times():
-        return [message.time for message in wire.sent(since=since) for record in message.records
-                if record.kind == kind and record.group == group]
-
-    lab.until(lambda: bool(times()), True, within=2, why=f"{kind} {group}")
-    return min(times()) - since
