@@ -51,6 +51,17 @@ class ScratchCounts {
   Kel::Ptr<SourceCount> counts_;
 };
 
+/// Holds a port and its group for the length of a change of the group's counts: whoever watches
+/// these may remove either, or the adapter.
+class CountedPort {
+ public:
+  explicit CountedPort(KelIgmpIntf& port) : port_(&port), group_(&port.kelIgmpGroup()) {}
+
+ private:
+  Kel::Ptr<KelIgmpIntf> port_;
+  Kel::Ptr<AdapterSm::KelIgmpGroup> group_;
+};
+
 }  // namespace
 
 // ---- AdapterSm
@@ -67,7 +78,8 @@ AdapterSm::AdapterSm(VlanId vlanId, Kel::Ptr<AdapterVlanConfig const> const& ada
                      Kel::Ptr<IgmpContextStatus const> const& coreStatus)
     : vlanId_(vlanId),
       activity_(Kel::make<Kel::ActivityConfig>()),
-      igmpHostDir_(std::move(igmpHostDir)) {
+      igmpHostDir_(std::move(igmpHostDir)),
+      changed_(Kel::make<Changed>(this)) {
   if (adapterConfig) adapterConfig_ = Kel::make<KelAdapterConfig>(adapterConfig, this);
   if (coreStatus) coreStatus_ = Kel::make<KelCoreStatus>(coreStatus, this);
   handleInitialized();
@@ -76,6 +88,7 @@ AdapterSm::AdapterSm(VlanId vlanId, Kel::Ptr<AdapterVlanConfig const> const& ada
 
 AdapterSm::~AdapterSm() {
   AdapterSm::kelDoZombieReactors(true);
+  changed_->adapterHasGone();
 }
 
 void AdapterSm::requireConstructedWith(Kel::Ptr<AdapterVlanConfig const> const& adapterConfig,
@@ -162,9 +175,9 @@ void AdapterSm::updateIgmpHost() {
     auto const [place, address] = *next++;
     Kel::Ptr<KelIgmpGroup> const group = kelIgmpGroup(address);
     if (!group || !group->igmpHostChanged()) continue;
-    std::uint64_t const flagsRaised = flagsRaised_;
+    std::uint64_t const additions = changed_->additions();
     updateRecords(*group);
-    if (flagsRaised != flagsRaised_) {  // by handlers of what was written
+    if (additions != changed_->additions()) {  // by handlers of what was written
       changed.erase(changed.begin(), next);
       addChangedGroups(changed, place + 1);
       next = changed.begin();
@@ -174,10 +187,10 @@ void AdapterSm::updateIgmpHost() {
 
 /// Adds the flagged groups whose place in igmpGroup is `firstPlace` or behind it, and sorts all.
 void AdapterSm::addChangedGroups(std::vector<PlacedGroup>& groups, std::uint32_t firstPlace) const {
-  for (KelIgmpGroup const* group = firstChanged_; group; group = group->nextChanged_) {
-    std::uint32_t const place = igmpGroup_.position(group->addr());
-    if (place >= firstPlace) groups.emplace_back(place, group->addr());
-  }
+  changed_->forEach([&](KelIgmpGroup const& group) {
+    std::uint32_t const place = igmpGroup_.position(group.addr());
+    if (place != igmpGroup_.absent && place >= firstPlace) groups.emplace_back(place, group.addr());
+  });
   std::sort(groups.begin(), groups.end());
 }
 
@@ -190,28 +203,21 @@ void AdapterSm::updateRecords(KelIgmpGroup& group) {
     std::uint32_t const keyPlace = hostKeys.position(key, formerPlace++);
     if (keyPlace == hostKeys.absent) continue;
     KEL_TRACE_OF("updateIgmpHost", 4, "AdapterSm::updateIgmpHost key " << key);
-    processSplitHorizon(key, group, placeOf(keyPlace, hostPlaces_),
-                        placeOf(keyPlace, group.recordPlaces_));
+    processSplitHorizon(key, group, hostPlaces_.of(keyPlace, hostKeys.size()),
+                        group.recordPlaces_.of(keyPlace, hostKeys.size()));
   }
   group.igmpHostChangedIs(false);
-}
-
-/// Among `places`, that of the host whose key stands at a place of `hostKey`.
-std::uint32_t& AdapterSm::placeOf(std::uint32_t hostKeyPlace, Places& places) const {
-  AdapterVlanConfig::HostKeys const& hostKeys = adapterConfig_->notifier()->hostKey();
-  if (hostKeyPlace >= places.size()) places.resize(hostKeys.size(), unknownPlace);
-  return places[hostKeyPlace];
 }
 
 void AdapterSm::newIgmpHost(PortKey const& key) {
   KEL_TRACE(9, "AdapterSm::newIgmpHost key " << key);
   if (adapterConfig()->hostKey(key)) {
     Kel::Ptr<AdapterSm> const self(this);
-    std::uint32_t hostPlace = unknownPlace;
+    std::uint32_t hostPlace = PlaceHints::unknown;
     for (IpAddr const address : igmpGroup_.keys()) {
       if (!adapterConfig()->hostKey(key)) break;
       Kel::Ptr<KelIgmpGroup> const group = kelIgmpGroup(address);
-      std::uint32_t recordPlace = unknownPlace;
+      std::uint32_t recordPlace = PlaceHints::unknown;
       if (group && !group->isZombie()) processSplitHorizon(key, *group, hostPlace, recordPlace);
     }
   } else if (auto const host = igmpHostDir_->igmpHost(key.hostName())) {
@@ -237,12 +243,12 @@ void AdapterSm::clearGroup(IpAddr group) {
 }
 
 void AdapterSm::processSplitHorizon(PortKey const& key, IpAddr group) {
-  std::uint32_t hostPlace = unknownPlace;
-  std::uint32_t recordPlace = unknownPlace;
+  std::uint32_t hostPlace = PlaceHints::unknown;
+  std::uint32_t recordPlace = PlaceHints::unknown;
   processSplitHorizon(key, *kelIgmpGroup(group), hostPlace, recordPlace);
 }
 
-void AdapterSm::processSplitHorizon(PortKey const& key, KelIgmpGroup const& group,
+void AdapterSm::processSplitHorizon(PortKey const& key, KelIgmpGroup& group,
                                     std::uint32_t& hostPlace, std::uint32_t& recordPlace) {
   IpAddr const groupAddress = group.addr();
   KEL_TRACE(8, "KelIgmpIntf::processSplitHorizon() g: " << groupAddress << " hostKey " << key);
@@ -265,8 +271,8 @@ void AdapterSm::processSplitHorizon(PortKey const& key, KelIgmpGroup const& grou
 /// ports exclude sources of which no common one is left. That is taken for *,G, and deliberately
 /// also where one port excludes and another includes different sources, although RFC 4605
 /// section 4.1 would merge these into an exclude list.
-bool AdapterSm::mergeMemberPorts(KelIgmpGroup const& group, SourceCount& merged) const {
-  SourceCount const& global = *group.record();
+bool AdapterSm::mergeMemberPorts(KelIgmpGroup& group, SourceCount& merged) const {
+  SourceCount const& global = *group.recordIs();
   merged.starGCountIs(global.starGCount());
   std::uint32_t const memberPortCount = group.igmpIntf().size();
   bool someoneDoesNotExclude = false;
@@ -360,7 +366,9 @@ void AdapterSm::KelCoreStatus::onNewIgmpReport() {
 
 AdapterSm::KelIgmpGroup::KelIgmpGroup(Kel::Ptr<Kel::ActivityConfig> activity,
                                       Kel::Ptr<IgmpGroup const> const& group, AdapterSm* adapterSm)
-    : NotifieeConst(Delivery::byActivity), activity_(std::move(activity)), adapterSm_(adapterSm) {
+    : NotifieeConst(Delivery::byActivity),
+      activity_(std::move(activity)),
+      changed_(adapterSm->changed_) {
   watch(group);
   reconcileIntfs();
   handleInitialized();
@@ -395,20 +403,19 @@ Kel::Ptr<SourceCount> const& AdapterSm::KelIgmpGroup::recordIs() {
   return record_;
 }
 
+void AdapterSm::KelIgmpGroup::recordDel() {
+  record_ = nullptr;
+  for (auto const& [intf, port] : igmpIntf_) port->settlement_.unsettle();
+}
+
 void AdapterSm::KelIgmpGroup::igmpHostChangedIs(bool changed) {
-  if (changed == igmpHostChanged_) return;
+  if (changed == igmpHostChanged()) return;
   // One that was deleted, but is still held, stays out of the list of its former adapter.
   if (changed && isZombie()) return;
-  igmpHostChanged_ = changed;
-  if (changed) {
-    ++adapterSm_->flagsRaised_;
-    changedPlace_ = &adapterSm_->firstChanged_;
-    nextChanged_ = std::exchange(adapterSm_->firstChanged_, this);
-    if (nextChanged_) nextChanged_->changedPlace_ = &nextChanged_;
-  } else {
-    *changedPlace_ = nextChanged_;
-    if (nextChanged_) nextChanged_->changedPlace_ = changedPlace_;
-  }
+  if (changed)
+    changed_->add(changedLink_, *this);
+  else
+    changed_->remove(changedLink_);
 }
 
 void AdapterSm::KelIgmpGroup::notifierIs(Kel::Ptr<IgmpGroup const> group) {
@@ -432,7 +439,11 @@ void AdapterSm::KelIgmpGroup::kelDoZombieReactors(bool zombie) {
   bool const deleted = zombie && !isZombie();
   NotifieeConst::kelDoZombieReactors(zombie);
   igmpIntf_.kelDoZombieReactors(zombie);
-  if (deleted) adapterSm_->kel_handleIgmpGroup(*this);
+  if (!deleted) return;
+  if (AdapterSm* const adapterSm = changed_->adapter())
+    adapterSm->kel_handleIgmpGroup(*this);
+  else
+    igmpHostChangedIs(false);
 }
 
 void AdapterSm::KelIgmpGroup::onIntf(IntfId intf) {
@@ -452,7 +463,7 @@ void AdapterSm::KelIgmpGroup::handleInitialized() {
 void AdapterSm::KelIgmpGroup::handleDelete() {
   KEL_TRACE(9, "KelIgmpGroup::handleDelete " << addr());
   igmpHostChangedIs(false);
-  adapterSm_->clearGroup(addr());
+  if (AdapterSm* const adapterSm = changed_->adapter()) adapterSm->clearGroup(addr());
 }
 
 // ---- KelIgmpIntf
@@ -480,23 +491,26 @@ Kel::Ptr<KelMembership> KelIgmpIntf::membershipIs(
   if (!membership)
     Kel::refuseNull("Bridging::IgmpSnooping::Proxy::AdapterSm::KelIgmpGroup::KelIgmpIntf",
                     "membership");
-  return membership_.watch(membership->addr(), membership,
-                           [&] { return newMembership(membership); });
+  Kel::Ptr<KelIgmpIntf> const self(this);
+  auto reporter =
+      membership_.watch(membership->addr(), membership, [&] { return newMembership(membership); });
+  countReporter(*reporter);
+  return reporter;
 }
 
 void KelIgmpIntf::membershipDel(IpAddr reporter) {
+  if (KelMembership* const leaving = membership_.find(reporter)) discountReporter(*leaving);
   membership_.del(reporter);
 }
 
 void KelIgmpIntf::modeIs(FilterMode mode) {
   mode_ = mode;
-  settledAt_ = 0;
+  settlement_.unsettle();
 }
 
 void KelIgmpIntf::starGIs(bool starG) {
   if (starG == starG_) return;
   starG_ = starG;
-  settledAt_ = 0;
   handleStarG();
 }
 
@@ -516,7 +530,7 @@ KelIgmpIntf::Count KelIgmpIntf::count(PortSources const& sources, IpAddr source)
 }
 
 bool KelIgmpIntf::addTo(PortSources& sources, IpAddr source, Count by) {
-  settledAt_ = 0;
+  settlement_.unsettle();
   Count* const present = sources.find(source);
   Count& count = present ? *present : sources.add(source, 0);
   count = static_cast<Count>(count + by);
@@ -524,7 +538,7 @@ bool KelIgmpIntf::addTo(PortSources& sources, IpAddr source, Count by) {
 }
 
 void KelIgmpIntf::remove(PortSources& sources, IpAddr source) {
-  settledAt_ = 0;
+  settlement_.unsettle();
   if (std::uint32_t const at = sources.position(source); at != PortSources::absent)
     sources.takeAt(at);
 }
@@ -558,7 +572,8 @@ void KelIgmpIntf::portExcludeDel(IpAddr source) {
 }
 
 void KelIgmpIntf::handleStarG() {
-  Kel::Ptr<SourceCount> const& record = kelIgmpGroup_->recordIs();
+  CountedPort const held(*this);
+  Kel::Ptr<SourceCount> const record = kelIgmpGroup_->recordIs();
   KEL_TRACE(4, "KelIgmpIntf::handleStarG " << intfId() << " group " << group()
                                            << " global starGCount " << record->starGCount());
   if (starG_) {
@@ -597,45 +612,49 @@ void KelIgmpIntf::handleExcludeSource(IpAddr source) {
 }
 
 void KelIgmpIntf::countSource(FilterMode mode, IpAddr source, bool listed) {
+  CountedPort const held(*this);
+  Kel::Ptr<SourceCount> const record = kelIgmpGroup_->recordIs();
   if (listed)
-    incRefCount(kelIgmpGroup_->recordIs(), mode, source);
+    incRefCount(record, mode, source);
   else
-    decRefCount(kelIgmpGroup_->recordIs(), mode, source);
+    decRefCount(record, mode, source);
   kelIgmpGroup_->igmpHostChangedIs(true);
 }
 
 void KelIgmpIntf::processPort() {
+  CountedPort const held(*this);
   KEL_TRACE(4, "KelIgmpIntf::processPort " << intfId() << " group " << group() << " numMember "
                                            << membership_.size());
-  if (settledAt_ == Kel::mutationCount() && !kelTraceHandle.wanted(4)) {
-    if (flagsWhenSettled_) kelIgmpGroup_->igmpHostChangedIs(true);
-    return;
+  if (isObserved()) {
+    mergeReporters(mergedReporters());
+  } else if (settlement_.isSettled() && someoneExcludes() == (mode_ == FilterMode::exclude)) {
+    mergeChanges();
+  } else {
+    mergeAll();
   }
-  if (mergeReporters()) settledAt_ = Kel::mutationCount();
 }
 
-/// Merges what the reporters want into what the port wants. Returns whether the port is settled.
-bool KelIgmpIntf::mergeReporters() {
-  ScratchCounts const reporters(kelIgmpGroup_->adapterSm_->spareCounts_);
-  bool someoneExcludes = false;
+/// Merges what the reporters want into what the port wants.
+void KelIgmpIntf::mergeReporters(ReporterCounts const& reporters) {
+  if (reporters.excludingReporters() != 0)
+    mergeExcludes(reporters);
+  else
+    mergeIncludes(reporters);
+}
+
+ReporterCounts KelIgmpIntf::mergedReporters() const {
+  ReporterCounts reporters;
   for (auto const& [reporter, reactor] : membership_) {
     IgmpMembership const& membership = *reactor->notifier();
-    if (membership.filterMode() == FilterMode::exclude) {
+    if (membership.filterMode() == FilterMode::exclude)
       KEL_TRACE_OF("processPort", 4, "processPort in exclude mode: " << reporter);
-      someoneExcludes = true;
-    }
-    for (IpAddr const source : membership.source())
-      incRefCount(reporters.handle(), membership.filterMode(), source);
+    reporters.addAll(membership.filterMode(), membership.source());
   }
-  if (someoneExcludes)
-    mergeExcludes(*reporters);
-  else
-    mergeIncludes(*reporters);
-  return settles(*reporters);
+  return reporters;
 }
 
 /// No reporter is in exclude mode: the port includes what any of them includes.
-void KelIgmpIntf::mergeIncludes(SourceCount const& reporters) {
+void KelIgmpIntf::mergeIncludes(ReporterCounts const& reporters) {
   starGIs(false);
   modeIs(FilterMode::include);
   for (IpAddr const source : Kel::KeySnapshot<IpAddr>(portExclude_)) {
@@ -654,14 +673,15 @@ void KelIgmpIntf::mergeIncludes(SourceCount const& reporters) {
 }
 
 /// Some reporter is in exclude mode: the port excludes what every reporter excludes.
-void KelIgmpIntf::mergeExcludes(SourceCount const& reporters) {
+void KelIgmpIntf::mergeExcludes(ReporterCounts const& reporters) {
   modeIs(FilterMode::exclude);
   for (IpAddr const source : Kel::KeySnapshot<IpAddr>(portInclude_)) {
     KEL_TRACE_OF("processPort", 4, "Start off by deleting include source " << source);
     portIncludeDel(source);
   }
   std::uint32_t const numMember = membership_.size();
-  for (auto const [source, count] : reporters.exclude()) {
+  for (auto const [source, reporting] : reporters.exclude()) {
+    auto const count = static_cast<Count>(reporting);
     if (count == numMember) {
       KEL_TRACE_OF("processPort", 4, "All reporters want to exclude this source " << source);
       if (portExclude(source) == 0) portExcludeInc(source, 1);
@@ -698,21 +718,190 @@ void KelIgmpIntf::starGIfNothingExcluded() {
   starGIs(true);
 }
 
-/// Whether another evaluation of the same state would do nothing, or no more than flag the group.
-/// In exclude mode it would delete the included sources from the exclude list once more, which
-/// flags the group each time, and takes another one off the count of a source that other ports
-/// exclude.
-bool KelIgmpIntf::settles(SourceCount const& reporters) {
-  flagsWhenSettled_ = mode_ == FilterMode::exclude && !reporters.include().empty();
-  if (!flagsWhenSettled_) return true;
+// ---- KelIgmpIntf: evaluations that nobody watches or traces look at what changed alone
+
+/// Whether somebody would see the order of an evaluation, or act in the middle of it.
+bool KelIgmpIntf::isObserved() const {
+  return kelTraceHandle.wanted(4) || kelIgmpGroup_->recordIs()->watched();
+}
+
+void KelIgmpIntf::mergeAll() {
+  bool const hearsAll = hearsAllReporters();
+  if (counts_) {
+    counts_->disjointExcludesIs(SourceCount::noVersion);
+    mergeReporters(*counts_);
+  } else {
+    mergeReporters(mergedReporters());
+  }
+  if (hearsAll) settlement_.settle(membership_.size());
+}
+
+/// The same as mergeReporters() where the port's lists are what the former evaluation made of them,
+/// and its mode is to stay.
+void KelIgmpIntf::mergeChanges() {
+  PortSettlement::Sources const changed = settlement_.takeChanges();
+  if (mode_ == FilterMode::exclude)
+    mergeChangedExcludes(changed);
+  else
+    mergeChangedIncludes(changed);
+  settlement_.settle(membership_.size());
+}
+
+void KelIgmpIntf::mergeChangedIncludes(PortSettlement::Sources const& changed) {
+  starGIs(false);
+  for (auto const [source, unused] : changed) {
+    bool const isWanted = someoneIncludes(source);
+    if (isWanted == (portInclude(source) != 0)) continue;
+    if (isWanted)
+      portIncludeInc(source, 1);
+    else
+      portIncludeDel(source);
+  }
+}
+
+void KelIgmpIntf::mergeChangedExcludes(PortSettlement::Sources const& changed) {
+  auto const addIfAllExclude = [this](IpAddr source) {
+    if (portExclude(source) == 0 && allExclude(source)) portExcludeInc(source, 1);
+  };
+  auto const deleteUnlessAllExclude = [this](IpAddr source) {
+    if (portExclude(source) != 0 && !allExclude(source)) portExcludeDel(source);
+  };
+  bool const otherReporters = settlement_.reporters() != membership_.size();
+  for (auto const [source, unused] : changed) addIfAllExclude(source);
+  if (otherReporters)  // what all of them exclude, any of them does
+    for (IpAddr const source : firstReporter()->notifier()->source()) addIfAllExclude(source);
+  discountIncludes(changed);
+  for (auto const [source, unused] : changed) deleteUnlessAllExclude(source);
+  if (otherReporters)
+    for (IpAddr const source : Kel::KeySnapshot<IpAddr>(portExclude_))
+      deleteUnlessAllExclude(source);
+  starGIfNothingExcluded();
+}
+
+/// In exclude mode each evaluation deletes the included sources from the exclude list once more,
+/// which flags the group each time, and takes another one off the count of a source that other
+/// ports exclude.
+void KelIgmpIntf::discountIncludes(PortSettlement::Sources const& changed) {
+  if (!counts_ || counts_->include().empty()) return;
+  kelIgmpGroup_->igmpHostChangedIs(true);
+  auto const common = includedAndExcludedElsewhere(changed);
+  for (IpAddr const source : common) portExcludeDel(source);
+  counts_->disjointExcludesIs(common.empty() ? kelIgmpGroup_->recordIs()->excludeVersion()
+                                             : SourceCount::noVersion);
+}
+
+/// The included sources that are among the group's excludes.
+std::vector<IpAddr> KelIgmpIntf::includedAndExcludedElsewhere(
+    PortSettlement::Sources const& changed) const {
   SourceCount const& global = *kelIgmpGroup_->recordIs();
-  for (auto const [source, count] : reporters.include())
-    if (global.exclude(source) != 0) return false;
+  std::vector<IpAddr> common;
+  auto const addCommonOf = [&](auto const& sources) {
+    for (auto const [source, unused] : sources)
+      if (counts_->include().contains(source) && global.exclude().contains(source))
+        common.push_back(source);
+  };
+  if (counts_->disjointExcludes() == global.excludeVersion())
+    addCommonOf(changed);
+  else if (counts_->include().size() < global.exclude().size())
+    addCommonOf(counts_->include());
+  else
+    addCommonOf(global.exclude());
+  return common;
+}
+
+// ---- KelIgmpIntf: the reporters, counted as they change
+
+/// Whether all changes of the reporters are heard at once. If so they are counted, where there are
+/// several.
+bool KelIgmpIntf::hearsAllReporters() {
+  if (counts_) return true;
+  for (auto const& [address, reporter] : membership_) countReporter(*reporter);
+  for (auto const& [address, reporter] : membership_)
+    if (reporter->counted() == KelMembership::Counted::no) return false;
+  if (membership_.size() < 2) return true;
+  counts_ = std::make_unique<ReporterCounts>();
+  for (auto const& [address, reporter] : membership_)
+    counts_->addAll(reporter->countedMode(), reporter->notifier()->source());
   return true;
 }
 
+void KelIgmpIntf::countReporter(KelMembership& reporter) {
+  if (reporter.counted() != KelMembership::Counted::no) return;
+  if (!counts_) settlement_.unsettle();
+  if (!reporter.notificationActive()) {
+    counts_.reset();
+    settlement_.unsettle();
+    return;
+  }
+  reporter.countedIs(reporter.whatItIs());
+  if (counts_) counts_->addAll(reporter.countedMode(), reporter.notifier()->source());
+  noteChanges(reporter);
+}
+
+void KelIgmpIntf::discountReporter(KelMembership& reporter) {
+  if (reporter.counted() == KelMembership::Counted::no) return;
+  if (counts_) counts_->removeAll(reporter.countedMode(), reporter.notifier()->source());
+  noteChanges(reporter);
+  reporter.countedIs(KelMembership::Counted::no);
+}
+
+void KelIgmpIntf::loseReporter(KelMembership& reporter) {
+  if (reporter.counted() == KelMembership::Counted::no) return;
+  reporter.countedIs(KelMembership::Counted::no);
+  counts_.reset();
+  settlement_.unsettle();
+}
+
+void KelIgmpIntf::reporterChangesMode(KelMembership& reporter) {
+  if (reporter.counted() == reporter.whatItIs()) return;
+  discountReporter(reporter);
+  countReporter(reporter);
+}
+
+void KelIgmpIntf::reporterChangesSource(KelMembership const& reporter, IpAddr source) {
+  IgmpMembership::Sources const& sources = reporter.notifier()->source();
+  settlement_.noteChange(source, counts_ ? counts_->size() : sources.size());
+  if (!counts_) return;
+  if (sources.contains(source))
+    counts_->add(reporter.countedMode(), source);
+  else
+    counts_->remove(reporter.countedMode(), source);
+}
+
+void KelIgmpIntf::noteChanges(KelMembership const& reporter) {
+  if (!settlement_.isSettled()) return;
+  IgmpMembership::Sources const& sources = reporter.notifier()->source();
+  std::uint32_t const all = counts_ ? counts_->size() : sources.size();
+  for (IpAddr const source : sources) settlement_.noteChange(source, all);
+}
+
+// The following hold where all reporters are heard, and so while the port is settled.
+
+KelMembership const* KelIgmpIntf::firstReporter() const {
+  return membership_.empty() ? nullptr : (*membership_.begin()).mapped.get();
+}
+
+bool KelIgmpIntf::someoneExcludes() const {
+  if (counts_) return counts_->excludingReporters() != 0;
+  KelMembership const* const reporter = firstReporter();
+  return reporter && reporter->countedMode() == FilterMode::exclude;
+}
+
+/// In include mode.
+bool KelIgmpIntf::someoneIncludes(IpAddr source) const {
+  if (counts_) return counts_->include().contains(source);
+  KelMembership const* const reporter = firstReporter();
+  return reporter && reporter->notifier()->source(source);
+}
+
+/// In exclude mode.
+bool KelIgmpIntf::allExclude(IpAddr source) const {
+  return counts_ ? counts_->exclude(source) == membership_.size()
+                 : firstReporter()->notifier()->source(source);
+}
+
 void KelIgmpIntf::subtract(SourceCount& result) const {
-  SourceCount const& global = *kelIgmpGroup_->record();
+  SourceCount const& global = *kelIgmpGroup_->recordIs();
   KEL_TRACE(9, "KelIgmpIntf::subtract on intf " << intfId());
   KEL_TRACE(4, "subtract: " << intfId() << "my starG is " << starG_ << " global starG is "
                             << global.starGCount());
@@ -734,7 +923,7 @@ void KelIgmpIntf::subtract(SourceCount& result) const {
 bool KelIgmpIntf::subtractExcludes(SourceCount& result) const {
   std::uint32_t const ports = kelIgmpGroup_->igmpIntf().size();
   bool othersExclude = false;
-  for (auto const [source, excluding] : kelIgmpGroup_->record()->exclude()) {
+  for (auto const [source, excluding] : kelIgmpGroup_->recordIs()->exclude()) {
     if (portExclude(source) != 0) {
       if (excluding == ports) {
         KEL_TRACE_OF("subtract", 4,
@@ -762,7 +951,7 @@ bool KelIgmpIntf::subtractExcludes(SourceCount& result) const {
 }
 
 void KelIgmpIntf::subtractIncludes(SourceCount& result) const {
-  for (auto const [source, including] : kelIgmpGroup_->record()->include()) {
+  for (auto const [source, including] : kelIgmpGroup_->recordIs()->include()) {
     int others = including;
     if (Count const own = portInclude(source); own != 0) {
       KEL_TRACE_OF("subtract", 8,
@@ -827,8 +1016,40 @@ Kel::ActivityConfig* KelMembership::kelFwkActivity() const {
 }
 
 void KelMembership::notifierIs(Kel::Ptr<IgmpMembership const> membership) {
+  // What goes may take this reactor and its port along.
+  Kel::Ptr<KelMembership> const self(this);
+  CountedPort const held(*kelIgmpIntf_);
+  bool const isCounted = counted() != Counted::no;
+  kelIgmpIntf_->discountReporter(*this);
   NotifieeConst::notifierIs(std::move(membership));
+  if (isCounted) kelIgmpIntf_->countReporter(*this);
   handleFilterMode();
+}
+
+void KelMembership::hasNotificationActiveIs(bool active) {
+  if (!active && counted() != Counted::no) kelIgmpIntf_->loseReporter(*this);
+  NotifieeConst::hasNotificationActiveIs(active);
+}
+
+void KelMembership::kelDoZombieReactors(bool zombie) {
+  if (zombie && counted() != Counted::no) kelIgmpIntf_->loseReporter(*this);
+  NotifieeConst::kelDoZombieReactors(zombie);
+}
+
+KelMembership::Counted KelMembership::whatItIs() const {
+  return notifier()->filterMode() == FilterMode::exclude ? Counted::excluding : Counted::including;
+}
+
+KelMembership::FilterMode KelMembership::countedMode() const {
+  return counted() == Counted::excluding ? FilterMode::exclude : FilterMode::include;
+}
+
+void KelMembership::onFilterModeAtOnce() {
+  if (counted() != Counted::no) kelIgmpIntf_->reporterChangesMode(*this);
+}
+
+void KelMembership::onSourceAtOnce(IpAddr source) {
+  if (counted() != Counted::no) kelIgmpIntf_->reporterChangesSource(*this, source);
 }
 
 void KelMembership::onFilterMode() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -9,6 +10,10 @@
 #include "framework/kel/Activity.h"
 #include "framework/kel/Reactors.h"
 #include "platform/igmp/IgmpHost.h"
+#include "proxy/ChangedGroups.h"
+#include "proxy/PlaceHints.h"
+#include "proxy/PortSettlement.h"
+#include "proxy/ReporterCounts.h"
 #include "proxy/SourceCount.h"
 
 namespace Bridging::IgmpSnooping::Proxy {
@@ -70,11 +75,7 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   void processSplitHorizon(PortKey const& key, Wirex::IpAddr group);
 
  private:
-  /// Where the hosts of all keys, or their records of a group, were found before, in the order of
-  /// `hostKey`. A change looks its group up in every host: where there are many groups, the cache
-  /// misses of a lookup by hash cost more than all the rest.
-  using Places = std::vector<std::uint32_t>;
-  static constexpr std::uint32_t unknownPlace = UINT32_MAX;
+  using Changed = ChangedGroups<AdapterSm, KelIgmpGroup>;
 
   /// The framework's zombie pass calls this for a group reactor that is about to go.
   void kel_handleIgmpGroup(KelIgmpGroup& reactor);
@@ -83,10 +84,9 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   using PlacedGroup = std::pair<std::uint32_t, Wirex::IpAddr>;
   void addChangedGroups(std::vector<PlacedGroup>& groups, std::uint32_t firstPlace) const;
   void updateRecords(KelIgmpGroup& group);
-  std::uint32_t& placeOf(std::uint32_t hostKeyPlace, Places& places) const;
-  void processSplitHorizon(PortKey const& key, KelIgmpGroup const& group, std::uint32_t& hostPlace,
+  void processSplitHorizon(PortKey const& key, KelIgmpGroup& group, std::uint32_t& hostPlace,
                            std::uint32_t& recordPlace);
-  bool mergeMemberPorts(KelIgmpGroup const& group, SourceCount& merged) const;
+  bool mergeMemberPorts(KelIgmpGroup& group, SourceCount& merged) const;
   void writeRecord(Igmp::IgmpHost& host, Wirex::IpAddr group, std::uint32_t& recordPlace,
                    SourceCount& merged);
 
@@ -97,10 +97,8 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   Kel::Ptr<KelAdapterConfig> adapterConfig_;
   Kel::Ptr<KelCoreStatus> coreStatus_;
   Kel::Ptr<SourceCount> spareCounts_;
-  Places hostPlaces_;
-  // The groups whose `igmpHostChanged` is set, so that an update need not look at the others.
-  KelIgmpGroup* firstChanged_ = nullptr;
-  std::uint64_t flagsRaised_ = 0;  // how often a group was flagged
+  PlaceHints hostPlaces_;  // of the hosts of all keys, in the order of `hostKey`
+  Kel::Ptr<Changed> changed_;
   IgmpGroups igmpGroup_;
 };
 
@@ -150,10 +148,10 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup final : public IgmpGroup::NotifieeConst
   Kel::Ptr<SourceCount> const& record() const { return record_; }
   static Kel::Ptr<SourceCount> newRecord() { return SourceCount::SourceCountIs(); }
   Kel::Ptr<SourceCount> const& recordIs();
-  void recordDel() { record_ = nullptr; }
+  void recordDel();
 
   /// Whether the counts may have changed since the hosts' records were last written.
-  bool igmpHostChanged() const { return igmpHostChanged_; }
+  bool igmpHostChanged() const { return changedLink_.isListed(); }
   void igmpHostChangedIs(bool changed);
 
   Kel::ActivityConfig* kelFwkActivity() const override { return activity_.get(); }
@@ -171,13 +169,10 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup final : public IgmpGroup::NotifieeConst
   void reconcileIntfs();
 
   Kel::Ptr<Kel::ActivityConfig> activity_;
-  AdapterSm* adapterSm_;
+  Kel::Ptr<Changed> changed_;  // the adapter's
+  Changed::Link changedLink_;
   Kel::Ptr<SourceCount> record_;
-  // Links in the adapter's list of changed groups.
-  KelIgmpGroup* nextChanged_ = nullptr;
-  KelIgmpGroup** changedPlace_ = nullptr;
-  Places recordPlaces_;
-  bool igmpHostChanged_ = false;
+  PlaceHints recordPlaces_;  // of the hosts' records of the group, in the order of `hostKey`
   IgmpIntfs igmpIntf_;
 };
 
@@ -191,7 +186,7 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup::KelIgmpIntf final : public IgmpIntfSta
  public:
   class KelMembership;
   using Memberships = Kel::Reactors<Wirex::IpAddr, KelMembership>;
-  using FilterMode = Gmp::Igmp::IgmpFilterMode;
+  using FilterMode = ReporterCounts::FilterMode;
   using Count = SourceCount::Count;
   using PortSources = Kel::Table<Wirex::IpAddr, Count>;
 
@@ -200,6 +195,7 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup::KelIgmpIntf final : public IgmpIntfSta
   ~KelIgmpIntf() override;
 
   Wirex::IntfId const& intfId() const { return notifier()->intfId(); }
+  KelIgmpGroup& kelIgmpGroup() const { return *kelIgmpGroup_; }
 
   /// One reactor per reporter.
   Memberships const& membership() const { return membership_; }
@@ -250,6 +246,7 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup::KelIgmpIntf final : public IgmpIntfSta
   void processPort();
 
  private:
+  friend class KelIgmpGroup;
   friend class KelMembership;
 
   static Count count(PortSources const& sources, Wirex::IpAddr source);
@@ -260,23 +257,43 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup::KelIgmpIntf final : public IgmpIntfSta
   bool subtractExcludes(SourceCount& result) const;
   void subtractIncludes(SourceCount& result) const;
 
-  void mergeIncludes(SourceCount const& reporters);
-  void mergeExcludes(SourceCount const& reporters);
+  // The reporters' lists are counted as they change, by reactors that hear of it at once. A port
+  // with one reporter asks that one.
+  void countReporter(KelMembership& reporter);
+  void discountReporter(KelMembership& reporter);
+  /// A reporter is not heard any more, although it still is one.
+  void loseReporter(KelMembership& reporter);
+  void reporterChangesMode(KelMembership& reporter);
+  void reporterChangesSource(KelMembership const& reporter, Wirex::IpAddr source);
+  void noteChanges(KelMembership const& reporter);
+  bool hearsAllReporters();
+  KelMembership const* firstReporter() const;
+  bool someoneExcludes() const;
+  bool someoneIncludes(Wirex::IpAddr source) const;
+  bool allExclude(Wirex::IpAddr source) const;
+
+  bool isObserved() const;
+  ReporterCounts mergedReporters() const;
+  void mergeReporters(ReporterCounts const& reporters);
+  void mergeIncludes(ReporterCounts const& reporters);
+  void mergeExcludes(ReporterCounts const& reporters);
   void starGIfNothingExcluded();
-  bool mergeReporters();
-  bool settles(SourceCount const& reporters);
+  void mergeAll();
+  void mergeChanges();
+  void mergeChangedIncludes(PortSettlement::Sources const& changed);
+  void mergeChangedExcludes(PortSettlement::Sources const& changed);
+  void discountIncludes(PortSettlement::Sources const& changed);
+  std::vector<Wirex::IpAddr> includedAndExcludedElsewhere(
+      PortSettlement::Sources const& changed) const;
   void reconcileMemberships();
   Wirex::IpAddr group() const { return kelIgmpGroup_->addr(); }
 
   KelIgmpGroup* kelIgmpGroup_;
+  [[no_unique_address]] PortSettlement settlement_;  // what follows stands in its padding
   FilterMode mode_ = FilterMode::exclude;
   bool starG_ = false;
   std::uint16_t portChanged_ = 0;
-  // A report that changes many sources evaluates the port once for each of them, and all but the
-  // first evaluation find nothing left to do. At this reading of Kel::mutationCount() another one
-  // would do nothing, or no more than flag the group.
-  bool flagsWhenSettled_ = false;
-  std::uint64_t settledAt_ = 0;
+  std::unique_ptr<ReporterCounts> counts_;  // from the second reporter on
   PortSources portInclude_;
   PortSources portExclude_;
   Memberships membership_;
@@ -294,14 +311,31 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup::KelIgmpIntf::KelMembership final
 
   Kel::ActivityConfig* kelFwkActivity() const override;
   void notifierIs(Kel::Ptr<IgmpMembership const> membership) override;
+  void hasNotificationActiveIs(bool active) override;
+  void kelDoZombieReactors(bool zombie) override;
   void onFilterMode() override;
   void onSource(Wirex::IpAddr source) override;
+  void onFilterModeAtOnce() override;
+  void onSourceAtOnce(Wirex::IpAddr source) override;
 
   void handleInitialized();
   void handleFilterMode();
   void handleSource(Wirex::IpAddr source);
 
  private:
+  friend class KelIgmpIntf;
+
+  /// As what the port counts it.
+  enum class Counted : std::uint8_t { no, including, excluding };
+
+  using FilterMode = ReporterCounts::FilterMode;
+
+  Counted whatItIs() const;
+  FilterMode countedMode() const;
+
+  Counted counted() const noexcept { return static_cast<Counted>(smallNumber()); }
+  void countedIs(Counted counted) noexcept { smallNumberIs(static_cast<unsigned>(counted)); }
+
   KelIgmpIntf* kelIgmpIntf_;
 };
 

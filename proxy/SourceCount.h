@@ -56,16 +56,26 @@ class KEL_EXPORT SourceCount : public Kel::Entity {
   /// The ports that list a source in exclude mode; 0 where it is absent.
   Excludes const& exclude() const { return exclude_; }
   Count exclude(Wirex::IpAddr source) const { return exclude_.get(source); }
-  void excludeIs(Wirex::IpAddr source, Count count) { exclude_.is(*this, source, count); }
-  void excludeInc(Wirex::IpAddr source, Count by) { exclude_.inc(*this, source, by); }
-  void excludeDec(Wirex::IpAddr source, Count by) { exclude_.dec(*this, source, by); }
-  void excludeDel(Wirex::IpAddr source) { exclude_.del(*this, source); }
-  void excludeDelAll() { exclude_.delAll(*this); }
+  void excludeIs(Wirex::IpAddr source, Count count) { excludes().is(*this, source, count); }
+  void excludeInc(Wirex::IpAddr source, Count by) { excludes().inc(*this, source, by); }
+  void excludeDec(Wirex::IpAddr source, Count by) { excludes().dec(*this, source, by); }
+  void excludeDel(Wirex::IpAddr source) { excludes().del(*this, source); }
+  void excludeDelAll() { excludes().delAll(*this); }
   void excludeNotify(Wirex::IpAddr source) { exclude_.notify(*this, source); }
   void excludeNotify() { notify<&NotifieeConst::onExcludekelImmediate>(); }
 
+  /// Between two equal readings, the excludes have not changed.
+  std::uint32_t excludeVersion() const noexcept { return excludeVersion_; }
+  static constexpr std::uint32_t noVersion = 0;
+
  private:
+  Excludes& excludes() noexcept {
+    ++excludeVersion_;
+    return exclude_;
+  }
+
   Kel::Value<Count, &NotifieeConst::onStarGCount> starGCount_;
+  std::uint32_t excludeVersion_ = noVersion + 1;
   Includes include_;
   Excludes exclude_;
 };

@@ -50,6 +50,43 @@ void reportThatChangesSourcesOfAMixedPort(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
+/// A frame of 100 records, each of which allows or blocks one source, from one of as many reporters
+/// on the port as the argument says, which include 360 sources each.
+void frameOfOneSourceRecordsOnACrowdedPort(benchmark::State& state) {
+  SnoopedVlan vlan(4);
+  auto const reporters = static_cast<std::uint32_t>(state.range(0));
+  Sources const common(360);
+  Sources const own = Sources::beyond(common);
+  for (std::uint32_t i = 0; i < reporters; ++i)
+    vlan.report(0, IpAddr(reporter.value() + i), group, IgmpV3GroupRecordType::modeIsInclude,
+                common);
+  bool allowed = false;
+  for (auto _ : state) {
+    for (std::uint32_t record = 0; record < 100; ++record)
+      vlan.record(
+          0, IpAddr(reporter.value() + record * (reporters / 100)), group,
+          allowed ? IgmpV3GroupRecordType::blockOldSources : IgmpV3GroupRecordType::allowNewSources,
+          own);
+    vlan.publish();
+    allowed = !allowed;
+  }
+}
+
+/// The same, by one reporter that includes as many sources as the argument says.
+void frameOfOneSourceRecordsOfALongList(benchmark::State& state) {
+  SnoopedVlan vlan(4);
+  Sources const common(static_cast<std::size_t>(state.range(0)));
+  Sources const own = Sources::beyond(common);
+  vlan.report(0, reporter, group, IgmpV3GroupRecordType::modeIsInclude, common);
+  for (auto _ : state) {
+    for (int record = 0; record < 50; ++record)
+      for (auto const type :
+           {IgmpV3GroupRecordType::allowNewSources, IgmpV3GroupRecordType::blockOldSources})
+        vlan.record(0, reporter, group, type, own);
+    vlan.publish();
+  }
+}
+
 /// A report that says what is known, among as many groups as the argument says.
 void reportOfKnownState(benchmark::State& state) {
   SnoopedVlan vlan(8);
@@ -113,6 +150,8 @@ void forgettingAPort(benchmark::State& state) {
 
 BENCHMARK(reportThatChangesSources)->Arg(1)->Arg(16)->Arg(365);
 BENCHMARK(reportThatChangesSourcesOfAMixedPort)->Arg(1)->Arg(16)->Arg(365);
+BENCHMARK(frameOfOneSourceRecordsOnACrowdedPort)->Arg(100)->Arg(2000);
+BENCHMARK(frameOfOneSourceRecordsOfALongList)->Arg(360)->Arg(10800);
 BENCHMARK(reportOfKnownState)->Arg(10)->Arg(1000)->Arg(100000);
 BENCHMARK(knownStateYardstick)->Arg(10)->Arg(1000)->Arg(100000);
 BENCHMARK(forgettingAPort)->Arg(2048)->Arg(16384)->Arg(131072)->Unit(benchmark::kMillisecond);

@@ -49,9 +49,16 @@ class SnoopedVlan {
 
   void report(std::size_t port, Wirex::IpAddr reporter, Wirex::IpAddr group,
               Wirex::IgmpV3GroupRecordType type, Sources const& sources) {
-    learning_.record(ports_[port], reporter, {type, group, sources.list()});
-    batch_.publish();
+    record(port, reporter, group, type, sources);
+    publish();
   }
+
+  /// One record of a report, and the end of a report.
+  void record(std::size_t port, Wirex::IpAddr reporter, Wirex::IpAddr group,
+              Wirex::IgmpV3GroupRecordType type, Sources const& sources) {
+    learning_.record(ports_[port], reporter, {type, group, sources.list()});
+  }
+  void publish() { batch_.publish(); }
 
   void forgetPort(std::size_t port) {
     learning_.forgetPort(ports_[port]);

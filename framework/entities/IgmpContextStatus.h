@@ -20,13 +20,16 @@ class KEL_EXPORT IgmpMembership : public Kel::Entity {
     virtual void onFilterMode() {}
     virtual void onSource(Wirex::IpAddr /*source*/) {}
     virtual void onSourcekelImmediate() {}
+    /// The changes of both, at once: for keeping counts of what memberships say.
+    virtual void onFilterModeAtOnce() {}
+    virtual void onSourceAtOnce(Wirex::IpAddr /*source*/) {}
 
    protected:
     using NotifieeOf::NotifieeOf;
   };
 
   using FilterMode = Gmp::Igmp::IgmpFilterMode;
-  using Sources = Kel::Set<Wirex::IpAddr, &NotifieeConst::onSource>;
+  using Sources = Kel::Set<Wirex::IpAddr, &NotifieeConst::onSource, &NotifieeConst::onSourceAtOnce>;
 
   explicit IgmpMembership(Wirex::IpAddr reporter) : addr_(reporter) {}
 
@@ -47,7 +50,8 @@ class KEL_EXPORT IgmpMembership : public Kel::Entity {
 
  private:
   Wirex::IpAddr addr_;
-  Kel::Value<FilterMode, &NotifieeConst::onFilterMode> filterMode_;
+  Kel::Value<FilterMode, &NotifieeConst::onFilterMode, &NotifieeConst::onFilterModeAtOnce>
+      filterMode_;
   Sources source_;
 };
 

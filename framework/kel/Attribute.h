@@ -1,5 +1,6 @@
 #pragma once
 
+#include <type_traits>
 #include <utility>
 
 #include "framework/kel/Exception.h"
@@ -15,7 +16,9 @@ namespace Kel {
 ///     Kel::Value<bool, &NotifieeConst::onBlocked> blocked_;
 ///
 /// It holds no back pointer to its entity, of which there may be millions: mutators pass it.
-template <class T, auto Callback>
+/// @tparam AtOnce a callback that each change raises before that one (`Entity::tellAtOnce`), or
+/// null.
+template <class T, auto Callback, auto AtOnce = nullptr>
 class Value {
  public:
   Value() = default;
@@ -28,6 +31,7 @@ class Value {
     if (value_ == value) return;
     std::swap(value_, value);  // what goes may take the owner along, so it goes last
     ++mutations;
+    if constexpr (!std::is_null_pointer_v<decltype(AtOnce)>) owner.tellAtOnce<AtOnce>();
     notify(owner);
   }
 

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <sstream>
+#include <type_traits>
 #include <utility>
 
 #include "framework/kel/Exception.h"
@@ -277,7 +278,9 @@ class Values : public Collection<Key, T> {
 };
 
 /// A collection attribute that is a set of keys.
-template <class Key, auto Callback>
+/// @tparam AtOnce a callback that each change raises with the key before that one
+/// (`Entity::tellAtOnce`), or null.
+template <class Key, auto Callback, auto AtOnce = nullptr>
 class Set : private Collection<Key, Nothing> {
   using Base = Collection<Key, Nothing>;
 
@@ -290,16 +293,14 @@ class Set : private Collection<Key, Nothing> {
   void is(Entity const& owner, Key const& key) {
     if (this->table_.contains(key)) return;
     this->table_.add(key, Nothing{});
-    ++mutations;
-    notify(owner, key);
+    changed(owner, key);
   }
 
   void del(Entity const& owner, Key key) {
     std::uint32_t const at = this->table_.position(key);
     if (at == Table<Key, Nothing>::absent) return;
     this->table_.takeAt(at);
-    ++mutations;
-    notify(owner, key);
+    changed(owner, key);
   }
 
   void delAll(Entity const& owner) {
@@ -308,6 +309,13 @@ class Set : private Collection<Key, Nothing> {
   }
 
   void notify(Entity const& owner, Key const& key) const { owner.notify<Callback>(key); }
+
+ private:
+  void changed(Entity const& owner, Key const& key) const {
+    ++mutations;
+    if constexpr (!std::is_null_pointer_v<decltype(AtOnce)>) owner.tellAtOnce<AtOnce>(key);
+    notify(owner, key);
+  }
 };
 
 }  // namespace Kel

@@ -53,6 +53,11 @@ class KEL_EXPORT Notifiee : public PtrInterface {
       : byActivity_(delivery == Delivery::byActivity), slot_(0) {}
 
   void activeFlagIs(bool active) noexcept { active_ = active; }
+
+  /// A number from 0 to 3 for the class that derives, of which there may be millions: a member of
+  /// its own would take a word.
+  unsigned smallNumber() const noexcept { return smallNumber_; }
+  void smallNumberIs(unsigned number) noexcept { smallNumber_ = number & 3; }
   void callOffPending() noexcept;
 
  private:
@@ -128,13 +133,14 @@ class KEL_EXPORT Notifiee : public PtrInterface {
   void indexPending(ActivityQueue& queue);
 
   static constexpr std::uint32_t longChain = 8;
-  static constexpr unsigned slotBits = 27;
+  static constexpr unsigned slotBits = 25;
 
   bool active_ : 1 = true;
   bool zombie_ : 1 = false;
   bool initialized_ : 1 = false;
   bool pendingIndexed_ : 1 = false;
   bool byActivity_ : 1;
+  std::uint8_t smallNumber_ : 2 = 0;
   std::uint32_t slot_ : slotBits;  // where the entity has this reactor, if it has many
   // The newest, whose successor in the chain is the oldest.
   PendingNotification* newestPending_ = nullptr;
@@ -237,6 +243,22 @@ class KEL_EXPORT Entity : public PtrInterface {
       only.postpone<Callback>(key...);
     else
       notifyOnly<Callback, Key...>(only, key...);
+  }
+
+  /// Raises a callback that every reactor hears inside the mutation, also zombies and those that an
+  /// activity tells of the change later. It is for keeping counts: the callback changes no entity,
+  /// and registers, unregisters and destroys no reactor.
+  template <auto Callback, class... Key>
+  void tellAtOnce(Key const&... key) const {
+    using Interface = typename CallbackOf<decltype(Callback)>::InterfaceType;
+    if (notifiees_.empty()) return;
+    if (!notifiees_.hasMany()) {
+      (static_cast<Interface&>(*notifiees_.single()).*Callback)(key...);
+      return;
+    }
+    NotifieeSlots::Walk walk(notifiees_);
+    while (Notifiee* const notifiee = walk.next())
+      (static_cast<Interface&>(*notifiee).*Callback)(key...);
   }
 
  protected:

@@ -113,6 +113,53 @@ TEST_F(ActivityTest, ReactorsOfSeveralActivitiesShareTheThreadsQueue) {
   EXPECT_THAT(journal_, ElementsAre("a temperature", "b temperature"));
 }
 
+/// Hears of changes at once, and of the notifications when the activity runs.
+class TwiceTold : public Switch::NotifieeConst {
+ public:
+  TwiceTold(Kel::Ptr<Switch const> watched, Toy::Journal& journal)
+      : NotifieeConst(Delivery::byActivity), journal_(journal) {
+    watch(std::move(watched));
+  }
+
+  void onTemperature() override { journal_.emplace_back("temperature"); }
+  void onTemperatureAtOnce() override {
+    journal_.push_back(Toy::sentence("at once temperature", notifier()->temperature()));
+  }
+  void onFilter(Wirex::IpAddr /*address*/) override { journal_.emplace_back("filter"); }
+  void onFilterAtOnce(Wirex::IpAddr address) override {
+    journal_.push_back(Toy::sentence("at once filter", notifier()->filter(address)));
+  }
+
+ private:
+  Toy::Journal& journal_;
+};
+
+TEST_F(ActivityTest, CallbackAtOnceIsRaisedByEachChangeAndByNothingElse) {
+  auto const reactor = Kel::make<TwiceTold>(switch_, journal_);
+  switch_->filterIs(Toy::address(1));
+  switch_->filterIs(Toy::address(1));
+  switch_->filterNotify(Toy::address(1));
+  switch_->filterDel(Toy::address(1));
+  switch_->temperatureIs(40);
+  switch_->temperatureIs(40);
+  switch_->temperatureNotify();
+  EXPECT_THAT(journal_,
+              ElementsAre("at once filter 1", "at once filter 0", "at once temperature 40"));
+  runActivities();
+  EXPECT_THAT(journal_, ElementsAre("at once filter 1", "at once filter 0",
+                                    "at once temperature 40", "filter", "temperature"));
+}
+
+TEST_F(ActivityTest, CallbackAtOnceReachesEveryActiveReactorAndZombiesToo) {
+  auto const zombie = Kel::make<TwiceTold>(switch_, journal_);
+  auto const inactive = Kel::make<TwiceTold>(switch_, journal_);
+  auto const live = Kel::make<TwiceTold>(switch_, journal_);
+  zombie->kelDoZombieReactors(true);
+  inactive->hasNotificationActiveIs(false);
+  switch_->filterIs(Toy::address(1));
+  EXPECT_THAT(journal_, ElementsAre("at once filter 1", "at once filter 1"));
+}
+
 TEST_F(ActivityTest, ImmediateReactorsHearAtOnce) {
   auto const a = deferred("a");
   auto const b = immediate("b");

@@ -80,6 +80,8 @@ class Switch : public Kel::Entity {
     virtual void onWeightkelImmediate() {}
     virtual void onFilter(Wirex::IpAddr /*address*/) {}
     virtual void onFilterkelImmediate() {}
+    virtual void onTemperatureAtOnce() {}
+    virtual void onFilterAtOnce(Wirex::IpAddr /*address*/) {}
 
    protected:
     using NotifieeOf::NotifieeOf;
@@ -87,7 +89,7 @@ class Switch : public Kel::Entity {
 
   using Ports = Kel::Members<Wirex::IntfId, Port, &NotifieeConst::onPort>;
   using Weights = Kel::Values<Bridging::VlanId, int, &NotifieeConst::onWeight>;
-  using Filters = Kel::Set<Wirex::IpAddr, &NotifieeConst::onFilter>;
+  using Filters = Kel::Set<Wirex::IpAddr, &NotifieeConst::onFilter, &NotifieeConst::onFilterAtOnce>;
 
   ~Switch() override {
     if (atDestruction) atDestruction();
@@ -143,7 +145,7 @@ class Switch : public Kel::Entity {
   std::function<void()> atDestruction;
 
  private:
-  Kel::Value<int, &NotifieeConst::onTemperature> temperature_;
+  Kel::Value<int, &NotifieeConst::onTemperature, &NotifieeConst::onTemperatureAtOnce> temperature_;
   Kel::Pointer<Port const, &NotifieeConst::onUplink> uplink_;
   Kel::NullablePointer<Port, &NotifieeConst::onMirror> mirror_;
   Ports port_;

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <map>
+#include <random>
 
 #include <gtest/gtest.h>
 
@@ -30,12 +31,12 @@ class TracesOfDecisions {
 
   std::size_t messages() const { return messages_; }
 
- private:
   void switchTo(bool on) {
     handle_.enabledIs(on);
     handle_.levelEnabledIs(4, on);
   }
 
+ private:
   Kel::TraceHandle& handle_;
   std::size_t messages_ = 0;
 };
@@ -78,6 +79,19 @@ TEST(AdapterModel, AgreesInDeepStatesWhileDecisionsAreTraced) {
 TEST(AdapterModel, AgreesOverManyGroupsWhileDecisionsAreTraced) {
   TracesOfDecisions const traces;
   playSequences(Kind::wide, 3'000'001, atLeast(100'000));
+  EXPECT_GT(traces.messages(), 100'000u);
+}
+
+TEST(AdapterModel, AgreesWhileTracesAreSwitchedOnAndOff) {
+  TracesOfDecisions traces;
+  std::mt19937_64 random(1);
+  std::size_t played = 0;
+  for (std::uint64_t seed = 4'000'001; played < atLeast(200'000); ++seed) {
+    auto const failure = explore(seed, Kind::deep, Perturbation::none, played, [&] {
+      if (random() % 8 == 0) traces.switchTo(random() % 2 == 0);
+    });
+    ASSERT_FALSE(failure) << "Seed " << seed << ":\n" << failure->story();
+  }
   EXPECT_GT(traces.messages(), 100'000u);
 }
 

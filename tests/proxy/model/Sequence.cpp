@@ -89,12 +89,15 @@ std::optional<Failure> replay(std::vector<Event> const& events, Perturbation per
 }
 
 std::optional<Failure> explore(std::uint64_t seed, EventGenerator::Kind kind,
-                               Perturbation perturbation, std::size_t& played) {
+                               Perturbation perturbation, std::size_t& played,
+                               std::function<void()> const& beforeEach) {
   EventGenerator generator(seed, kind);
   Play play(perturbation);
   bool goesOn = true;
-  for (int left = generator.length(); goesOn && left > 0; --left)
+  for (int left = generator.length(); goesOn && left > 0; --left) {
+    beforeEach();
     goesOn = play.goesOn(generator.next(play.driver()));
+  }
   played += play.length();
   if (goesOn) return std::nullopt;
   return play.failure();

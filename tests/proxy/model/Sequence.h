@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,8 +26,10 @@ std::optional<Failure> replay(std::vector<Event> const& events, Perturbation per
 
 /// Draws and plays the sequence of a seed, up to the first difference.
 /// @param played is increased by the number of events that found something to apply to
-std::optional<Failure> explore(std::uint64_t seed, EventGenerator::Kind kind,
-                               Perturbation perturbation, std::size_t& played);
+/// @param beforeEach is called before each event
+std::optional<Failure> explore(
+    std::uint64_t seed, EventGenerator::Kind kind, Perturbation perturbation, std::size_t& played,
+    std::function<void()> const& beforeEach = [] {});
 
 /// Delta debugging: leaves events out, first in chunks, then one by one, and then what the
 /// remaining ones carry, as long as there is still a difference.
