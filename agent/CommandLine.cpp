@@ -79,6 +79,7 @@ class CommandLine {
 
   Command parse(int argc, char const* const* argv) {
     if (auto information = Agent::parse(app_, argc, argv)) return std::move(*information);
+    liveCommand_.arguments.assign(argv, argv + argc);
     if (live_->parsed()) return liveCommand_;
     if (check_->parsed()) return checkCommand_;
     return replayCommand_;

@@ -19,6 +19,7 @@ struct LiveCommand {
   std::string user;     ///< empty: the configuration's
   std::string state;    ///< empty: nothing is kept
   bool busyPoll = false;
+  std::vector<std::string> arguments;  ///< the whole command line, to start the program anew
   std::vector<TraceRequest> traces;
 };
 

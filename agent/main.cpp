@@ -84,7 +84,7 @@ void run(LiveCommand const& command) {
   std::string const& name = command.user.empty() ? configuration.user : command.user;
   auto const user = isRoot() && !name.empty() ? std::optional(userNamed(name)) : std::nullopt;
   bool const setsBridge = configuration.forwarding.has_value();
-  Live live(command, std::move(configuration));
+  Live live(command, std::move(configuration), Handover::received());
   if (user) live.socketsBelongTo(*user);
   dropPrivileges(user, setsBridge);
   live.run();

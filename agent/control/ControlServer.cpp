@@ -73,6 +73,40 @@ class Framed final : public Answer {
   std::unique_ptr<Answer> answer_;
 };
 
+/// Waits until it is decided whether the restart happens. The client may go before.
+class Restarting final : public Answer {
+ public:
+  explicit Restarting(ControlServer::Restart const& restart) : restart_(restart) {}
+
+  Progress advance(std::string& out) override {
+    if (!decision_) begin();
+    if (!decision_->problem) return Progress::waiting;
+    std::string const& problem = *decision_->problem;
+    out += problem.empty() ? lastLines({{"done", true}}) : oneLine({{"error", problem}}) + '\n';
+    return Progress::done;
+  }
+
+ private:
+  struct Decision {
+    std::optional<std::string> problem;
+    std::function<void()> made;
+  };
+
+  void begin() {
+    decision_ = std::make_shared<Decision>();
+    decision_->made = [this] { wake(); };
+    restart_([decision = std::weak_ptr(decision_)](std::string const& problem) {
+      auto const mine = decision.lock();
+      if (!mine) return;
+      mine->problem = problem;
+      mine->made();
+    });
+  }
+
+  ControlServer::Restart restart_;
+  std::shared_ptr<Decision> decision_;
+};
+
 }  // namespace
 
 ControlServer::ControlServer(Horix::EventLoop& loop, Switch& snoopingSwitch, std::string path,
@@ -115,6 +149,7 @@ std::unique_ptr<Answer> ControlServer::answerTo(Request const& request) {
   if (request.command == "monitor") return feed_.monitor();
   if (request.command == "clear") return clearing(request);
   if (request.command == "trace") return tracing(request);
+  if (request.command == "restart") return restarting();
   if (request.command == "metrics") return std::make_unique<Framed>(metricsAnswer(switch_, *this));
   refuse("there is no command ", Agent::quoted(request.command));
 }
@@ -137,6 +172,11 @@ std::unique_ptr<Answer> ControlServer::clearing(Request const& request) {
     refuse("VLAN ", *request.of.vlan,
            " is not configured; igmpsnoopctl show vlans lists those that are");
   return std::make_unique<Clearing>(switch_, request.of);
+}
+
+std::unique_ptr<Answer> ControlServer::restarting() const {
+  if (!onRestart_) refuse("this agent cannot be started anew");
+  return std::make_unique<Restarting>(onRestart_);
 }
 
 std::unique_ptr<Answer> ControlServer::tracing(Request const& request) const {

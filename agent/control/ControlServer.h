@@ -20,6 +20,11 @@ class ControlServer final : public SocketServer {
                 Limits const& limits = {});
   ~ControlServer() override;
 
+  /// Who restarts the agent when a client asks for it, and tells the client why not, or nothing if
+  /// it is about to happen. Nobody at first.
+  using Restart = std::function<void(std::function<void(std::string const& problem)>)>;
+  void onRestartIs(Restart action) { onRestart_ = std::move(action); }
+
   /// Seconds are counted from then on.
   Horix::Time start() const { return start_; }
 
@@ -33,9 +38,11 @@ class ControlServer final : public SocketServer {
   std::unique_ptr<Answer> explanation(Request const& request) const;
   std::unique_ptr<Answer> clearing(Request const& request);
   std::unique_ptr<Answer> tracing(Request const& request) const;
+  std::unique_ptr<Answer> restarting() const;
 
   Switch& switch_;
   Horix::Time start_;
+  Restart onRestart_;
   MonitorFeed feed_;
 };
 

@@ -25,7 +25,7 @@ struct Selection {
 
 /// What a client of the control socket asks for.
 struct Request {
-  std::string command;  ///< "show", "explain", "monitor", "clear", "trace" or "metrics"
+  std::string command;  ///< "show", "explain", "monitor", "clear", "trace", "restart" or "metrics"
   std::string what;     ///< of "show" and "clear"
   Selection of;
   bool text = false;   ///< explain in words

@@ -36,9 +36,14 @@ class SocketServer : private UnixSocket, private Horix::EventLoop::Watch {
     std::uint64_t cutOff = 0;    ///< too slow for what went on meanwhile
   };
 
+  using UnixSocket::descriptor;
   using UnixSocket::giveTo;
   using UnixSocket::path;
   std::size_t clients() const { return clients_.size(); }
+
+  /// Whether to serve clients that come. Those that come meanwhile wait, and are not refused.
+  void acceptsIs(bool accepts) { waitsForInputIs(accepts); }
+
   Counters const& counters() const { return counters_; }
 
  protected:

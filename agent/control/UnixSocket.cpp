@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <system_error>
+#include <unistd.h>
 #include <utility>
 
 #include "agent/text/Wording.h"
@@ -62,9 +63,38 @@ int tryToBind(int descriptor, std::string const& path) {
   return bind(descriptor, generic, sizeof address) == 0 ? 0 : errno;
 }
 
+std::vector<Descriptor> inherited;
+
+/// The one that listens at a path, if there is one and it is still found there.
+Descriptor takeInherited(std::string const& path) {
+  for (Descriptor& socket : inherited) {
+    sockaddr_un address{};
+    socklen_t size = sizeof address;
+    if (getsockname(socket.value(), reinterpret_cast<sockaddr*>(&address), &size) == 0 &&
+        size > sizeof address.sun_family && address.sun_family == AF_UNIX &&
+        path == address.sun_path && access(path.c_str(), F_OK) == 0)
+      return std::move(socket);
+  }
+  return Descriptor();
+}
+
 }  // namespace
 
-UnixSocket::UnixSocket(std::string path) : path_(std::move(path)), descriptor_(newSocket()) {
+UnixSocket::UnixSocket(std::string path)
+    : path_(std::move(path)), descriptor_(takeInherited(path_)) {
+  struct stat status {};
+  if (descriptor() < 0) listen();
+  if (stat(path_.c_str(), &status) != 0) return;
+  device_ = status.st_dev;
+  inode_ = status.st_ino;
+}
+
+void UnixSocket::inheritedAre(std::vector<Descriptor> sockets) {
+  inherited = std::move(sockets);
+}
+
+void UnixSocket::listen() {
+  descriptor_ = newSocket();
   int error = tryToBind(descriptor(), path_);
   if (error == EADDRINUSE) {
     removeStale();
@@ -76,15 +106,11 @@ UnixSocket::UnixSocket(std::string path) : path_(std::move(path)), descriptor_(n
   if (error != 0) failToListen(path_, error);
 
   // Nobody can connect before it listens, so nobody slips in while the mode is a wider one.
-  struct stat status {};
-  if (chmod(path_.c_str(), socketMode) != 0 || stat(path_.c_str(), &status) != 0 ||
-      listen(descriptor(), SOMAXCONN) != 0) {
+  if (chmod(path_.c_str(), socketMode) != 0 || ::listen(descriptor(), SOMAXCONN) != 0) {
     error = errno;
     unlink(path_.c_str());
     failToListen(path_, error);
   }
-  device_ = status.st_dev;
-  inode_ = status.st_ino;
 }
 
 UnixSocket::~UnixSocket() {

@@ -40,6 +40,7 @@ class ControlCommandLine {
     addMonitor();
     addClear();
     addTrace();
+    addRestart();
     addMetrics();
   }
 
@@ -99,6 +100,10 @@ class ControlCommandLine {
                      "The levels that are on from now on, as in 0,4-9, or none")
         ->required()
         ->type_name("");
+  }
+
+  void addRestart() {
+    add(app_, "restart", "Have the agent start its program anew, with what it knows");
   }
 
   void addMetrics() { add(app_, "metrics", "Print counters and gauges as OpenMetrics text"); }

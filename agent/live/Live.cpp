@@ -10,6 +10,7 @@
 #include "agent/Log.h"
 #include "agent/config/ConfigurationChange.h"
 #include "agent/config/ConfigurationReader.h"
+#include "agent/live/Privileges.h"
 
 namespace Agent {
 
@@ -40,33 +41,53 @@ void traceToLog(std::vector<TraceRequest> const& requests) {
   }
 }
 
-/// What is kept is known before any interface comes, so that hosts begin with it.
+/// What is kept is known before any interface comes, so that hosts begin with it. Nothing is more
+/// recent than what was handed over.
 std::unique_ptr<StateKeeper> keeperOf(std::string const& file, Switch& snoopingSwitch,
-                                      Horix::EventLoop const& loop) {
-  if (file.empty()) return nullptr;
-  auto keeper = std::make_unique<StateKeeper>(file, snoopingSwitch, loop.timerWheel());
-  keeper->resume();
+                                      Horix::EventLoop const& loop,
+                                      std::optional<Handover> const& handover) {
+  std::unique_ptr<StateKeeper> keeper;
+  if (!file.empty())
+    keeper = std::make_unique<StateKeeper>(file, snoopingSwitch, loop.timerWheel());
+  if (handover)
+    resumeOrWarn(snoopingSwitch, "what the former program knew", handover->state);
+  else if (keeper)
+    keeper->resume();
   return keeper;
+}
+
+/// Before sockets are listened on.
+std::string const& withSocketsOf(std::optional<Handover> const& handover, std::string const& path) {
+  std::vector<Descriptor> sockets;
+  if (handover)
+    for (int const descriptor : handover->listening) sockets.emplace_back(descriptor);
+  UnixSocket::inheritedAre(std::move(sockets));
+  return path;
 }
 
 }  // namespace
 
-Live::Live(LiveCommand const& command, Configuration configuration)
+Live::Live(LiveCommand const& command, Configuration configuration,
+           std::optional<Handover> const& handover)
     : configurationName_(command.configuration),
       loop_(Kel::make<Horix::TimerWheel>(Kel::make<Horix::MonotonicClock>())),
       signals_(loop_, [this](int signal) { handleSignal(signal); }),
       devices_((raiseDescriptorLimit(), traceToLog(command.traces), loop_)),
       switch_(std::move(configuration), loop_),
-      state_(keeperOf(command.state, switch_, loop_)),
+      state_(keeperOf(command.state, switch_, loop_, handover)),
       routerLog_(loop_.timerWheel()),
       serviceManager_(loop_.timerWheel()),
       interfaces_(loop_, [this](IntfId const& intf,
                                 InterfaceState const& state) { handleInterface(intf, state); }),
       forwarding_(loop_, switch_),
-      control_(loop_, switch_, command.control) {
+      control_(loop_, switch_, withSocketsOf(handover, command.control)),
+      arguments_(command.arguments),
+      restart_(loop_, arguments_, [this](std::string const& path) { replaceProgram(path); }) {
   loop_.busyPollsIs(command.busyPoll);
   if (!command.metrics.empty())
     metrics_ = std::make_unique<MetricsServer>(loop_, switch_, control_, command.metrics);
+  UnixSocket::inheritedAre({});
+  control_.onRestartIs([this](Restart::Told told) { restart(std::move(told)); });
   switch_.onOtherVersionIs(warnOf);
   followRouters();
   warnOfMissingInterfaces();
@@ -94,6 +115,10 @@ void Live::run() {
 void Live::handleSignal(int signal) {
   if (signal == SIGHUP) {
     if (terminations_ == 0) reload();
+    return;
+  }
+  if (signal == SIGUSR2) {
+    restart([](std::string const& /*problem*/) {});
     return;
   }
   ++terminations_;
@@ -129,6 +154,41 @@ void Live::reload() {
     forwarding_.configure();
   }
   serviceManager_.ready(status());
+}
+
+void Live::restart(Restart::Told told) {
+  log(Severity::info, "restart: trying whether the program can run");
+  restart_.begin(configurationName_, [this, told = std::move(told)](std::string const& problem) {
+    if (!problem.empty()) log(Severity::error, "no restart: ", problem);
+    // Who is being served gets an answer, and who comes now gets it from the new program.
+    if (problem.empty()) serversAcceptIs(false);
+    told(problem);
+  });
+}
+
+/// With the file written too, a program that fails after all leaves no less than one that is
+/// killed.
+void Live::replaceProgram(std::string const& path) try {
+  if (terminations_ > 0) return;
+  serviceManager_.restarting();
+  log(Severity::info, "restart: starting ", path, " anew");
+  loop_.endBatch();
+  if (state_) state_->saveNow();
+  Handover handover{sealedState(switch_), {control_.descriptor()}};
+  if (metrics_) handover.listening.push_back(metrics_->descriptor());
+  passPrivilegesOn();
+  handover.passOnTo(path, arguments_);
+} catch (std::exception const& error) {
+  log(Severity::error, "no restart: ", error.what(), "; the running program goes on");
+  keepPrivileges();
+  serversAcceptIs(true);
+  if (state_) state_->begin();
+  serviceManager_.ready(status());
+}
+
+void Live::serversAcceptIs(bool accept) {
+  control_.acceptsIs(accept);
+  if (metrics_) metrics_->acceptsIs(accept);
 }
 
 void Live::followRouters() {

@@ -1,16 +1,20 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "agent/CommandLine.h"
 #include "agent/Switch.h"
 #include "agent/control/ControlServer.h"
 #include "agent/control/MetricsServer.h"
 #include "agent/forwarding/Forwarding.h"
+#include "agent/live/Handover.h"
 #include "agent/live/KernelInterfaces.h"
 #include "agent/live/Privileges.h"
+#include "agent/live/Restart.h"
 #include "agent/live/RouterLog.h"
 #include "agent/live/ServiceManager.h"
 #include "agent/live/Signals.h"
@@ -21,12 +25,16 @@
 namespace Agent {
 
 /// Drives a switch with the kernel's interfaces in real time, and tells operator and service
-/// manager how it is doing. SIGHUP has the configuration read again, SIGTERM and SIGINT end it.
+/// manager how it is doing. SIGHUP has the configuration read again, SIGUSR2 starts the program
+/// anew in its process, SIGTERM and SIGINT end it.
 /// One at a time in a process.
 class Live {
  public:
   /// Throws std::system_error; std::runtime_error if a socket cannot be listened on.
-  Live(LiveCommand const& command, Configuration configuration);
+  /// @param handover what the program before this one in the same process has left, if there was
+  /// one.
+  Live(LiveCommand const& command, Configuration configuration,
+       std::optional<Handover> const& handover);
   Live(Live const&) = delete;
   Live& operator=(Live const&) = delete;
   ~Live();
@@ -41,6 +49,9 @@ class Live {
   void handleSignal(int signal);
   void handleInterface(Wirex::IntfId const& intf, InterfaceState const& state);
   void reload();
+  void restart(Restart::Told told);
+  void replaceProgram(std::string const& path);
+  void serversAcceptIs(bool accept);
   void leave();
   void followRouters();
   void warnOfMissingInterfaces();
@@ -60,6 +71,8 @@ class Live {
   Forwarding forwarding_;
   ControlServer control_;
   std::unique_ptr<MetricsServer> metrics_;  // null if none are served
+  std::vector<std::string> const arguments_;
+  Restart restart_;
 };
 
 }  // namespace Agent

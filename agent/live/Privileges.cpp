@@ -40,10 +40,16 @@ void dropPrivileges(std::optional<User> const& user, bool setsBridge) {
   // us without has seen to it.
   bool const mayBound = capng_have_capability(CAPNG_EFFECTIVE, CAP_SETPCAP) != 0;
   setsBridge = setsBridge && capng_have_capability(CAPNG_PERMITTED, CAP_NET_ADMIN) != 0;
-  constexpr auto kept = static_cast<capng_type_t>(CAPNG_EFFECTIVE | CAPNG_PERMITTED);
+  auto const add = [&](capng_type_t to) {
+    capng_update(CAPNG_ADD, to, CAP_NET_RAW);
+    if (setsBridge) capng_update(CAPNG_ADD, to, CAP_NET_ADMIN);
+  };
+  // To be passed on to the program that takes this one's place. What is not in the bounding set any
+  // more cannot become inheritable.
+  add(CAPNG_INHERITABLE);
+  capng_apply(CAPNG_SELECT_CAPS);
   capng_clear(CAPNG_SELECT_ALL);
-  capng_update(CAPNG_ADD, kept, CAP_NET_RAW);
-  if (setsBridge) capng_update(CAPNG_ADD, kept, CAP_NET_ADMIN);
+  add(static_cast<capng_type_t>(CAPNG_EFFECTIVE | CAPNG_PERMITTED | CAPNG_INHERITABLE));
   int const failed =
       user ? capng_change_id(static_cast<int>(user->id), static_cast<int>(user->group),
                              static_cast<capng_flags_t>(CAPNG_DROP_SUPP_GRP |
@@ -53,6 +59,19 @@ void dropPrivileges(std::optional<User> const& user, bool setsBridge) {
     throw std::runtime_error("cannot give up privileges; start with CAP_NET_RAW alone");
   if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0)
     throw std::system_error(errno, std::generic_category(), "prctl(PR_SET_NO_NEW_PRIVS)");
+}
+
+// A program without capabilities of its own gets the ambient ones.
+void passPrivilegesOn() {
+  capng_get_caps_process();
+  for (unsigned each = 0; each <= CAP_LAST_CAP; ++each)
+    if (capng_have_capability(CAPNG_PERMITTED, each) != 0 &&
+        prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, each, 0, 0) != 0)
+      throw std::system_error(errno, std::generic_category(), "prctl(PR_CAP_AMBIENT_RAISE)");
+}
+
+void keepPrivileges() {
+  prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0);
 }
 
 }  // namespace Agent

@@ -28,4 +28,9 @@ void requirePrivileges();
 /// Throws std::runtime_error or std::system_error.
 void dropPrivileges(std::optional<User> const& user, bool setsBridge);
 
+/// Has a program that this process becomes keep what this one may, or not. Throws
+/// std::system_error.
+void passPrivilegesOn();
+void keepPrivileges();
+
 }  // namespace Agent

@@ -51,9 +51,16 @@ void ServiceManager::ready(std::string const& status) {
 }
 
 void ServiceManager::reloading() {
+  tellBusy("Reading the configuration again");
+}
+
+void ServiceManager::restarting() {
+  tellBusy("Starting the program anew");
+}
+
+void ServiceManager::tellBusy(std::string const& status) {
   auto const now = std::chrono::floor<std::chrono::microseconds>(timerWheel_->now());
-  tell(message("RELOADING=1\nMONOTONIC_USEC=", now.count(),
-               "\nSTATUS=Reading the configuration again"));
+  tell(message("RELOADING=1\nMONOTONIC_USEC=", now.count(), "\nSTATUS=", status));
 }
 
 void ServiceManager::stopping() {

@@ -20,6 +20,8 @@ class ServiceManager final : private Horix::Timer {
 
   void ready(std::string const& status);
   void reloading();
+  /// Until the program that takes this one's place says that it is ready.
+  void restarting();
   void stopping();
 
  private:
@@ -35,6 +37,7 @@ class ServiceManager final : private Horix::Timer {
 
   void onExpiry() override { tellUntold(); }
   void beat();
+  void tellBusy(std::string const& status);
   void tell(std::string state);
   void tellUntold();
 

@@ -14,7 +14,7 @@ namespace {
 sigset_t handled() {
   sigset_t set;
   sigemptyset(&set);
-  for (int const signal : {SIGTERM, SIGINT, SIGHUP}) sigaddset(&set, signal);
+  for (int const signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR2}) sigaddset(&set, signal);
   return set;
 }
 

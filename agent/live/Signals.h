@@ -7,8 +7,8 @@
 
 namespace Agent {
 
-/// SIGTERM, SIGINT and SIGHUP as input of an event loop, which outlives it. One that came before is
-/// not lost, as long as the signals were blocked by then.
+/// SIGTERM, SIGINT, SIGHUP and SIGUSR2 as input of an event loop, which outlives it. One that came
+/// before is not lost, as long as the signals were blocked by then.
 class Signals {
  public:
   /// @param handle is called on the loop with the number of the signal.

@@ -27,7 +27,27 @@ std::size_t hashOf(std::string const& entries) {
   return std::hash<std::string_view>()(entries);
 }
 
+void warnOfColdStart(std::string const& name, UnusableState const& unusable) {
+  log(Severity::warning, name, " is not taken up: ", unusable.what(),
+      "; what was learned before is learned anew, with the next queries");
+}
+
 }  // namespace
+
+void resumeOrWarn(Switch& snoopingSwitch, std::string const& name, std::string_view sealed) try {
+  Resumed const resumed = resume(snoopingSwitch, unseal(sealed), Moment::now(snoopingSwitch.now()));
+  log(Severity::info, name, " taken up: ", counted(resumed.memberships, "membership"), ", ",
+      counted(resumed.routers, "router"), ", as of ",
+      std::chrono::floor<std::chrono::seconds>(resumed.age).count(), " s ago");
+} catch (UnusableState const& unusable) {
+  warnOfColdStart(name, unusable);
+}
+
+std::string sealedState(Switch& snoopingSwitch) {
+  StateGathering gathering(snoopingSwitch);
+  gathering.advance(allSteps);
+  return seal(Moment::now(snoopingSwitch.now()), gathering.take());
+}
 
 StateKeeper::StateKeeper(std::string path, Switch& snoopingSwitch,
                          Kel::Ptr<Horix::TimerWheel const> timerWheel)
@@ -35,16 +55,14 @@ StateKeeper::StateKeeper(std::string path, Switch& snoopingSwitch,
 
 StateKeeper::~StateKeeper() = default;
 
-void StateKeeper::resume() try {
-  auto const file = readStateFile(path_);
-  if (!file) return;
-  Resumed const resumed = Agent::resume(switch_, unseal(*file), Moment::now(timerWheel_->now()));
-  log(Severity::info, path_, " taken up: ", counted(resumed.memberships, "membership"), ", ",
-      counted(resumed.routers, "router"), ", as of ",
-      std::chrono::floor<std::chrono::seconds>(resumed.age).count(), " s ago");
-} catch (UnusableState const& unusable) {
-  log(Severity::warning, path_, " is not taken up: ", unusable.what(),
-      "; what was learned before is learned anew, with the next queries");
+void StateKeeper::resume() {
+  std::optional<std::string> file;
+  try {
+    file = readStateFile(path_);
+  } catch (UnusableState const& unusable) {
+    warnOfColdStart(path_, unusable);
+  }
+  if (file) resumeOrWarn(switch_, path_, *file);
 }
 
 void StateKeeper::begin() {

@@ -12,6 +12,13 @@
 
 namespace Agent {
 
+/// Has a switch take up what is sealed, and tells the log of it, or why it does not.
+/// @param name of where the state comes from.
+void resumeOrWarn(Switch& snoopingSwitch, std::string const& name, std::string_view sealed);
+
+/// What a switch knows, sealed.
+std::string sealedState(Switch& snoopingSwitch);
+
 /// Keeps what a switch knows in a file, and has the switch know again what is there. Some seconds
 /// after something has changed the file is replaced, and not if it would be the same; times that
 /// are only renewed wait longer. Gathering is done piece by piece on the loop, and writing, which

@@ -159,6 +159,14 @@ class Switch:
         self._process.kill()
         self._process.wait(10)
 
+    def process_id(self):
+        return self._process.pid
+
+    def restart_in_place(self):
+        """Has the agent start its program anew; returns when it is about to."""
+        subprocess.run([self._programs / "igmpsnoopctl", "--socket", self._home / "control",
+                        "restart"], check=True, timeout=15, stdout=self._log, stderr=self._log)
+
     def stop(self):
         """Ends the agent as a service manager does, and wants it to end well."""
         self._process.terminate()

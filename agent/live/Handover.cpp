@@ -1,0 +1,98 @@
+#include "agent/live/Handover.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sstream>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "agent/control/Descriptor.h"
+
+namespace Agent {
+
+namespace {
+
+constexpr char const* variable = "IGMPSNOOPD_HANDOVER";
+
+[[noreturn]] void fail(char const* call) {
+  throw std::system_error(errno, std::generic_category(), call);
+}
+
+/// Descriptors that go to the next program for as long as this lives, and then no longer do.
+class PassedOn {
+ public:
+  explicit PassedOn(std::vector<int> descriptors) : descriptors_(std::move(descriptors)) { set(0); }
+  PassedOn(PassedOn const&) = delete;
+  PassedOn& operator=(PassedOn const&) = delete;
+  ~PassedOn() { set(FD_CLOEXEC); }
+
+ private:
+  void set(int flags) const {
+    for (int const descriptor : descriptors_) fcntl(descriptor, F_SETFD, flags);
+  }
+
+  std::vector<int> descriptors_;
+};
+
+void writeWhole(int file, std::string const& text) {
+  for (std::size_t done = 0; done < text.size();) {
+    ssize_t const count = write(file, text.data() + done, text.size() - done);
+    if (count < 0) fail("write");
+    done += static_cast<std::size_t>(count);
+  }
+}
+
+std::string readWhole(int file) {
+  struct stat status {};
+  if (fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) return {};
+  std::string text(static_cast<std::size_t>(status.st_size), '\0');
+  ssize_t const count = pread(file, text.data(), text.size(), 0);
+  text.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
+  return text;
+}
+
+}  // namespace
+
+// The first line has the descriptors; after it comes the state.
+std::optional<Handover> Handover::received() {
+  char const* const number = std::getenv(variable);
+  if (!number) return std::nullopt;
+  Descriptor const file(std::atoi(number));
+  unsetenv(variable);
+  std::string const text = readWhole(file.value());
+  std::size_t const firstLine = text.find('\n');
+  if (firstLine == std::string::npos) return std::nullopt;
+
+  Handover handover;
+  std::istringstream descriptors(text.substr(0, firstLine));
+  for (int descriptor = -1; descriptors >> descriptor;)
+    if (fcntl(descriptor, F_SETFD, FD_CLOEXEC) == 0) handover.listening.push_back(descriptor);
+  handover.state = text.substr(firstLine + 1);
+  return handover;
+}
+
+void Handover::passOnTo(std::string const& path, std::vector<std::string> const& arguments) const {
+  Descriptor const file(memfd_create("igmpsnoopd", MFD_CLOEXEC));
+  if (file.value() < 0) fail("memfd_create");
+  std::ostringstream descriptors;
+  for (int const descriptor : listening) descriptors << descriptor << ' ';
+  writeWhole(file.value(), descriptors.str() + '\n' + state);
+
+  std::vector<int> passed = listening;
+  passed.push_back(file.value());
+  PassedOn const untilItFails(std::move(passed));
+  setenv(variable, std::to_string(file.value()).c_str(), 1);
+  std::vector<char*> words;
+  for (std::string const& argument : arguments)
+    words.push_back(const_cast<char*>(argument.c_str()));
+  words.push_back(nullptr);
+  execv(path.c_str(), words.data());
+  int const error = errno;
+  unsetenv(variable);
+  throw std::system_error(error, std::generic_category(), "exec " + path);
+}
+
+}  // namespace Agent
