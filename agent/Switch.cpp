@@ -168,6 +168,11 @@ Switch::VlanQuerier const* Switch::querier(VlanId vlan) const {
   return primary ? &learning_.at(*primary).querier : nullptr;
 }
 
+Switch::VlanQuerier* Switch::querier(VlanId vlan) {
+  auto const primary = learnedIn(vlan);
+  return primary ? &learning_.at(*primary).querier : nullptr;
+}
+
 RouterPorts const* Switch::routerPorts(VlanId vlan) const {
   auto const found = routers_.find(vlan);
   return found == routers_.end() ? nullptr : found->second.routerPorts().get();

@@ -69,6 +69,7 @@ class Switch {
   VlanLearning* learning(Bridging::VlanId vlan);
   /// Of a secondary VLAN its primary's.
   VlanQuerier const* querier(Bridging::VlanId vlan) const;
+  VlanQuerier* querier(Bridging::VlanId vlan);
   RouterPorts const* routerPorts(Bridging::VlanId vlan) const;
   VlanRouters* routers(Bridging::VlanId vlan);
 

@@ -1,13 +1,16 @@
 #pragma once
 
+#include <cstdint>
 #include <tuple>
 #include <variant>
 #include <vector>
 
+#include "framework/types/IgmpVersion.h"
 #include "framework/types/IntfId.h"
 #include "framework/types/IpAddr.h"
 #include "framework/types/VlanId.h"
 #include "platform/horix/Clock.h"
+#include "platform/wirex/Ethernet.h"
 
 /// What an agent leaves to the one that follows it: one entry for each thing that is known. What an
 /// entry holds stands once, in its `fields`, which reading and writing share. Times are those of
@@ -55,6 +58,38 @@ struct KeptRouter {
   friend bool operator==(KeptRouter const&, KeptRouter const&) = default;
 };
 
-using KeptEntry = std::variant<KeptMembership, KeptRouter>;
+/// A VLAN's elected querier, where that is not the switch, as
+/// Bridging::IgmpSnooping::OtherQuerier has it.
+struct KeptQuerier {
+  Bridging::VlanId vlan;
+  Wirex::IntfId interface;
+  Wirex::IpAddr address;
+  Wirex::MacAddress macAddress{};
+  Igmp::IgmpVersion version = Igmp::IgmpVersion::v3;
+  std::uint8_t robustness = 0;
+  Horix::Time queryInterval{};
+  Horix::Time until{};
+
+  static auto fields(auto& self) {
+    return std::tie(self.vlan, self.interface, self.address, self.macAddress, self.version,
+                    self.robustness, self.queryInterval, self.until);
+  }
+  friend bool operator==(KeptQuerier const&, KeptQuerier const&) = default;
+};
+
+/// An older version of IGMP that a querier of a VLAN speaks, and so its hosts do.
+struct KeptOlderVersion {
+  Bridging::VlanId vlan;
+  Igmp::IgmpVersion version = Igmp::IgmpVersion::v2;
+  Wirex::IpAddr querier;
+  Horix::Time until{};
+
+  static auto fields(auto& self) {
+    return std::tie(self.vlan, self.version, self.querier, self.until);
+  }
+  friend bool operator==(KeptOlderVersion const&, KeptOlderVersion const&) = default;
+};
+
+using KeptEntry = std::variant<KeptMembership, KeptRouter, KeptQuerier, KeptOlderVersion>;
 
 }  // namespace Agent

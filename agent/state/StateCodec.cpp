@@ -33,7 +33,12 @@ struct StateWriter::Putting {
     to.bytes_ += static_cast<char>(number);
   }
   void value(bool is) const { value(std::uint64_t{is}); }
+  void value(std::uint8_t small) const { value(std::uint64_t{small}); }
+  void value(Igmp::IgmpVersion version) const { value(static_cast<std::uint8_t>(version)); }
   void value(VlanId vlan) const { value(std::uint64_t{vlan.value()}); }
+  void value(Wirex::MacAddress const& address) const {
+    to.bytes_.append(address.begin(), address.end());
+  }
   void value(IpAddr address) const {
     for (int shift = 24; shift >= 0; shift -= 8)
       to.bytes_ += static_cast<char>(address.value() >> shift);
@@ -98,6 +103,14 @@ struct StateReader::Taking {
   }
 
   void value(bool& is) const { is = number(1) != 0; }
+  void value(std::uint8_t& small) const { small = static_cast<std::uint8_t>(number(0xff)); }
+  void value(Igmp::IgmpVersion& version) const {
+    version = static_cast<Igmp::IgmpVersion>(number(3));
+    if (version < Igmp::IgmpVersion::v1) fail();
+  }
+  void value(Wirex::MacAddress& address) const {
+    for (std::uint8_t& each : address) each = byte();
+  }
   void value(VlanId& vlan) const {
     auto const value = static_cast<std::uint16_t>(number(VlanId::max));
     if (value < VlanId::min)

@@ -30,10 +30,25 @@ StateGathering::StateGathering(Switch& snoopingSwitch) : memberships_(snoopingSw
 }
 
 void StateGathering::gatherRouters(Switch& snoopingSwitch) {
-  for (VlanConfig const& vlan : snoopingSwitch.configuration().vlans)
-    for (auto const& heard : snoopingSwitch.routers(vlan.vlanId)->heard())
-      writer_.put(KeptRouter{vlan.vlanId, heard.intfId, heard.byPim, heard.router.address,
-                             heard.router.until});
+  for (VlanConfig const& config : snoopingSwitch.configuration().vlans) {
+    Bridging::VlanId const vlan = config.vlanId;
+    auto const& routers = *snoopingSwitch.routers(vlan);
+    for (auto const& heard : routers.heard())
+      writer_.put(
+          KeptRouter{vlan, heard.intfId, heard.byPim, heard.router.address, heard.router.until});
+    for (auto const& present : routers.queries()->versions().present())
+      writer_.put(KeptOlderVersion{vlan, present.version, present.querier, present.until});
+    if (auto const& querier = *snoopingSwitch.querier(vlan); querier.vlanId() == vlan)
+      gatherElection(querier);
+  }
+}
+
+void StateGathering::gatherElection(Switch::VlanQuerier const& querier) {
+  auto const& other = querier.otherQuerier();
+  if (!other) return;
+  writer_.put(KeptQuerier{querier.vlanId(), other->intfId, other->address, other->macAddress,
+                          other->version, static_cast<std::uint8_t>(other->robustness),
+                          other->queryInterval, querier.otherQuerierUntil()});
 }
 
 bool StateGathering::advance(std::size_t steps) {

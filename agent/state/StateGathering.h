@@ -24,6 +24,7 @@ class StateGathering {
 
  private:
   void gatherRouters(Switch& snoopingSwitch);
+  void gatherElection(Switch::VlanQuerier const& querier);
 
   StateWriter writer_;
   MembershipWalk memberships_;

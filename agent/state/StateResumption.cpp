@@ -71,6 +71,22 @@ class Resumption {
     ++resumed_.routers;
   }
 
+  void operator()(KeptQuerier const& kept) {
+    auto* const querier = switch_.querier(kept.vlan);
+    Time const until = here(kept.until);
+    if (!querier || querier->vlanId() != kept.vlan || until <= now_) return;
+    querier->restore({kept.address, kept.macAddress, kept.interface, kept.version, kept.robustness,
+                      std::chrono::round<std::chrono::seconds>(kept.queryInterval)},
+                     until);
+  }
+
+  void operator()(KeptOlderVersion const& kept) {
+    auto* const routers = switch_.routers(kept.vlan);
+    Time const until = here(kept.until);
+    if (!routers || kept.version == Igmp::IgmpVersion::v3 || until <= now_) return;
+    routers->queries()->olderQuerierIs({kept.version, kept.querier, until});
+  }
+
  private:
   Time here(Time writers) const { return writers == Time::max() ? writers : writers - passed_; }
 

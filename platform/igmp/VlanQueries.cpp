@@ -19,6 +19,11 @@ void VlanQueries::sent(Query const& query) {
   tell({Wirex::IntfId(), Wirex::IpAddr(), query});
 }
 
+void VlanQueries::olderQuerierIs(QuerierVersions::Present const& querier) {
+  versions_.presentIs(querier);
+  notify<&NotifieeConst::onOldestVersion>();
+}
+
 void VlanQueries::tell(Heard const& query) {
   Kel::Ptr<VlanQueries const> const self(this);
   Heard const* const former = std::exchange(query_, &query);

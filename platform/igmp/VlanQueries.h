@@ -36,6 +36,9 @@ class KEL_EXPORT VlanQueries : public Kel::Entity {
   /// One that the switch itself has sent. Its version is no other querier's.
   void sent(Query const& query);
 
+  /// A querier of an older version that was heard before, by this or a former snooper.
+  void olderQuerierIs(QuerierVersions::Present const& querier);
+
   /// What onQuery() is about; null at any other time.
   Heard const* query() const noexcept { return query_; }
 

@@ -119,6 +119,14 @@ void VlanQuerier::queryHeard(QueryPort const& port, OtherQuerier const& sender,
   if (isOther) onElection_(*this);
 }
 
+void VlanQuerier::restore(OtherQuerier const& elected, Horix::Time until) {
+  if (settings_.sendsQueries && precedes(settings_.source, elected.address)) return;
+  startupQueriesLeft_ = 0;
+  timerWheel_->scheduleAt(*this, until);
+  otherQuerierIs(elected);
+  onElection_(*this);
+}
+
 bool VlanQuerier::isElected(QueryPort const& port, OtherQuerier const& sender) const {
   if (otherQuerier_)
     return sender.isSame(*otherQuerier_) ||

@@ -73,6 +73,12 @@ class KEL_EXPORT VlanQuerier : private Horix::Timer {
   /// The one that is elected, if that is another one. Also while this one is off.
   std::optional<OtherQuerier> const& otherQuerier() const { return otherQuerier_; }
 
+  /// When that one is taken to be gone if it is not heard again. Meaningless if there is none.
+  Horix::Time otherQuerierUntil() const { return deadline(); }
+
+  /// Another querier was elected before, by this or a former querier of the VLAN.
+  void restore(OtherQuerier const& elected, Horix::Time until);
+
   /// What the elected querier speaks, or this one would.
   Igmp::IgmpVersion version() const {
     return otherQuerier_ ? otherQuerier_->version : settings_.version;

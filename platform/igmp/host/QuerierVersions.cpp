@@ -26,6 +26,19 @@ void QuerierVersions::heard(Wirex::IpAddr querier, Query const& query) {
   timerWheel_->schedule(timer, olderVersionQuerierPresentTimeout(query));
 }
 
+std::vector<QuerierVersions::Present> QuerierVersions::present() const {
+  std::vector<Present> present;
+  for (auto const& [version, timer] : {std::pair(IgmpVersion::v1, &v1_), {IgmpVersion::v2, &v2_}})
+    if (timer->scheduled()) present.push_back({version, timer->querier, timer->deadline()});
+  return present;
+}
+
+void QuerierVersions::presentIs(Present const& present) {
+  PresentTimer& timer = present.version == IgmpVersion::v1 ? v1_ : v2_;
+  timer.querier = present.querier;
+  timerWheel_->scheduleAt(timer, present.until);
+}
+
 //   Host Compatibility Mode       Timer State
 //   IGMPv3 (default)              IGMPv2 Querier Present not running
 //                                 and IGMPv1 Querier Present not running

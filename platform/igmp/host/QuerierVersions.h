@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <utility>
+#include <vector>
 
 #include "platform/horix/TimerWheel.h"
 #include "platform/igmp/wire/Message.h"
@@ -16,6 +17,17 @@ class KEL_EXPORT QuerierVersions {
   QuerierVersions(Kel::Ptr<Horix::TimerWheel const> timerWheel, std::function<void()> onChange);
 
   void heard(Wirex::IpAddr querier, Query const& query);
+
+  /// An older version that is spoken, by whom at last, and until when if it is not heard again.
+  struct Present {
+    IgmpVersion version;
+    Wirex::IpAddr querier;
+    Horix::Time until;
+  };
+
+  /// All of them, for whoever is to know them again.
+  std::vector<Present> present() const;
+  void presentIs(Present const& present);
 
   /// The oldest version of the queriers that are present.
   IgmpVersion oldest() const noexcept;

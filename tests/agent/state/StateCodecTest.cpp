@@ -43,9 +43,19 @@ std::vector<KeptEntry> entriesIn(StateReader& reader) {
 
 TEST(StateCodec, TakesOutWhatWasPutIn) {
   std::vector<KeptEntry> const entries{
-      includer(), excluder(),
+      includer(),
+      excluder(),
       KeptRouter{VlanId(1), IntfId("swp1"), true, IpAddr(10, 0, 0, 254), Time::max()},
-      KeptRouter{VlanId(1), IntfId("swp3"), false, IpAddr(10, 0, 0, 253), seconds(255)}};
+      KeptRouter{VlanId(1), IntfId("swp3"), false, IpAddr(10, 0, 0, 253), seconds(255)},
+      KeptQuerier{VlanId(1),
+                  IntfId("swp3"),
+                  IpAddr(10, 0, 0, 253),
+                  {2, 0, 0, 0, 0xff, 7},
+                  Igmp::IgmpVersion::v2,
+                  7,
+                  seconds(31744),
+                  seconds(255)},
+      KeptOlderVersion{VlanId(1), Igmp::IgmpVersion::v1, IpAddr(10, 0, 0, 253), seconds(400)}};
   std::string const bytes = bytesOf(entries);
   StateReader reader(bytes);
   EXPECT_EQ(entriesIn(reader), entries);

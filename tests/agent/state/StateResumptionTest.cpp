@@ -179,6 +179,40 @@ TEST_F(StateResumptionTest, TellsARouterOfANewMemberAtOnce) {
   EXPECT_THAT(after->takeRecords("swp3"), testing::Contains("4 239.3.3.3"));
 }
 
+TEST_F(StateResumptionTest, SpeaksTheVersionOfAnOlderQuerier) {
+  before->hear("swp3", FrameBuilder::queryV2({}, 100).from(router));
+  resumeAfter(1s);
+  start();
+  EXPECT_EQ(
+      (*after)->proxy().igmpHostStatusDir()->igmpHostStatus("Vlan10swp3")->compatibilityMode(),
+      Igmp::IgmpVersion::v2);
+  after->pass(10s);
+  EXPECT_THAT(after->takeRecords("swp3"), IsEmpty());  // those of IGMPv3
+}
+
+TEST_F(StateResumptionTest, GivesWayToTheElectedQuerierStill) {
+  std::string const queries =
+      std::string(threePorts) + "send-query = true\nquerier-source = \"10.0.0.255\"\n";
+  before->configure(configurationIn(queries));
+  before->hear("swp3", FrameBuilder::queryV3({}).from(router));
+  resumeAfter(100s, queries);
+  start();
+  auto const& querier = *(*after)->querier(Bridging::VlanId(10));
+  EXPECT_FALSE(querier.isQuerier());
+  EXPECT_EQ(querier.otherQuerier()->address, router);
+  EXPECT_EQ(querier.sent().general, 0u);
+  after->pass(156s);  // 255 s after it was heard
+  EXPECT_TRUE(querier.isQuerier());
+}
+
+TEST_F(StateResumptionTest, DoesNotGiveWayToAQuerierThatItWinsOver) {
+  std::string const queries =
+      std::string(threePorts) + "send-query = true\nquerier-source = \"10.0.0.1\"\n";
+  before->hear("swp3", FrameBuilder::queryV3({}).from(router));
+  resumeAfter(1s, queries);
+  EXPECT_TRUE((*after)->querier(Bridging::VlanId(10))->isQuerier());
+}
+
 TEST_F(StateResumptionTest, LeavesOutWhatIsOfPortsThatAreDown) {
   resumeAfter(1s);
   InterfaceState down = SwitchUnderTest::workingState();
