@@ -158,7 +158,13 @@ void EventLoop::deliver() {
 }
 
 void EventLoop::heedTimers() {
-  timerWheel_->advanceTo(heeded_, now() + timerBudget);
+  Time current = now();
+  Time const end = current + timerBudget;
+  while (!timerWheel_->advanceTo(heeded_, current + timerBatch)) {
+    endBatch();
+    current = now();
+    if (current >= end) break;
+  }
 }
 
 void EventLoop::run() {

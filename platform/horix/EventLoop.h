@@ -27,10 +27,13 @@ namespace Horix {
 /// input delays timers and does not hold them up.
 class KEL_EXPORT EventLoop {
  public:
-  /// How long the input of a turn, and its timers, may take. What has begun is ended, so a turn
-  /// lasts longer by one piece of input and one timer, and by what follows from both.
-  static constexpr Time inputBudget = std::chrono::milliseconds(4);
+  /// How long the input of a turn may take, and its timers with the batches that they make. What
+  /// has begun is ended, so a turn lasts longer by one piece of input and one timer, and by the
+  /// batch that ends it.
+  static constexpr Time inputBudget = std::chrono::milliseconds(3);
   static constexpr Time timerBudget = std::chrono::milliseconds(2);
+  /// Timers make a batch after this time, because what follows from them may take much longer.
+  static constexpr Time timerBatch = std::chrono::microseconds(200);
 
   /// A file descriptor that the loop watches: derive, override onReady(). The descriptor belongs
   /// to who derives, and is open for as long as this lives. It may be destroyed at any time.

@@ -180,15 +180,15 @@ TEST_F(LongTurnTest, WatchesShareABudgetEvenly) {
   Queue cheap(loop, 100'000, [&] { spend(10us); });
   Queue costly(loop, 100'000, [&] { spend(100us); });
   for (int i = 0; i < 100; ++i) turn();
-  EXPECT_GT(costly.taken(), 1900u);
-  EXPECT_GT(cheap.taken(), 19'000u);
+  EXPECT_GT(costly.taken(), 1400u);
+  EXPECT_GT(cheap.taken(), 14'000u);
 }
 
 TEST_F(LongTurnTest, QuietWatchLeavesItsShareToTheOthers) {
   Queue busy(loop, 100'000, [&] { spend(10us); });
   Queue const quiet(loop, 1, [] {});
   turn();
-  EXPECT_GT(busy.taken(), 150u);
+  EXPECT_GT(busy.taken(), 140u);
 }
 
 TEST_F(LongTurnTest, EachWatchHasItsTurnThoughOnePieceUsesUpAllTime) {
@@ -198,7 +198,7 @@ TEST_F(LongTurnTest, EachWatchHasItsTurnThoughOnePieceUsesUpAllTime) {
   for (int i = 0; i < 50; ++i) ASSERT_LE(durationOfATurn(), EventLoop::inputBudget + 3ms);
   std::vector<std::size_t> taken;
   for (auto const& queue : queues) taken.push_back(queue->taken());
-  EXPECT_THAT(taken, Each(Ge(9u)));
+  EXPECT_THAT(taken, Each(Ge(5u)));
 }
 
 TEST_F(LongTurnTest, TimersOfATurnHaveABudgetOfTime) {
