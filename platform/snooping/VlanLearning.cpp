@@ -18,6 +18,7 @@ VlanLearning::VlanLearning(Kel::Ptr<IgmpContextStatus> status, SnoopingPolicy co
       batch_(batch) {}
 
 VlanLearning::~VlanLearning() {
+  forgetting_.clear();
   batch_.forget(*this);
   // Whoever still holds a membership must not keep its timer, which calls back.
   for (auto const& [address, group] : status_->group())
@@ -29,6 +30,7 @@ VlanLearning::~VlanLearning() {
 
 std::optional<IgnoreReason> VlanLearning::record(IntfId const& intf, IpAddr reporter,
                                                  Igmp::GroupRecord const& record) {
+  hears(intf, record.group);
   if (!FilterState::begins(record) && !membership(intf, reporter, record.group))
     return std::nullopt;
   return learn(intf, reporter, record.group,
@@ -37,10 +39,12 @@ std::optional<IgnoreReason> VlanLearning::record(IntfId const& intf, IpAddr repo
 
 std::optional<IgnoreReason> VlanLearning::report(IntfId const& intf, IpAddr reporter,
                                                  IpAddr group) {
+  hears(intf, group);
   return learn(intf, reporter, group, [&](FilterState& state) { state.hearOlderReport(times()); });
 }
 
 void VlanLearning::leave(IntfId const& intf, IpAddr reporter, IpAddr group) {
+  hears(intf, group);
   LearnedMembership* const known = membership(intf, reporter, group);
   if (!known || known->withdrawn()) return;
   // One of many cannot leave for the others.
@@ -52,6 +56,7 @@ void VlanLearning::leave(IntfId const& intf, IpAddr reporter, IpAddr group) {
 
 std::optional<IgnoreReason> VlanLearning::restore(IntfId const& intf, IpAddr reporter, IpAddr group,
                                                   TimedFilter const& filter) {
+  hears(intf, group);
   return learn(intf, reporter, group, [&](FilterState& state) { state.restore(filter); });
 }
 
@@ -167,9 +172,21 @@ void VlanLearning::forgetGroup(IpAddr group) {
 }
 
 void VlanLearning::forgetPort(IntfId const& intf) {
-  for (auto const& [address, group] : status_->group())
-    if (IgmpIntfStatus const* const status = group->intf().find(intf)) withdrawAll(*status);
+  // One that has not come to its end would keep what was heard since it began.
+  forgetting_.erase(intf);
+  forgetting_.try_emplace(intf, status_, timerWheel_, [this, intf](IpAddr group) {
+    if (LearnedIntf const* const status = this->intf(intf, group)) withdrawAll(*status);
+  });
   Kel::runActivities();
+}
+
+/// What the port wanted before it was to be forgotten does not mix with what it says now.
+void VlanLearning::hears(IntfId const& intf, IpAddr group) {
+  auto const forgetting = forgetting_.find(intf);
+  if (forgetting == forgetting_.end()) return;
+  forgetting->second.hears(group);
+  Kel::runActivities();
+  if (forgetting->second.isOver()) forgetting_.erase(forgetting);
 }
 
 void VlanLearning::withdrawAll(IgmpIntfStatus const& intf) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <optional>
 #include <vector>
 
@@ -8,6 +9,7 @@
 #include "platform/igmp/wire/Message.h"
 #include "platform/snooping/FilterState.h"
 #include "platform/snooping/LearnedMembership.h"
+#include "platform/snooping/PortForgetting.h"
 #include "platform/snooping/ReportBatch.h"
 #include "platform/snooping/SnoopingPolicy.h"
 
@@ -50,9 +52,10 @@ class KEL_EXPORT VlanLearning {
   std::optional<Igmp::IgnoreReason> restore(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
                                             Wirex::IpAddr group, TimedFilter const& filter);
 
-  /// Forgets memberships: one, those of a group, those of a port. However many they are, each turn
-  /// is made once. They want nothing any more from now on, but stay until the end of the batch, so
-  /// that readers who tell others of what has gone can tell it together.
+  /// Forgets memberships: one, those of a group, those of a port; these piece by piece, if they are
+  /// many. However many a piece has, each turn is made once for it. They want nothing any more from
+  /// now on, but stay until the end of the batch, so that readers who tell others of what has gone
+  /// can tell it together.
   void forget(LearnedMembership& membership);
   void forgetGroup(Wirex::IpAddr group);
   void forgetPort(Wirex::IntfId const& intf);
@@ -94,6 +97,7 @@ class KEL_EXPORT VlanLearning {
   void publish(LearnedMembership& membership, FilterState const& state, bool isNew);
   void withdraw(LearnedMembership& membership);
   void withdrawAll(IgmpIntfStatus const& intf);
+  void hears(Wirex::IntfId const& intf, Wirex::IpAddr group);
   void remove(LearnedMembership& membership);
 
   Kel::Ptr<IgmpContextStatus> status_;
@@ -101,6 +105,7 @@ class KEL_EXPORT VlanLearning {
   Kel::Ptr<Horix::TimerWheel const> timerWheel_;
   ReportBatch& batch_;
   std::vector<Withdrawn> withdrawn_;  // in this batch
+  std::map<Wirex::IntfId, PortForgetting> forgetting_;
 };
 
 }  // namespace Bridging::IgmpSnooping
