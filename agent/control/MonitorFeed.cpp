@@ -62,17 +62,16 @@ class MonitorFeed::Ending final : private Horix::Timer {
  public:
   Ending(MonitorFeed& feed, std::unique_ptr<Watches> watches)
       : feed_(feed), watches_(std::move(watches)) {
-    goOn();
+    schedule();
   }
 
+  bool unwatchSome() { return watches_->unwatchSome(); }
+
  private:
-  void goOn() { feed_.timerWheel_.schedule(*this, Horix::Time::zero()); }
+  void schedule() { feed_.timerWheel_.schedule(*this, Horix::Time::zero()); }
 
   void onExpiry() override {
-    if (watches_->unwatchSome())
-      goOn();
-    else
-      feed_.endings_.remove_if([this](Ending const& ending) { return &ending == this; });
+    if (feed_.endSome()) schedule();
   }
 
   MonitorFeed& feed_;
@@ -120,7 +119,7 @@ MonitorFeed::~MonitorFeed() = default;
 
 std::unique_ptr<Answer> MonitorFeed::monitor() {
   auto monitor = std::make_unique<Monitor>(*this);
-  if (monitors_.empty()) begin();
+  if (!watches_ && !ending_) begin();
   monitors_.push_back(monitor.get());
   return monitor;
 }
@@ -132,10 +131,18 @@ void MonitorFeed::begin() {
 
 void MonitorFeed::end() {
   switch_.afterPublishIs(this, nullptr);
-  endings_.emplace_back(*this, std::move(watches_));
+  ending_ = std::make_unique<Ending>(*this, std::move(watches_));
+}
+
+bool MonitorFeed::endSome() {
+  if (ending_->unwatchSome()) return true;
+  ending_ = nullptr;
+  return false;
 }
 
 bool MonitorFeed::watchSome() {
+  if (ending_ && endSome()) return false;
+  if (!watches_) begin();
   if (!watches_->complete) watches_->complete = !watches_->watchSome();
   return watches_->complete;
 }
@@ -154,7 +161,7 @@ void MonitorFeed::publish() {
 
 void MonitorFeed::remove(Monitor const& monitor) {
   std::erase(monitors_, &monitor);
-  if (monitors_.empty()) end();
+  if (monitors_.empty() && watches_) end();
 }
 
 }  // namespace Agent

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <functional>
-#include <list>
 #include <memory>
 #include <string>
 #include <vector>
@@ -14,8 +13,10 @@ namespace Agent {
 
 /// Tells monitors of each change of memberships and records, in lines of JSON: {"time":T}, and then
 /// {"membership":{...}} and {"record":{...}} as they happen. While nobody monitors it watches
-/// nothing; the first monitor waits until all is watched, which begins and ends piece by piece. A
-/// monitor that leaves too much unread is told so and hears no more.
+/// nothing; the first monitor waits until all is watched, which begins and ends piece by piece.
+/// What is watched exists once however quickly monitors come and go: one that comes while the
+/// watches of the last one end waits for that too. A monitor that leaves too much unread is told so
+/// and hears no more.
 class MonitorFeed {
  public:
   static constexpr std::size_t mostUnread = 1 << 20;  // bytes
@@ -38,8 +39,11 @@ class MonitorFeed {
 
   void begin();
   void end();
-  /// Takes up a piece of what is not watched yet. Returns whether all is.
+  /// Takes up a piece of what is not watched yet, or gives up a piece of what is to end first.
+  /// Returns whether all is watched.
   bool watchSome();
+  /// Returns whether there is more.
+  bool endSome();
   void publish();
   void remove(Monitor const& monitor);
 
@@ -49,7 +53,7 @@ class MonitorFeed {
   std::function<void()> cutOff_;
   std::vector<Monitor*> monitors_;
   std::unique_ptr<Watches> watches_;
-  std::list<Ending> endings_;
+  std::unique_ptr<Ending> ending_;  // of the watches before
 };
 
 }  // namespace Agent
