@@ -32,6 +32,20 @@ class SocketServer::Client final : private Descriptor,
     schedule(server.limits_.requestTime);
   }
 
+  /// Whether it has asked nothing, and nothing that it said waits to be read.
+  bool isSilent() const {
+    char byte = 0;
+    return !answer_ && input_.empty() && recv(value(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0;
+  }
+
+  /// It goes, and is told why.
+  void giveWay() {
+    ++server_.counters_.timedOut;
+    std::string const text = server_.refusal("it serves another client; ask at once next time");
+    send(value(), text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    end();
+  }
+
  private:
   void onReady() override {
     if (answer_)
@@ -160,7 +174,7 @@ void SocketServer::onReady() {
       acceptWithoutDescriptors();
     return;
   }
-  if (clients_.size() >= limits_.clients) {
+  if (!makeRoom()) {
     turnAway(connection, "it serves as many clients as it may; try again later");
     return;
   }
@@ -170,6 +184,16 @@ void SocketServer::onReady() {
   } catch (std::system_error const&) {
     ++counters_.refused;  // the kernel cannot watch it
   }
+}
+
+/// The one that has been silent for longest goes.
+bool SocketServer::makeRoom() {
+  if (clients_.size() < limits_.clients) return true;
+  auto const silent = std::find_if(clients_.begin(), clients_.end(),
+                                   [](Client const& client) { return client.isSilent(); });
+  if (silent == clients_.end()) return false;
+  silent->giveWay();
+  return true;
 }
 
 /// A client that is never accepted would keep the socket ready, and the loop busy.

@@ -18,7 +18,8 @@ namespace Agent {
 /// Serves clients of a Unix socket on the event loop: one request, one answer, end. Nothing blocks,
 /// and nothing that a client does or leaves undone holds up the loop: clients, what they say, what
 /// waits for them, and the time they take are bounded, and each turn of the loop makes at most one
-/// piece of each answer. Derive to say what requests and answers are. Single-threaded.
+/// piece of each answer. Where there are as many clients as there may be, one that has said nothing
+/// makes room for the next. Derive to say what requests and answers are. Single-threaded.
 class SocketServer : private UnixSocket, private Horix::EventLoop::Watch {
  public:
   struct Limits {
@@ -32,7 +33,7 @@ class SocketServer : private UnixSocket, private Horix::EventLoop::Watch {
   struct Counters {
     std::uint64_t accepted = 0;
     std::uint64_t refused = 0;   ///< too many clients, or no descriptors left
-    std::uint64_t timedOut = 0;  ///< too slow to ask or to read
+    std::uint64_t timedOut = 0;  ///< too slow to ask or to read, or silent where others waited
     std::uint64_t cutOff = 0;    ///< too slow for what went on meanwhile
   };
 
@@ -71,6 +72,8 @@ class SocketServer : private UnixSocket, private Horix::EventLoop::Watch {
 
   void onReady() override;
   void acceptWithoutDescriptors();
+  /// Returns whether there is some.
+  bool makeRoom();
   void turnAway(Descriptor const& connection, std::string_view reason);
   void remove(Client& client);
 
