@@ -78,6 +78,9 @@ class Switch {
 
   Horix::Time now() const { return loop_.now(); }
 
+  /// Of the loop that it runs on.
+  Horix::EventLoop::Turns const& turns() const { return loop_.turns(); }
+
   /// Does `action` at the end of each publication, when the records have settled, for as long as
   /// `who` does not take it back with a null one.
   void afterPublishIs(void const* who, std::function<void()> action);

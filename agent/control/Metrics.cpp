@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <map>
 #include <utility>
 #include <vector>
 
+#include "agent/Log.h"
 #include "agent/control/MembershipWalk.h"
 #include "agent/text/Wording.h"
 
@@ -46,7 +48,8 @@ class Family {
     if (type == Type::counter) suffix_ = "_total";
   }
 
-  void sample(std::initializer_list<Label> labels, std::uint64_t value) {
+  template <class Value>
+  void sample(std::initializer_list<Label> labels, Value value) {
     out_ += name_;
     out_ += suffix_;
     char separator = '{';
@@ -95,7 +98,7 @@ class Metrics final : public Answer {
     void (Metrics::*ofAll)(Family&) const;
   };
 
-  static std::array<Description, 14> const families;
+  static std::array<Description, 17> const families;
 
   /// The samples of one VLAN, or a whole family.
   void advanceFamily(std::string& out) {
@@ -260,6 +263,14 @@ class Metrics final : public Answer {
     family.sample({{"outcome", "cut-off"}}, counters.cutOff);
   }
 
+  void turns(Family& family) const { family.sample({}, switch_.turns().count); }
+
+  void longestTurn(Family& family) const {
+    family.sample({}, std::chrono::duration<double>(switch_.turns().longest).count());
+  }
+
+  void logLinesLost(Family& family) const { family.sample({}, lostLogLines()); }
+
   Switch const& switch_;
   SocketServer const& clients_;
   std::string heading_;
@@ -270,7 +281,7 @@ class Metrics final : public Answer {
   unsigned nextVlan_ = VlanId::min;
 };
 
-std::array<Metrics::Description, 14> const Metrics::families{{
+std::array<Metrics::Description, 17> const Metrics::families{{
     {Family::Type::gauge, "groups", "Groups with listeners.", &Metrics::groups, nullptr},
     {Family::Type::gauge, "memberships", "Memberships, one for each reporter of each group.",
      &Metrics::memberships, nullptr},
@@ -297,6 +308,11 @@ std::array<Metrics::Description, 14> const Metrics::families{{
      &Metrics::clients},
     {Family::Type::counter, "connections", "Clients of the control socket so far.", nullptr,
      &Metrics::connections},
+    {Family::Type::counter, "turns", "Turns of the event loop.", nullptr, &Metrics::turns},
+    {Family::Type::gauge, "longest_turn_seconds", "How long one turn has held everything else up.",
+     nullptr, &Metrics::longestTurn},
+    {Family::Type::counter, "log_lines_lost", "Lines of the log that could not be written.",
+     nullptr, &Metrics::logLinesLost},
 }};
 
 }  // namespace

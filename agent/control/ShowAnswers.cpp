@@ -8,6 +8,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "agent/Log.h"
 #include "agent/control/MembershipWalk.h"
 #include "agent/output/ExplanationWords.h"
 #include "agent/output/JsonValues.h"
@@ -315,10 +316,12 @@ class HostsListing final : public Listing {
 class StatisticsListing final : public Listing {
  public:
   StatisticsListing(Switch const& snoopingSwitch, Request const& request, Horix::Time start)
-      : Listing(snoopingSwitch, request, start, {"vlans", "interfaces", "hosts", "devices"}) {}
+      : Listing(snoopingSwitch, request, start,
+                {"agent", "vlans", "interfaces", "hosts", "devices"}) {}
 
  private:
   bool advanceList(std::string& out) override {
+    addAgent(out);
     for (VlanConfig const& vlan : theSwitch().configuration().vlans)
       if (isSelected(vlan)) addVlan(out, vlan);
     for (auto const& [intf, port] : theSwitch().ports())
@@ -327,6 +330,15 @@ class StatisticsListing final : public Listing {
     for (auto const& [intf, pam] : theSwitch().snooping().ethDevPamCol()->intfPam())
       if (of().has(intf)) add(out, "devices", deviceObject(intf, pam->counters()));
     return true;
+  }
+
+  void addAgent(std::string& out) const {
+    auto const& turns = theSwitch().turns();
+    Json object;
+    object["turn-count"] = turns.count;
+    object["longest-turn"] = seconds(turns.longest);
+    object["lost-log-line-count"] = lostLogLines();
+    add(out, "agent", std::move(object));
   }
 
   void addVlan(std::string& out, VlanConfig const& vlan) {

@@ -100,6 +100,12 @@ std::string secondsCell(Json const& object, char const* key) {
   return message(std::lround(found->get<double>()), " s");
 }
 
+/// With one decimal.
+std::string milliseconds(double seconds) {
+  auto const tenths = std::lround(seconds * 1e4);
+  return message(tenths / 10, '.', tenths % 10);
+}
+
 std::string listCell(Json const& list) {
   std::string text;
   for (Json const& each : list) {
@@ -275,6 +281,13 @@ void printStatistics(std::ostream& out, Json const& document) {
                {"received", "receive-dropped", "receive-truncated", "receive-failed", "sent",
                 "send-dropped"});
   devices.print(out);
+
+  out << "\nAgent\n\n";
+  TextTable agent = numbers({"TURNS", "LONGEST MS", "LOG LOST"}, {});
+  for (Json const& each : document.at("agent"))
+    agent.row({cell(each, "turn-count"), milliseconds(each.at("longest-turn").get<double>()),
+               cell(each, "lost-log-line-count"), ""});
+  agent.print(out);
 }
 
 /// "include 192.0.2.1, 192.0.2.2", "exclude -".

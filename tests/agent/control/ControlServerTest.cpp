@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <malloc.h>
 #include <random>
 #include <string>
 #include <sys/resource.h>
@@ -8,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "agent/Log.h"
 #include "agent/control/ControlServer.h"
 #include "agent/text/Wording.h"
 #include "framework/kel/Trace.h"
@@ -228,6 +230,15 @@ TEST_F(ControlServerTest, StatisticsCountByTypeAndCause) {
   EXPECT_EQ(interfaces[0].at("ignored").dump(), R"({"bad-ttl":1})");
 }
 
+TEST_F(ControlServerTest, StatisticsTellOfTheAgentItself) {
+  test.advance(1s);
+  auto const agent = statistics("agent");
+  ASSERT_THAT(agent, SizeIs(1));
+  EXPECT_GT(agent[0].at("turn-count"), 0);
+  EXPECT_EQ(agent[0].at("longest-turn"), 0.0) << "time stands still in a turn";
+  EXPECT_EQ(agent[0].at("lost-log-line-count"), lostLogLines());
+}
+
 TEST_F(ControlServerTest, StatisticsCountWhatIsSent) {
   test.snooping.configurationIs(configurationIn(sendingOnce()));
   haveSent(test);
@@ -422,7 +433,8 @@ TEST_F(ControlServerTest, LargeAnswerComesWholeInManyTurns) {
 TEST_F(ControlServerTest, NoMoreClientsThanThereMayBe) {
   std::vector<TestClient> clients;
   for (std::size_t i = 0; i < ControlServer::Limits().clients; ++i) {
-    clients.push_back(connect());
+    clients.push_back(connect().say(R"({"command":"monitor"})"
+                                    "\n"));
     clients.back().hear();
   }
   auto tooMany = connect();
@@ -432,6 +444,32 @@ TEST_F(ControlServerTest, NoMoreClientsThanThereMayBe) {
   clients.pop_back();
   test.loop.turn(test.loop.now());
   EXPECT_THAT(shown("vlans"), SizeIs(2)) << "there is room again";
+}
+
+TEST_F(ControlServerTest, SilentClientsMakeRoomForOneThatSpeaks) {
+  std::vector<TestClient> silent;
+  for (std::size_t i = 0; i < ControlServer::Limits().clients; ++i) {
+    silent.push_back(connect());
+    silent.back().hear();
+  }
+  EXPECT_THAT(shown("vlans"), SizeIs(2));
+  EXPECT_THAT(silent.front().hear(), HasSubstr("serves another client"));
+  EXPECT_TRUE(silent.front().ended()) << "the first to come is the first to go";
+  silent.back().hear();
+  EXPECT_FALSE(silent.back().ended());
+  EXPECT_EQ(server.counters().timedOut, 1u);
+}
+
+TEST_F(ControlServerTest, ClientWhoseRequestIsNotReadYetDoesNotMakeRoom) {
+  std::vector<TestClient> clients;
+  for (std::size_t i = 0; i < ControlServer::Limits().clients; ++i) {
+    clients.push_back(connect());
+    clients.back().hear();
+  }
+  clients.front().say(R"({"command":"show","what":"vlans"})"
+                      "\n");
+  auto const next = connect();
+  EXPECT_THAT(clients.front().lines(), SizeIs(4));
 }
 
 TEST_F(ControlServerTest, ClientsAreTurnedAwayWhileThereAreNoDescriptors) {
@@ -638,6 +676,21 @@ TEST_F(ControlServerTest, MonitorMayBeginWhileTheWatchesOfTheLastOneEnd) {
   test.advance(5s);
   test.hear("swp3", FrameBuilder::reportV2(group).from(tv));
   EXPECT_THAT(monitor.lines(), Not(IsEmpty()));
+}
+
+TEST_F(ControlServerTest, MonitorsThatComeAndGoQuicklyAreWatchedForOnce) {
+  join(1000);
+  std::size_t const before = mallinfo2().uordblks;
+  for (int i = 0; i < 300; ++i) {
+    auto const monitor = connect().say(R"({"command":"monitor"})"
+                                       "\n");
+    for (int j = 0; j < 3; ++j) test.loop.turn(test.loop.now());
+  }
+  std::size_t const watching = 2'000'000;  // the watches of all
+  EXPECT_LT(mallinfo2().uordblks, before + watching);
+  auto monitor = connect().say(R"({"command":"monitor"})"
+                               "\n");
+  EXPECT_THAT(monitor.lines(), SizeIs(1));
 }
 
 TEST_F(ControlServerTest, MonitorThatDoesNotReadIsCutOffAndToldSo) {

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "agent/Log.h"
 #include "agent/control/MetricsServer.h"
 #include "tests/agent/Addresses.h"
 #include "tests/agent/SwitchTesting.h"
@@ -130,6 +131,14 @@ TEST_F(MetricsTest, TextIsOpenMetricsAndCounts) {
   EXPECT_EQ(read.sample("igmpsnoop_clients"), "0");
 }
 
+TEST_F(MetricsTest, AgentTellsHowLongItHeldEverythingUp) {
+  scrape();
+  Exposition const read(scrape());
+  EXPECT_EQ(read.sample("igmpsnoop_longest_turn_seconds"), "0") << "time stands still in a turn";
+  EXPECT_NE(read.sample("igmpsnoop_turns_total"), "0");
+  EXPECT_EQ(read.sample("igmpsnoop_log_lines_lost_total"), std::to_string(lostLogLines()));
+}
+
 TEST_F(MetricsTest, WhatIsSentAndWhoIsServedIsCounted) {
   TestSwitch querying(
       vlan10("swp[1-2]", "robustness-variable = 1\nsend-query = true\nreport-on = \"all\"\n"));
@@ -139,6 +148,8 @@ TEST_F(MetricsTest, WhatIsSentAndWhoIsServedIsCounted) {
   querying.hear("swp1", FrameBuilder::reportV2(group).from(tv));
   querying.hear("swp1", FrameBuilder::reportV2(group).from(tv).vlan(99));
   TestClient served(querying.loop, server.path());
+  served.say(R"({"command":"monitor"})"
+             "\n");
   served.hear();
   TestClient(querying.loop, server.path()).hear();
   TestClient client(querying.loop, scraped.path());
