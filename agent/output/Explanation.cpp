@@ -33,28 +33,30 @@ bool names(SourceFilter const& filter, IgmpFilterMode mode, IpAddr source) {
          std::binary_search(filter.sources.begin(), filter.sources.end(), source);
 }
 
+/// So many reporters of a port are told one by one: a port may have very many.
+constexpr std::size_t mostReporters = 100;
+
 /// What the reporters of a port want together: the union of what they include, or, as soon as one
 /// of them excludes, what all of them exclude.
-SourceFilter mergeOf(std::vector<ExplainedReporter> const& reporters) {
-  SourceFilter merged;
-  bool first = true;
-  bool const excludes =
-      std::any_of(reporters.begin(), reporters.end(), [](ExplainedReporter const& reporter) {
-        return reporter.filter.mode == IgmpFilterMode::exclude;
-      });
-  if (excludes) merged.mode = IgmpFilterMode::exclude;
-  for (auto const& [address, filter, expiresIn] : reporters) {
-    std::vector<IpAddr> sources;
-    if (!excludes)
-      std::set_union(merged.sources.begin(), merged.sources.end(), filter.sources.begin(),
-                     filter.sources.end(), std::back_inserter(sources));
-    else if (filter.mode == IgmpFilterMode::exclude && first)
-      sources = filter.sources;
-    else if (filter.mode == IgmpFilterMode::exclude)
-      std::set_intersection(merged.sources.begin(), merged.sources.end(), filter.sources.begin(),
-                            filter.sources.end(), std::back_inserter(sources));
-    merged.sources = std::move(sources);
-    first = false;
+SourceFilter mergeOf(IgmpIntfStatus const& port) {
+  std::size_t excluding = 0;
+  std::vector<IpAddr> included;
+  std::vector<IpAddr> excluded;
+  for (auto const& [reporter, membership] : port.membership()) {
+    bool const excludes = membership->filterMode() == IgmpFilterMode::exclude;
+    if (excludes) ++excluding;
+    std::vector<IpAddr>& sources = excludes ? excluded : included;
+    sources.insert(sources.end(), membership->source().begin(), membership->source().end());
+  }
+  // A source counts as often as reporters name it.
+  std::vector<IpAddr>& sources = excluding > 0 ? excluded : included;
+  std::sort(sources.begin(), sources.end());
+  SourceFilter merged{excluding > 0 ? IgmpFilterMode::exclude : IgmpFilterMode::include, {}};
+  for (auto begin = sources.begin(); begin != sources.end();) {
+    auto const end = std::upper_bound(begin, sources.end(), *begin);
+    if (excluding == 0 || static_cast<std::size_t>(end - begin) == excluding)
+      merged.sources.push_back(*begin);
+    begin = end;
   }
   return merged;
 }
@@ -148,19 +150,30 @@ class Explainer {
     ExplainedPort port;
     port.interface = textOf(status.intfId());
     port.own = status.intfId() == intf_;
-    for (auto const& [address, membership] : status.membership()) {
-      auto const& learned = static_cast<LearnedMembership const&>(*membership);
-      port.reporters.push_back({address, Agent::filterOf(*membership),
-                                std::max(learned.end() - explanation_.time, Horix::Time::zero())});
-    }
-    std::sort(port.reporters.begin(), port.reporters.end(),
-              [](auto const& a, auto const& b) { return a.address < b.address; });
-    port.wants = mergeOf(port.reporters);
+    addReporters(status, port);
+    port.wants = mergeOf(status);
     auto const counted = merging_ ? merging_->igmpIntf(status.intfId()) : nullptr;
     if (!counted) return port;
     SourceFilter counts = filterOf(*counted);
     if (counts != port.wants) port.reportersWant = std::exchange(port.wants, std::move(counts));
     return port;
+  }
+
+  /// Those with the lowest addresses.
+  void addReporters(IgmpIntfStatus const& status, ExplainedPort& port) const {
+    std::vector<IpAddr> addresses;
+    addresses.reserve(status.membership().size());
+    for (auto const& [address, membership] : status.membership()) addresses.push_back(address);
+    std::size_t const told = std::min(addresses.size(), mostReporters);
+    auto const end = addresses.begin() + static_cast<std::ptrdiff_t>(told);
+    std::partial_sort(addresses.begin(), end, addresses.end());
+    std::for_each(addresses.begin(), end, [&](IpAddr address) {
+      auto const& learned =
+          static_cast<LearnedMembership const&>(*status.membership().find(address));
+      port.reporters.push_back({address, Agent::filterOf(learned),
+                                std::max(learned.end() - explanation_.time, Horix::Time::zero())});
+    });
+    port.furtherReporters = addresses.size() - told;
   }
 
   /// The proxy's merge. It works with counts, so this does.

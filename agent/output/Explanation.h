@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -26,7 +27,9 @@ struct ExplainedPort {
   SourceFilter wants;
   /// What its reporters want now, where that is not what counts for it.
   std::optional<SourceFilter> reportersWant;
-  std::vector<ExplainedReporter> reporters;  ///< by address
+  /// By address, and no more of them than anybody reads.
+  std::vector<ExplainedReporter> reporters;
+  std::size_t furtherReporters = 0;  ///< who count in what the port wants, and are not told of
 };
 
 /// What becomes of a source that some port names.

@@ -43,6 +43,7 @@ Json portObject(ExplainedPort const& port) {
     each["expire"] = seconds(reporter.expiresIn);
     reporters.push_back(std::move(each));
   }
+  if (port.furtherReporters > 0) object["further-host-count"] = port.furtherReporters;
   return object;
 }
 

@@ -81,6 +81,8 @@ void addPort(TextTable& table, ExplainedPort const& port) {
   for (ExplainedReporter const& reporter : port.reporters)
     table.row({"", message(reporter.address), expiryText(reporter.expiresIn),
                message(reporter.filter.mode), sourcesText(reporter.filter)});
+  if (port.furtherReporters > 0)
+    table.row({"", message("and ", port.furtherReporters, " more"), "", "", ""});
 }
 
 void printListeners(std::ostream& out, Explanation const& explanation) {

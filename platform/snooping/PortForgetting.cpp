@@ -10,7 +10,7 @@ namespace {
 
 // A port may be in many VLANs, each of which begins at once.
 constexpr auto firstPiece = std::chrono::microseconds(20);
-constexpr auto laterPiece = std::chrono::microseconds(500);
+constexpr auto laterPiece = std::chrono::microseconds(250);
 constexpr std::uint32_t groupsAtOnce = 16;  // between two looks at the clock
 
 }  // namespace

@@ -72,6 +72,24 @@ TEST_F(ExplanationTest, NamesEachPortAndReporterWithItsExpiry) {
   EXPECT_EQ(explanation.record, include({a, b, c}));
 }
 
+TEST_F(ExplanationTest, CrowdOfReportersIsCountedWholeAndToldInPart) {
+  for (std::uint32_t i = 0; i < 1000; ++i)
+    test.hearOnly(
+        "swp1",
+        FrameBuilder::reportV3({isEx(group, {a, i == 999 ? b : c})}).from(IpAddr(tv.value() + i)));
+  test.loop.endBatch();
+  auto const explanation = explained("swp3");
+  ASSERT_EQ(explanation.ports.size(), 1u);
+  auto const& port = explanation.ports[0];
+  EXPECT_EQ(port.reportersWant.value_or(port.wants), exclude({a})) << "b and c are not common";
+  ASSERT_EQ(port.reporters.size(), 100u);
+  EXPECT_EQ(port.reporters.front().address, tv);
+  EXPECT_EQ(port.reporters.back().address, IpAddr(tv.value() + 99));
+  EXPECT_EQ(port.furtherReporters, 900u);
+  EXPECT_THAT(text(explanation), HasSubstr("and 900 more"));
+  EXPECT_THAT(json(explanation), HasSubstr("\"further-host-count\": 900"));
+}
+
 TEST_F(ExplanationTest, OwnPortIsNamedAndLeftOut) {
   test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
   test.hear("swp2", FrameBuilder::reportV3({isIn(group, {b})}).from(desk));
