@@ -1,6 +1,7 @@
 #include "proxy/ProxyAdapterSm.h"
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -50,6 +51,41 @@ class ScratchCounts {
   Kel::Ptr<SourceCount>& spare_;
   Kel::Ptr<SourceCount> counts_;
 };
+
+/// The filter mode of a record that says what is merged; none where nobody wants the group. Ends
+/// in *,G without excludes.
+std::optional<IgmpV3GroupRecordType> modeOf(SourceCount& merged) {
+  if (merged.starGCount() != 0) {
+    KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon Put *,G into igmpHost");
+    merged.excludeDelAll();
+    KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon exclude mode");
+    return IgmpV3GroupRecordType::modeIsExclude;
+  }
+  if (!merged.exclude().empty()) {
+    KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon exclude mode");
+    return IgmpV3GroupRecordType::modeIsExclude;
+  }
+  if (!merged.include().empty()) return IgmpV3GroupRecordType::modeIsInclude;
+  KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon includes == 0");
+  return std::nullopt;
+}
+
+void fill(Igmp::IgmpV3GroupRecord& record, IgmpV3GroupRecordType mode, SourceCount const& merged) {
+  Kel::Ptr<Igmp::IgmpV3HostGroupSourceList> const list = record.sourceIs();
+  record.filterModeIs(mode);
+  auto const goes = [](IpAddr source) {
+    KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon Removing old source s: " << source);
+  };
+  if (mode == IgmpV3GroupRecordType::modeIsInclude) {
+    list->sourceIpRefill(merged.include(), 1, goes, [](IpAddr source) {
+      KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon Adding to include s: " << source);
+    });
+  } else {
+    list->sourceIpRefill(merged.exclude(), 1, goes, [](IpAddr source) {
+      KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon Adding to exclude s: " << source);
+    });
+  }
+}
 
 /// Holds a port and its group for the length of a change of the group's counts: whoever watches
 /// these may remove either, or the adapter.
@@ -252,8 +288,14 @@ void AdapterSm::processSplitHorizon(PortKey const& key, KelIgmpGroup& group,
                                     std::uint32_t& hostPlace, std::uint32_t& recordPlace) {
   IpAddr const groupAddress = group.addr();
   KEL_TRACE(8, "KelIgmpIntf::processSplitHorizon() g: " << groupAddress << " hostKey " << key);
+  Kel::Ptr<AdapterSm> const self(this);
+  KelIgmpIntf const* const memberPort = group.igmpIntf().find(key.intfId());
+  if (!memberPort && !kelTraceHandle.wanted(4)) {
+    Kel::Ptr<Igmp::IgmpHost> const host(igmpHostDir_->igmpHost().find(key.hostName(), hostPlace));
+    if (host && shareRecord(*host, group, recordPlace)) return;
+  }
   ScratchCounts const merged(spareCounts_);
-  if (KelIgmpIntf const* const memberPort = group.igmpIntf().find(key.intfId())) {
+  if (memberPort) {
     memberPort->subtract(*merged);
   } else if (mergeMemberPorts(group, *merged)) {
     KEL_TRACE(4, "non Group Intf: our excludes did not match others g: " << groupAddress);
@@ -265,6 +307,31 @@ void AdapterSm::processSplitHorizon(PortKey const& key, KelIgmpGroup& group,
     return;
   }
   writeRecord(*host, groupAddress, recordPlace, *merged);
+}
+
+/// Gives a host whose port has no listener the record that all such hosts share. Returns false
+/// where that could be noticed.
+bool AdapterSm::shareRecord(Igmp::IgmpHost& host, KelIgmpGroup& group, std::uint32_t& recordPlace) {
+  if (CommonRecord::Record const common = commonRecord(group))
+    return host.v3groupShare(common, recordPlace);
+  Igmp::IgmpV3GroupRecord const* const present = host.v3group().peek(group.addr());
+  if (!present) return !host.watched();
+  if (!present->isShared() && present->isInUse()) return false;
+  host.v3groupDel(group.addr());
+  return true;
+}
+
+CommonRecord::Record AdapterSm::commonRecord(KelIgmpGroup& group) {
+  Kel::Ptr<SourceCount> const counts = group.recordIs();
+  return group.commonRecord_.of(*counts, group.igmpIntf().size(), [&]() -> CommonRecord::Record {
+    ScratchCounts const merged(spareCounts_);
+    if (mergeMemberPorts(group, *merged)) merged->starGCountIs(1);
+    auto const mode = modeOf(*merged);
+    if (!mode) return nullptr;
+    auto record = Kel::make<Igmp::IgmpV3GroupRecord>(group.addr());
+    fill(*record, *mode, *merged);
+    return record;
+  });
 }
 
 /// Merges what all member ports want, for a host whose own port has no listener. Returns whether
@@ -292,36 +359,11 @@ void AdapterSm::writeRecord(Igmp::IgmpHost& host, IpAddr group, std::uint32_t& r
                             SourceCount& merged) {
   Kel::Ptr<Igmp::IgmpV3GroupRecord> record(host.v3group().find(group, recordPlace));
   if (!record) record = host.v3groupIs(group);
-  Kel::Ptr<Igmp::IgmpV3HostGroupSourceList> const list = record->sourceIs();
-
-  auto mode = IgmpV3GroupRecordType::modeIsExclude;
-  if (merged.starGCount() != 0) {
-    KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon Put *,G into igmpHost");
-    merged.excludeDelAll();
-    KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon exclude mode");
-  } else if (!merged.exclude().empty()) {
-    KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon exclude mode");
-  } else if (merged.include().empty()) {
-    KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon includes == 0");
+  record->sourceIs();
+  if (auto const mode = modeOf(merged))
+    fill(*record, *mode, merged);
+  else
     host.v3groupDel(group);
-    return;
-  } else {
-    mode = IgmpV3GroupRecordType::modeIsInclude;
-  }
-  record->filterModeIs(mode);
-
-  auto const goes = [](IpAddr source) {
-    KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon Removing old source s: " << source);
-  };
-  if (mode == IgmpV3GroupRecordType::modeIsInclude) {
-    list->sourceIpRefill(merged.include(), 1, goes, [](IpAddr source) {
-      KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon Adding to include s: " << source);
-    });
-  } else {
-    list->sourceIpRefill(merged.exclude(), 1, goes, [](IpAddr source) {
-      KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon Adding to exclude s: " << source);
-    });
-  }
 }
 
 // ---- KelAdapterConfig and KelCoreStatus
@@ -405,6 +447,7 @@ Kel::Ptr<SourceCount> const& AdapterSm::KelIgmpGroup::recordIs() {
 
 void AdapterSm::KelIgmpGroup::recordDel() {
   record_ = nullptr;
+  commonRecord_.forget();
   for (auto const& [intf, port] : igmpIntf_) port->settlement_.unsettle();
 }
 

@@ -11,6 +11,7 @@
 #include "framework/kel/Reactors.h"
 #include "platform/igmp/IgmpHost.h"
 #include "proxy/ChangedGroups.h"
+#include "proxy/CommonRecord.h"
 #include "proxy/PlaceHints.h"
 #include "proxy/PortSettlement.h"
 #include "proxy/ReporterCounts.h"
@@ -86,6 +87,8 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   void updateRecords(KelIgmpGroup& group);
   void processSplitHorizon(PortKey const& key, KelIgmpGroup& group, std::uint32_t& hostPlace,
                            std::uint32_t& recordPlace);
+  bool shareRecord(Igmp::IgmpHost& host, KelIgmpGroup& group, std::uint32_t& recordPlace);
+  CommonRecord::Record commonRecord(KelIgmpGroup& group);
   bool mergeMemberPorts(KelIgmpGroup& group, SourceCount& merged) const;
   void writeRecord(Igmp::IgmpHost& host, Wirex::IpAddr group, std::uint32_t& recordPlace,
                    SourceCount& merged);
@@ -172,6 +175,7 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup final : public IgmpGroup::NotifieeConst
   Kel::Ptr<Changed> changed_;  // the adapter's
   Changed::Link changedLink_;
   Kel::Ptr<SourceCount> record_;
+  CommonRecord commonRecord_;
   PlaceHints recordPlaces_;  // of the hosts' records of the group, in the order of `hostKey`
   IgmpIntfs igmpIntf_;
 };

@@ -34,21 +34,24 @@ class KEL_EXPORT SourceCount : public Kel::Entity {
 
   /// The ports that want every source: *,G, exclude mode without sources.
   Count starGCount() const { return starGCount_.get(); }
-  void starGCountIs(Count count) { starGCount_.is(*this, count); }
+  void starGCountIs(Count count) {
+    ++version_;
+    starGCount_.is(*this, count);
+  }
   void starGCountInc(Count by) { starGCountIs(static_cast<Count>(starGCount() + by)); }
   void starGCountDec(Count by) { starGCountIs(static_cast<Count>(starGCount() - by)); }
 
   /// The ports that list a source in include mode; 0 where it is absent.
   Includes const& include() const { return include_; }
   Count include(Wirex::IpAddr source) const { return include_.get(source); }
-  void includeIs(Wirex::IpAddr source, Count count) { include_.is(*this, source, count); }
-  void includeInc(Wirex::IpAddr source, Count by) { include_.inc(*this, source, by); }
-  void includeDec(Wirex::IpAddr source, Count by) { include_.dec(*this, source, by); }
-  void includeDel(Wirex::IpAddr source) { include_.del(*this, source); }
-  void includeDelAll() { include_.delAll(*this); }
+  void includeIs(Wirex::IpAddr source, Count count) { includes().is(*this, source, count); }
+  void includeInc(Wirex::IpAddr source, Count by) { includes().inc(*this, source, by); }
+  void includeDec(Wirex::IpAddr source, Count by) { includes().dec(*this, source, by); }
+  void includeDel(Wirex::IpAddr source) { includes().del(*this, source); }
+  void includeDelAll() { includes().delAll(*this); }
   /// Rebuilds the includes from empty with the sources of other ones.
   void includeRefill(Includes const& sources, Count count) {
-    include_.refill(*this, sources, count);
+    includes().refill(*this, sources, count);
   }
   void includeNotify(Wirex::IpAddr source) { include_.notify(*this, source); }
   void includeNotify() { notify<&NotifieeConst::onIncludekelImmediate>(); }
@@ -64,18 +67,25 @@ class KEL_EXPORT SourceCount : public Kel::Entity {
   void excludeNotify(Wirex::IpAddr source) { exclude_.notify(*this, source); }
   void excludeNotify() { notify<&NotifieeConst::onExcludekelImmediate>(); }
 
-  /// Between two equal readings, the excludes have not changed.
+  /// Between two equal readings, nothing has changed, and no exclude.
+  std::uint32_t version() const noexcept { return version_; }
   std::uint32_t excludeVersion() const noexcept { return excludeVersion_; }
   static constexpr std::uint32_t noVersion = 0;
 
  private:
+  Includes& includes() noexcept {
+    ++version_;
+    return include_;
+  }
   Excludes& excludes() noexcept {
+    ++version_;
     ++excludeVersion_;
     return exclude_;
   }
 
   Kel::Value<Count, &NotifieeConst::onStarGCount> starGCount_;
   std::uint32_t excludeVersion_ = noVersion + 1;
+  std::uint32_t version_ = noVersion + 1;
   Includes include_;
   Excludes exclude_;
 };

@@ -287,7 +287,7 @@ class HostsListing final : public Listing {
     Json object = hostAttributes(attributesOf(*host));
     object["group"] = Json::array();
     add(out, "hosts", std::move(object));
-    for (auto const& [group, record] : host->v3group())
+    for (IpAddr const group : host->v3group().keys())
       if (of().has(group)) groups_.push_back(group);
   }
 
@@ -295,7 +295,7 @@ class HostsListing final : public Listing {
     IpAddr const group = groups_.back();
     groups_.pop_back();
     Igmp::IgmpHost const* const host = find();
-    Igmp::IgmpV3GroupRecord const* const record = host ? host->v3group().find(group) : nullptr;
+    Igmp::IgmpV3GroupRecord const* const record = host ? host->v3group().peek(group) : nullptr;
     if (!record) return;
     Json more;
     more["hosts"]["group"].push_back(groupObject({group, filterOf(*record)}));

@@ -245,7 +245,7 @@ class Explainer {
   void addHost() {
     auto const host = this->host();
     if (!host) return;
-    if (auto const record = host->v3group(explanation_.group))
+    if (auto const* const record = host->v3group().peek(explanation_.group))
       explanation_.record = Agent::filterOf(*record);
     explanation_.sending = sendingOf(*host);
   }

@@ -20,8 +20,8 @@ std::vector<Wirex::IpAddr> sorted(std::vector<Wirex::IpAddr> addresses) {
 
 HostRecords recordsOf(Igmp::IgmpHost const& host) {
   HostRecords records = attributesOf(host);
-  for (auto const& [group, record] : host.v3group())
-    records.groups.push_back({group, filterOf(*record)});
+  for (Wirex::IpAddr const group : host.v3group().keys())
+    records.groups.push_back({group, filterOf(*host.v3group().peek(group))});
   std::sort(records.groups.begin(), records.groups.end(),
             [](GroupRecord const& a, GroupRecord const& b) { return a.address < b.address; });
   return records;

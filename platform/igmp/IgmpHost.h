@@ -6,11 +6,11 @@
 #include "framework/kel/Attribute.h"
 #include "framework/kel/Collection.h"
 #include "framework/types/AllowedTrafficDirection.h"
-#include "framework/types/IgmpV3GroupRecordType.h"
 #include "framework/types/IgmpVersion.h"
 #include "framework/types/IntfId.h"
 #include "framework/types/IpAddr.h"
 #include "platform/horix/Clock.h"
+#include "platform/igmp/HostGroupRecords.h"
 #include "platform/igmp/VlanQueries.h"
 #include "platform/wirex/VlanPam.h"
 
@@ -35,80 +35,6 @@ struct HostSettings {
   bool requireRouterAlert = false;
 
   friend bool operator==(HostSettings const&, HostSettings const&) noexcept = default;
-};
-
-/// The sources of a group record. The value kept with each is not interpreted.
-class KEL_EXPORT IgmpV3HostGroupSourceList : public Kel::Entity {
- public:
-  class NotifieeConst : public Kel::NotifieeOf<IgmpV3HostGroupSourceList const> {
-   public:
-    virtual void onSourceIp(Wirex::IpAddr /*source*/) {}
-    virtual void onSourceIpkelImmediate() {}
-
-   protected:
-    using NotifieeOf::NotifieeOf;
-  };
-
-  using SourceIps = Kel::Values<Wirex::IpAddr, std::uint8_t, &NotifieeConst::onSourceIp>;
-
-  SourceIps const& sourceIp() const { return sourceIp_; }
-  std::uint8_t sourceIp(Wirex::IpAddr source) const { return sourceIp_.get(source); }
-  void sourceIpIs(Wirex::IpAddr source, std::uint8_t value) { sourceIp_.is(*this, source, value); }
-  void sourceIpDel(Wirex::IpAddr source) { sourceIp_.del(*this, source); }
-  void sourceIpDelAll() { sourceIp_.delAll(*this); }
-  /// Rebuilds the list from empty with the keys of another collection.
-  /// @param goes, comes are called with each source before it goes or comes.
-  template <class Mapped, class Goes = Kel::Unheeded, class Comes = Kel::Unheeded>
-  void sourceIpRefill(Kel::Collection<Wirex::IpAddr, Mapped> const& sources, std::uint8_t value,
-                      Goes const& goes = {}, Comes const& comes = {}) {
-    sourceIp_.refill(*this, sources, value, goes, comes);
-  }
-  void sourceIpNotify(Wirex::IpAddr source) { sourceIp_.notify(*this, source); }
-  void sourceIpNotify() { notify<&NotifieeConst::onSourceIpkelImmediate>(); }
-
- private:
-  SourceIps sourceIp_;
-};
-
-/// What a host reports for one group: MODE_IS_INCLUDE or MODE_IS_EXCLUDE with its sources.
-class KEL_EXPORT IgmpV3GroupRecord : public Kel::Entity {
- public:
-  class NotifieeConst : public Kel::NotifieeOf<IgmpV3GroupRecord const> {
-   public:
-    virtual void onFilterMode() {}
-    virtual void onSource() {}
-
-   protected:
-    using NotifieeOf::NotifieeOf;
-  };
-
-  using RecordType = Wirex::IgmpV3GroupRecordType;
-
-  explicit IgmpV3GroupRecord(Wirex::IpAddr group) : group_(group) {}
-
-  Wirex::IpAddr group() const { return group_; }
-
-  RecordType filterMode() const { return filterMode_.get(); }
-  void filterModeIs(RecordType mode) { filterMode_.is(*this, mode); }
-
-  /// Null until the first `sourceIs()`.
-  Kel::Ptr<IgmpV3HostGroupSourceList> const& source() const { return source_.get(); }
-  Kel::Ptr<IgmpV3HostGroupSourceList> newSource() const {
-    return Kel::make<IgmpV3HostGroupSourceList>();
-  }
-  /// The source list, made if there is none.
-  Kel::Ptr<IgmpV3HostGroupSourceList> sourceIs() {
-    if (source()) return source();
-    auto list = newSource();
-    source_.is(*this, list);
-    return list;
-  }
-  void sourceDel() { source_.is(*this, nullptr); }
-
- private:
-  Wirex::IpAddr group_;
-  Kel::Value<RecordType, &NotifieeConst::onFilterMode> filterMode_{RecordType::modeIsInclude};
-  Kel::NullablePointer<IgmpV3HostGroupSourceList, &NotifieeConst::onSource> source_;
 };
 
 class KEL_EXPORT IgmpHost : public Kel::Entity {
@@ -138,7 +64,7 @@ class KEL_EXPORT IgmpHost : public Kel::Entity {
   };
 
   using Direction = Bridging::AllowedTrafficDirection;
-  using V3groups = Kel::Members<Wirex::IpAddr, IgmpV3GroupRecord, &NotifieeConst::onV3group>;
+  using V3groups = HostGroupRecords<&NotifieeConst::onV3group>;
 
   explicit IgmpHost(Kel::Name name) : name_(std::move(name)) {}
 
@@ -198,12 +124,19 @@ class KEL_EXPORT IgmpHost : public Kel::Entity {
     vlanQueries_.is(*this, queries);
   }
 
+  /// A look at a record through `v3group` gives the host one of its own; `v3group().peek(group)`
+  /// does not.
   V3groups const& v3group() const { return v3group_; }
   Kel::Ptr<IgmpV3GroupRecord> v3group(Wirex::IpAddr group) const { return v3group_.get(group); }
   Kel::Ptr<IgmpV3GroupRecord> newV3group(Wirex::IpAddr group) const {
     return Kel::make<IgmpV3GroupRecord>(group);
   }
   Kel::Ptr<IgmpV3GroupRecord> v3groupIs(Wirex::IpAddr group) { return v3group_.is(*this, group); }
+  /// Lets the host share a record of several hosts (`HostGroupRecords::share`). Returns false where
+  /// somebody would notice: then its own record is to be written.
+  bool v3groupShare(Kel::Ptr<IgmpV3GroupRecord> const& common, std::uint32_t& place) {
+    return v3group_.share(*this, common, place);
+  }
   void v3groupDel(Wirex::IpAddr group) { v3group_.del(*this, group); }
   void v3groupDelAll() { v3group_.delAll(*this); }
   void v3groupNotify(Wirex::IpAddr group) { v3group_.notify(*this, group); }

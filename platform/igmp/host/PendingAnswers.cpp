@@ -100,7 +100,7 @@ void PendingAnswers::generalQuery(Time delay) {
 }
 
 void PendingAnswers::groupQuery(Query const& query, Time delay) {
-  if (!hasReceptionState(host_.v3group().find(query.group))) return;
+  if (!hasReceptionState(host_.v3group().peek(query.group))) return;
   auto const* const pending = groups_.find(query.group);
 
   // 3. If the received Query is a Group-Specific Query or a Group-and-Source-Specific Query and
@@ -136,7 +136,7 @@ void PendingAnswers::groupQuery(Query const& query, Time delay) {
 /// random value".
 void PendingAnswers::olderQuery(Query const& query) {
   if (query.isGeneral()) {
-    for (auto const [group, record] : host_.v3group()) olderQuery(group, query.maxResponseTime);
+    for (IpAddr const group : host_.v3group().keys()) olderQuery(group, query.maxResponseTime);
   } else {
     olderQuery(query.group, query.maxResponseTime);
   }
@@ -146,7 +146,7 @@ void PendingAnswers::olderQuery(Query const& query) {
 /// value only if the requested Max Response Time is less than the remaining value of the running
 /// timer."
 void PendingAnswers::olderQuery(IpAddr group, Time maxResponseTime) {
-  if (!hasReceptionState(host_.v3group().find(group))) return;
+  if (!hasReceptionState(host_.v3group().peek(group))) return;
   auto const* const pending = groups_.find(group);
   if (pending &&
       (!(*pending)->scheduled() || (*pending)->deadline() <= timerWheel_->now() + maxResponseTime))
@@ -189,7 +189,7 @@ std::vector<IpAddr> PendingAnswers::write(ReportWriter& writer, IgmpVersion mode
   while (next != due_.end() && !writer.full()) {
     IpAddr const group = *next++;
     auto const answer = takeDue(group);
-    if (!answer || !hasReceptionState(host_.v3group().find(group))) continue;
+    if (!answer || !hasReceptionState(host_.v3group().peek(group))) continue;
     if (mode == IgmpVersion::v3) {
       write(*answer, writer);
     } else {
@@ -200,7 +200,7 @@ std::vector<IpAddr> PendingAnswers::write(ReportWriter& writer, IgmpVersion mode
   due_.erase(due_.begin(), next);
   if (std::exchange(generalDue_, false)) beginGeneral();
   for (; !unanswered_.empty() && !writer.full(); unanswered_.pop_back()) {
-    auto const* const record = host_.v3group().find(unanswered_.back());
+    auto const* const record = host_.v3group().peek(unanswered_.back());
     if (hasReceptionState(record)) writeState(unanswered_.back(), receptionState(record), writer);
   }
   return reported;
@@ -210,7 +210,7 @@ std::vector<IpAddr> PendingAnswers::write(ReportWriter& writer, IgmpVersion mode
 /// has reception state".
 void PendingAnswers::beginGeneral() {
   unanswered_.clear();
-  for (auto const [group, record] : host_.v3group()) unanswered_.push_back(group);
+  for (IpAddr const group : host_.v3group().keys()) unanswered_.push_back(group);
   std::reverse(unanswered_.begin(), unanswered_.end());
   // "Finally, [...] the source lists associated with any reported groups are cleared."
   for (auto const [group, answer] : groups_) answer->sourcesIs({});
@@ -222,7 +222,7 @@ void PendingAnswers::writeState(IpAddr group, ReceptionState const& state, Repor
 }
 
 void PendingAnswers::write(GroupAnswer const& answer, ReportWriter& writer) const {
-  ReceptionState const state = receptionState(host_.v3group().find(answer.group()));
+  ReceptionState const state = receptionState(host_.v3group().peek(answer.group()));
   if (answer.sources().empty()) {
     writeState(answer.group(), state, writer);
     return;

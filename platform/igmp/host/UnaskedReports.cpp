@@ -96,7 +96,7 @@ void UnaskedReports::tellAllLater(IgmpVersion mode) {
 
 void UnaskedReports::followAll() {
   for (auto const [group, reporting] : groups_) follow(group);
-  for (auto const [group, record] : host_->v3group()) follow(group);
+  for (IpAddr const group : host_->v3group().keys()) follow(group);
 }
 
 void UnaskedReports::follow(IpAddr group) {

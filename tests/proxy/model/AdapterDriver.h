@@ -32,6 +32,7 @@ class AdapterDriver {
 
   // What there is, for the choice of the next event.
   bool hasAdapter() const { return model_.has_value(); }
+  Igmp::IgmpHostDir const& hostDir() const { return *hostDir_; }
   Status const& status(bool other) const {
     return *statuses_[other ? 1 - followed_ : followed_].twin;
   }

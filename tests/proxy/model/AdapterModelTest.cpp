@@ -2,6 +2,8 @@
 #include <cstdlib>
 #include <map>
 #include <random>
+#include <set>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -39,6 +41,75 @@ class TracesOfDecisions {
  private:
   Kel::TraceHandle& handle_;
   std::size_t messages_ = 0;
+};
+
+/// Watches a record and its list, and keeps a copy in step by what it hears.
+class Mirror {
+ public:
+  explicit Mirror(Kel::Ptr<Igmp::IgmpV3GroupRecord> const& record)
+      : record_(Kel::make<OfRecord>(record)), list_(Kel::make<OfList>(record->source())) {}
+
+  bool isInStep() const {
+    std::set<Wirex::IpAddr> sources;
+    for (auto const& [source, value] : list_->notifier()->sourceIp()) sources.insert(source);
+    return record_->mode == record_->notifier()->filterMode() && list_->sources == sources;
+  }
+
+ private:
+  struct OfRecord : Igmp::IgmpV3GroupRecord::NotifieeConst {
+    explicit OfRecord(Kel::Ptr<Igmp::IgmpV3GroupRecord const> record) : mode(record->filterMode()) {
+      NotifieeConst::watch(std::move(record));
+    }
+    void onFilterMode() override { mode = notifier()->filterMode(); }
+    Igmp::IgmpV3GroupRecord::RecordType mode;
+  };
+  struct OfList : Igmp::IgmpV3HostGroupSourceList::NotifieeConst {
+    explicit OfList(Kel::Ptr<Igmp::IgmpV3HostGroupSourceList const> list) {
+      for (auto const& [source, value] : list->sourceIp()) sources.insert(source);
+      NotifieeConst::watch(std::move(list));
+    }
+    void onSourceIp(Wirex::IpAddr source) override {
+      if (notifier()->sourceIp().contains(source))
+        sources.insert(source);
+      else
+        sources.erase(source);
+    }
+    std::set<Wirex::IpAddr> sources;
+  };
+
+  Kel::Ptr<OfRecord> record_;
+  Kel::Ptr<OfList> list_;
+};
+
+/// Watches some records for a while; and now and then somebody begins and ceases to trace.
+class PassingWatchers {
+ public:
+  explicit PassingWatchers(std::uint64_t seed) : random_(seed) {}
+
+  void moveOn(AdapterDriver const& driver) {
+    if (random_() % 16 == 0) traces_.switchTo(random_() % 4 == 0);
+    for (Mirror const& mirror : mirrors_) outOfStep_ += mirror.isInStep() ? 0u : 1u;
+    if (random_() % 32 == 0) mirrors_.clear();
+    if (mirrors_.size() > 8) return;
+    for (auto const& [name, host] : driver.hostDir().igmpHost()) {
+      if (random_() % 32 != 0 || host->v3group().empty()) continue;
+      auto const& records = host->v3group();
+      auto const record =
+          records.get(records.keyAt(static_cast<std::uint32_t>(random_() % records.size())));
+      if (record->source()) mirrors_.emplace_back(record);
+      ++watched_;
+    }
+  }
+
+  std::size_t outOfStep() const { return outOfStep_; }
+  std::size_t watched() const { return watched_; }
+
+ private:
+  std::mt19937_64 random_;
+  TracesOfDecisions traces_;
+  std::vector<Mirror> mirrors_;
+  std::size_t outOfStep_ = 0;
+  std::size_t watched_ = 0;
 };
 
 /// IGMPSNOOP_MODEL_EVENTS asks for more events per test than these, never for fewer.
@@ -87,12 +158,26 @@ TEST(AdapterModel, AgreesWhileTracesAreSwitchedOnAndOff) {
   std::mt19937_64 random(1);
   std::size_t played = 0;
   for (std::uint64_t seed = 4'000'001; played < atLeast(200'000); ++seed) {
-    auto const failure = explore(seed, Kind::deep, Perturbation::none, played, [&] {
+    auto const failure = explore(seed, Kind::deep, Perturbation::none, played, [&](auto const&) {
       if (random() % 8 == 0) traces.switchTo(random() % 2 == 0);
     });
     ASSERT_FALSE(failure) << "Seed " << seed << ":\n" << failure->story();
   }
   EXPECT_GT(traces.messages(), 100'000u);
+}
+
+TEST(AdapterModel, AgreesWhileRecordsAreWatchedNowAndThen) {
+  for (Kind const kind : {Kind::deep, Kind::wide}) {
+    PassingWatchers watchers(1);
+    std::size_t played = 0;
+    for (std::uint64_t seed = 5'000'001; played < atLeast(150'000); ++seed) {
+      auto const failure = explore(seed, kind, Perturbation::none, played,
+                                   [&](auto const& driver) { watchers.moveOn(driver); });
+      ASSERT_FALSE(failure) << "Seed " << seed << ":\n" << failure->story();
+    }
+    EXPECT_EQ(watchers.outOfStep(), 0u);
+    EXPECT_GT(watchers.watched(), 1'000u);
+  }
 }
 
 TEST(AdapterModel, EveryKindOfEventOccursOften) {

@@ -90,12 +90,12 @@ std::optional<Failure> replay(std::vector<Event> const& events, Perturbation per
 
 std::optional<Failure> explore(std::uint64_t seed, EventGenerator::Kind kind,
                                Perturbation perturbation, std::size_t& played,
-                               std::function<void()> const& beforeEach) {
+                               std::function<void(AdapterDriver const&)> const& beforeEach) {
   EventGenerator generator(seed, kind);
   Play play(perturbation);
   bool goesOn = true;
   for (int left = generator.length(); goesOn && left > 0; --left) {
-    beforeEach();
+    beforeEach(play.driver());
     goesOn = play.goesOn(generator.next(play.driver()));
   }
   played += play.length();

@@ -29,7 +29,7 @@ std::optional<Failure> replay(std::vector<Event> const& events, Perturbation per
 /// @param beforeEach is called before each event
 std::optional<Failure> explore(
     std::uint64_t seed, EventGenerator::Kind kind, Perturbation perturbation, std::size_t& played,
-    std::function<void()> const& beforeEach = [] {});
+    std::function<void(AdapterDriver const&)> const& beforeEach = [](auto const&) {});
 
 /// Delta debugging: leaves events out, first in chunks, then one by one, and then what the
 /// remaining ones carry, as long as there is still a difference.

@@ -1,0 +1,231 @@
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "proxy/ProxyAdapterSm.h"
+#include "tests/proxy/SnoopedVlan.h"
+#include "tests/proxy/TraceCapture.h"
+
+namespace Bridging::IgmpSnooping::Proxy::Testing {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+/// Hosts whose ports are no members share a group's record as long as nobody could tell.
+class SharedRecord : public SnoopedVlan {
+ protected:
+  SharedRecord() {
+    for (auto const* const name : {"up1", "up2", "up3"}) proxyOn(name);
+    reporter.include({s1});
+    publish();
+  }
+
+  /// The record without a look that would be noticed.
+  Igmp::IgmpV3GroupRecord const* peek(char const* name) const {
+    return host(name)->v3group().peek(g1);
+  }
+
+  Reporter const reporter = port("swp1").reports(g1);
+};
+
+/// Writes down what it hears of a record and of its list.
+class Listener {
+ public:
+  explicit Listener(Kel::Ptr<Igmp::IgmpV3GroupRecord> const& record)
+      : record_(Kel::make<OfRecord>(record, heard)),
+        list_(Kel::make<OfList>(record->source(), heard)) {}
+
+  std::vector<std::string> heard;
+
+ private:
+  struct OfRecord : Igmp::IgmpV3GroupRecord::NotifieeConst {
+    OfRecord(Kel::Ptr<Igmp::IgmpV3GroupRecord const> record, std::vector<std::string>& heard)
+        : heard_(heard) {
+      NotifieeConst::watch(std::move(record));
+    }
+    void onFilterMode() override { heard_.emplace_back("mode"); }
+    void onSource() override { heard_.emplace_back("list"); }
+    std::vector<std::string>& heard_;
+  };
+  struct OfList : Igmp::IgmpV3HostGroupSourceList::NotifieeConst {
+    OfList(Kel::Ptr<Igmp::IgmpV3HostGroupSourceList const> list, std::vector<std::string>& heard)
+        : heard_(heard) {
+      NotifieeConst::watch(std::move(list));
+    }
+    void onSourceIp(IpAddr source) override {
+      std::ostringstream text;
+      text << (notifier()->sourceIp().contains(source) ? "+" : "-") << source;
+      heard_.push_back(text.str());
+    }
+    std::vector<std::string>& heard_;
+  };
+
+  Kel::Ptr<OfRecord> record_;
+  Kel::Ptr<OfList> list_;
+};
+
+TEST_F(SharedRecord, IsOneForAllHostsWithoutListeners) {
+  ASSERT_NE(peek("up1"), nullptr);
+  EXPECT_EQ(peek("up1"), peek("up2"));
+  EXPECT_EQ(peek("up1"), peek("up3"));
+}
+
+TEST_F(SharedRecord, MemberPortHasItsOwn) {
+  proxyOn("swp1");
+  port("swp2").reports(g1).include({s2});
+  publish();
+  EXPECT_NE(peek("swp1"), peek("up1"));
+  EXPECT_EQ(record("swp1"), including({s2}));
+  EXPECT_EQ(record("up1"), including({s1, s2}));
+}
+
+TEST_F(SharedRecord, HostThatIsLookedAtGetsItsOwnWithTheSameContent) {
+  auto const* const shared = peek("up2");
+  auto const own = host("up1")->v3group(g1);
+  EXPECT_NE(own.get(), shared);
+  EXPECT_EQ(host("up1")->v3group(g1), own);
+  EXPECT_EQ(peek("up2"), shared);
+  EXPECT_EQ(record("up1"), including({s1}));
+  EXPECT_EQ(own->group(), g1);
+}
+
+TEST_F(SharedRecord, WalkOverAHostsRecordsIsALook) {
+  for (auto const& [address, record] : host("up1")->v3group()) EXPECT_NE(record.get(), peek("up2"));
+  for (auto const& [address, record] : host("up1")->v3group()) EXPECT_EQ(record.get(), peek("up1"));
+}
+
+TEST_F(SharedRecord, WritingALookedAtRecordLeavesTheOthers) {
+  host("up1")->v3group(g1)->sourceIs()->sourceIpIs(s4, 1);
+  host("up2")->v3groupIs(g1)->filterModeIs(RecordType::modeIsExclude);
+  EXPECT_EQ(record("up1"), including({s1, s4}));
+  EXPECT_EQ(record("up2"), excluding({s1}));
+  EXPECT_EQ(record("up3"), including({s1}));
+}
+
+TEST_F(SharedRecord, HeldRecordIsTheOneThatIsWritten) {
+  auto const held = host("up1")->v3group(g1);
+  reporter.include({s2, s3});
+  publish();
+  EXPECT_EQ(host("up1")->v3group(g1), held);
+  EXPECT_EQ(held->source()->sourceIp().size(), 2u);
+}
+
+TEST_F(SharedRecord, HeldListIsTheOneThatIsWritten) {
+  auto const held = host("up1")->v3group(g1)->source();
+  reporter.include({s2, s3});
+  publish();
+  EXPECT_EQ(host("up1")->v3group(g1)->source(), held);
+  EXPECT_TRUE(held->sourceIp().contains(s2));
+}
+
+TEST_F(SharedRecord, WatcherHearsEachChangeInItsOrder) {
+  Listener const listener(host("up1")->v3group(g1));
+  reporter.include({s2});
+  publish();
+  EXPECT_THAT(listener.heard, ElementsAre("-192.0.2.1", "+192.0.2.2"));
+}
+
+TEST_F(SharedRecord, WatcherHearsOfAnUnchangedRecordWrittenAnew) {
+  Listener const listener(host("up1")->v3group(g1));
+  group()->igmpHostChangedIs(true);
+  publish();
+  EXPECT_THAT(listener.heard, ElementsAre("-192.0.2.1", "+192.0.2.1"));
+}
+
+TEST_F(SharedRecord, RecordThatNobodyHoldsAnyMoreIsSharedAgain) {
+  { Listener const listener(host("up1")->v3group(g1)); }
+  EXPECT_NE(peek("up1"), peek("up2"));
+  reporter.include({s2});
+  publish();
+  EXPECT_EQ(peek("up1"), peek("up2"));
+  EXPECT_EQ(record("up1"), including({s2}));
+}
+
+TEST_F(SharedRecord, HeldRecordStaysWhenItsPortBecomesAMember) {
+  auto const held = host("up1")->v3group(g1);
+  port("up1").reports(g1).include({s2});
+  publish();
+  EXPECT_EQ(host("up1")->v3group(g1), held);
+  EXPECT_EQ(record("up1"), including({s1}));
+  EXPECT_EQ(record("up2"), including({s1, s2}));
+}
+
+TEST_F(SharedRecord, HostThatComesLaterSharesToo) {
+  proxyOn("up4");
+  EXPECT_EQ(peek("up4"), peek("up1"));
+}
+
+TEST_F(SharedRecord, HostThatLostItsKeyKeepsNothingAndDisturbsNobody) {
+  config->hostKeyDel(key("up2"));
+  EXPECT_TRUE(host("up2")->v3group().empty());
+  EXPECT_EQ(record("up1"), including({s1}));
+}
+
+TEST_F(SharedRecord, HostThatIsOutOfReachKeepsWhatItHad) {
+  auto const away = host("up2");
+  hosts->igmpHostDel(key("up2").stringvalue());
+  reporter.include({s2});
+  publish();
+  EXPECT_EQ(away->v3group(g1)->source()->sourceIp().size(), 1u);
+  EXPECT_TRUE(away->v3group(g1)->source()->sourceIp().contains(s1));
+}
+
+TEST_F(SharedRecord, WatchedHostHearsOfRecordsThatComeAndGo) {
+  struct Watcher : Igmp::IgmpHost::NotifieeConst {
+    explicit Watcher(Kel::Ptr<Igmp::IgmpHost const> host) { watch(std::move(host)); }
+    void onV3group(IpAddr address) override {
+      heard.emplace_back(notifier()->v3group().contains(address) ? "comes" : "goes");
+    }
+    std::vector<std::string> heard;
+  };
+  auto const watcher = Kel::make<Watcher>(host("up1"));
+  port("swp1").reports(g2).include({s1});
+  publish();
+  EXPECT_THAT(watcher->heard, ElementsAre("comes"));
+  EXPECT_EQ(host("up1")->v3group().peek(g2), host("up2")->v3group().peek(g2));
+  Reporter(snooped("swp1", r1, g2)).include({});
+  publish();
+  EXPECT_THAT(watcher->heard, ElementsAre("comes", "goes"));
+  group(g2)->igmpHostChangedIs(true);
+  publish();
+  EXPECT_THAT(watcher->heard, ElementsAre("comes", "goes", "comes", "goes"))
+      << "a record that nobody wants is made and removed";
+}
+
+TEST_F(SharedRecord, WatcherThatRemovesANewRecordIsHeeded) {
+  struct Remover : Igmp::IgmpHost::NotifieeConst {
+    explicit Remover(Kel::Ptr<Igmp::IgmpHost> host) : host_(host) { watch(std::move(host)); }
+    void onV3group(IpAddr address) override { host_->v3groupDel(address); }
+    Kel::Ptr<Igmp::IgmpHost> host_;
+  };
+  auto const remover = Kel::make<Remover>(host("up1"));
+  port("swp1").reports(g2).include({s1});
+  publish();
+  EXPECT_FALSE(host("up1")->v3group().contains(g2));
+  EXPECT_TRUE(host("up2")->v3group().contains(g2));
+}
+
+TEST_F(SharedRecord, TracedUpdatesWriteEachHostsOwn) {
+  {
+    TraceCapture const trace({4});
+    reporter.include({s2});
+    publish();
+  }
+  EXPECT_NE(peek("up1"), peek("up2"));
+  for (auto const* const name : {"up1", "up2", "up3"}) EXPECT_EQ(record(name), including({s2}));
+}
+
+TEST_F(SharedRecord, FollowsARenewedRecordOfTheGroup) {
+  group()->recordDel();
+  group()->recordIs()->includeIs(s4, 1);
+  group()->igmpHostChangedIs(true);
+  publish();
+  EXPECT_EQ(record("up1"), including({s4}));
+}
+
+}  // namespace
+}  // namespace Bridging::IgmpSnooping::Proxy::Testing
