@@ -98,7 +98,7 @@ class Metrics final : public Answer {
     void (Metrics::*ofAll)(Family&) const;
   };
 
-  static std::array<Description, 17> const families;
+  static std::array<Description, 18> const families;
 
   /// The samples of one VLAN, or a whole family.
   void advanceFamily(std::string& out) {
@@ -253,6 +253,11 @@ class Metrics final : public Answer {
       family.sample({{"interface", text(intf)}}, pam->counters().*Counter);
   }
 
+  void deaf(Family& family) const {
+    for (auto const& [intf, pam] : switch_.snooping().ethDevPamCol()->intfPam())
+      family.sample({{"interface", text(intf)}}, pam->deafness().empty() ? 0 : 1);
+  }
+
   void clients(Family& family) const { family.sample({}, clients_.clients()); }
 
   void connections(Family& family) const {
@@ -281,7 +286,7 @@ class Metrics final : public Answer {
   unsigned nextVlan_ = VlanId::min;
 };
 
-std::array<Metrics::Description, 17> const Metrics::families{{
+std::array<Metrics::Description, 18> const Metrics::families{{
     {Family::Type::gauge, "groups", "Groups with listeners.", &Metrics::groups, nullptr},
     {Family::Type::gauge, "memberships", "Memberships, one for each reporter of each group.",
      &Metrics::memberships, nullptr},
@@ -304,6 +309,8 @@ std::array<Metrics::Description, 17> const Metrics::families{{
      &Metrics::device<&Interface::EthDevPam::Counters::received>},
     {Family::Type::counter, "frames_dropped", "Frames that the kernel dropped for want of speed.",
      nullptr, &Metrics::device<&Interface::EthDevPam::Counters::receiveDropped>},
+    {Family::Type::gauge, "device_deaf", "Whether the interface's device could not be opened.",
+     nullptr, &Metrics::deaf},
     {Family::Type::gauge, "clients", "Clients that the control socket serves.", nullptr,
      &Metrics::clients},
     {Family::Type::counter, "connections", "Clients of the control socket so far.", nullptr,

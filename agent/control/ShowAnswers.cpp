@@ -174,6 +174,9 @@ class InterfacesListing final : public Listing {
     object["carrier"] = state.carrier;
     object["forwarding"] = state.forwarding;
     object["blocked"] = interface.blocked || !state.operational();
+    auto const device = theSwitch().snooping().ethDevPamCol()->intfPam(interface.intfId);
+    if (std::string const why = device ? device->deafness() : ""; !why.empty())
+      object["deaf"] = why;
     object["direction"] = message(interface.direction);
     object["mtu"] = state.mtu;
     Json& vlans = object["vlan"] = Json::array();

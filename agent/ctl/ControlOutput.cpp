@@ -165,7 +165,8 @@ std::string stateOf(Json const& interface) {
   if (!interface.value("present", false)) return "absent";
   if (!interface.value("carrier", false)) return "no carrier";
   if (!interface.value("forwarding", false)) return "not forwarding";
-  return interface.value("blocked", false) ? "blocked" : "up";
+  if (interface.value("blocked", false)) return "blocked";
+  return interface.contains("deaf") ? "deaf" : "up";
 }
 
 void printInterfaces(std::ostream& out, Json const& interfaces) {
@@ -179,6 +180,9 @@ void printInterfaces(std::ostream& out, Json const& interfaces) {
                cell(interface, "mtu"), vlans.empty() ? nothing : vlans});
   }
   table.print(out);
+  for (Json const& interface : interfaces)
+    if (interface.contains("deaf"))
+      out << cell(interface, "name") << " is deaf: " << cell(interface, "deaf") << '\n';
 }
 
 void printGroups(std::ostream& out, Json const& groups) {

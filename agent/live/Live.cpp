@@ -72,7 +72,9 @@ Live::Live(LiveCommand const& command, Configuration configuration,
     : configurationName_(command.configuration),
       loop_(Kel::make<Horix::TimerWheel>(Kel::make<Horix::MonotonicClock>())),
       signals_(loop_, [this](int signal) { handleSignal(signal); }),
-      devices_((raiseDescriptorLimit(), traceToLog(command.traces), loop_)),
+      helpers_((raiseDescriptorLimit(), traceToLog(command.traces),
+                std::make_shared<Interface::SocketHelpers>(loop_))),
+      devices_(loop_, helpers_),
       switch_(std::move(configuration), loop_),
       state_(keeperOf(command.state, switch_, loop_, handover)),
       routerLog_(loop_.timerWheel()),
@@ -83,6 +85,7 @@ Live::Live(LiveCommand const& command, Configuration configuration,
       control_(loop_, switch_, withSocketsOf(handover, command.control)),
       arguments_(command.arguments),
       restart_(loop_, arguments_, [this](std::string const& path) { replaceProgram(path); }) {
+  helpers_->await();
   loop_.busyPollsIs(command.busyPoll);
   if (!command.metrics.empty())
     metrics_ = std::make_unique<MetricsServer>(loop_, switch_, control_, command.metrics);

@@ -21,6 +21,7 @@
 #include "agent/state/StateKeeper.h"
 #include "platform/horix/EventLoop.h"
 #include "platform/interface/SocketEthDevPams.h"
+#include "platform/interface/SocketHelpers.h"
 
 namespace Agent {
 
@@ -62,6 +63,7 @@ class Live {
   Signals signals_;
   unsigned terminations_ = 0;  // signals so far
   std::set<Wirex::IntfId> warnedOf_;
+  std::shared_ptr<Interface::SocketHelpers> helpers_;
   Interface::SocketEthDevPams devices_;
   Switch switch_;
   std::unique_ptr<StateKeeper> state_;  // null if nothing is kept

@@ -34,6 +34,7 @@ class Switch:
         self.cpu = None  # or the processor that the agent has to itself
         self._home = pathlib.Path("/run") / f"igmpsnoopd-{name}"
         self._home.mkdir(exist_ok=True)
+        self.control = self._home / "control"
         self._log = open(log / f"{name}.log", "w+", encoding="utf-8")
         self._process = None
         self._configuration = []
@@ -136,7 +137,7 @@ class Switch:
                    ["taskset", "-c", str(self.cpu)])
             self._process = self.namespace.start(
                 [*pin, self._programs / "igmpsnoopd", "live", "--config", self._file(),
-                 "--control", self._home / "control", "--metrics", self._home / "metrics",
+                 "--control", self.control, "--metrics", self._home / "metrics",
                  *self.options],
                 stdout=self._log, stderr=self._log,
                 env={**os.environ, "NOTIFY_SOCKET": str(notify)})
@@ -185,7 +186,7 @@ class Switch:
     def ask(self, command):
         """What igmpsnoopctl answers, as JSON."""
         return json.loads(subprocess.run(
-            [self._programs / "igmpsnoopctl", "--socket", self._home / "control",
+            [self._programs / "igmpsnoopctl", "--socket", self.control,
              *command.split(), "-j"], check=True, text=True, timeout=10,
             stdout=subprocess.PIPE, stderr=self._log).stdout)
 

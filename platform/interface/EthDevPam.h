@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <utility>
 
 #include "framework/entities/DeviceIntfStatus.h"
@@ -30,7 +31,7 @@ class KEL_EXPORT EthDevPam : public Wirex::Pam {
     std::uint64_t received = 0;
     std::uint64_t sent = 0;
     std::uint64_t receiveDropped = 0;    ///< by the kernel, because we were too slow
-    std::uint64_t receiveTruncated = 0;  ///< longer than the buffer, and therefore ignored
+    std::uint64_t receiveTruncated = 0;  ///< longer than packets may be, and therefore ignored
     std::uint64_t receiveFailed = 0;     ///< errors that the device reported
     std::uint64_t sendDropped = 0;       ///< frames that could not be sent
   };
@@ -45,6 +46,9 @@ class KEL_EXPORT EthDevPam : public Wirex::Pam {
 
   /// What has happened so far.
   virtual Counters counters() const = 0;
+
+  /// Why nothing can be heard here, and what to do; empty if something can.
+  virtual std::string deafness() const { return {}; }
 
  protected:
   /// Null once that is gone.

@@ -8,7 +8,6 @@
 #include <linux/filter.h>
 #include <linux/if_packet.h>
 #include <sys/mman.h>
-#include <system_error>
 
 #include "platform/wirex/PktManager.h"
 
@@ -34,8 +33,19 @@ constexpr std::size_t slots = blocks * slotsPerBlock;
 static_assert(slots == PacketSocket::mostWaiting);
 constexpr std::size_t ringSize = slots * slotSize;
 
+// For as many long frames as the ring has slots. The administrator's limit (net.core.rmem_max) may
+// allow for less.
+constexpr int queueSize = 8 << 20;  // bytes
+
 [[noreturn]] void fail(char const* call) {
-  throw std::system_error(errno, std::generic_category(), call);
+  throw FailedCall(call, errno);
+}
+
+unsigned indexOf(IntfStatusAndDeviceName const& device, SystemCalls& system) {
+  if (device.deviceIndex != 0) return device.deviceIndex;
+  unsigned const index = system.if_nametoindex(device.deviceName.c_str());
+  if (index == 0) fail("if_nametoindex");
+  return index;
 }
 
 template <class Value>
@@ -60,40 +70,40 @@ struct PacketSocket::Slot {
   }
 };
 
-PacketSocket::PacketSocket(SystemCalls& system, unsigned interfaceIndex,
-                           EthDevSettings const& settings)
-    : system_(system), bufferSize_(settings.bufferSize) {
-  try {
-    open(interfaceIndex, settings);
-  } catch (...) {
-    close();
-    throw;
-  }
-}
-
-PacketSocket::~PacketSocket() {
+void PacketSocket::open(IntfStatusAndDeviceName const& device, EthDevSettings const& settings) try {
+  tryToOpen(device, settings);
+} catch (...) {
   close();
+  throw;
 }
 
 // The socket has no protocol until the end, and so receives nothing before it is set up: no frame
 // can get past the filter.
-void PacketSocket::open(unsigned interfaceIndex, EthDevSettings const& settings) {
+void PacketSocket::tryToOpen(IntfStatusAndDeviceName const& device,
+                             EthDevSettings const& settings) {
+  bufferSize_ = settings.bufferSize;
+  unsigned const index = indexOf(device, system_);
   descriptor_ = system_.socket(AF_PACKET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   if (descriptor_ < 0) fail("socket");
-
-  if (!settings.filter.empty()) {
-    // The kernel does not write to the program.
-    auto* const program =
-        reinterpret_cast<sock_filter*>(const_cast<BpfInstruction*>(settings.filter.data()));
-    sock_fprog const filter{static_cast<unsigned short>(settings.filter.size()), program};
-    setOption(system_, descriptor_, SOL_SOCKET, SO_ATTACH_FILTER, filter, "SO_ATTACH_FILTER");
-  }
-
+  if (!settings.filter.empty()) attachFilter(settings.filter);
   // Spares the kernel to run the filter for every frame that we send.
   setOption(system_, descriptor_, SOL_PACKET, PACKET_IGNORE_OUTGOING, int{1},
             "PACKET_IGNORE_OUTGOING");
+  makeRing();
+  bind(static_cast<int>(index), settings.protocol);
+}
+
+void PacketSocket::attachFilter(SocketFilter const& filter) {
+  // The kernel does not write to the program.
+  auto* const program = reinterpret_cast<sock_filter*>(const_cast<BpfInstruction*>(filter.data()));
+  sock_fprog const option{static_cast<unsigned short>(filter.size()), program};
+  setOption(system_, descriptor_, SOL_SOCKET, SO_ATTACH_FILTER, option, "SO_ATTACH_FILTER");
+}
+
+void PacketSocket::makeRing() {
   setOption(system_, descriptor_, SOL_PACKET, PACKET_VERSION, int{TPACKET_V2}, "PACKET_VERSION");
   setOption(system_, descriptor_, SOL_PACKET, PACKET_COPY_THRESH, int{1}, "PACKET_COPY_THRESH");
+  setOption(system_, descriptor_, SOL_SOCKET, SO_RCVBUF, queueSize, "SO_RCVBUF");
   tpacket_req ring{};
   ring.tp_block_size = slotsPerBlock * slotSize;
   ring.tp_block_nr = blocks;
@@ -104,24 +114,34 @@ void PacketSocket::open(unsigned interfaceIndex, EthDevSettings const& settings)
       system_.mmap(nullptr, ringSize, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor_, 0);
   if (mapped == MAP_FAILED) fail("mmap");
   ring_ = static_cast<std::uint8_t*>(mapped);
+}
 
+void PacketSocket::bind(int interfaceIndex, std::uint16_t protocol) {
   packet_mreq everyGroup{};
-  everyGroup.mr_ifindex = static_cast<int>(interfaceIndex);
+  everyGroup.mr_ifindex = interfaceIndex;
   everyGroup.mr_type = PACKET_MR_ALLMULTI;
   setOption(system_, descriptor_, SOL_PACKET, PACKET_ADD_MEMBERSHIP, everyGroup,
             "PACKET_ADD_MEMBERSHIP");
 
   sockaddr_ll address{};
   address.sll_family = AF_PACKET;
-  address.sll_protocol = htons(settings.protocol);
-  address.sll_ifindex = static_cast<int>(interfaceIndex);
+  address.sll_protocol = htons(protocol);
+  address.sll_ifindex = interfaceIndex;
   if (system_.bind(descriptor_, reinterpret_cast<sockaddr const*>(&address), sizeof address) < 0)
     fail("bind");
+  interfaceIndex_ = interfaceIndex;
 }
 
 void PacketSocket::close() noexcept {
-  if (ring_) system_.munmap(ring_, ringSize);
-  if (descriptor_ >= 0) system_.close(descriptor_);
+  if (ring_) system_.munmap(std::exchange(ring_, nullptr), ringSize);
+  if (descriptor_ >= 0) system_.close(std::exchange(descriptor_, -1));
+}
+
+bool PacketSocket::isBound() const {
+  sockaddr_ll address{};
+  socklen_t size = sizeof address;
+  return system_.getsockname(descriptor_, reinterpret_cast<sockaddr*>(&address), &size) == 0 &&
+         address.sll_ifindex == interfaceIndex_;
 }
 
 PacketSocket::Slot PacketSocket::slot() const noexcept {
@@ -130,16 +150,19 @@ PacketSocket::Slot PacketSocket::slot() const noexcept {
 }
 
 std::optional<Wirex::Pkt::PtrConst> PacketSocket::receive() {
-  Slot const next = slot();
-  if ((next.status() & TP_STATUS_USER) == 0) return std::nullopt;
-  auto pkt = receiveFrom(next);
-  next.giveBack();
-  nextSlot_ = (nextSlot_ + 1) % slots;
-  return pkt;
+  while (true) {
+    Slot const next = slot();
+    if ((next.status() & TP_STATUS_USER) == 0) return std::nullopt;
+    auto pkt = receiveFrom(next);
+    next.giveBack();
+    nextSlot_ = (nextSlot_ + 1) % slots;
+    if (pkt) return pkt;
+    ++lost_;
+  }
 }
 
 // The kernel takes the first VLAN tag out of every frame and tells it beside the frame.
-Wirex::Pkt::PtrConst PacketSocket::receiveFrom(Slot const& slot) {
+std::optional<Wirex::Pkt::PtrConst> PacketSocket::receiveFrom(Slot const& slot) {
   tpacket2_hdr const& header = slot.header;
   std::uint32_t const status = slot.status();
   bool const queued = (status & TP_STATUS_COPY) != 0;
@@ -148,10 +171,12 @@ Wirex::Pkt::PtrConst PacketSocket::receiveFrom(Slot const& slot) {
   std::size_t const tagSize = tagged ? vlanTagSize : 0;
 
   std::size_t const longest = std::min(bufferSize_, Wirex::PktManager::instance().bufferSize());
-  if (untaggedSize + tagSize > longest || (!queued && header.tp_snaplen < untaggedSize)) {
+  if (untaggedSize + tagSize > longest) {
     if (queued) receiveQueued({}, {});
     return nullptr;
   }
+  if (!queued && header.tp_mac + untaggedSize > slotSize) return std::nullopt;
+  if (!queued && header.tp_snaplen < untaggedSize) return nullptr;
   auto const pkt = Wirex::Pkt::PktIs(untaggedSize + tagSize);
   auto const frame = pkt->bytes();
   auto const beforeTag = frame.first(tagged ? etherTypeOffset : 0);
@@ -161,7 +186,7 @@ Wirex::Pkt::PtrConst PacketSocket::receiveFrom(Slot const& slot) {
     std::copy_n(content, beforeTag.size(), beforeTag.begin());
     std::copy_n(content + beforeTag.size(), afterTag.size(), afterTag.begin());
   } else if (!receiveQueued(beforeTag, afterTag)) {
-    return nullptr;
+    return std::nullopt;
   }
   if (tagged) {
     bool const typeIsKnown = (status & TP_STATUS_VLAN_TPID_VALID) != 0;
@@ -204,7 +229,7 @@ std::uint32_t PacketSocket::takeDropped() {
   tpacket_stats statistics{};
   socklen_t size = sizeof statistics;
   system_.getsockopt(descriptor_, SOL_PACKET, PACKET_STATISTICS, &statistics, &size);
-  return statistics.tp_drops;
+  return statistics.tp_drops + std::exchange(lost_, 0);
 }
 
 int PacketSocket::takeError() {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <optional>
 #include <span>
 #include <utility>
@@ -10,6 +11,21 @@
 #include "platform/interface/SystemCalls.h"
 
 namespace Interface {
+
+/// A system call that failed. Takes no memory, which may be what has run out.
+class KEL_EXPORT FailedCall final : public std::exception {
+ public:
+  /// @param call its name, which outlives this.
+  FailedCall(char const* call, int error) noexcept : call_(call), error_(error) {}
+
+  char const* what() const noexcept override { return call_; }
+  /// As in errno(3).
+  int error() const noexcept { return error_; }
+
+ private:
+  char const* call_;
+  int error_;
+};
 
 /// A packet socket (packet(7)) on one interface. Frames come through a ring that is shared with
 /// the kernel, one at a time and without a system call; those too long for the ring's slots come
@@ -23,20 +39,27 @@ class KEL_EXPORT PacketSocket {
   /// through the queue.
   static constexpr std::size_t mostWaiting = 512;
 
-  /// Throws std::system_error, with the call that failed.
-  /// @param interfaceIndex the kernel's number of the interface.
-  PacketSocket(SystemCalls& system, unsigned interfaceIndex, EthDevSettings const& settings);
+  explicit PacketSocket(SystemCalls& system) noexcept : system_(system) {}
   PacketSocket(PacketSocket const&) = delete;
   PacketSocket& operator=(PacketSocket const&) = delete;
-  ~PacketSocket();
+  ~PacketSocket() { close(); }
+
+  /// These two wait in the kernel, and allocate nothing: any thread may call them while no other
+  /// one uses the socket. Throws FailedCall, and then nothing is open.
+  void open(IntfStatusAndDeviceName const& device, EthDevSettings const& settings);
+  void close() noexcept;
 
   int descriptor() const noexcept { return descriptor_; }
 
-  /// The next frame that came in, as it was on the wire; null in the place of one that is not
-  /// there as a whole. Nothing if none came.
+  /// Whether the interface is still the one on which it was opened. One that was deleted lets go
+  /// of its sockets, and one that is made again under its number does not take them up.
+  bool isBound() const;
+
+  /// The next frame that came in, as it was on the wire; null in the place of one that is longer
+  /// than packets may be, or cut by the filter. Nothing if none came.
   std::optional<Wirex::Pkt::PtrConst> receive();
 
-  /// How many frames the kernel has dropped since the last call.
+  /// How many frames were lost since the last call, because the ring or the queue was full.
   std::uint32_t takeDropped();
 
   /// The error that the interface reported, 0 if it did not; with that it is forgotten.
@@ -51,11 +74,14 @@ class KEL_EXPORT PacketSocket {
  private:
   struct Slot;
 
-  void open(unsigned interfaceIndex, EthDevSettings const& settings);
-  void close() noexcept;
+  void tryToOpen(IntfStatusAndDeviceName const& device, EthDevSettings const& settings);
+  void attachFilter(SocketFilter const& filter);
+  void makeRing();
+  void bind(int interfaceIndex, std::uint16_t protocol);
 
   Slot slot() const noexcept;
-  Wirex::Pkt::PtrConst receiveFrom(Slot const& slot);
+  /// Nothing if the frame was lost, null if it is too long.
+  std::optional<Wirex::Pkt::PtrConst> receiveFrom(Slot const& slot);
   bool receiveQueued(Wirex::WritableBytes beforeTag, Wirex::WritableBytes afterTag);
   template <class Call>
   auto beyondReportedError(Call call);
@@ -64,7 +90,9 @@ class KEL_EXPORT PacketSocket {
   int descriptor_ = -1;
   std::uint8_t* ring_ = nullptr;
   std::size_t nextSlot_ = 0;
-  std::size_t bufferSize_;
+  std::size_t bufferSize_ = 0;
+  std::uint32_t lost_ = 0;
+  int interfaceIndex_ = 0;
   int metError_ = 0;
 };
 

@@ -1,7 +1,10 @@
 #include "platform/interface/SocketEthDevPam.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <system_error>
 #include <utility>
 
 #include "framework/kel/Activity.h"
@@ -13,16 +16,38 @@ KEL_TRACE_MODULE("Interface::EthDevPam", "SocketEthDevPam")
 
 namespace Interface {
 
+using namespace std::chrono_literals;
+
 namespace {
 
 // So many packets wait for a socket that is full.
 constexpr std::size_t mostUnsent = 1024;
 
-unsigned indexOf(IntfStatusAndDeviceName const& device, SystemCalls& system) {
-  if (device.deviceIndex != 0) return device.deviceIndex;
-  unsigned const index = system.if_nametoindex(device.deviceName.c_str());
-  if (index == 0) throw std::system_error(errno, std::generic_category(), "if_nametoindex");
-  return index;
+constexpr auto firstPause = 200ms;  // by then it is known whether the interface has gone
+constexpr auto longestPause = 30s;
+
+/// An interface that has gone is not missed: it may be made again at the moment.
+bool isGone(int error) {
+  return error == ENODEV || error == ENXIO;
+}
+
+char const* remedy(int error) {
+  switch (error) {
+    case EPERM:
+    case EACCES:
+      return "; packet sockets need the capability CAP_NET_RAW";
+    case EMFILE:
+    case ENFILE:
+      return "; each device needs a descriptor, so raise the limit of open files";
+    case ENOMEM:
+    case ENOBUFS:
+      return "; each device needs a megabyte of memory that cannot be swapped";
+    case ENODEV:
+    case ENXIO:
+      return "; see 'ip link' for the devices that there are";
+    default:
+      return "";
+  }
 }
 
 }  // namespace
@@ -30,7 +55,7 @@ unsigned indexOf(IntfStatusAndDeviceName const& device, SystemCalls& system) {
 class SocketEthDevPam::Input final : public Horix::EventLoop::Watch {
  public:
   Input(Horix::EventLoop& loop, SocketEthDevPam& pam)
-      : Watch(loop, pam.socket_.descriptor()), pam_(pam) {}
+      : Watch(loop, pam.socket_->descriptor()), pam_(pam) {}
 
   using Watch::shareIsUsed;
   using Watch::tookInput;
@@ -75,29 +100,104 @@ class SocketEthDevPam::KelOutbox final : public Outbox::NotifieeConst {
   SocketEthDevPam* pam_;
 };
 
-SocketEthDevPam::SocketEthDevPam(Horix::EventLoop& loop, SystemCalls& system,
+class SocketEthDevPam::Retry final : public Horix::Timer {
+ public:
+  explicit Retry(SocketEthDevPam& pam) : pam_(pam) {}
+
+ private:
+  void onExpiry() override { pam_.open(); }
+
+  SocketEthDevPam& pam_;
+};
+
+SocketEthDevPam::SocketEthDevPam(Horix::EventLoop& loop, std::shared_ptr<SocketOpener> opener,
                                  Wirex::IntfId const& intfId, IntfStatusAndDeviceName const& device,
                                  EthDevSettings const& settings)
     : EthDevPam(intfId, device, settings),
-      socket_(system, indexOf(device, system), settings),
+      loop_(loop),
+      opener_(std::move(opener)),
+      retry_(std::make_unique<Retry>(*this)),
       outbox_(Kel::make<Outbox>()),
-      kelOutbox_(Kel::make<KelOutbox>(outbox_, this)),
-      input_(std::make_unique<Input>(loop, *this)) {}
+      kelOutbox_(Kel::make<KelOutbox>(outbox_, this)) {
+  open();
+}
 
 SocketEthDevPam::~SocketEthDevPam() {
   kelOutbox_->kelDoZombieReactors(true);
+  if (socket_ && !unsent_.empty()) send();
+  closeSocket();
+}
+
+void SocketEthDevPam::open() {
+  counters();  // those of the socket go with it
+  closeSocket();
+  if (deafness_.empty()) deafness_ = "the device is being opened";
+  opening_ = opener_->open(device(), settings(), [this](SocketOpener::Result result) {
+    handleOpened(std::move(result));
+  });
+}
+
+void SocketEthDevPam::handleOpened(SocketOpener::Result result) {
+  if (auto const* const failed = std::get_if<FailedCall>(&result))
+    handleFailure(failed->what(), failed->error());
+  else
+    takeUp(std::get<std::unique_ptr<PacketSocket>>(std::move(result)));
+}
+
+void SocketEthDevPam::takeUp(std::unique_ptr<PacketSocket> socket) {
+  socket_ = std::move(socket);
+  try {
+    input_ = std::make_unique<Input>(loop_, *this);
+  } catch (std::system_error const& failed) {
+    closeSocket();
+    handleFailure("epoll_ctl", failed.code().value());
+    return;
+  }
+  if (std::exchange(deafnessIsTold_, false))
+    KEL_TRACE(0, "device " << device().deviceName << " of " << intfId() << " is open now");
+  deafness_.clear();
+  pause_ = 0ms;
   if (!unsent_.empty()) send();
 }
 
+void SocketEthDevPam::handleFailure(char const* call, int error) {
+  bool const isFirst = pause_ == 0ms;
+  deafness_ = std::string("cannot open device ") + device().deviceName.c_str() + ": " + call +
+              ": " + std::strerror(error) + remedy(error);
+  if (isFirst && isGone(error))
+    KEL_TRACE(5, intfId() << ": " << deafness_);
+  else if (!std::exchange(deafnessIsTold_, true))
+    KEL_TRACE(0, intfId() << " is deaf: " << deafness_ << "; tried again with growing pauses");
+  if (!unsent_.empty()) drop(unsent_.size(), error);
+  unsent_.clear();
+  reopenLater();
+}
+
+// Who comes here may be reading from the socket, or writing to it: it is closed later.
+void SocketEthDevPam::reopenLater() {
+  pause_ = std::clamp<Horix::Time>(pause_ * 2, firstPause, longestPause);
+  loop_.timerWheel()->schedule(*retry_, pause_);
+}
+
+void SocketEthDevPam::closeSocket() {
+  input_.reset();
+  socketIsFull_ = false;
+  opener_->close(std::move(socket_));
+}
+
+std::string SocketEthDevPam::deafness() const {
+  return deafness_;
+}
+
 EthDevPam::Counters SocketEthDevPam::counters() const {
-  counters_.receiveDropped += socket_.takeDropped();
+  if (socket_) counters_.receiveDropped += socket_->takeDropped();
   return counters_;
 }
 
 void SocketEthDevPam::handleReady() {
   Kel::Ptr<SocketEthDevPam> const self(this);
   if (socketIsFull_) send();
-  int const error = receive() == 0 ? socket_.takeError() : socket_.takeMetError();
+  int const error = receive() == 0 ? socket_->takeError() : socket_->takeMetError();
   if (error != 0) handleError(error);
 }
 
@@ -106,7 +206,7 @@ std::size_t SocketEthDevPam::receive() {
   std::size_t received = 0;
   bool mayBeLeft = true;
   do {
-    auto const pkt = socket_.receive();
+    auto const pkt = socket_->receive();
     mayBeLeft = pkt.has_value();
     if (!mayBeLeft) break;
     ++received;
@@ -125,19 +225,26 @@ std::size_t SocketEthDevPam::receive() {
 
 void SocketEthDevPam::handleError(int error) {
   ++counters_.receiveFailed;
-  if (std::exchange(lastError_, error) == error) return;
-  KEL_TRACE(5, intfId() << " receives nothing: " << std::strerror(error));
+  if (std::exchange(lastError_, error) != error)
+    KEL_TRACE(5, intfId() << " receives nothing: " << std::strerror(error));
+  if (error != ENETDOWN || retry_->scheduled() || socket_->isBound()) return;
+  deafness_ = "its interface was deleted";
+  reopenLater();
 }
 
 void SocketEthDevPam::outputPktIs(Wirex::Pkt::Ptr pkt) {
   Kel::nonNull(pkt, "Interface::EthDevPam", "outputPkt");
+  if (retry_->scheduled()) {
+    drop(1, ENETDOWN);
+    return;
+  }
   if (unsent_.size() == mostUnsent) {
     ++counters_.sendDropped;
     KEL_TRACE(8, intfId() << " drops a packet: " << unsent_.size() << " wait to be sent");
     return;
   }
   unsent_.push_back(std::move(pkt));
-  if (socketIsFull_) return;
+  if (!socket_ || socketIsFull_) return;
   if (unsent_.size() == PacketSocket::sentAtOnce)
     send();
   else
@@ -145,14 +252,14 @@ void SocketEthDevPam::outputPktIs(Wirex::Pkt::Ptr pkt) {
 }
 
 void SocketEthDevPam::handlePending() {
-  if (!socketIsFull_) send();
+  if (socket_ && !socketIsFull_) send();
 }
 
 void SocketEthDevPam::send() {
   std::size_t done = 0;
   bool full = false;
   while (done < unsent_.size() && !full) {
-    int const sent = socket_.send(std::span(unsent_).subspan(done));
+    int const sent = socket_->send(std::span(unsent_).subspan(done));
     if (sent > 0) {
       counters_.sent += static_cast<std::size_t>(sent);
       done += static_cast<std::size_t>(sent);
@@ -175,7 +282,7 @@ void SocketEthDevPam::send() {
   }
   unsent_.erase(unsent_.begin(), unsent_.begin() + static_cast<std::ptrdiff_t>(done));
   if (full != socketIsFull_) input_->waitsForOutputIs(socketIsFull_ = full);
-  if (int const error = socket_.takeMetError(); error != 0) handleError(error);
+  if (int const error = socket_->takeMetError(); error != 0) handleError(error);
 }
 
 void SocketEthDevPam::drop(std::size_t packets, int error) {

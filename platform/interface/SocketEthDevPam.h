@@ -1,35 +1,48 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "framework/kel/Ptr.h"
 #include "platform/horix/EventLoop.h"
 #include "platform/interface/EthDevPam.h"
-#include "platform/interface/PacketSocket.h"
+#include "platform/interface/SocketOpener.h"
 
 namespace Interface {
 
 /// Packet access through a packet socket that an event loop watches. What is sent leaves at the
 /// end of the batch, so that the packets of one batch share a system call. It stays open when its
-/// interface goes down, and works again when that comes up. The loop and the system calls outlive
-/// it.
+/// interface goes down, and works again when that comes up.
+///
+/// While the socket is being opened, what is to be sent waits. One that cannot be opened, or that
+/// has lost its interface, is opened again, with growing pauses; meanwhile the device is deaf.
 class SocketEthDevPam final : public EthDevPam {
  public:
-  /// Throws std::system_error.
-  SocketEthDevPam(Horix::EventLoop& loop, SystemCalls& system, Wirex::IntfId const& intfId,
-                  IntfStatusAndDeviceName const& device, EthDevSettings const& settings);
+  /// @param loop outlives it.
+  SocketEthDevPam(Horix::EventLoop& loop, std::shared_ptr<SocketOpener> opener,
+                  Wirex::IntfId const& intfId, IntfStatusAndDeviceName const& device,
+                  EthDevSettings const& settings);
   /// What is still to be sent leaves as far as the socket takes it.
   ~SocketEthDevPam() override;
 
   void outputPktIs(Wirex::Pkt::Ptr pkt) override;
 
   Counters counters() const override;
+  std::string deafness() const override;
 
  private:
   class Input;
   class Outbox;
   class KelOutbox;
+  class Retry;
+
+  void open();
+  void handleOpened(SocketOpener::Result result);
+  void takeUp(std::unique_ptr<PacketSocket> socket);
+  void handleFailure(char const* call, int error);
+  void reopenLater();
+  void closeSocket();
 
   void handleReady();
   void handleError(int error);
@@ -40,9 +53,16 @@ class SocketEthDevPam final : public EthDevPam {
   void send();
   void drop(std::size_t packets, int error);
 
-  mutable PacketSocket socket_;  // reading the kernel's statistics resets them
-  mutable Counters counters_;
-  int lastError_ = 0;  // 0 once frames come again
+  Horix::EventLoop& loop_;
+  std::shared_ptr<SocketOpener> opener_;
+  std::unique_ptr<SocketOpener::Request> opening_;
+  std::unique_ptr<PacketSocket> socket_;  // null while it is not open
+  std::unique_ptr<Retry> retry_;
+  Horix::Time pause_{};
+  std::string deafness_;
+  bool deafnessIsTold_ = false;
+  mutable Counters counters_;  // reading the kernel's statistics resets them
+  int lastError_ = 0;          // 0 once frames come again
   std::vector<Wirex::Pkt::Ptr> unsent_;
   bool socketIsFull_ = false;
   Kel::Ptr<Outbox> outbox_;

@@ -23,6 +23,9 @@ class KernelSystemCalls final : public SystemCalls {
   int bind(int socket, sockaddr const* address, socklen_t size) override {
     return ::bind(socket, address, size);
   }
+  int getsockname(int socket, sockaddr* address, socklen_t* size) override {
+    return ::getsockname(socket, address, size);
+  }
   ssize_t recvmsg(int socket, msghdr* message, int flags) override {
     return ::recvmsg(socket, message, flags);
   }

@@ -23,6 +23,7 @@ class KEL_EXPORT SystemCalls {
   virtual int setsockopt(int socket, int level, int option, void const* value, socklen_t size) = 0;
   virtual int getsockopt(int socket, int level, int option, void* value, socklen_t* size) = 0;
   virtual int bind(int socket, sockaddr const* address, socklen_t size) = 0;
+  virtual int getsockname(int socket, sockaddr* address, socklen_t* size) = 0;
   virtual ssize_t recvmsg(int socket, msghdr* message, int flags) = 0;
   virtual int sendmmsg(int socket, mmsghdr* messages, unsigned count, int flags) = 0;
   virtual void* mmap(void* address, std::size_t size, int protection, int flags, int descriptor,

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
@@ -206,7 +207,10 @@ class LiveNetnsTest : public testing::Test {
   }
 
   std::string ofProcess(std::string const& field) const {
-    std::ifstream status("/proc/" + std::to_string(agent->process()) + "/status");
+    return ofStatus("/proc/" + std::to_string(agent->process()) + "/status", field);
+  }
+  static std::string ofStatus(std::string const& fileName, std::string const& field) {
+    std::ifstream status(fileName);
     for (std::string line; std::getline(status, line);)
       if (line.starts_with(field + ":\t")) return line.substr(field.size() + 2);
     return "none";
@@ -485,6 +489,22 @@ TEST_F(LiveNetnsTest, ServesAnInterfaceThatComesAfterItHasChangedItsUser) {
   ASSERT_TRUE(awaitLog("interface swp1 is there\nigmpsnoopd: interface swp1 is up"));
   again.join(group);
   EXPECT_TRUE(router->await(allow(group))) << agent->log();
+}
+
+TEST_F(LiveNetnsTest, ThreadsThatOpenDevicesMayDoNoMoreThanTheProcess) {
+  start();
+  ip(*space, "link set swp1 name swp9");
+  ip(*space, "link set swp9 name swp1");
+  ASSERT_TRUE(awaitLog("interface swp1 is gone\nigmpsnoopd: interface swp1 is there"));
+  std::size_t threads = 0;
+  for (auto const& each :
+       std::filesystem::directory_iterator("/proc/" + std::to_string(agent->process()) + "/task")) {
+    ++threads;
+    EXPECT_EQ(ofStatus(each.path() / "status", "CapPrm"), "0000000000002000");
+    EXPECT_EQ(ofStatus(each.path() / "status", "CapBnd"), "0000000000000000");
+    EXPECT_EQ(ofStatus(each.path() / "status", "NoNewPrivs"), "1");
+  }
+  EXPECT_GT(threads, 1u);
 }
 
 TEST_F(LiveNetnsTest, UserOfTheConfigurationRemovesTheDirectorysSocketInTheEnd) {

@@ -39,6 +39,7 @@ void answer(Value const& value, void* option, socklen_t const* size) {
 
 std::string nameOfOption(int level, int option) {
   if (level == SOL_SOCKET && option == SO_ATTACH_FILTER) return "SO_ATTACH_FILTER";
+  if (level == SOL_SOCKET && option == SO_RCVBUF) return "SO_RCVBUF";
   if (level == SOL_PACKET) {
     switch (option) {
       case PACKET_IGNORE_OUTGOING:
@@ -97,6 +98,11 @@ bool FakeSocket::arrive(Arrival const& arrival) {
   return true;
 }
 
+void FakeSocket::loseInterface() {
+  address.sll_ifindex = -1;
+  error = ENETDOWN;
+}
+
 bool FakeSocket::hasInput() const {
   if (error != 0 || !queue_.empty()) return true;
   if (!ring || slots_.empty()) return false;
@@ -132,6 +138,10 @@ FakeSystemCalls::~FakeSystemCalls() {
 
 bool FakeSystemCalls::fails(std::string const& name) {
   journal.push_back(name);
+  if (int const error = lastingFailures_[name]; error != 0) {
+    errno = error;
+    return true;
+  }
   auto const failure = failures_.find(name);
   if (failure == failures_.end()) return false;
   errno = failure->second;
@@ -199,6 +209,11 @@ int FakeSystemCalls::getsockopt(int socket, int level, int option, void* value, 
 int FakeSystemCalls::bind(int socket, sockaddr const* address, socklen_t size) {
   if (fails("bind")) return -1;
   sockets_.at(socket).address = valueOf<sockaddr_ll>(address, size);
+  return 0;
+}
+
+int FakeSystemCalls::getsockname(int socket, sockaddr* address, socklen_t* size) {
+  answer(sockets_.at(socket).address, address, size);
   return 0;
 }
 

@@ -48,6 +48,9 @@ class FakeSocket {
   /// Returns false if the ring is full.
   bool arrive(Arrival const& arrival);
 
+  /// Its interface is deleted, and may be made again: it is not bound to any.
+  void loseInterface();
+
   /// Whether an event loop sees that it takes output.
   void takesOutputIs(bool takes);
 
@@ -75,6 +78,8 @@ class FakeSystemCalls final : public Interface::SystemCalls {
 
   /// Lets the next call of this name fail, or the next setting of the option of this name.
   void failNext(std::string const& name, int error) { failures_[name] = error; }
+  /// The same with all that come, until it is told 0.
+  void failAll(std::string const& name, int error) { lastingFailures_[name] = error; }
 
   /// The calls, and the names of the options that were set, in order.
   std::vector<std::string> journal;
@@ -94,6 +99,7 @@ class FakeSystemCalls final : public Interface::SystemCalls {
   int setsockopt(int socket, int level, int option, void const* value, socklen_t size) override;
   int getsockopt(int socket, int level, int option, void* value, socklen_t* size) override;
   int bind(int socket, sockaddr const* address, socklen_t size) override;
+  int getsockname(int socket, sockaddr* address, socklen_t* size) override;
   ssize_t recvmsg(int socket, msghdr* message, int flags) override;
   int sendmmsg(int socket, mmsghdr* messages, unsigned count, int flags) override;
   void* mmap(void* address, std::size_t size, int protection, int flags, int descriptor,
@@ -104,6 +110,7 @@ class FakeSystemCalls final : public Interface::SystemCalls {
   bool fails(std::string const& name);
 
   std::map<std::string, int> failures_;
+  std::map<std::string, int> lastingFailures_;
   std::map<int, FakeSocket> sockets_;
 };
 

@@ -1,6 +1,7 @@
 #include <arpa/inet.h>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <malloc.h>
 #include <net/if.h>
@@ -287,11 +288,44 @@ TEST_F(SocketEthDevPamNetnsTest, DeviceThatIsDeletedLeavesTheLoopQuiet) {
   EXPECT_TRUE(loopIsQuiet());
 }
 
-TEST_F(SocketEthDevPamNetnsTest, DeviceThatTheKernelDoesNotHaveIsNotOpened) {
-  TracedAt const traced(0);
-  EXPECT_FALSE(devices->pam(intf, {"none0", 0}, settings()));
-  EXPECT_FALSE(devices->pam(intf, {"none0", 4711}, settings()));
-  EXPECT_THAT(traced.texts(), SizeIs(2));
+TEST_F(SocketEthDevPamNetnsTest, DeviceThatTheKernelDoesNotHaveIsDeaf) {
+  auto const unknown = devices->pam(intf, {"none0", 0}, settings());
+  EXPECT_THAT(unknown->deafness(), testing::HasSubstr("none0"));
+  auto const gone = devices->pam(intf, {"none0", 4711}, settings());
+  EXPECT_THAT(gone->deafness(), testing::HasSubstr("none0"));
+}
+
+TEST_F(SocketEthDevPamNetnsTest, InterfaceThatReturnsUnderItsNumberIsHeardAgain) {
+  auto const pam = open();
+  auto const receiver = recorder(pam);
+  auto const index = cable->nearIndex();
+  cable->unplug();
+  cable->plug(index);
+  ASSERT_EQ(cable->nearIndex(), index);
+  ASSERT_TRUE(await([&] { return !pam->deafness().empty(); }));
+  ASSERT_TRUE(await([&] { return pam->deafness().empty(); }));
+  FarEnd const far(*cable);
+  far.send(frameOf(60, 1));
+  EXPECT_TRUE(awaitFrames(1));
+  pam->outputPktIs(packet(frameOf(60, 2)));
+  loop.endBatch();
+  EXPECT_EQ(far.receive(), frameOf(60, 2));
+}
+
+TEST_F(SocketEthDevPamNetnsTest, BurstOfLongFramesIsHeardOrCounted) {
+  cable->mtuIs(9000);
+  auto const pam = open();
+  auto const receiver = recorder(pam);
+  FarEnd const far(*cable);
+  constexpr std::size_t sent = 500;
+  for (std::size_t i = 0; i < sent; ++i) far.send(frameOf(1994));
+  EXPECT_TRUE(await([&] { return received.size() + pam->counters().receiveDropped == sent; }));
+  EXPECT_EQ(pam->counters().receiveTruncated, 0u);
+  std::ifstream limit("/proc/sys/net/core/rmem_max");
+  std::size_t granted = 0;
+  if (limit >> granted && granted >= 4 << 20) {
+    EXPECT_EQ(pam->counters().receiveDropped, 0u);
+  }
 }
 
 /// With what opens the devices of the interfaces that the kernel has.

@@ -1,5 +1,6 @@
 #include <arpa/inet.h>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <linux/if_packet.h>
 #include <map>
@@ -17,6 +18,7 @@
 namespace {
 
 using namespace InterfaceTest;
+using namespace std::chrono_literals;
 using Interface::EthDevPam;
 using Interface::EthDevSettings;
 using Interface::SocketEthDevPams;
@@ -56,6 +58,8 @@ class SocketEthDevPamTest : public testing::Test {
     loop.turn(Horix::Time::zero());
   }
 
+  void pass(Horix::Time time) { loop.advanceTo(loop.now() + time); }
+
   Receiver recorder(Kel::Ptr<EthDevPam> const& of) {
     return Receiver(of, [this](Frame const& frame) { received.push_back(frame); });
   }
@@ -94,9 +98,10 @@ class SocketEthDevPamTest : public testing::Test {
 
 TEST_F(SocketEthDevPamTest, NothingIsReceivedBeforeEverythingIsSetUp) {
   pam = open();
-  EXPECT_THAT(system.journal, ElementsAre("socket", "SO_ATTACH_FILTER", "PACKET_IGNORE_OUTGOING",
-                                          "PACKET_VERSION", "PACKET_COPY_THRESH", "PACKET_RX_RING",
-                                          "mmap", "PACKET_ADD_MEMBERSHIP", "bind"));
+  EXPECT_THAT(system.journal,
+              ElementsAre("socket", "SO_ATTACH_FILTER", "PACKET_IGNORE_OUTGOING", "PACKET_VERSION",
+                          "PACKET_COPY_THRESH", "SO_RCVBUF", "PACKET_RX_RING", "mmap",
+                          "PACKET_ADD_MEMBERSHIP", "bind"));
   EXPECT_EQ(socket().address.sll_protocol, htons(3));
   EXPECT_EQ(socket().address.sll_ifindex, swp1);
 }
@@ -149,30 +154,108 @@ TEST_F(SocketEthDevPamTest, SameDeviceWithTheSameSettingsIsOpenedOnce) {
 class SocketEthDevPamOpening : public SocketEthDevPamTest,
                                public testing::WithParamInterface<char const*> {};
 
-TEST_P(SocketEthDevPamOpening, FailureIsToldToTheOperatorAndLeavesNothingOpen) {
+TEST_P(SocketEthDevPamOpening, FailureIsToldToTheOperatorAndTriedAgain) {
   TracedAt const traced(0);
   system.failNext(GetParam(), EPERM);
-  EXPECT_FALSE(open());
+  pam = open();
   EXPECT_EQ(system.openSockets(), 0u);
   EXPECT_THAT(traced.texts(), ElementsAre(testing::AllOf(
                                   HasSubstr("eth7"), HasSubstr("swp1"), HasSubstr(GetParam()),
                                   HasSubstr(std::strerror(EPERM)), HasSubstr("CAP_NET_RAW"))));
-  pam = open();
-  EXPECT_TRUE(pam);
+  EXPECT_THAT(pam->deafness(), HasSubstr(GetParam()));
+  pass(1s);
+  EXPECT_THAT(pam->deafness(), IsEmpty());
+  EXPECT_THAT(traced.texts().back(), HasSubstr("is open now"));
+  auto const receiver = recorder(pam);
+  socket().arrive({frameOf(60)});
+  turn();
+  EXPECT_THAT(received, SizeIs(1));
 }
 
 INSTANTIATE_TEST_SUITE_P(EachCall, SocketEthDevPamOpening,
                          testing::Values("socket", "SO_ATTACH_FILTER", "PACKET_IGNORE_OUTGOING",
-                                         "PACKET_VERSION", "PACKET_COPY_THRESH", "PACKET_RX_RING",
-                                         "mmap", "PACKET_ADD_MEMBERSHIP", "bind"));
+                                         "PACKET_VERSION", "PACKET_COPY_THRESH", "SO_RCVBUF",
+                                         "PACKET_RX_RING", "mmap", "PACKET_ADD_MEMBERSHIP",
+                                         "bind"));
 
-TEST_F(SocketEthDevPamTest, DeviceThatTheKernelDoesNotHaveIsToldToTheOperator) {
+TEST_F(SocketEthDevPamTest, DeviceThatStaysMissingIsToldToTheOperatorOnce) {
   TracedAt const traced(0);
-  system.failNext("if_nametoindex eth7", ENODEV);
-  EXPECT_FALSE(devices->pam(Wirex::IntfId("swp1"), {"eth7", 0}, settings()));
+  system.failAll("if_nametoindex eth7", ENODEV);
+  pam = devices->pam(Wirex::IntfId("swp1"), {"eth7", 0}, settings());
+  EXPECT_THAT(traced.texts(), IsEmpty()) << "it may just be made again";
+  pass(100s);
   EXPECT_THAT(traced.texts(),
               ElementsAre(testing::AllOf(HasSubstr("eth7"), HasSubstr(std::strerror(ENODEV)),
                                          HasSubstr("ip link"))));
+}
+
+TEST_F(SocketEthDevPamTest, PausesBetweenTriesGrow) {
+  system.failAll("socket", EMFILE);
+  pam = open();
+  EXPECT_THAT(pam->deafness(), HasSubstr("raise the limit of open files"));
+  system.journal.clear();
+  pass(1s);
+  EXPECT_THAT(system.journal, SizeIs(2));
+  pass(60s);
+  EXPECT_THAT(system.journal, SizeIs(testing::Le(10)));
+  system.failAll("socket", 0);
+  pass(30s);
+  EXPECT_THAT(pam->deafness(), IsEmpty());
+}
+
+TEST_F(SocketEthDevPamTest, DeafDeviceDropsWhatItIsToSendAndCountsIt) {
+  system.failNext("bind", ENOBUFS);
+  pam = open();
+  send(*pam, 1, 3);
+  loop.endBatch();
+  EXPECT_EQ(pam->counters().sendDropped, 3u);
+  pass(1s);
+  send(*pam, 4);
+  loop.endBatch();
+  EXPECT_EQ(socket().sent, sentFrames(4, 4));
+}
+
+TEST_F(SocketEthDevPamTest, DeafDeviceMayBeLetGo) {
+  system.failAll("bind", ENOBUFS);
+  pam = open();
+  pam = nullptr;
+  system.journal.clear();
+  pass(1s);
+  EXPECT_THAT(system.journal, IsEmpty());
+}
+
+TEST_F(SocketEthDevPamTest, SocketThatHasLostItsInterfaceIsOpenedAnew) {
+  pam = open();
+  auto const receiver = recorder(pam);
+  socket().dropped = 5;
+  socket().loseInterface();
+  turn();
+  EXPECT_THAT(pam->deafness(), HasSubstr("deleted"));
+  send(*pam, 1);
+  loop.endBatch();
+  EXPECT_EQ(pam->counters().sendDropped, 1u);
+  pass(1s);
+  EXPECT_THAT(pam->deafness(), IsEmpty());
+  EXPECT_EQ(system.openSockets(), 1u);
+  socket().arrive({frameOf(60)});
+  turn();
+  EXPECT_THAT(received, SizeIs(1));
+  EXPECT_EQ(pam->counters().receiveDropped, 5u) << "what was counted stays";
+}
+
+TEST_F(SocketEthDevPamTest, SocketMayLoseItsInterfaceWhileItIsRead) {
+  pam = open();
+  FakeSocket& first = socket();
+  Receiver const receiver(pam, [&](Frame const&) {
+    first.loseInterface();
+    first.sendResults = {-ENETDOWN};
+    send(*pam, 1, 64);  // which leave at once, and are told
+  });
+  socket().arrive({frameOf(60)});
+  socket().arrive({frameOf(60)});
+  turn();
+  pass(1s);
+  EXPECT_THAT(pam->deafness(), IsEmpty());
 }
 
 TEST_F(SocketEthDevPamTest, FrameIsHandedOverAsItArrived) {
@@ -252,14 +335,15 @@ TEST_F(SocketEthDevPamTest, LongFrameThatFoundTheQueueFullIsCounted) {
   EXPECT_THAT(receivedOf({{frameOf(longFrame), std::nullopt, std::nullopt, std::nullopt, true},
                           {frameOf(longFrame, 2)}}),
               ElementsAre(frameOf(longFrame, 2)));
-  EXPECT_EQ(pam->counters().receiveTruncated, 1u);
+  EXPECT_EQ(pam->counters().receiveDropped, 1u);
+  EXPECT_EQ(pam->counters().receiveTruncated, 0u);
 }
 
 TEST_F(SocketEthDevPamTest, LongFrameThatCannotBeReadIsCounted) {
   pam = open();
   socket().receiveErrors = {ENOMEM};
   EXPECT_THAT(receivedOf({{frameOf(longFrame)}, {frameOf(60)}}), ElementsAre(frameOf(60)));
-  EXPECT_EQ(pam->counters().receiveTruncated, 1u);
+  EXPECT_EQ(pam->counters().receiveDropped, 1u);
 }
 
 TEST_F(SocketEthDevPamTest, InterruptedReadIsDoneAgain) {

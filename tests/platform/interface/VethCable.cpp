@@ -102,9 +102,10 @@ unsigned VethCable::nearIndex() const {
   return if_nametoindex(nearName());
 }
 
-void VethCable::plug() {
-  ip(near_, std::string("link add ") + nearName() + " type veth peer name " + farName() +
-                " netns " + far_.path());
+void VethCable::plug(std::optional<unsigned> nearIndex) {
+  ip(near_, std::string("link add ") + nearName() +
+                (nearIndex ? " index " + std::to_string(*nearIndex) : "") +
+                " type veth peer name " + farName() + " netns " + far_.path());
   ip(near_, std::string("link set ") + nearName() + " up");
   ip(far_, std::string("link set ") + farName() + " up");
   awaitLink();

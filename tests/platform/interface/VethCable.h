@@ -53,7 +53,8 @@ class VethCable {
   unsigned nearIndex() const;
 
   /// Makes the cable, which the constructor has done already, and takes it away.
-  void plug();
+  /// @param nearIndex the kernel's number of the near end, if it is to have a certain one.
+  void plug(std::optional<unsigned> nearIndex = std::nullopt);
   void unplug();
 
   /// Takes one end down or up.
