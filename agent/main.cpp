@@ -12,6 +12,7 @@
 
 #include "agent/CommandLine.h"
 #include "agent/Log.h"
+#include "agent/OutOfMemory.h"
 #include "agent/config/ConfigurationReader.h"
 #include "agent/live/Live.h"
 #include "agent/live/Privileges.h"
@@ -146,6 +147,7 @@ int fail(std::exception const& error, int status) {
 
 int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);  // a reader that went away is told by the write that fails
+  endWhenMemoryRunsOut();
   try {
     std::visit([](auto const& command) { run(command); }, parseCommandLine(argc, argv));
     return done;

@@ -18,6 +18,8 @@ using Wirex::IntfId;
 
 namespace {
 
+constexpr unsigned descriptorsLeft = 32;  // by devices, to clients and files
+
 /// Each device takes a descriptor.
 void raiseDescriptorLimit() {
   rlimit limit{};
@@ -73,22 +75,25 @@ Live::Live(LiveCommand const& command, Configuration configuration,
       loop_(Kel::make<Horix::TimerWheel>(Kel::make<Horix::MonotonicClock>())),
       signals_(loop_, [this](int signal) { handleSignal(signal); }),
       helpers_((raiseDescriptorLimit(), traceToLog(command.traces),
-                std::make_shared<Interface::SocketHelpers>(loop_))),
+                std::make_shared<Interface::SocketHelpers>(loop_, descriptorsLeft))),
       devices_(loop_, helpers_),
       switch_(std::move(configuration), loop_),
       state_(keeperOf(command.state, switch_, loop_, handover)),
       routerLog_(loop_.timerWheel()),
       serviceManager_(loop_.timerWheel()),
-      interfaces_(loop_, [this](IntfId const& intf,
-                                InterfaceState const& state) { handleInterface(intf, state); }),
       forwarding_(loop_, switch_),
       control_(loop_, switch_, withSocketsOf(handover, command.control)),
+      metrics_(command.metrics.empty()
+                   ? nullptr
+                   : std::make_unique<MetricsServer>(loop_, switch_, control_, command.metrics)),
       arguments_(command.arguments),
-      restart_(loop_, arguments_, [this](std::string const& path) { replaceProgram(path); }) {
+      restart_(loop_, arguments_, [this](std::string const& path) { replaceProgram(path); }),
+      // Last, because devices take as many descriptors as there are.
+      interfaces_(loop_, [this](IntfId const& intf, InterfaceState const& state) {
+        handleInterface(intf, state);
+      }) {
   helpers_->await();
   loop_.busyPollsIs(command.busyPoll);
-  if (!command.metrics.empty())
-    metrics_ = std::make_unique<MetricsServer>(loop_, switch_, control_, command.metrics);
   UnixSocket::inheritedAre({});
   control_.onRestartIs([this](Restart::Told told) { restart(std::move(told)); });
   switch_.onOtherVersionIs(warnOf);

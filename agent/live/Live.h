@@ -69,12 +69,12 @@ class Live {
   std::unique_ptr<StateKeeper> state_;  // null if nothing is kept
   RouterLog routerLog_;
   ServiceManager serviceManager_;
-  KernelInterfaces interfaces_;
   Forwarding forwarding_;
   ControlServer control_;
   std::unique_ptr<MetricsServer> metrics_;  // null if none are served
   std::vector<std::string> const arguments_;
   Restart restart_;
+  KernelInterfaces interfaces_;
 };
 
 }  // namespace Agent

@@ -124,8 +124,12 @@ SocketEthDevPam::SocketEthDevPam(Horix::EventLoop& loop, std::shared_ptr<SocketO
 
 SocketEthDevPam::~SocketEthDevPam() {
   kelOutbox_->kelDoZombieReactors(true);
-  if (socket_ && !unsent_.empty()) send();
+  if (isOpen() && !unsent_.empty()) send();
   closeSocket();
+}
+
+bool SocketEthDevPam::isOpen() const {
+  return socket_ && !retry_->scheduled();
 }
 
 void SocketEthDevPam::open() {
@@ -168,8 +172,6 @@ void SocketEthDevPam::handleFailure(char const* call, int error) {
     KEL_TRACE(5, intfId() << ": " << deafness_);
   else if (!std::exchange(deafnessIsTold_, true))
     KEL_TRACE(0, intfId() << " is deaf: " << deafness_ << "; tried again with growing pauses");
-  if (!unsent_.empty()) drop(unsent_.size(), error);
-  unsent_.clear();
   reopenLater();
 }
 
@@ -234,17 +236,14 @@ void SocketEthDevPam::handleError(int error) {
 
 void SocketEthDevPam::outputPktIs(Wirex::Pkt::Ptr pkt) {
   Kel::nonNull(pkt, "Interface::EthDevPam", "outputPkt");
-  if (retry_->scheduled()) {
-    drop(1, ENETDOWN);
-    return;
-  }
   if (unsent_.size() == mostUnsent) {
     ++counters_.sendDropped;
     KEL_TRACE(8, intfId() << " drops a packet: " << unsent_.size() << " wait to be sent");
-    return;
+    if (isOpen()) return;
+    unsent_.erase(unsent_.begin());  // what is newer tells what holds now
   }
   unsent_.push_back(std::move(pkt));
-  if (!socket_ || socketIsFull_) return;
+  if (!isOpen() || socketIsFull_) return;
   if (unsent_.size() == PacketSocket::sentAtOnce)
     send();
   else
@@ -252,7 +251,7 @@ void SocketEthDevPam::outputPktIs(Wirex::Pkt::Ptr pkt) {
 }
 
 void SocketEthDevPam::handlePending() {
-  if (socket_ && !socketIsFull_) send();
+  if (isOpen() && !socketIsFull_) send();
 }
 
 void SocketEthDevPam::send() {

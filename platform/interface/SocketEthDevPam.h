@@ -15,8 +15,8 @@ namespace Interface {
 /// end of the batch, so that the packets of one batch share a system call. It stays open when its
 /// interface goes down, and works again when that comes up.
 ///
-/// While the socket is being opened, what is to be sent waits. One that cannot be opened, or that
-/// has lost its interface, is opened again, with growing pauses; meanwhile the device is deaf.
+/// A socket that cannot be opened, or that has lost its interface, is opened again, with growing
+/// pauses; meanwhile the device is deaf. What is to be sent waits until the socket is open.
 class SocketEthDevPam final : public EthDevPam {
  public:
   /// @param loop outlives it.
@@ -37,6 +37,7 @@ class SocketEthDevPam final : public EthDevPam {
   class KelOutbox;
   class Retry;
 
+  bool isOpen() const;
   void open();
   void handleOpened(SocketOpener::Result result);
   void takeUp(std::unique_ptr<PacketSocket> socket);

@@ -6,6 +6,7 @@
 #include <iterator>
 #include <optional>
 #include <sys/eventfd.h>
+#include <sys/resource.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -23,6 +24,13 @@ int newEvent() {
   return descriptor;
 }
 
+/// The kernel gives out the lowest number that is free.
+bool isWithinLimit(int descriptor, unsigned left) {
+  rlimit limit{};
+  return getrlimit(RLIMIT_NOFILE, &limit) != 0 ||
+         static_cast<rlim_t>(descriptor) + left < limit.rlim_cur;
+}
+
 }  // namespace
 
 /// Made and destroyed on the loop's thread: what is allocated on a thread of its own costs address
@@ -37,6 +45,9 @@ struct SocketHelpers::Task {
     }
     try {
       socket->open(device, settings);
+      if (isWithinLimit(socket->descriptor(), descriptorsLeft)) return;
+      socket->close();
+      failed = FailedCall("socket", EMFILE);
     } catch (FailedCall const& error) {
       failed = error;
     }
@@ -44,6 +55,7 @@ struct SocketHelpers::Task {
 
   std::unique_ptr<PacketSocket> socket;
   bool opens = false;
+  unsigned descriptorsLeft = 0;
   IntfStatusAndDeviceName device = {};
   EthDevSettings settings = {};
   Opened opened = {};  // nothing once nobody waits for the socket
@@ -73,8 +85,8 @@ class SocketHelpers::Input final : public Horix::EventLoop::Watch {
   SocketHelpers& helpers_;
 };
 
-SocketHelpers::SocketHelpers(Horix::EventLoop& loop, SystemCalls& system)
-    : system_(system), ready_(newEvent()) {
+SocketHelpers::SocketHelpers(Horix::EventLoop& loop, unsigned descriptorsLeft, SystemCalls& system)
+    : system_(system), descriptorsLeft_(descriptorsLeft), ready_(newEvent()) {
   try {
     input_ = std::make_unique<Input>(loop, *this);
   } catch (...) {
@@ -144,6 +156,7 @@ std::unique_ptr<SocketOpener::Request> SocketHelpers::open(IntfStatusAndDeviceNa
   auto const task = std::make_shared<Task>();
   task->socket = std::make_unique<PacketSocket>(system_);
   task->opens = true;
+  task->descriptorsLeft = descriptorsLeft_;
   task->device = device;
   task->settings = settings;
   task->opened = std::move(opened);

@@ -22,7 +22,9 @@ class KEL_EXPORT SocketHelpers final : public SocketOpener {
  public:
   /// Throws std::system_error.
   /// @param loop,system outlive it; the system calls may be made from any thread.
-  explicit SocketHelpers(Horix::EventLoop& loop, SystemCalls& system = SystemCalls::ofKernel());
+  /// @param descriptorsLeft so many of those that the process may have are left to others.
+  explicit SocketHelpers(Horix::EventLoop& loop, unsigned descriptorsLeft = 0,
+                         SystemCalls& system = SystemCalls::ofKernel());
   ~SocketHelpers() override;
 
   std::unique_ptr<Request> open(IntfStatusAndDeviceName const& device,
@@ -48,6 +50,7 @@ class KEL_EXPORT SocketHelpers final : public SocketOpener {
   void giveUp(std::shared_ptr<Task> const& task);
 
   SystemCalls& system_;
+  unsigned descriptorsLeft_;
   std::mutex mutex_;  // guards what follows, up to the threads
   std::condition_variable changed_;
   Tasks openings_;  // that wait for their turn

@@ -17,7 +17,8 @@ class KEL_EXPORT SocketOpener {
   using Result = std::variant<std::unique_ptr<PacketSocket>, FailedCall>;
   using Opened = std::function<void(Result)>;
 
-  /// A request to open a socket: without it, nobody is told of the result any more.
+  /// A request to open a socket: without it, nobody is told of the result any more. The opener
+  /// outlives it.
   class KEL_EXPORT Request {
    public:
     Request(Request const&) = delete;

@@ -31,11 +31,12 @@ class ProgramTest : public testing::Test {
   };
 
   /// @param arguments as a shell reads them.
-  Outcome run(std::string const& arguments) const {
+  /// @param before what the shell does first.
+  Outcome run(std::string const& arguments, std::string const& before = "") const {
     std::string const err = directory.file("err");
     std::string const out = directory.file("out");
     int const status =
-        std::system((std::string(IGMPSNOOPD) + " >" + out + " 2>" + err + " " + arguments).c_str());
+        std::system((before + IGMPSNOOPD + " >" + out + " 2>" + err + " " + arguments).c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contents(out), contents(err)};
   }
 
@@ -71,6 +72,20 @@ class ProgramTest : public testing::Test {
 
 bool isOneLine(std::string const& text) {
   return !text.empty() && text.find('\n') == text.size() - 1;
+}
+
+TEST_F(ProgramTest, MemoryThatRunsOutIsToldInOneLine) {
+#ifdef SANITIZED
+  GTEST_SKIP() << "the sanitizers need the address space that this takes away";
+#endif
+  std::string interfaces;
+  for (int card = 0; card < 1000; ++card)
+    interfaces += "[[interface]]\nname = \"card" + std::to_string(card) + "p[1-4094]\"\n";
+  auto const outcome = run("check --config " + configuration(interfaces), "ulimit -v 150000;");
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_TRUE(isOneLine(outcome.err)) << outcome.err;
+  EXPECT_THAT(outcome.err, StartsWith("igmpsnoopd: out of memory with "));
+  EXPECT_THAT(outcome.err, HasSubstr("and a limit of 146 MB of address space; give it more"));
 }
 
 TEST_F(ProgramTest, ReplayPrintsATable) {

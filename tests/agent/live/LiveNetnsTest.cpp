@@ -206,6 +206,17 @@ class LiveNetnsTest : public testing::Test {
     return false;
   }
 
+  /// What igmpsnoopctl shows.
+  std::string shown(char const* what) const {
+    TemporaryDirectory const directory;
+    std::string const file = directory.file("shown");
+    EXPECT_EQ(std::system(
+                  message(IGMPSNOOPCTL, " --socket ", agent->control(), " show ", what, " >", file)
+                      .c_str()),
+              0);
+    return message(std::ifstream(file).rdbuf());
+  }
+
   std::string ofProcess(std::string const& field) const {
     return ofStatus("/proc/" + std::to_string(agent->process()) + "/status", field);
   }
@@ -283,8 +294,10 @@ TEST_F(LiveNetnsTest, RouterPortThatIsMadeAgainIsToldEverything) {
   listener->join(group);
   ASSERT_TRUE(router->await(allow(group)));
   ip(*space, "link del swp2");
-  plug("swp2", *routing, "10.0.0.254/24");
-  Router const again(*routing);
+  ip(*space, "link add swp2 type veth peer name eth0 netns " + routing->path());
+  Router const again(*routing);  // hears the first word that is said
+  ip(*routing, "link set eth0 up");
+  ip(*space, "link set swp2 up");
   EXPECT_TRUE(again.await(allow(group))) << agent->log();
 }
 
@@ -553,6 +566,17 @@ TEST_F(LiveNetnsTest, SaysWhichCapabilityIsMissing) {
   EXPECT_EQ(agent->awaitExit(), 1);
   EXPECT_THAT(agent->log(), HasSubstr("CAP_NET_RAW is missing"));
   EXPECT_THAT(agent->log(), HasSubstr("AmbientCapabilities=CAP_NET_RAW"));
+}
+
+TEST_F(LiveNetnsTest, DeviceWithoutADescriptorIsDeafAndTheAgentSaysSo) {
+#ifdef SANITIZED
+  GTEST_SKIP() << "the sanitizers need the descriptors that this takes away";
+#endif
+  agent.emplace(*space, configuration(), RunningAgent::Start{.prefix = {"prlimit", "--nofile=34"}});
+  ASSERT_TRUE(agent->awaitNotification("READY=1")) << agent->log();
+  EXPECT_THAT(agent->log(), HasSubstr("swp1 is deaf: cannot open device swp1: socket: Too many "
+                                      "open files; each device needs a descriptor"));
+  EXPECT_THAT(shown("interfaces"), HasSubstr("swp1 is deaf: cannot open device swp1"));
 }
 
 TEST_F(LiveNetnsTest, SaysWhatToDoWhereTheSystemRefusesACall) {

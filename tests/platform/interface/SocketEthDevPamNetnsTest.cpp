@@ -284,7 +284,6 @@ TEST_F(SocketEthDevPamNetnsTest, DeviceThatIsDeletedLeavesTheLoopQuiet) {
   EXPECT_TRUE(loopIsQuiet());
   pam->outputPktIs(packet(frameOf(60)));
   loop.endBatch();
-  EXPECT_EQ(pam->counters().sendDropped, 1u);
   EXPECT_TRUE(loopIsQuiet());
 }
 

@@ -7,6 +7,7 @@
 #include <optional>
 #include <sys/eventfd.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -110,7 +111,7 @@ class SocketHelpersTest : public testing::Test {
   std::thread::id const loopThread = std::this_thread::get_id();
   SlowKernel kernel;
   Horix::EventLoop loop{Kel::make<Horix::TimerWheel>(Kel::make<Horix::MonotonicClock>())};
-  std::shared_ptr<SocketHelpers> helpers = std::make_shared<SocketHelpers>(loop, kernel);
+  std::shared_ptr<SocketHelpers> helpers = std::make_shared<SocketHelpers>(loop, 0, kernel);
   std::vector<std::unique_ptr<PacketSocket>> sockets;
   std::vector<int> errors;
   bool toldOnLoop = false;
@@ -161,6 +162,21 @@ TEST_F(SocketHelpersTest, FailureIsTold) {
   EXPECT_TRUE(toldOnLoop);
 }
 
+TEST_F(SocketHelpersTest, DescriptorsAreLeftToOthers) {
+  rlimit limit{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+  int const next = eventfd(0, 0);
+  close(next);
+  auto const left = static_cast<unsigned>(limit.rlim_cur) - static_cast<unsigned>(next) - 3;
+  helpers = std::make_shared<SocketHelpers>(loop, left, kernel);
+  std::vector<std::unique_ptr<SocketOpener::Request>> requests;
+  for (int i = 0; i < 10; ++i) requests.push_back(open());
+  helpers->await();
+  EXPECT_THAT(sockets.size(), testing::AllOf(testing::Ge(1u), testing::Le(4u)));
+  EXPECT_THAT(errors, testing::Each(EMFILE));
+  EXPECT_EQ(sockets.size() + errors.size(), 10u);
+}
+
 TEST_F(SocketHelpersTest, RequestThatIsGivenUpBeforeItsTurnCostsNothing) {
   kernel.openingsReturn(false);
   std::vector<std::unique_ptr<SocketOpener::Request>> running;
@@ -194,8 +210,9 @@ TEST_F(SocketHelpersTest, EverythingIsDoneAndToldAfterWaiting) {
 }
 
 TEST_F(SocketHelpersTest, EndClosesWhatIsOpen) {
-  auto const request = open();
+  auto request = open();
   helpers->await();
+  request = nullptr;
   helpers->close(std::move(sockets[0]));
   open();  // and given up, perhaps in its turn
   helpers = nullptr;
