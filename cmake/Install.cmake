@@ -1,4 +1,4 @@
-# `cmake --install` gives the agent, the three libraries with their headers, a CMake package and a
+# `cmake --install` gives the agent, if it is built, the three libraries with their headers, a CMake package and a
 # pkg-config file.
 include(CMakePackageConfigHelpers)
 
@@ -13,13 +13,8 @@ foreach(library kel igmpplatform igmpproxy)
   target_include_directories(${library} INTERFACE $<INSTALL_INTERFACE:${headers}>)
   target_compile_features(${library} PUBLIC cxx_std_20)
 endforeach()
-file(RELATIVE_PATH libraries_from_agent
-  ${CMAKE_INSTALL_FULL_SBINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
-set_target_properties(igmpsnoopd igmpsnoopctl PROPERTIES INSTALL_RPATH $ORIGIN/${libraries_from_agent})
-
 install(TARGETS kel igmpplatform igmpproxy EXPORT ${PROJECT_NAME}
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(TARGETS igmpsnoopd igmpsnoopctl RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 install(DIRECTORY framework platform proxy DESTINATION ${headers} FILES_MATCHING PATTERN *.h)
 install(EXPORT ${PROJECT_NAME} NAMESPACE ${PROJECT_NAME}:: DESTINATION ${package}
   FILE ${PROJECT_NAME}Config.cmake)
@@ -31,6 +26,14 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${PROJECT_NAME}ConfigVersion.cmake
   DESTINATION ${package})
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${PROJECT_NAME}.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+if(NOT IGMPSNOOP_AGENT)
+  return()
+endif()
+file(RELATIVE_PATH libraries_from_agent
+  ${CMAKE_INSTALL_FULL_SBINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+set_target_properties(igmpsnoopd igmpsnoopctl PROPERTIES INSTALL_RPATH $ORIGIN/${libraries_from_agent})
+install(TARGETS igmpsnoopd igmpsnoopctl RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 
 # For systemd, which looks for what packages bring in the lib of the prefix /usr.
 # Its paths follow from a prefix that may be chosen as late as by `cmake --install --prefix`.

@@ -71,8 +71,13 @@ Kel::Ptr<PortVlanMapping const> const& ProxyIntfFilter::portVlanMap() const {
 }
 
 void ProxyIntfFilter::hasNotificationActiveIs(bool active) {
+  bool const awakes = active && !pamDir_->hasNotificationActive();
   pamDir_->hasNotificationActiveIs(active);
   portVlanMap_->hasNotificationActiveIs(active);
+  if (!awakes || pamDir_->isZombie()) return;
+  Kel::Ptr<ProxyIntfFilter> const self(this);
+  for (IntfId const& intfId : desiredIntfDir_->intfDesired().keys()) handlePort(intfId);
+  handlePort();
 }
 
 void ProxyIntfFilter::kelDoZombieReactors(bool zombie) {
@@ -130,7 +135,14 @@ Kel::Ptr<Interface::EthDevPamCollection const> const& EthDevPamSm::ethDevPamCol(
 }
 
 void EthDevPamSm::hasNotificationActiveIs(bool active) {
+  bool const awakes = active && !ethDevPamCol_->hasNotificationActive();
   ethDevPamCol_->hasNotificationActiveIs(active);
+  if (!awakes || ethDevPamCol_->isZombie()) return;
+  Kel::Ptr<EthDevPamSm> const self(this);
+  Kel::Ptr<Wirex::PortVlanPamManager> const parent(parent_);
+  for (IntfId const& intfId : parent->multiplexer().keys())
+    if (!ethDevPamCol()->intfPam(intfId)) handleEthDevPam(intfId);
+  handleEthDevPam();
 }
 
 void EthDevPamSm::kelDoZombieReactors(bool zombie) {
@@ -199,11 +211,13 @@ void ProxyPamManager::handleCleanup() {
   ethDevPamMgr_->enabledIs(false);
 }
 
+// Who hears of what another one writes is active again first.
 void ProxyPamManager::hasNotificationActiveIs(bool active) {
-  ethDevPamSm_->hasNotificationActiveIs(active);
-  proxyIntfFilter_->hasNotificationActiveIs(active);
-  ethDevPamMgr_->hasNotificationActiveIs(active);
+  Kel::Ptr<ProxyPamManager> const self(this);
   defaultVlanSm_->hasNotificationActiveIs(active);
+  ethDevPamSm_->hasNotificationActiveIs(active);
+  ethDevPamMgr_->hasNotificationActiveIs(active);
+  proxyIntfFilter_->hasNotificationActiveIs(active);
 }
 
 void ProxyPamManager::kelDoZombieReactors(bool zombie) {
@@ -231,8 +245,8 @@ void ProxyPamManager::pamColDel(PortKey const& key) {
 }
 
 void ProxyPamManager::pamColDelAll() {
-  receivers_.clear();
-  pamCol_->entries_.delAll(*pamCol_);
+  Kel::Ptr<ProxyPamManager> const self(this);
+  for (PortKey const& key : pamCol_->entries_.keys()) pamColDel(key);
 }
 
 Wirex::VlanPam::Ptr ProxyPamManager::portVlanPamIs(PortKey const& key) {

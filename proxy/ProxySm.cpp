@@ -1,6 +1,9 @@
 #include "proxy/ProxySm.h"
 
+#include <array>
 #include <cstdlib>
+#include <optional>
+#include <unordered_map>
 #include <utility>
 
 #include "framework/kel/Assertion.h"
@@ -16,6 +19,32 @@ using Interface::IntfStatusAndDeviceName;
 using Topology::Library::Vlan::LibVlanState;
 using Wirex::IntfId;
 
+namespace {
+
+/// Kel::requireEqual for each of several parameters, whose names are in the same order.
+template <class... T>
+void requireEqual(std::array<char const*, sizeof...(T)> const& attributes,
+                  std::tuple<T...> const& newValues, std::tuple<T...> const& currentValues) {
+  auto const each = [&]<std::size_t... i>(std::index_sequence<i...>) {
+    (Kel::requireEqual(attributes[i], std::get<i>(newValues), std::get<i>(currentValues)), ...);
+  };
+  each(std::index_sequence_for<T...>());
+}
+
+/// The machine that configured each host last, whose the host is. It holds the host, and takes its
+/// entry out when it goes.
+std::unordered_map<Igmp::IgmpHost const*, ProxyPortSm const*>& keepers() {
+  thread_local std::unordered_map<Igmp::IgmpHost const*, ProxyPortSm const*> ofThread;
+  return ofThread;
+}
+
+ProxyPortSm const* keeperOf(Kel::Ptr<Igmp::IgmpHost> const& host) {
+  auto const keeper = keepers().find(host.get());
+  return keeper == keepers().end() ? nullptr : keeper->second;
+}
+
+}  // namespace
+
 // ---- ProxyPortSm
 
 class ProxyPortSm::KelQuerierVlanConfig final : public Igmp::QuerierConfig::NotifieeConst {
@@ -27,8 +56,6 @@ class ProxyPortSm::KelQuerierVlanConfig final : public Igmp::QuerierConfig::Noti
 
   void proxyPortSmIs(ProxyPortSm* proxyPortSm) { proxyPortSm_ = proxyPortSm; }
 
-  // Also while notification is not active: the inner reactor must be where it belongs when it is
-  // active again.
   void onGmpQuerierConfig() override {
     if (notifier() && proxyPortSm_)
       proxyPortSm_->innerQuerierConfigIs(notifier()->gmpQuerierConfig());
@@ -62,7 +89,7 @@ ProxyPortSm::ProxyPortSm(IntfId intfId, VlanId vlanId,
                          Kel::Ptr<Horix::TimerWheel const> timerWheel)
     : intfId_(std::move(intfId)),
       vlanId_(vlanId),
-      querierVlanConfig_(Kel::make<KelQuerierVlanConfig>(std::move(querierVlanConfig), this)),
+      querierVlanConfig_(newQuerierVlanConfig(std::move(querierVlanConfig))),
       igmpHostDir_(std::move(igmpHostDir)),
       kernelIntfStatusDir_(std::move(kernelIntfStatusDir)),
       pamManager_(std::move(pamManager)),
@@ -76,24 +103,23 @@ ProxyPortSm::ProxyPortSm(IntfId intfId, VlanId vlanId,
 
 ProxyPortSm::~ProxyPortSm() {
   handleCleanup();
+  if (keeperOf(igmpHost_) == this) keepers().erase(igmpHost_.get());
   ProxyPortSm::kelDoZombieReactors(true);
   ProxyPortSm::hasNotificationActiveIs(false);
   querierVlanConfig_->proxyPortSmIs(nullptr);
 }
 
-void ProxyPortSm::requireConstructedWith(
-    VlanId vlanId, Kel::Ptr<Igmp::QuerierConfig const> const& querierVlanConfig,
-    Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir,
-    Kel::Ptr<DeviceIntfStatusDir const> const& kernelIntfStatusDir,
-    Kel::Ptr<ProxyPamManager> const& pamManager, Kel::Ptr<PortVlanMapping> const& portVlanMap,
-    Kel::Ptr<Horix::TimerWheel const> const& timerWheel) const {
-  Kel::requireEqual("vlanId", vlanId, vlanId_);
-  Kel::requireEqual("querierVlanConfig", querierVlanConfig, this->querierVlanConfig());
-  Kel::requireEqual("igmpHostDir", igmpHostDir, igmpHostDir_);
-  Kel::requireEqual("kernelIntfStatusDir", kernelIntfStatusDir, kernelIntfStatusDir_);
-  Kel::requireEqual("pamManager", pamManager, pamManager_);
-  Kel::requireEqual("portVlanMap", portVlanMap, portVlanMap_);
-  Kel::requireEqual("timerWheel", timerWheel, timerWheel_);
+Kel::Ptr<ProxyPortSm::KelQuerierVlanConfig> ProxyPortSm::newQuerierVlanConfig(
+    Kel::Ptr<Igmp::QuerierConfig const> config) {
+  return Kel::make<KelQuerierVlanConfig>(std::move(config), this);
+}
+
+void ProxyPortSm::requireConstructedWith(Parameters const& asked) const {
+  requireEqual({"vlanId", "querierVlanConfig", "igmpHostDir", "kernelIntfStatusDir", "pamManager",
+                "portVlanMap", "timerWheel"},
+               asked,
+               Parameters(vlanId_, querierVlanConfig(), igmpHostDir_, kernelIntfStatusDir_,
+                          pamManager_, portVlanMap_, timerWheel_));
 }
 
 Kel::Ptr<Igmp::QuerierConfig const> const& ProxyPortSm::querierVlanConfig() const {
@@ -125,9 +151,14 @@ void ProxyPortSm::innerQuerierConfigIs(Kel::Ptr<ProtocolConfig const> const& con
   if (config != innerQuerierConfig()) innerQuerierConfig_->notifierIs(config);
 }
 
+// A reactor that is not active hears of nothing, so one that is active again looks at all.
 void ProxyPortSm::hasNotificationActiveIs(bool active) {
+  bool const awakes = active && !querierVlanConfig_->hasNotificationActive();
   querierVlanConfig_->hasNotificationActiveIs(active);
   innerQuerierConfig_->hasNotificationActiveIs(active);
+  if (!awakes || querierVlanConfig_->isZombie()) return;
+  innerQuerierConfigIs(querierVlanConfig()->gmpQuerierConfig());
+  handleIgmpVersion();
 }
 
 void ProxyPortSm::kelDoZombieReactors(bool zombie) {
@@ -142,52 +173,73 @@ void ProxyPortSm::handleInitialized() {
   auto const hostName = "Vlan" + querierVlanConfig()->name().stringValue() + intfId_.stringValue();
   PortKey key;
   key.handleInit(hostName);
+  KEL_ASSERT(key.intfId() == intfId_, "portKey().intfId() == intfId()");
   portKeyIs(key);
-  auto const earlier = igmpHostDir_->igmpHost(hostName);
-  std::uint32_t const earlierVersion = earlier ? earlier->configVersion() : 0;
-  portVlanMap_->portInfoIs(intfId_)->vlanIs(vlanId_, true);
+  auto const* const formerKeeper = keeperOf(igmpHostDir_->igmpHost(hostName));
+  // An entry without VLANs may be taken away by who hears that it has come.
+  Kel::Ptr<PortVlanMapping::PortVlanInfo> portInfo;
+  do {
+    portInfo = portVlanMap_->portInfoIs(intfId_);
+    portInfo->vlanIs(vlanId_, true);
+  } while (portVlanMap_->portInfo(intfId_) != portInfo);
   KEL_TRACE(8,
             "void Bridging::IgmpSnooping::Proxy::ProxyPortSm::handleInitialized() Creating "
             "querier config "
                 << hostName);
   igmpHostIs(igmpHostDir_->igmpHostIs(hostName));
+  // Who heard of the host may have started another proxy, whose machine has it then.
+  if (keeperOf(igmpHost_) == formerKeeper) keepers()[igmpHost_.get()] = this;
   configureHost();
-  // Who heard of the host may have had another machine of the port made for it.
-  if (igmpHost_->configVersion() != earlierVersion) return;
-  // Also when the host was there before: these tell the host library to look at it again.
-  configVersion_ = earlierVersion + 1;
-  igmpHost_->configVersionIs(configVersion_);
-  igmpHost_->intfConfigVersionIs(igmpHost_->intfConfigVersion() + 1);
   initializedIs(true);
 }
 
-void ProxyPortSm::configureHost() {
-  igmpHost_->intfIdIs(intfId_);
-  igmpHost_->vlanIdIs(vlanId_.value());
-  igmpHost_->useMuxIs(false);
-  igmpHost_->taggedIs(false);
-  igmpHost_->externalPamIs(true);
-  updateHostPam();
-  if (auto const protocolConfig = querierVlanConfig()->gmpQuerierConfig())
-    igmpHost_->igmpVersionIs(protocolConfig->querierVersion());
-  igmpHost_->deviceNameIs(kernelIntfStatusDir_->intfStatusAndDeviceName(intfId_).deviceName);
-  igmpHost_->enabledIs(true);
+bool ProxyPortSm::keeps(Kel::Ptr<Igmp::IgmpHost> const& host) const {
+  auto const* const keeper = keeperOf(host);
+  return !keeper || keeper == this;
 }
 
-bool ProxyPortSm::isSuperseded() const {
-  return igmpHost_->configVersion() != configVersion_;
+template <class Value>
+void ProxyPortSm::write(void (Igmp::IgmpHost::*mutator)(Value), std::type_identity_t<Value> value) {
+  if (keeps(igmpHost_)) (igmpHost_.get()->*mutator)(value);
+}
+
+void ProxyPortSm::configureHost() {
+  using Igmp::IgmpHost;
+  write(&IgmpHost::intfIdIs, intfId_);
+  write(&IgmpHost::vlanIdIs, vlanId_.value());
+  write(&IgmpHost::useMuxIs, false);
+  write(&IgmpHost::taggedIs, false);
+  write(&IgmpHost::externalPamIs, true);
+  updateHostPam();
+  if (auto const protocolConfig = querierVlanConfig()->gmpQuerierConfig())
+    write(&IgmpHost::igmpVersionIs, protocolConfig->querierVersion());
+  write(&IgmpHost::deviceNameIs, kernelIntfStatusDir_->intfStatusAndDeviceName(intfId_).deviceName);
+  write(&IgmpHost::enabledIs, true);
+  // Also when the host was there before: these tell the host library to look at it again.
+  write(&IgmpHost::configVersionIs, igmpHost_->configVersion() + 1);
+  write(&IgmpHost::intfConfigVersionIs, igmpHost_->intfConfigVersion() + 1);
 }
 
 void ProxyPortSm::updateHostPam() {
-  KEL_TRACE(7, "void Bridging::IgmpSnooping::Proxy::ProxyPortSm::updateHostPam() " << vlanId_ << ' '
-                                                                                   << intfId_);
-  if (pamManager_->multiplexer(intfId_)) {
-    KEL_TRACE(7, "Creating Vlan Pam for " << portKey_);
-    igmpHost_->pamIs(pamManager_->portVlanPamIs(portKey_));
-  } else {
-    KEL_TRACE(7, "Deleting VlanPam");
-    igmpHost_->pamIs(nullptr);
+  Kel::Ptr<ProxyPortSm> const self(this);
+  auto const always = [] { return true; };
+  for (Decisions<IntfId>::Rounds rounds(pamDecisions_, intfId_, always); rounds.next();) {
+    KEL_TRACE(7, "void Bridging::IgmpSnooping::Proxy::ProxyPortSm::updateHostPam() "
+                     << vlanId_ << ' ' << intfId_);
+    if (pamManager_->multiplexer(intfId_)) {
+      KEL_TRACE(7, "Creating Vlan Pam for " << portKey_);
+      write(&Igmp::IgmpHost::pamIs, pamManager_->portVlanPamIs(portKey_));
+    } else {
+      KEL_TRACE(7, "Deleting VlanPam");
+      write(&Igmp::IgmpHost::pamIs, nullptr);
+    }
   }
+}
+
+bool ProxyPortSm::isHostPamInStep() const {
+  auto const reachable =
+      pamManager_->multiplexer(intfId_) ? pamManager_->portVlanPam(portKey_) : nullptr;
+  return igmpHost_->pam() == reachable || !keeps(igmpHost_);
 }
 
 // The host is looked up by name: whatever host carries the name is the port's, and none is left
@@ -210,20 +262,21 @@ void ProxyPortSm::handleDirection() {
 void ProxyPortSm::handleIgmpVersion() {
   KEL_TRACE(9, portKey_ << ":void Bridging::IgmpSnooping::Proxy::ProxyPortSm::handleIgmpVersion()");
   if (igmpHost_ && querierVlanConfig() && querierVlanConfig()->gmpQuerierConfig())
-    igmpHost_->igmpVersionIs(querierVlanConfig()->gmpQuerierConfig()->querierVersion());
+    write(&Igmp::IgmpHost::igmpVersionIs,
+          querierVlanConfig()->gmpQuerierConfig()->querierVersion());
 }
 
 void ProxyPortSm::handleCleanup() {
   KEL_TRACE(9, portKey_ << ":void Bridging::IgmpSnooping::Proxy::ProxyPortSm::handleCleanup()");
-  if (!initialized() || isSuperseded()) return;
-  // Who hears of each step may put the port back. From then on all of it is another machine's.
-  auto const isTakenOver = [this] {
-    return igmpHostDir_->igmpHost(portKey_.hostName()) != nullptr;
+  if (!initialized()) return;
+  // With the host, all that is the port's is another machine's. It may become so at each step.
+  auto const isOwn = [this] {
+    auto const host = igmpHostDir_->igmpHost(portKey_.hostName());
+    return !host || keeps(host);
   };
-  igmpHostDir_->igmpHostDel(portKey_.hostName());
-  if (isTakenOver()) return;
-  pamManager_->portVlanPamDel(portKey_);
-  if (isTakenOver()) return;
+  if (isOwn()) igmpHostDir_->igmpHostDel(portKey_.hostName());
+  if (isOwn()) pamManager_->portVlanPamDel(portKey_);
+  if (!isOwn()) return;
   if (auto const portInfo = portVlanMap_->portInfo(intfId_)) portInfo->vlanDel(vlanId_);
   if (auto const portInfo = portVlanMap_->portInfo(intfId_); portInfo && portInfo->vlan().empty())
     portVlanMap_->portInfoDel(intfId_);
@@ -236,7 +289,6 @@ class ProxyVlanSm::KelTopoVlan final
  public:
   using ReactorFor::ReactorFor;
 
-  // The watchers follow the topology also while notification is not active.
   void onTopoPort(IntfId intfId) override {
     if (isZombie()) return;
     Kel::Ptr<ProxyVlanSm> const vlanSm(&owner());
@@ -278,6 +330,21 @@ void ProxyVlanSm::KelProxyTopoPort::notifierIs(Kel::Ptr<TopoPort const> port) {
   Kel::Ptr<KelProxyTopoPort> const self(this);
   handleTopoPortBlocked();
   if (!isZombie()) handleTopoPortDirection();
+}
+
+// What has changed while the watcher was not active is told when it is active again, and nothing
+// else is: see proxyTopoPortIs().
+void ProxyVlanSm::KelProxyTopoPort::hasNotificationActiveIs(bool active) {
+  if (active == hasNotificationActive()) return;
+  NotifieeConst::hasNotificationActiveIs(active);
+  if (!active) {
+    lastHeard_ = {notifier()->blocked(), notifier()->allowedTrafficDirection()};
+    return;
+  }
+  Kel::Ptr<KelProxyTopoPort> const self(this);
+  auto const [blocked, direction] = lastHeard_;
+  if (!isZombie() && notifier()->blocked() != blocked) handleTopoPortBlocked();
+  if (!isZombie() && notifier()->allowedTrafficDirection() != direction) handleTopoPortDirection();
 }
 
 void ProxyVlanSm::KelProxyTopoPort::onBlocked() {
@@ -330,13 +397,14 @@ ProxyVlanSm::ProxyVlanSm(VlanId vlanId, Kel::Ptr<Igmp::QuerierConfig const> quer
                          Kel::Ptr<DeviceIntfStatusDir const> kernelIntfStatusDir,
                          Kel::Ptr<PortVlanMapping> portVlanMap,
                          Kel::Ptr<AdapterVlanConfig> adapterConfig,
-                         Kel::Ptr<Horix::TimerWheel const> timerWheel)
+                         Kel::Ptr<Horix::TimerWheel const> timerWheel, ProxySm* proxySm)
     : vlanId_(vlanId),
+      proxySm_(proxySm),
       querierVlanConfig_(std::move(querierVlanConfig)),
-      topoVlan_(Kel::make<KelTopoVlan>(std::move(topoVlan), this)),
+      topoVlan_(newTopoVlan(std::move(topoVlan))),
       pamManager_(std::move(pamManager)),
       igmpHostDir_(std::move(igmpHostDir)),
-      kernelIntfStatusDir_(Kel::make<KelKernelIntfStatusDir>(std::move(kernelIntfStatusDir), this)),
+      kernelIntfStatusDir_(newKernelIntfStatusDir(std::move(kernelIntfStatusDir))),
       portVlanMap_(std::move(portVlanMap)),
       adapterConfig_(std::move(adapterConfig)),
       timerWheel_(std::move(timerWheel)) {
@@ -350,21 +418,21 @@ ProxyVlanSm::~ProxyVlanSm() {
   portSmDelAll();
 }
 
-void ProxyVlanSm::requireConstructedWith(
-    Kel::Ptr<Igmp::QuerierConfig const> const& querierVlanConfig,
-    Kel::Ptr<TopoVlan const> const& topoVlan, Kel::Ptr<ProxyPamManager> const& pamManager,
-    Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir,
-    Kel::Ptr<DeviceIntfStatusDir const> const& kernelIntfStatusDir,
-    Kel::Ptr<PortVlanMapping> const& portVlanMap, Kel::Ptr<AdapterVlanConfig> const& adapterConfig,
-    Kel::Ptr<Horix::TimerWheel const> const& timerWheel) const {
-  Kel::requireEqual("querierVlanConfig", querierVlanConfig, querierVlanConfig_);
-  Kel::requireEqual("topoVlan", topoVlan, this->topoVlan());
-  Kel::requireEqual("pamManager", pamManager, pamManager_);
-  Kel::requireEqual("igmpHostDir", igmpHostDir, igmpHostDir_);
-  Kel::requireEqual("kernelIntfStatusDir", kernelIntfStatusDir, this->kernelIntfStatusDir());
-  Kel::requireEqual("portVlanMap", portVlanMap, portVlanMap_);
-  Kel::requireEqual("adapterConfig", adapterConfig, adapterConfig_);
-  Kel::requireEqual("timerWheel", timerWheel, timerWheel_);
+Kel::Ptr<ProxyVlanSm::KelTopoVlan> ProxyVlanSm::newTopoVlan(Kel::Ptr<TopoVlan const> topoVlan) {
+  return Kel::make<KelTopoVlan>(std::move(topoVlan), this);
+}
+
+Kel::Ptr<ProxyVlanSm::KelKernelIntfStatusDir> ProxyVlanSm::newKernelIntfStatusDir(
+    Kel::Ptr<DeviceIntfStatusDir const> dir) {
+  return Kel::make<KelKernelIntfStatusDir>(std::move(dir), this);
+}
+
+void ProxyVlanSm::requireConstructedWith(Parameters const& asked) const {
+  requireEqual({"querierVlanConfig", "topoVlan", "pamManager", "igmpHostDir", "kernelIntfStatusDir",
+                "portVlanMap", "adapterConfig", "timerWheel"},
+               asked,
+               Parameters(querierVlanConfig_, topoVlan(), pamManager_, igmpHostDir_,
+                          kernelIntfStatusDir(), portVlanMap_, adapterConfig_, timerWheel_));
 }
 
 Kel::Ptr<ProxyVlanSm::TopoVlan const> const& ProxyVlanSm::topoVlan() const {
@@ -373,23 +441,6 @@ Kel::Ptr<ProxyVlanSm::TopoVlan const> const& ProxyVlanSm::topoVlan() const {
 
 Kel::Ptr<DeviceIntfStatusDir const> const& ProxyVlanSm::kernelIntfStatusDir() const {
   return kernelIntfStatusDir_->notifier();
-}
-
-Kel::Ptr<ProxyPortSm> ProxyVlanSm::portSmIs(
-    IntfId const& intfId, VlanId vlanId,
-    Kel::Ptr<Igmp::QuerierConfig const> const& querierVlanConfig,
-    Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir,
-    Kel::Ptr<DeviceIntfStatusDir const> const& kernelIntfStatusDir,
-    Kel::Ptr<ProxyPamManager> const& pamManager, Kel::Ptr<PortVlanMapping> const& portVlanMap,
-    Kel::Ptr<Horix::TimerWheel const> const& timerWheel) {
-  auto const newPortSm = [&] {
-    return ProxyPortSm::ProxyPortSmIs(intfId, vlanId, querierVlanConfig, igmpHostDir,
-                                      kernelIntfStatusDir, pamManager, portVlanMap, timerWheel);
-  };
-  return portSm_
-      .ensure(intfId, newPortSm, vlanId, querierVlanConfig, igmpHostDir, kernelIntfStatusDir,
-              pamManager, portVlanMap, timerWheel)
-      .first;
 }
 
 Kel::Ptr<ProxyVlanSm::KelProxyTopoPort> ProxyVlanSm::proxyTopoPort(IntfId const& intfId) const {
@@ -405,10 +456,14 @@ Kel::Ptr<ProxyVlanSm::KelProxyTopoPort> ProxyVlanSm::proxyTopoPortIs(
     if (present->notifier() != port) present->notifierIs(port);
     return present;
   }
-  auto added = proxyTopoPort_.watch(port->intfId(), port,
-                                    [&] { return Kel::make<KelProxyTopoPort>(port, this); });
+  auto added = proxyTopoPort_.watch(port->intfId(), port, [&] { return newProxyTopoPort(port); });
   added->handleTopoPortBlocked();
   return added;
+}
+
+Kel::Ptr<ProxyVlanSm::KelProxyTopoPort> ProxyVlanSm::newProxyTopoPort(
+    Kel::Ptr<TopoPort const> const& port) {
+  return Kel::make<KelProxyTopoPort>(port, this);
 }
 
 void ProxyVlanSm::proxyTopoPortDel(IntfId const& intfId) {
@@ -427,15 +482,26 @@ void ProxyVlanSm::reconcileTopoPorts() {
 }
 
 void ProxyVlanSm::hasNotificationActiveIs(bool active) {
+  Kel::Ptr<ProxyVlanSm> const self(this);
+  bool const awakes = active && !topoVlan_->hasNotificationActive();
   topoVlan_->hasNotificationActiveIs(active);
   kernelIntfStatusDir_->hasNotificationActiveIs(active);
   proxyTopoPort_.hasNotificationActiveIs(active);
+  for (IntfId const& intfId : portSm_.keys())
+    if (auto const portSm = this->portSm(intfId)) portSm->hasNotificationActiveIs(active);
+  if (!awakes || topoVlan_->isZombie()) return;
+  for (IntfId const& intfId : portSm_.keys())
+    if (!topoVlan()->port().contains(intfId)) handlePort(intfId);
+  handlePort();
+  reconcileTopoPorts();
 }
 
 void ProxyVlanSm::kelDoZombieReactors(bool zombie) {
   topoVlan_->kelDoZombieReactors(zombie);
   kernelIntfStatusDir_->kelDoZombieReactors(zombie);
   proxyTopoPort_.kelDoZombieReactors(zombie);
+  for (IntfId const& intfId : portSm_.keys())
+    if (auto const portSm = this->portSm(intfId)) portSm->kelDoZombieReactors(zombie);
 }
 
 void ProxyVlanSm::handleInitialized() {
@@ -450,59 +516,71 @@ void ProxyVlanSm::handleInitialized() {
 void ProxyVlanSm::handlePort() {
   KEL_TRACE(9, vlanId_ << ":void Bridging::IgmpSnooping::Proxy::ProxyVlanSm::handlePort()");
   Kel::Ptr<ProxyVlanSm> const self(this);
-  for (IntfId const& intfId : topoVlan()->port().keys()) {
-    if (topoVlan_->isZombie()) return;
+  for (IntfId const& intfId : topoVlan()->port().keys())
     if (topoVlan()->port().contains(intfId)) handlePort(intfId);
-    if (initialized()) continue;
-    // Who heard of the port may have had another machine of the VLAN made, to whose hosts this one
-    // must do nothing.
-    if (auto const portSm = this->portSm(intfId); portSm && portSm->isSuperseded()) return;
-  }
 }
 
 void ProxyVlanSm::handlePort(IntfId intfId) {
-  KEL_TRACE(9, vlanId_ << ":void Bridging::IgmpSnooping::Proxy::ProxyVlanSm::handlePort("
-                          "Wirex::IntfId)");
   Kel::Ptr<ProxyVlanSm> const self(this);
-  PortKey const key(vlanId_, intfId);
-  if (!topoVlan()->port().contains(intfId)) {
-    KEL_TRACE(4, "Deleting PortSm for port " << intfId);
-    unserve(intfId, key);
-    return;
+  // While a port of it is being decided, the VLAN is.
+  Kel::Ptr<ProxySm> const proxySm(proxySm_);
+  std::optional<Decisions<VlanId>::Hold> vlan;
+  if (proxySm) vlan.emplace(proxySm->decisions_, vlanId_);
+  auto const isWanted = [&] { return isMember(intfId) && isInKernel(intfId); };
+  for (Decisions<IntfId>::Rounds rounds(decisions_, intfId, isWanted); rounds.next();) {
+    if (topoVlan_->isZombie()) return;
+    KEL_TRACE(9, vlanId_ << ":void Bridging::IgmpSnooping::Proxy::ProxyVlanSm::handlePort("
+                            "Wirex::IntfId)");
+    if (!isMember(intfId) || rounds.lapsed()) {
+      KEL_TRACE(4, "Deleting PortSm for port " << intfId);
+      unserve(intfId);
+      continue;
+    }
+    KEL_TRACE(4, "Creating QuerierSm for port " << intfId);
+    if (isInKernel(intfId)) {
+      serve(intfId);
+      auto const watcher = proxyTopoPort(intfId);
+      if (watcher && rounds.repeated()) watcher->handleTopoPortBlocked();
+    } else {
+      KEL_TRACE(4, "Deleting PortSm for port due to lack of kernel intf " << intfId);
+      unserve(intfId);
+    }
   }
-  KEL_TRACE(4, "Creating QuerierSm for port " << intfId);
-  if (isServed(intfId)) {
-    serve(intfId, key);
-  } else {
-    KEL_TRACE(4, "Deleting PortSm for port due to lack of kernel intf " << intfId);
-    unserve(intfId, key);
-  }
+  if (vlan && vlan->release()) proxySm->handleVlan(vlanId_);
 }
 
-bool ProxyVlanSm::isServed(IntfId const& intfId) const {
-  return topoVlan()->port().contains(intfId) &&
-         kernelIntfStatusDir()->intfStatusAndDeviceName(intfId) != IntfStatusAndDeviceName();
+bool ProxyVlanSm::isMember(IntfId const& intfId) const {
+  return topoVlan()->port().contains(intfId);
+}
+
+bool ProxyVlanSm::isInKernel(IntfId const& intfId) const {
+  return kernelIntfStatusDir()->intfStatusAndDeviceName(intfId) != IntfStatusAndDeviceName();
 }
 
 // The packet access of a new port is set up by its machine itself, so here it matters only to one
 // that is there already.
-void ProxyVlanSm::serve(IntfId const& intfId, PortKey const& key) {
+void ProxyVlanSm::serve(IntfId const& intfId) {
   handleHostPam(intfId);
   portSmIs(intfId, vlanId_, querierVlanConfig_, igmpHostDir_, kernelIntfStatusDir(), pamManager_,
            portVlanMap_, timerWheel_);
-  // Who heard of the new host may have taken the port out again, or this machine.
-  if (topoVlan_->isZombie()) return;
-  if (!isServed(intfId)) {
-    unserve(intfId, key);
-    return;
-  }
-  if (adapterConfig_) adapterConfig_->hostKeyIs(key, true);
+  handleMissedHostPam(intfId);
+  // The keys of a VLAN stay when it goes, so one that is about to go adds none.
+  bool const goes = topoVlan_->isZombie() || (proxySm_ && proxySm_->decisions_.lapsed(vlanId_));
+  if (adapterConfig_ && !goes) adapterConfig_->hostKeyIs(PortKey(vlanId_, intfId), true);
 }
 
-void ProxyVlanSm::unserve(IntfId const& intfId, PortKey const& key) {
-  if (adapterConfig_) adapterConfig_->hostKeyDel(key);
-  // Who heard of the key may have put the port back.
-  if (!isServed(intfId)) portSmDel(intfId);
+void ProxyVlanSm::unserve(IntfId const& intfId) {
+  if (adapterConfig_) adapterConfig_->hostKeyDel(PortKey(vlanId_, intfId));
+  portSmDel(intfId);
+}
+
+void ProxyVlanSm::handleMissedHostPams() {
+  for (IntfId const& intfId : portSm_.keys()) handleMissedHostPam(intfId);
+}
+
+void ProxyVlanSm::handleMissedHostPam(IntfId const& intfId) {
+  auto const portSm = this->portSm(intfId);
+  if (portSm && !portSm->isHostPamInStep()) handleHostPam(intfId);
 }
 
 void ProxyVlanSm::handleHostPam(IntfId intfId) {
@@ -518,8 +596,7 @@ class ProxySm::KelProtocolConfig final
  public:
   using ReactorFor::ReactorFor;
 
-  // The handler comes before the reactor on the entry, which follows also while notification is
-  // not active.
+  // The handler comes before the reactor on the entry.
   void onContextConfig(VlanId vlan) override {
     if (isZombie()) return;
     Kel::Ptr<ProxySm> const proxySm(&owner());
@@ -621,16 +698,15 @@ ProxySm::ProxySm(Kel::Ptr<IgmpProtocolConfig const> protocolConfig,
       bridgingConfig_(std::move(bridgingConfig)),
       coreStatusDir_(std::move(coreStatusDir)),
       timerWheel_(std::move(timerWheel)) {
-  context_.reconcile(
-      this->protocolConfig()->contextConfig(), [this](auto const& config) { contextIs(config); },
-      [this](VlanId vlan) { contextDel(vlan); });
+  reconcileContexts();
   handleInitialized();
 }
 
-// Hosts go while the machine that runs them is there, and packet access goes last.
+// Hosts go while the machine that runs them is there, with the records that they have, and packet
+// access goes last.
 ProxySm::~ProxySm() {
-  ProxySm::kelDoZombieReactors(true);
-  vlanSm_.delAll();
+  zombieOwnReactors(true);
+  vlanSmDelAll();
   adapterSm_.delAll();
 }
 
@@ -656,29 +732,34 @@ Kel::Ptr<ProxySm::KelContext> ProxySm::context(VlanId vlan) const {
 
 Kel::Ptr<ProxySm::KelContext> ProxySm::contextIs(Kel::Ptr<IgmpContextConfig const> const& config) {
   Kel::nonNull(config, "Bridging::IgmpSnooping::Proxy::ProxySm", "context");
-  return context_.watch(config->vlanId(), config,
-                        [&] { return Kel::make<KelContext>(config, this); });
+  return context_.watch(config->vlanId(), config, [&] { return newContext(config); });
+}
+
+Kel::Ptr<ProxySm::KelContext> ProxySm::newContext(Kel::Ptr<IgmpContextConfig const> const& config) {
+  return Kel::make<KelContext>(config, this);
 }
 
 void ProxySm::contextDel(VlanId vlan) {
   context_.del(vlan);
 }
 
-Kel::Ptr<ProxyVlanSm> ProxySm::vlanSmIs(
-    VlanId vlan, Kel::Ptr<Igmp::QuerierConfig const> const& querierConfig,
-    Kel::Ptr<Topology::Library::Vlan::TopoVlan const> const& topoVlan,
-    Kel::Ptr<ProxyPamManager> const& pamManager, Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir,
-    Kel::Ptr<DeviceIntfStatusDir const> const& kernelIntfStatusDir,
-    Kel::Ptr<PortVlanMapping> const& portVlanMap, Kel::Ptr<AdapterVlanConfig> const& adapterConfig,
-    Kel::Ptr<Horix::TimerWheel const> const& timerWheel) {
-  auto const newVlanSm = [&] {
-    return ProxyVlanSm::ProxyVlanSmIs(vlan, querierConfig, topoVlan, pamManager, igmpHostDir,
-                                      kernelIntfStatusDir, portVlanMap, adapterConfig, timerWheel);
-  };
-  return vlanSm_
-      .ensure(vlan, newVlanSm, querierConfig, topoVlan, pamManager, igmpHostDir,
-              kernelIntfStatusDir, portVlanMap, adapterConfig, timerWheel)
-      .first;
+void ProxySm::contextDelAll() {
+  context_.delAll();
+}
+
+void ProxySm::reconcileContexts() {
+  context_.reconcile(
+      protocolConfig()->contextConfig(), [this](auto const& config) { contextIs(config); },
+      [this](VlanId vlan) { contextDel(vlan); });
+}
+
+void ProxySm::vlanSmDel(VlanId vlan) {
+  if (auto const machine = vlanSm(vlan)) machine->proxySmIs(nullptr);
+  vlanSm_.del(vlan);
+}
+
+void ProxySm::vlanSmDelAll() {
+  for (VlanId const vlan : vlanSm_.keys()) vlanSmDel(vlan);
 }
 
 Kel::Ptr<AdapterVlanConfig> ProxySm::adapterConfigIs(VlanId vlan) {
@@ -705,14 +786,36 @@ Kel::Ptr<AdapterSm> ProxySm::adapterSmIs(VlanId vlan,
 }
 
 void ProxySm::hasNotificationActiveIs(bool active) {
+  Kel::Ptr<ProxySm> const self(this);
+  bool const awakes = active && !protocolConfig_->hasNotificationActive();
   protocolConfig_->hasNotificationActiveIs(active);
   pVlanLib_->hasNotificationActiveIs(active);
   querierConfigDir_->hasNotificationActiveIs(active);
-  if (pamManager_) pamManager_->hasNotificationActiveIs(active);
+  pamManager_->hasNotificationActiveIs(active);
   context_.hasNotificationActiveIs(active);
+  pamManager()->hasNotificationActiveIs(active);
+  if (awakes && !protocolConfig_->isZombie()) catchUp();
+  for (VlanId const vlan : vlanSm_.keys())
+    if (auto const vlanSm = this->vlanSm(vlan)) vlanSm->hasNotificationActiveIs(active);
+}
+
+/// Decides again for every VLAN, of which nothing was heard for a time.
+void ProxySm::catchUp() {
+  reconcileContexts();
+  for (VlanId const vlan : vlanSm_.keys()) handleVlan(vlan);
+  handleVlan();
+  for (IntfId const& intfId : portVlanMap_->portInfo().keys()) handlePam(intfId);
 }
 
 void ProxySm::kelDoZombieReactors(bool zombie) {
+  zombieOwnReactors(zombie);
+  for (VlanId const vlan : vlanSm_.keys())
+    if (auto const vlanSm = this->vlanSm(vlan)) vlanSm->kelDoZombieReactors(zombie);
+  for (VlanId const vlan : adapterSm_.keys())
+    if (auto const adapterSm = this->adapterSm(vlan)) adapterSm->kelDoZombieReactors(zombie);
+}
+
+void ProxySm::zombieOwnReactors(bool zombie) {
   protocolConfig_->kelDoZombieReactors(zombie);
   pVlanLib_->kelDoZombieReactors(zombie);
   querierConfigDir_->kelDoZombieReactors(zombie);
@@ -722,16 +825,38 @@ void ProxySm::kelDoZombieReactors(bool zombie) {
 
 void ProxySm::handleInitialized() {
   KEL_TRACE(9, "void Bridging::IgmpSnooping::Proxy::ProxySm::handleInitialized()");
-  portVlanMap_ = Kel::make<PortVlanMapping>();
-  pamManager_ = Kel::make<KelPamManager>(proxyPamManagerFactory(bridgingConfig_, pamDesiredIntfDir_,
-                                                                portVlanMap_, kernelIntfStatusDir_),
-                                         this);
-  igmpHostStatusDir_ = Kel::make<Igmp::IgmpHostStatusDir>("proxy");
-  igmpHostDirSm_ = Kel::make<Igmp::IgmpHostDirSm>(Kel::Ptr<Kel::ActivityConfig>(), igmpHostDir_,
-                                                  igmpHostStatusDir_, timerWheel_);
+  portVlanMapIs();
+  pamManagerIs(bridgingConfig_, pamDesiredIntfDir_, portVlanMap_, kernelIntfStatusDir_);
+  igmpHostStatusDirIs("proxy");
+  igmpHostDirSmIs(nullptr, igmpHostDir_, igmpHostStatusDir_, timerWheel_);
   handleVlan();
   handlePam();
   initializedIs(true);
+}
+
+void ProxySm::portVlanMapIs() {
+  portVlanMap_ = Kel::make<PortVlanMapping>();
+}
+
+void ProxySm::pamManagerIs(Kel::Ptr<Bridging::Config const> const& bridgingConfig,
+                           Kel::Ptr<Interface::PamDesiredIntfDir const> const& pamDesiredIntfDir,
+                           Kel::Ptr<PortVlanMapping const> const& portVlanMap,
+                           Kel::Ptr<DeviceIntfStatusDir const> const& kernelIntfStatusDir) {
+  pamManager_ = Kel::make<KelPamManager>(
+      proxyPamManagerFactory(bridgingConfig, pamDesiredIntfDir, portVlanMap, kernelIntfStatusDir),
+      this);
+}
+
+void ProxySm::igmpHostStatusDirIs(Kel::Name const& name) {
+  igmpHostStatusDir_ = Kel::make<Igmp::IgmpHostStatusDir>(name);
+}
+
+void ProxySm::igmpHostDirSmIs(Kel::Ptr<Kel::ActivityConfig> const& activity,
+                              Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir,
+                              Kel::Ptr<Igmp::IgmpHostStatusDir> const& igmpHostStatusDir,
+                              Kel::Ptr<Horix::TimerWheel const> const& timerWheel) {
+  igmpHostDirSm_ =
+      Kel::make<Igmp::IgmpHostDirSm>(activity, igmpHostDir, igmpHostStatusDir, timerWheel);
 }
 
 void ProxySm::handleVlan() {
@@ -743,46 +868,43 @@ void ProxySm::handleVlan() {
 }
 
 void ProxySm::handleVlan(VlanId vlan) {
-  KEL_TRACE(9, "void Bridging::IgmpSnooping::Proxy::ProxySm::handleVlan(Bridging::VlanId)(" << vlan
-                                                                                            << ')');
   Kel::Ptr<ProxySm> const self(this);
-  auto const role = pVlanLib()->secondaryVlan(vlan);
-  VlanId configVlan = vlan;
-  if (role == VlanTypeAndPrimaryVlan()) {
-    KEL_TRACE(9, vlan << " is a normal or primary vlan");
-  } else {
-    configVlan = role.primaryVlan();
-    KEL_TRACE(9, "Found Primary vlan " << configVlan << " for vlan " << vlan);
-  }
-  auto const contextConfig = protocolConfig()->contextConfig(configVlan);
-  auto const querierConfig = querierConfigDir()->querierConfig(Kel::format("%d", vlan.value()));
-  KEL_TRACE(9, "contextConfig : " << static_cast<bool>(contextConfig)
-                                  << " querierConfig : " << static_cast<bool>(querierConfig));
-  if (isProxied(vlan)) {
-    // One that is there keeps the configurations that it was made with.
-    if (vlanSm(vlan)) return;
-    KEL_TRACE(9, "Creating VlanSm for vlan " << vlan);
-    auto const adapterConfig = getOrCreateAdapterConfig(vlan);
-    vlanSmIs(vlan, querierConfig, topoVlanState_->topoVlan(vlan), pamManager(), igmpHostDir_,
-             kernelIntfStatusDir_, portVlanMap_, adapterConfig, timerWheel_);
-    // Who heard of the first hosts may have switched the VLAN off again.
-    if (!isProxied(vlan)) handleVlan(vlan);
-  } else {
-    KEL_TRACE(9, "Deleting VlanSm for " << vlan);
-    vlanSmDel(vlan);
-    // Who heard of the last hosts may have switched it on again.
-    if (!vlanSm(vlan)) adapterConfigDel(vlan);
+  auto const isWanted = [&] { return inputsOf(vlan).areThere(); };
+  for (Decisions<VlanId>::Rounds rounds(decisions_, vlan, isWanted); rounds.next();) {
+    if (protocolConfig_->isZombie()) return;
+    KEL_TRACE(9, "void Bridging::IgmpSnooping::Proxy::ProxySm::handleVlan(Bridging::VlanId)("
+                     << vlan << ')');
+    VlanInputs const inputs = inputsOf(vlan);
+    if (inputs.isSecondary)
+      KEL_TRACE(9, "Found Primary vlan " << inputs.configVlan << " for vlan " << vlan);
+    else
+      KEL_TRACE(9, vlan << " is a normal or primary vlan");
+    KEL_TRACE(9,
+              "contextConfig : " << static_cast<bool>(inputs.contextConfig)
+                                 << " querierConfig : " << static_cast<bool>(inputs.querierConfig));
+    if (inputs.areThere() && !rounds.lapsed()) {
+      // One that is there keeps the configurations that it was made with.
+      if (vlanSm(vlan)) continue;
+      KEL_TRACE(9, "Creating VlanSm for vlan " << vlan);
+      auto const adapterConfig = getOrCreateAdapterConfig(vlan);
+      auto const added =
+          vlanSmIs(vlan, inputs.querierConfig, topoVlanState_->topoVlan(vlan), pamManager(),
+                   igmpHostDir_, kernelIntfStatusDir_, portVlanMap_, adapterConfig, timerWheel_);
+      added->handleMissedHostPams();
+    } else {
+      KEL_TRACE(9, "Deleting VlanSm for " << vlan);
+      vlanSmDel(vlan);
+      adapterConfigDel(vlan);
+    }
   }
 }
 
-/// Whether a VLAN has its querier, and its switch, which for a secondary VLAN is its primary's, is
-/// on.
-bool ProxySm::isProxied(VlanId vlan) const {
+ProxySm::VlanInputs ProxySm::inputsOf(VlanId vlan) const {
   auto const role = pVlanLib()->secondaryVlan(vlan);
-  auto const contextConfig =
-      protocolConfig()->contextConfig(role == VlanTypeAndPrimaryVlan() ? vlan : role.primaryVlan());
-  return contextConfig && contextConfig->proxyEnabled() &&
-         querierConfigDir()->querierConfig(Kel::format("%d", vlan.value()));
+  bool const isSecondary = role != VlanTypeAndPrimaryVlan();
+  VlanId const configVlan = isSecondary ? role.primaryVlan() : vlan;
+  return {isSecondary, configVlan, protocolConfig()->contextConfig(configVlan),
+          querierConfigDir()->querierConfig(Kel::format("%d", vlan.value()))};
 }
 
 Kel::Ptr<AdapterVlanConfig> ProxySm::getOrCreateAdapterConfig(VlanId vlan) {

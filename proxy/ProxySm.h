@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <tuple>
+#include <type_traits>
 #include <utility>
 
 #include "framework/entities/AdapterVlanConfig.h"
@@ -16,6 +18,7 @@
 #include "platform/horix/TimerWheel.h"
 #include "platform/igmp/IgmpHost.h"
 #include "platform/igmp/IgmpHostDirSm.h"
+#include "proxy/Decisions.h"
 #include "proxy/ProxyAdapterSm.h"
 #include "proxy/ProxyPam.h"
 
@@ -28,12 +31,20 @@
 /// All three are driven by the entities they watch, inside the call that changes those.
 namespace Bridging::IgmpSnooping::Proxy {
 
+class ProxySm;
+
 /// Owns the IGMP host of one port in one VLAN: makes and configures it, keeps its version in step
 /// with the VLAN's querier, and takes it away, with its packet access and its place in the port's
-/// VLANs, when it goes.
+/// VLANs, when it goes. Where the host has become another machine's, it leaves all of that alone:
+/// who starts a proxy over a living one has its machines configure the hosts that are there.
 class KEL_EXPORT ProxyPortSm : public Kel::PtrInterface {
  public:
   using ProtocolConfig = Gmp::Igmp::QuerierConfig;
+  /// What it is made with beside its port.
+  using Parameters =
+      std::tuple<VlanId, Kel::Ptr<Igmp::QuerierConfig const>, Kel::Ptr<Igmp::IgmpHostDir>,
+                 Kel::Ptr<Interface::DeviceIntfStatusDir const>, Kel::Ptr<ProxyPamManager>,
+                 Kel::Ptr<PortVlanMapping>, Kel::Ptr<Horix::TimerWheel const>>;
 
   /// Makes one; the arguments are the constructor's.
   template <class... Arguments>
@@ -50,12 +61,7 @@ class KEL_EXPORT ProxyPortSm : public Kel::PtrInterface {
   ~ProxyPortSm() override;
 
   /// For find-or-create: throws Kel::NameInUseException where an argument differs.
-  void requireConstructedWith(
-      VlanId vlanId, Kel::Ptr<Igmp::QuerierConfig const> const& querierVlanConfig,
-      Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir,
-      Kel::Ptr<Interface::DeviceIntfStatusDir const> const& kernelIntfStatusDir,
-      Kel::Ptr<ProxyPamManager> const& pamManager, Kel::Ptr<PortVlanMapping> const& portVlanMap,
-      Kel::Ptr<Horix::TimerWheel const> const& timerWheel) const;
+  void requireConstructedWith(Parameters const& asked) const;
 
   Wirex::IntfId const& intfId() const { return intfId_; }
   VlanId vlanId() const { return vlanId_; }
@@ -88,14 +94,10 @@ class KEL_EXPORT ProxyPortSm : public Kel::PtrInterface {
   bool initialized() const { return initialized_; }
   void initializedIs(bool initialized) { initialized_ = initialized; }
 
-  /// Whether another machine of the port has configured the host since, whose it is then. That
-  /// happens when the port is taken out and put back while this machine is still being made or
-  /// held, by who runs in one of its notifications.
-  bool isSuperseded() const;
-
   void handleInitialized();
   /// Connects the host with its packet access, or disconnects it while the port has no multiplexer.
   void updateHostPam();
+  bool isHostPamInStep() const;
   void handleBlocked();
   void handleDirection();
   void handleIgmpVersion();
@@ -108,6 +110,12 @@ class KEL_EXPORT ProxyPortSm : public Kel::PtrInterface {
   class KelQuerierVlanConfig;
   class KelInnerQuerierConfig;
 
+  Kel::Ptr<KelQuerierVlanConfig> newQuerierVlanConfig(Kel::Ptr<Igmp::QuerierConfig const> config);
+
+  bool keeps(Kel::Ptr<Igmp::IgmpHost> const& host) const;
+  /// Writes to the host while it is this machine's.
+  template <class Value>
+  void write(void (Igmp::IgmpHost::*mutator)(Value), std::type_identity_t<Value> value);
   void configureHost();
 
   Wirex::IntfId intfId_;
@@ -122,7 +130,7 @@ class KEL_EXPORT ProxyPortSm : public Kel::PtrInterface {
   Kel::Ptr<PortVlanMapping> portVlanMap_;
   Kel::Ptr<Horix::TimerWheel const> timerWheel_;
   PortKey portKey_;
-  std::uint32_t configVersion_ = 0;  // of the host, as this machine configured it
+  Decisions<Wirex::IntfId> pamDecisions_;
   Kel::Ptr<Igmp::IgmpHost> igmpHost_;
   Kel::Ptr<KelInnerQuerierConfig> innerQuerierConfig_;
 };
@@ -142,26 +150,27 @@ class KEL_EXPORT ProxyVlanSm : public Kel::PtrInterface {
     return Kel::make<ProxyVlanSm>(std::forward<Arguments>(arguments)...);
   }
 
+  /// What it is made with beside its VLAN.
+  using Parameters =
+      std::tuple<Kel::Ptr<Igmp::QuerierConfig const>, Kel::Ptr<TopoVlan const>,
+                 Kel::Ptr<ProxyPamManager>, Kel::Ptr<Igmp::IgmpHostDir>,
+                 Kel::Ptr<Interface::DeviceIntfStatusDir const>, Kel::Ptr<PortVlanMapping>,
+                 Kel::Ptr<AdapterVlanConfig>, Kel::Ptr<Horix::TimerWheel const>>;
+
   /// @param adapterConfig null for a secondary VLAN whose primary is not proxied: its hosts then
   /// have no adapter.
+  /// @param proxySm the owner, if there is one.
   ProxyVlanSm(VlanId vlanId, Kel::Ptr<Igmp::QuerierConfig const> querierVlanConfig,
               Kel::Ptr<TopoVlan const> topoVlan, Kel::Ptr<ProxyPamManager> pamManager,
               Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
               Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir,
               Kel::Ptr<PortVlanMapping> portVlanMap, Kel::Ptr<AdapterVlanConfig> adapterConfig,
-              Kel::Ptr<Horix::TimerWheel const> timerWheel);
+              Kel::Ptr<Horix::TimerWheel const> timerWheel, ProxySm* proxySm = nullptr);
   /// The keys of the hosts stay in the adapter configuration.
   ~ProxyVlanSm() override;
 
   /// For find-or-create: throws Kel::NameInUseException where an argument differs.
-  void requireConstructedWith(
-      Kel::Ptr<Igmp::QuerierConfig const> const& querierVlanConfig,
-      Kel::Ptr<TopoVlan const> const& topoVlan, Kel::Ptr<ProxyPamManager> const& pamManager,
-      Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir,
-      Kel::Ptr<Interface::DeviceIntfStatusDir const> const& kernelIntfStatusDir,
-      Kel::Ptr<PortVlanMapping> const& portVlanMap,
-      Kel::Ptr<AdapterVlanConfig> const& adapterConfig,
-      Kel::Ptr<Horix::TimerWheel const> const& timerWheel) const;
+  void requireConstructedWith(Parameters const& asked) const;
 
   VlanId vlanId() const { return vlanId_; }
   Kel::Ptr<Igmp::QuerierConfig const> const& querierVlanConfig() const {
@@ -178,13 +187,16 @@ class KEL_EXPORT ProxyVlanSm : public Kel::PtrInterface {
   /// One machine per served port.
   Kel::OwnedMembers<Wirex::IntfId, ProxyPortSm> const& portSm() const { return portSm_; }
   Kel::Ptr<ProxyPortSm> portSm(Wirex::IntfId const& intfId) const { return portSm_.get(intfId); }
-  Kel::Ptr<ProxyPortSm> portSmIs(
-      Wirex::IntfId const& intfId, VlanId vlanId,
-      Kel::Ptr<Igmp::QuerierConfig const> const& querierVlanConfig,
-      Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir,
-      Kel::Ptr<Interface::DeviceIntfStatusDir const> const& kernelIntfStatusDir,
-      Kel::Ptr<ProxyPamManager> const& pamManager, Kel::Ptr<PortVlanMapping> const& portVlanMap,
-      Kel::Ptr<Horix::TimerWheel const> const& timerWheel);
+  /// The arguments are those of ProxyPortSm's constructor.
+  template <class... Arguments>
+  Kel::Ptr<ProxyPortSm> newPortSm(Wirex::IntfId const& intfId, Arguments const&... arguments) {
+    return ProxyPortSm::ProxyPortSmIs(intfId, arguments...);
+  }
+  template <class... Arguments>
+  Kel::Ptr<ProxyPortSm> portSmIs(Wirex::IntfId const& intfId, Arguments const&... arguments) {
+    auto const added = [&] { return newPortSm(intfId, arguments...); };
+    return portSm_.ensure(intfId, added, ProxyPortSm::Parameters(arguments...)).first;
+  }
   void portSmDel(Wirex::IntfId const& intfId) { portSm_.del(intfId); }
   void portSmDelAll() { portSm_.delAll(); }
 
@@ -193,6 +205,7 @@ class KEL_EXPORT ProxyVlanSm : public Kel::PtrInterface {
     return proxyTopoPort_;
   }
   Kel::Ptr<KelProxyTopoPort> proxyTopoPort(Wirex::IntfId const& intfId) const;
+  Kel::Ptr<KelProxyTopoPort> newProxyTopoPort(Kel::Ptr<TopoPort const> const& port);
   Kel::Ptr<KelProxyTopoPort> proxyTopoPortIs(Kel::Ptr<TopoPort const> const& port);
   void proxyTopoPortDel(Wirex::IntfId const& intfId);
   void proxyTopoPortDelAll();
@@ -205,8 +218,13 @@ class KEL_EXPORT ProxyVlanSm : public Kel::PtrInterface {
   void handlePort();
   /// Decides whether a port has a host.
   void handlePort(Wirex::IntfId intfId);
+  /// Handles the multiplexers that came or went while the machine of their port, or this one, was
+  /// in the making.
+  void handleMissedHostPams();
   /// The port's multiplexer came or went.
   void handleHostPam(Wirex::IntfId intfId);
+
+  void proxySmIs(ProxySm* proxySm) { proxySm_ = proxySm; }
 
   void hasNotificationActiveIs(bool active) override;
   void kelDoZombieReactors(bool zombie) override;
@@ -215,13 +233,21 @@ class KEL_EXPORT ProxyVlanSm : public Kel::PtrInterface {
   class KelTopoVlan;
   class KelKernelIntfStatusDir;
 
-  bool isServed(Wirex::IntfId const& intfId) const;
-  void serve(Wirex::IntfId const& intfId, PortKey const& key);
-  void unserve(Wirex::IntfId const& intfId, PortKey const& key);
+  Kel::Ptr<KelTopoVlan> newTopoVlan(Kel::Ptr<TopoVlan const> topoVlan);
+  Kel::Ptr<KelKernelIntfStatusDir> newKernelIntfStatusDir(
+      Kel::Ptr<Interface::DeviceIntfStatusDir const> dir);
+
+  bool isMember(Wirex::IntfId const& intfId) const;
+  bool isInKernel(Wirex::IntfId const& intfId) const;
+  void serve(Wirex::IntfId const& intfId);
+  void handleMissedHostPam(Wirex::IntfId const& intfId);
+  void unserve(Wirex::IntfId const& intfId);
   void reconcileTopoPorts();
 
   VlanId vlanId_;
   bool initialized_ = false;
+  ProxySm* proxySm_;
+  Decisions<Wirex::IntfId> decisions_;
   Kel::Ptr<Igmp::QuerierConfig const> querierVlanConfig_;
   Kel::Ptr<KelTopoVlan> topoVlan_;
   Kel::Ptr<ProxyPamManager> pamManager_;
@@ -242,7 +268,10 @@ class KEL_EXPORT ProxyVlanSm::KelProxyTopoPort final : public TopoPort::Notifiee
   Wirex::IntfId const& intfId() const { return notifier()->intfId(); }
   Wirex::IntfId const& fwkKey() const { return intfId(); }
 
+  void proxyVlanSmIs(ProxyVlanSm* proxyVlanSm) { proxyVlanSm_ = proxyVlanSm; }
+
   void notifierIs(Kel::Ptr<TopoPort const> port) override;
+  void hasNotificationActiveIs(bool active) override;
   void onBlocked() override;
   void onAllowedTrafficDirection() override;
 
@@ -253,6 +282,7 @@ class KEL_EXPORT ProxyVlanSm::KelProxyTopoPort final : public TopoPort::Notifiee
   bool isStale() const;
 
   ProxyVlanSm* proxyVlanSm_;
+  std::pair<bool, TopoPort::Direction> lastHeard_{};  // when it was last active
 };
 
 /// The proxy: decides VLAN by VLAN, from the snooping configuration, the queriers and the private
@@ -299,21 +329,26 @@ class KEL_EXPORT ProxySm : public Kel::PtrInterface {
 
   /// The reactor on a VLAN's configuration entry, or null.
   Kel::Ptr<KelContext> context(VlanId vlan) const;
+  Kel::Ptr<KelContext> newContext(Kel::Ptr<IgmpContextConfig const> const& config);
   Kel::Ptr<KelContext> contextIs(Kel::Ptr<IgmpContextConfig const> const& config);
   void contextDel(VlanId vlan);
+  void contextDelAll();
 
   /// One machine per proxied VLAN, secondary ones included.
   Kel::OwnedMembers<VlanId, ProxyVlanSm> const& vlanSm() const { return vlanSm_; }
   Kel::Ptr<ProxyVlanSm> vlanSm(VlanId vlan) const { return vlanSm_.get(vlan); }
-  Kel::Ptr<ProxyVlanSm> vlanSmIs(
-      VlanId vlan, Kel::Ptr<Igmp::QuerierConfig const> const& querierConfig,
-      Kel::Ptr<Topology::Library::Vlan::TopoVlan const> const& topoVlan,
-      Kel::Ptr<ProxyPamManager> const& pamManager, Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir,
-      Kel::Ptr<Interface::DeviceIntfStatusDir const> const& kernelIntfStatusDir,
-      Kel::Ptr<PortVlanMapping> const& portVlanMap,
-      Kel::Ptr<AdapterVlanConfig> const& adapterConfig,
-      Kel::Ptr<Horix::TimerWheel const> const& timerWheel);
-  void vlanSmDel(VlanId vlan) { vlanSm_.del(vlan); }
+  /// The arguments are those of ProxyVlanSm's constructor, without the owner.
+  template <class... Arguments>
+  Kel::Ptr<ProxyVlanSm> newVlanSm(VlanId vlan, Arguments const&... arguments) {
+    return ProxyVlanSm::ProxyVlanSmIs(vlan, arguments..., this);
+  }
+  template <class... Arguments>
+  Kel::Ptr<ProxyVlanSm> vlanSmIs(VlanId vlan, Arguments const&... arguments) {
+    auto const added = [&] { return newVlanSm(vlan, arguments...); };
+    return vlanSm_.ensure(vlan, added, ProxyVlanSm::Parameters(arguments...)).first;
+  }
+  void vlanSmDel(VlanId vlan);
+  void vlanSmDelAll();
 
   /// One per proxied VLAN that is no secondary one.
   Kel::OwnedMembers<VlanId, AdapterVlanConfig> const& adapterConfig() const {
@@ -334,9 +369,19 @@ class KEL_EXPORT ProxySm : public Kel::PtrInterface {
   void adapterSmDel(VlanId vlan) { adapterSm_.del(vlan); }
 
   Kel::Ptr<PortVlanMapping> const& portVlanMap() const { return portVlanMap_; }
+  void portVlanMapIs();
   Kel::Ptr<ProxyPamManager> const& pamManager() const;
+  void pamManagerIs(Kel::Ptr<Bridging::Config const> const& bridgingConfig,
+                    Kel::Ptr<Interface::PamDesiredIntfDir const> const& pamDesiredIntfDir,
+                    Kel::Ptr<PortVlanMapping const> const& portVlanMap,
+                    Kel::Ptr<Interface::DeviceIntfStatusDir const> const& kernelIntfStatusDir);
   Kel::Ptr<Igmp::IgmpHostStatusDir> const& igmpHostStatusDir() const { return igmpHostStatusDir_; }
+  void igmpHostStatusDirIs(Kel::Name const& name);
   Kel::Ptr<Igmp::IgmpHostDirSm> const& igmpHostDirSm() const { return igmpHostDirSm_; }
+  void igmpHostDirSmIs(Kel::Ptr<Kel::ActivityConfig> const& activity,
+                       Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir,
+                       Kel::Ptr<Igmp::IgmpHostStatusDir> const& igmpHostStatusDir,
+                       Kel::Ptr<Horix::TimerWheel const> const& timerWheel);
 
   /// Of the hosts' reports, in bytes, for whoever asks. The hosts go by their own port's
   /// (HostSettings::mtu).
@@ -373,8 +418,27 @@ class KEL_EXPORT ProxySm : public Kel::PtrInterface {
   class KelQuerierConfigDir;
   class KelPamManager;
 
-  bool isProxied(VlanId vlan) const;
+  friend class ProxyVlanSm;
 
+  /// What decides whether a VLAN is proxied: its querier, and the configuration that has its
+  /// switch, which for a secondary VLAN is its primary's.
+  struct VlanInputs {
+    bool areThere() const {
+      return contextConfig && contextConfig->proxyEnabled() && querierConfig;
+    }
+
+    bool isSecondary;
+    VlanId configVlan;
+    Kel::Ptr<IgmpContextConfig const> contextConfig;
+    Kel::Ptr<Igmp::QuerierConfig const> querierConfig;
+  };
+  VlanInputs inputsOf(VlanId vlan) const;
+
+  void reconcileContexts();
+  void catchUp();
+  void zombieOwnReactors(bool zombie);
+
+  Decisions<VlanId> decisions_;
   bool initialized_ = false;
   std::uint32_t mtu_ = mtuDefault;
   Kel::String vlanName_;
@@ -403,6 +467,7 @@ class KEL_EXPORT ProxySm::KelContext final : public IgmpContextConfig::NotifieeC
   KelContext(Kel::Ptr<IgmpContextConfig const> config, ProxySm* proxySm);
 
   VlanId vlanId() const { return notifier()->vlanId(); }
+  void proxySmIs(ProxySm* proxySm) { proxySm_ = proxySm; }
 
   void onProxyEnabled() override;
 
@@ -411,6 +476,23 @@ class KEL_EXPORT ProxySm::KelContext final : public IgmpContextConfig::NotifieeC
 };
 
 /// Makes the proxy. Packets are received through the thread's Interface::EthDevPams.
+///
+/// What it needs, of a VLAN while the VLAN's switch is on and its querier is there, and what
+/// happens otherwise:
+/// - The topology and the snooping status of the VLAN, and the protocol configuration of its
+///   querier, before the later one of switch and querier comes. Otherwise the process aborts, with
+///   the assertion "topoVlan()", "coreStatus()" or "querierVlanConfig()->gmpQuerierConfig()".
+/// - The snooping status stays the same object. Otherwise the next look at the VLAN's adapter
+///   throws Kel::NameInUseException.
+/// - Names of queriers are VLAN numbers in decimal. Another name throws Kel::RangeException out of
+///   the change that brought it.
+/// - Names of interfaces do not begin with a digit, since a host's name is the VLAN's number and
+/// the
+///   interface's name without anything between them. With such a name the process may abort with
+///   the assertion "portKey().intfId() == intfId()", namely where the digits together are the
+///   number of another VLAN: VLAN 10 with "1/1", but not VLAN 410.
+/// - No argument but timerWheel is null. All changes come from one thread, that of the activities.
+///
 /// @param protocolConfig on which VLANs proxying is enabled
 /// @param topoVlanState the ports of each VLAN. A proxied VLAN must have its topology
 /// @param pVlanLib the private VLANs

@@ -1,6 +1,6 @@
 #include "framework/types/PortKey.h"
 
-#include <charconv>
+#include <cstdint>
 #include <ostream>
 #include <string>
 
@@ -32,16 +32,16 @@ void PortKey::handleInit(Kel::String8 const& text) {
   std::string_view const view = text.view();
   if (view.substr(0, prefix.size()) != prefix)
     throw Kel::RangeException("PortKey::stringvalue without \"Vlan\" in front not allowed");
-  char const* const digits = view.data() + prefix.size();
-  char const* const end = view.data() + view.size();
-  std::uint16_t vlan = 0;
-  char const* const name = std::from_chars(digits, end, vlan).ptr;
-  // A number too large for 16 bits leaves `vlan` at 0, which no VLAN has.
-  PortKey const key(VlanId(vlan),
-                    Wirex::IntfId(std::string_view(name, static_cast<std::size_t>(end - name))));
-  if (key.stringvalue() != text)
-    throw Kel::RangeException("PortKey::stringvalue with leading zeros not allowed");
-  *this = key;
+  // The longest number that a VLAN can have, without leading zeros.
+  std::string_view name = view.substr(prefix.size());
+  unsigned vlan = 0;
+  while (!name.empty() && name.front() >= '0' && name.front() <= '9') {
+    unsigned const longer = vlan * 10 + static_cast<unsigned>(name.front() - '0');
+    if (longer == 0 || longer > VlanId::max) break;
+    vlan = longer;
+    name.remove_prefix(1);
+  }
+  *this = PortKey(VlanId(static_cast<std::uint16_t>(vlan)), Wirex::IntfId(name));
 }
 
 std::ostream& operator<<(std::ostream& out, PortKey const& key) {

@@ -984,5 +984,58 @@ TEST_F(ProxyPamReentrancyTest, ManagerMayGoWhileAVlanIsRegistered) {
   expectGone();
 }
 
+// ---- keys and packets
+
+TEST_F(ProxyPamManagerTest, PacketAccessThatTakesAnothersPlaceReceives) {
+  startWith("swp1");
+  auto const former = pamIs(10, "swp1");
+  auto const other = Kel::make<Wirex::VlanPam>("10", multiplexer("swp1"));
+  manager->pamColIs(key(10, "swp1"), other);
+  manager->doRxPkt(VlanId(10), IntfId("swp1"), Pkt::PktIs(query(10)));
+  EXPECT_EQ(former->inputPkt(), nullptr);
+  EXPECT_NE(other->inputPkt(), nullptr);
+}
+
+TEST_F(ProxyPamManagerTest, PacketAccessPutInWhileAllGoesReceivesNothingAfterwards) {
+  startWith("swp1");
+  pamIs(10, "swp1");
+  pamIs(20, "swp1");
+  struct PutsIn final : ProxyPamManager::PamCol::NotifieeConst {
+    PutsIn(ProxyPamManager& into, Wirex::VlanPam::Ptr pam) : manager(into), other(std::move(pam)) {
+      watch(into.pamCol());
+    }
+    void onPamCol(PortKey) override {
+      if (other) manager.pamColIs(key(20, "swp1"), std::exchange(other, nullptr));
+    }
+    ProxyPamManager& manager;
+    Wirex::VlanPam::Ptr other;
+  };
+  auto const putsIn =
+      Kel::make<PutsIn>(*manager, Kel::make<Wirex::VlanPam>("20", multiplexer("swp1")));
+  manager->pamColDelAll();
+  EXPECT_TRUE(manager->pamCol()->entries().empty());
+  manager->doRxPkt(VlanId(20), IntfId("swp1"), Pkt::PktIs(query(20)));
+}
+
+TEST_F(ProxyPamManagerTest, ZombieOpensNoDevice) {
+  startWith("swp1");
+  manager->kelDoZombieReactors(true);
+  manager->proxyPamDesired()->intfDesiredIs(IntfId("swp2"), true);
+  kernelHas("swp2");
+  EXPECT_FALSE(manager->ethDevPamCol()->intfPam(IntfId("swp2")));
+}
+
+TEST_F(ProxyPamManagerTest, CatchesUpWithWhatItMissedWhileInactive) {
+  startWith("swp1");
+  kernelHas("swp2");
+  manager->hasNotificationActiveIs(false);
+  unhost("swp1");
+  desire("swp2");
+  host("swp2");
+  manager->hasNotificationActiveIs(true);
+  EXPECT_FALSE(multiplexer("swp1"));
+  EXPECT_TRUE(multiplexer("swp2"));
+}
+
 }  // namespace
 }  // namespace Bridging::IgmpSnooping::Proxy::Testing

@@ -461,5 +461,88 @@ TEST_F(ProxyPortSm_Parameters, NullHostIsRefused) {
   EXPECT_EQ(portSm->igmpHost(), swp1());
 }
 
+// ---- whose the host is
+
+using ProxyPortSm_Keeper = ProxyPortSmTest;
+
+TEST_F(ProxyPortSm_Keeper, IsNotToldByThePublicCounters) {
+  make();
+  swp1()->configVersionIs(77);
+  portSm = nullptr;
+  EXPECT_THAT(hostNames(), IsEmpty());
+  EXPECT_FALSE(portVlanMap->portInfo(IntfId("swp1")));
+}
+
+TEST_F(ProxyPortSm_Keeper, IsInitializedAlsoIfSomebodyWritesTheCounterMeanwhile) {
+  ControlObserver observer([&](std::string const& text) {
+    if (text == "Vlan10swp1 enabled") swp1()->configVersionIs(77);
+  });
+  observer.watch(hosts);
+  make();
+  EXPECT_TRUE(portSm->initialized());
+  EXPECT_EQ(swp1()->configVersion(), 78u);
+}
+
+TEST_F(ProxyPortSm_Keeper, IsTheMachineThatConfiguredTheHostLast) {
+  make();
+  auto const former = portSm;
+  make();
+  protocol->querierVersionIs(IgmpVersion::v2);
+  EXPECT_EQ(swp1()->configVersion(), 2u);
+  portSm->blockedIs(true);
+  former->handleCleanup();
+  EXPECT_TRUE(swp1());
+  EXPECT_THAT(keysOf(portVlanMap->portInfo()), ElementsAre("swp1"));
+  portSm = nullptr;
+  EXPECT_THAT(hostNames(), IsEmpty());
+}
+
+TEST_F(ProxyPortSm_Keeper, OfAHostThatSomebodyPutBackTakesTheRestAway) {
+  desires("swp1");
+  connect();
+  make();
+  ASSERT_TRUE(pamManager->portVlanPam(key(10, "swp1")));
+  ControlObserver observer([&](std::string const& text) {
+    if (text == "-host Vlan10swp1") hosts->igmpHostIs("Vlan10swp1");
+  });
+  observer.watch(hosts);
+  portSm = nullptr;
+  observer.leaves();
+  EXPECT_FALSE(pamManager->portVlanPam(key(10, "swp1")));
+  EXPECT_THAT(keysOf(portVlanMap->portInfo()), IsEmpty());
+}
+
+TEST_F(ProxyPortSm_Host, IsNamedAfterTheQuerierAndNotAfterTheVlan) {
+  querierIs(20);
+  portSm = ProxyPortSm::ProxyPortSmIs(IntfId("swp1"), VlanId(10), querier(20), hosts, kernel,
+                                      pamManager, portVlanMap, timerWheel);
+  EXPECT_THAT(hostNames(), ElementsAre("Vlan20swp1"));
+  EXPECT_EQ(portSm->portKey(), key(20, "swp1"));
+  EXPECT_EQ(portSm->igmpHost()->vlanId(), 10);
+}
+
+TEST_F(ProxyPortSmTest, FollowsItsQuerierAgainAfterItWasInactive) {
+  make();
+  portSm->hasNotificationActiveIs(false);
+  auto const other = Kel::make<ProtocolConfig>();
+  other->querierVersionIs(IgmpVersion::v1);
+  querier(10)->gmpQuerierConfigIs(other);
+  EXPECT_EQ(swp1()->igmpVersion(), IgmpVersion::v3);
+  portSm->hasNotificationActiveIs(true);
+  EXPECT_EQ(portSm->innerQuerierConfig(), other);
+  EXPECT_EQ(swp1()->igmpVersion(), IgmpVersion::v1);
+  other->querierVersionIs(IgmpVersion::v2);
+  EXPECT_EQ(swp1()->igmpVersion(), IgmpVersion::v2);
+}
+
+using ProxyPortSmDeathTest = ProxyPortSmTest;
+
+TEST_F(ProxyPortSmDeathTest, InterfaceWhoseNameReadsAsPartOfTheVlansNumberIsRefused) {
+  kernelHas("1/1");
+  EXPECT_DEATH(portSmOf(10, "1/1"), "portKey\\(\\).intfId\\(\\) == intfId\\(\\)");
+  querierIs(410);
+  EXPECT_TRUE(portSmOf(410, "1/1")->initialized()) << "no VLAN has the number 4101";
+}
+
 }  // namespace
 }  // namespace Bridging::IgmpSnooping::Proxy::Testing

@@ -351,6 +351,7 @@ TEST_F(ProxySm_Context, InactiveAndZombieReactorsHearNothing) {
   restore();
   EXPECT_THAT(trace.texts(), IsEmpty());
   proxy->hasNotificationActiveIs(true);
+  trace.clear();
   proxy->kelDoZombieReactors(true);
   disturb();
   restore();
@@ -705,6 +706,136 @@ TEST_F(ProxySm_End, MachinesThatSomebodyHoldsHearNothingMore) {
   EXPECT_THAT(trace.texts(), IsEmpty());
   EXPECT_THAT(hostNames(), ElementsAre("Vlan10swp1")) << "whose machine still lives";
   held = nullptr;
+  EXPECT_THAT(hostNames(), IsEmpty());
+}
+
+// ---- inactive ones and zombies
+
+using ProxySm_Inactive = ProxySmTest;
+
+TEST_F(ProxySm_Inactive, OneLosesNoVlan) {
+  serves(10, {"swp1"});
+  serves(11, {"swp1"});
+  start();
+  proxy->hasNotificationActiveIs(false);
+  forgets(10);
+  serves(12, {"swp2"});
+  joins(11, "swp2");
+  EXPECT_THAT(proxiedVlans(), ElementsAre("10", "11"));
+  proxy->hasNotificationActiveIs(true);
+  EXPECT_THAT(proxiedVlans(), ElementsAre("11", "12"));
+  EXPECT_THAT(servedPorts(11), ElementsAre("swp1", "swp2"));
+  EXPECT_FALSE(proxy->context(VlanId(10)));
+  proxies(12, false);
+  EXPECT_THAT(proxiedVlans(), ElementsAre("11")) << "the new entry is watched";
+}
+
+TEST_F(ProxySm_Inactive, OneOpensTheDevicesOfItsPortsWhenItIsActiveAgain) {
+  serves(10, {"swp1", "swp2"});
+  desires("swp1");
+  start();
+  proxy->hasNotificationActiveIs(false);
+  desiresNot("swp1");
+  desires("swp2");
+  EXPECT_THAT(devicesOpen(), ElementsAre("swp1"));
+  proxy->hasNotificationActiveIs(true);
+  EXPECT_THAT(devicesOpen(), ElementsAre("swp2"));
+  EXPECT_FALSE(host(10, "swp1")->pam());
+  EXPECT_TRUE(host(10, "swp2")->pam());
+}
+
+TEST_F(ProxySm_End, AVlanMachineThatSomebodyHoldsWritesItsHostNoMore) {
+  serves(10, {"swp1"});
+  start();
+  auto const machine = vlanSm(10);
+  auto const protocol = Kel::make<ProtocolConfig>();
+  querier(10)->gmpQuerierConfigIs(protocol);
+  proxy->vlanSmDel(VlanId(10));
+  protocol->querierVersionIs(IgmpVersion::v1);
+  port(10, "swp1")->blockedIs(true);
+  EXPECT_EQ(host(10, "swp1")->igmpVersion(), IgmpVersion::v3);
+  EXPECT_FALSE(host(10, "swp1")->blocked());
+}
+
+TEST_F(ProxySm_End, OfAllVlanMachinesAndContextsLeavesTheProxy) {
+  serves(10, {"swp1"});
+  serves(11, {"swp2"});
+  start();
+  proxy->contextDelAll();
+  EXPECT_FALSE(proxy->context(VlanId(10)));
+  proxy->vlanSmDelAll();
+  EXPECT_THAT(proxiedVlans(), IsEmpty());
+  EXPECT_THAT(hostNames(), IsEmpty());
+  proxy->handleVlan(VlanId(10));
+  EXPECT_THAT(proxiedVlans(), ElementsAre("10"));
+}
+
+// ---- roles
+
+TEST_F(ProxySmTest, AVlanOfAnyRoleButTheDefaultOneIsSecondary) {
+  serves(10, {"swp1"});
+  serves(20, {"swp1"});
+  forgets(20);
+  privateVlans->secondaryVlanIs(VlanId(20), {VlanType::normal, VlanId(10)});
+  start();
+  ASSERT_TRUE(vlanSm(20));
+  EXPECT_EQ(vlanSm(20)->adapterConfig(), adapterConfig(10));
+  EXPECT_THAT(adapters(), ElementsAre("10"));
+}
+
+// ---- keys that are being decided
+
+TEST_F(ProxySmTest, AVlanSwitchedOnAgainWhileItGoesHasAnAdapterWithoutFormerKeys) {
+  serves(10, {"swp1", "swp2"});
+  start();
+  auto const former = adapterConfig(10);
+  ControlObserver observer([&](std::string const& text) {
+    if (text != "-host Vlan10swp1") return;
+    leaves(10, "swp2");
+    proxies(10);
+  });
+  observer.watch(hosts);
+  proxies(10, false);
+  EXPECT_TRUE(vlanSm(10));
+  EXPECT_NE(adapterConfig(10), former);
+  EXPECT_THAT(hostKeys(10), ElementsAre("Vlan10swp1"));
+}
+
+TEST_F(ProxySmTest, AVlanWhoseQuerierIsReplacedWhileItIsMadeHasTheNewOne) {
+  serves(10, {"swp1"});
+  bool replaced = false;
+  ControlObserver observer([&](std::string const& text) {
+    if (text != "+host Vlan10swp1" || std::exchange(replaced, true)) return;
+    querierDel(10);
+    querierIs(10, IgmpVersion::v1);
+  });
+  observer.watch(hosts);
+  start();
+  EXPECT_EQ(vlanSm(10)->querierVlanConfig(), querier(10));
+  EXPECT_EQ(host(10, "swp1")->igmpVersion(), IgmpVersion::v1);
+}
+
+TEST_F(ProxySmTest, APortWhoseMultiplexerComesWhileItsVlanIsMadeIsConnected) {
+  serves(10, {"swp1", "swp2"});
+  ControlObserver observer([&](std::string const& text) {
+    if (text == "Vlan10swp2 enabled") desires("swp1");
+    if (text == "Vlan10swp2 intfConfigVersion") desires("swp2");
+  });
+  observer.watch(hosts);
+  start();
+  EXPECT_TRUE(host(10, "swp1")->pam());
+  EXPECT_TRUE(host(10, "swp2")->pam());
+}
+
+TEST_F(ProxySmTest, ANewProxyOverALivingOneKeepsItsHostsWhenThatOneGoes) {
+  serves(10, {"swp1"});
+  start();
+  auto const former = proxy;
+  start();
+  EXPECT_EQ(host(10, "swp1")->configVersion(), 2u);
+  former->vlanSmDelAll();
+  EXPECT_THAT(hostNames(), ElementsAre("Vlan10swp1"));
+  stop();
   EXPECT_THAT(hostNames(), IsEmpty());
 }
 

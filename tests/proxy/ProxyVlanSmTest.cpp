@@ -294,10 +294,10 @@ TEST_F(ProxyVlanSm_KeylessCallbacks, OfTheTopologyDropWatchersOfPortsThatHaveLef
   kernelHas("swp1");
   joins(10, "swp1");
   make();
-  machine->hasNotificationActiveIs(false);
+  machine->kelDoZombieReactors(true);
   leaves(10, "swp1");
   EXPECT_THAT(watched(), ElementsAre("swp1"));
-  machine->hasNotificationActiveIs(true);
+  machine->kelDoZombieReactors(false);
   topo(10)->portNotify();
   EXPECT_THAT(watched(), IsEmpty());
   EXPECT_THAT(ports(), ElementsAre("swp1")) << "handlePort() was called";
@@ -306,10 +306,10 @@ TEST_F(ProxyVlanSm_KeylessCallbacks, OfTheTopologyDropWatchersOfPortsThatHaveLef
 TEST_F(ProxyVlanSm_KeylessCallbacks, OfTheKernelDecideForEveryMember) {
   joins(10, "swp1")->blockedIs(true);
   make();
-  machine->hasNotificationActiveIs(false);
+  machine->kelDoZombieReactors(true);
   kernelHas("swp1");
   EXPECT_THAT(ports(), IsEmpty());
-  machine->hasNotificationActiveIs(true);
+  machine->kelDoZombieReactors(false);
   machine->proxyTopoPortDel(IntfId("swp1"));
   kernel->intfStatusAndDeviceNameNotify();
   EXPECT_THAT(ports(), ElementsAre("swp1"));
@@ -567,6 +567,81 @@ TEST_F(ProxyVlanSm_Parameters, EachOtherArgumentForAPortMachineIsNamed) {
   EXPECT_THAT(refusalOf([](auto& other) { other.timerWheel = nullptr; }), differs("timerWheel"));
   EXPECT_EQ(swp1(), before);
   EXPECT_EQ(host(10, "swp1")->configVersion(), 1u);
+}
+
+// ---- inactive ones and zombies
+
+using ProxyVlanSm_Inactive = ProxyVlanSmTest;
+
+TEST_F(ProxyVlanSm_Inactive, OnesCatchUpWithTheTopologyAndTheKernel) {
+  kernelHas("swp1");
+  joins(10, "swp1");
+  make();
+  machine->hasNotificationActiveIs(false);
+  leaves(10, "swp1");
+  kernelHas("swp2");
+  joins(10, "swp2");
+  EXPECT_THAT(ports(), ElementsAre("swp1"));
+  machine->hasNotificationActiveIs(true);
+  EXPECT_THAT(ports(), ElementsAre("swp2"));
+  EXPECT_THAT(watched(), ElementsAre("swp2"));
+  EXPECT_THAT(keys(), ElementsAre("Vlan10swp2"));
+}
+
+TEST_F(ProxyVlanSm_Inactive, OnesHearOnlyOfWhatHasChanged) {
+  kernelHas("swp1");
+  joins(10, "swp1")->allowedTrafficDirectionIs(Direction::egress);
+  make();
+  machine->hasNotificationActiveIs(false);
+  machine->hasNotificationActiveIs(true);
+  EXPECT_EQ(host(10, "swp1")->direction(), Direction::both) << "a new machine does not learn it";
+  machine->hasNotificationActiveIs(false);
+  port(10, "swp1")->blockedIs(true);
+  port(10, "swp1")->allowedTrafficDirectionIs(Direction::none);
+  EXPECT_FALSE(host(10, "swp1")->blocked());
+  machine->hasNotificationActiveIs(true);
+  EXPECT_TRUE(host(10, "swp1")->blocked());
+  EXPECT_EQ(host(10, "swp1")->direction(), Direction::none);
+}
+
+TEST_F(ProxyVlanSm_Inactive, OnesHaveInactivePortMachines) {
+  kernelHas("swp1");
+  joins(10, "swp1");
+  make();
+  auto const protocol = Kel::make<ProtocolConfig>();
+  querier(10)->gmpQuerierConfigIs(protocol);
+  machine->hasNotificationActiveIs(false);
+  protocol->querierVersionIs(IgmpVersion::v1);
+  EXPECT_EQ(host(10, "swp1")->igmpVersion(), IgmpVersion::v3);
+  machine->hasNotificationActiveIs(true);
+  EXPECT_EQ(host(10, "swp1")->igmpVersion(), IgmpVersion::v1);
+}
+
+TEST_F(ProxyVlanSmTest, ZombieHasZombiePortMachines) {
+  kernelHas("swp1");
+  joins(10, "swp1");
+  make();
+  auto const protocol = Kel::make<ProtocolConfig>();
+  querier(10)->gmpQuerierConfigIs(protocol);
+  machine->kelDoZombieReactors(true);
+  protocol->querierVersionIs(IgmpVersion::v1);
+  EXPECT_EQ(host(10, "swp1")->igmpVersion(), IgmpVersion::v3);
+  machine->kelDoZombieReactors(false);
+  protocol->querierVersionIs(IgmpVersion::v2);
+  EXPECT_EQ(host(10, "swp1")->igmpVersion(), IgmpVersion::v2);
+}
+
+TEST_F(ProxyVlanSm_Ports, ThatHaveLeftAreNotVisitedByTheWholePass) {
+  kernelHas("swp1");
+  joins(10, "swp1");
+  make();
+  machine->kelDoZombieReactors(true);
+  leaves(10, "swp1");
+  machine->kelDoZombieReactors(false);
+  machine->handlePort();
+  EXPECT_THAT(ports(), ElementsAre("swp1"));
+  machine->handlePort(IntfId("swp1"));
+  EXPECT_THAT(ports(), IsEmpty());
 }
 
 }  // namespace
