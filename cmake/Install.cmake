@@ -45,4 +45,5 @@ install(CODE "
   set(doc [[${CMAKE_INSTALL_DOCDIR}]])")
 install(SCRIPT cmake/InstallUnit.cmake)
 install(FILES packaging/igmpsnoopd.sysusers DESTINATION lib/sysusers.d RENAME igmpsnoopd.conf)
-install(FILES docs/configuration.md docs/operation.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES docs/configuration.md docs/operation.md packaging/forwarding.conf
+ DESTINATION ${CMAKE_INSTALL_DOCDIR})

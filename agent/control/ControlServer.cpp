@@ -8,8 +8,10 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/TraceRequest.h"
+#include "agent/control/ForwardingAnswer.h"
 #include "agent/control/Metrics.h"
 #include "agent/control/ShowAnswers.h"
+#include "agent/forwarding/ForwardingWords.h"
 #include "agent/output/Explanation.h"
 #include "agent/output/JsonValues.h"
 #include "agent/output/Tables.h"
@@ -144,13 +146,18 @@ std::unique_ptr<Answer> ControlServer::answerTo(std::string_view request) {
 std::unique_ptr<Answer> ControlServer::answerTo(Request const& request) {
   // What was heard in the same turn before is not published yet.
   loop().endBatch();
-  if (request.command == "show") return showAnswer(switch_, request, start_);
+  if (request.command == "show") {
+    if (request.what == "forwarding" && forwarding_)
+      return forwardingAnswer(switch_, *forwarding_, request, start_);
+    return showAnswer(switch_, request, start_, forwarding_);
+  }
   if (request.command == "explain") return explanation(request);
   if (request.command == "monitor") return feed_.monitor();
   if (request.command == "clear") return clearing(request);
   if (request.command == "trace") return tracing(request);
   if (request.command == "restart") return restarting();
-  if (request.command == "metrics") return std::make_unique<Framed>(metricsAnswer(switch_, *this));
+  if (request.command == "metrics")
+    return std::make_unique<Framed>(metricsAnswer(switch_, *this, "", forwarding_));
   refuse("there is no command ", Agent::quoted(request.command));
 }
 
@@ -159,9 +166,16 @@ std::unique_ptr<Answer> ControlServer::explanation(Request const& request) const
   if (!of.vlan || !of.interface || !of.group) refuse("explain takes vlan, interface and group");
   Explanation explained = explain(switch_, *of.vlan, *of.interface, *of.group);
   explained.time -= start_;
-  if (!request.text) return lineAnswer({{"explanation", explanationObject(explained)}});
+  std::string const why =
+      forwarding_ ? whyForwarded(*forwarding_, *of.vlan, *of.interface, *of.group) : "";
+  if (!request.text) {
+    Json object = explanationObject(explained);
+    if (!why.empty()) object["forwarding"] = why;
+    return lineAnswer({{"explanation", std::move(object)}});
+  }
   std::ostringstream text;
   printExplanation(text, explained);
+  if (!why.empty()) text << '\n' << why << '\n';
   return lineAnswer({{"text", text.str()}});
 }
 

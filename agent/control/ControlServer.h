@@ -7,6 +7,7 @@
 #include "agent/control/MonitorFeed.h"
 #include "agent/control/Request.h"
 #include "agent/control/SocketServer.h"
+#include "agent/forwarding/Forwarding.h"
 
 namespace Agent {
 
@@ -24,6 +25,10 @@ class ControlServer final : public SocketServer {
   /// it is about to happen. Nobody at first.
   using Restart = std::function<void(std::function<void(std::string const& problem)>)>;
   void onRestartIs(Restart action) { onRestart_ = std::move(action); }
+
+  /// Of which is told, too. Outlives the server.
+  void forwardingIs(Forwarding const& forwarding) { forwarding_ = &forwarding; }
+  Forwarding const* forwarding() const { return forwarding_; }
 
   /// Seconds are counted from then on.
   Horix::Time start() const { return start_; }
@@ -43,6 +48,7 @@ class ControlServer final : public SocketServer {
   Switch& switch_;
   Horix::Time start_;
   Restart onRestart_;
+  Forwarding const* forwarding_ = nullptr;
   MonitorFeed feed_;
 };
 

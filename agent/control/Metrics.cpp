@@ -68,9 +68,11 @@ class Family {
 
 class Metrics final : public Answer {
  public:
-  Metrics(Switch const& snoopingSwitch, SocketServer const& clients, std::string heading)
+  Metrics(Switch const& snoopingSwitch, SocketServer const& clients, std::string heading,
+          Forwarding const* forwarding)
       : switch_(snoopingSwitch),
         clients_(clients),
+        forwarding_(forwarding),
         heading_(std::move(heading)),
         walk_(snoopingSwitch, {}) {}
 
@@ -98,7 +100,7 @@ class Metrics final : public Answer {
     void (Metrics::*ofAll)(Family&) const;
   };
 
-  static std::array<Description, 18> const families;
+  static std::array<Description, 24> const families;
 
   /// The samples of one VLAN, or a whole family.
   void advanceFamily(std::string& out) {
@@ -276,8 +278,33 @@ class Metrics final : public Answer {
 
   void logLinesLost(Family& family) const { family.sample({}, lostLogLines()); }
 
+  // ---- Of forwarding
+
+  bool forwards() const { return forwarding_ && forwarding_->configuration(); }
+  EntryWriter const* entries() const { return forwards() ? forwarding_->entries() : nullptr; }
+
+  void forwardingActive(Family& family) const {
+    if (forwards()) family.sample({}, forwarding_->isActive() ? 1 : 0);
+  }
+  void forwardingEntries(Family& family) const {
+    if (entries()) family.sample({}, entries()->entryCount());
+  }
+  void forwardingFlooded(Family& family) const {
+    if (entries()) family.sample({}, entries()->failedGroups());
+  }
+  void forwardingWrites(Family& family) const {
+    if (entries()) family.sample({}, entries()->counters().writes);
+  }
+  void forwardingFailures(Family& family) const {
+    if (entries()) family.sample({}, entries()->counters().failures);
+  }
+  void forwardingDisturbances(Family& family) const {
+    if (forwards()) family.sample({}, forwarding_->disturbances());
+  }
+
   Switch const& switch_;
   SocketServer const& clients_;
+  Forwarding const* forwarding_;
   std::string heading_;
   MembershipWalk walk_;
   std::map<std::pair<VlanId, IntfId>, std::uint64_t> memberships_;
@@ -286,7 +313,7 @@ class Metrics final : public Answer {
   unsigned nextVlan_ = VlanId::min;
 };
 
-std::array<Metrics::Description, 18> const Metrics::families{{
+std::array<Metrics::Description, 24> const Metrics::families{{
     {Family::Type::gauge, "groups", "Groups with listeners.", &Metrics::groups, nullptr},
     {Family::Type::gauge, "memberships", "Memberships, one for each reporter of each group.",
      &Metrics::memberships, nullptr},
@@ -320,13 +347,26 @@ std::array<Metrics::Description, 18> const Metrics::families{{
      nullptr, &Metrics::longestTurn},
     {Family::Type::counter, "log_lines_lost", "Lines of the log that could not be written.",
      nullptr, &Metrics::logLinesLost},
+    {Family::Type::gauge, "forwarding_active", "Whether a bridge forwards what was learned.",
+     nullptr, &Metrics::forwardingActive},
+    {Family::Type::gauge, "forwarding_entries", "Ports of groups that the bridge has entries for.",
+     nullptr, &Metrics::forwardingEntries},
+    {Family::Type::gauge, "forwarding_flooded_groups",
+     "Groups flooded because an entry was refused.", nullptr, &Metrics::forwardingFlooded},
+    {Family::Type::counter, "forwarding_writes", "Entries written and deleted.", nullptr,
+     &Metrics::forwardingWrites},
+    {Family::Type::counter, "forwarding_failures", "Entries that the kernel refused.", nullptr,
+     &Metrics::forwardingFailures},
+    {Family::Type::counter, "forwarding_disturbances",
+     "How often somebody had changed what forwarding needs.", nullptr,
+     &Metrics::forwardingDisturbances},
 }};
 
 }  // namespace
 
 std::unique_ptr<Answer> metricsAnswer(Switch const& snoopingSwitch, SocketServer const& clients,
-                                      std::string heading) {
-  return std::make_unique<Metrics>(snoopingSwitch, clients, std::move(heading));
+                                      std::string heading, Forwarding const* forwarding) {
+  return std::make_unique<Metrics>(snoopingSwitch, clients, std::move(heading), forwarding);
 }
 
 }  // namespace Agent

@@ -6,6 +6,7 @@
 #include "agent/Switch.h"
 #include "agent/control/Answer.h"
 #include "agent/control/SocketServer.h"
+#include "agent/forwarding/Forwarding.h"
 
 namespace Agent {
 
@@ -13,7 +14,9 @@ namespace Agent {
 /// message types and causes only, so that their number is bounded by the configuration.
 /// @param clients of whose socket is told.
 /// @param heading what stands before.
+/// @param forwarding of which is told where it is configured. They outlive the answer.
 std::unique_ptr<Answer> metricsAnswer(Switch const& snoopingSwitch, SocketServer const& clients,
-                                      std::string heading = "");
+                                      std::string heading = "",
+                                      Forwarding const* forwarding = nullptr);
 
 }  // namespace Agent

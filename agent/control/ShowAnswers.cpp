@@ -10,6 +10,7 @@
 
 #include "agent/Log.h"
 #include "agent/control/MembershipWalk.h"
+#include "agent/forwarding/ForwardingWords.h"
 #include "agent/output/ExplanationWords.h"
 #include "agent/output/JsonValues.h"
 #include "agent/text/Wording.h"
@@ -228,8 +229,11 @@ class RouterPortsListing final : public Listing {
 
 class GroupsListing final : public Listing {
  public:
-  GroupsListing(Switch const& snoopingSwitch, Request const& request, Horix::Time start)
-      : Listing(snoopingSwitch, request, start, {"groups"}), walk_(snoopingSwitch, request.of) {}
+  GroupsListing(Switch const& snoopingSwitch, Request const& request, Horix::Time start,
+                Forwarding const* forwarding)
+      : Listing(snoopingSwitch, request, start, {"groups"}),
+        walk_(snoopingSwitch, request.of),
+        forwarding_(forwarding) {}
 
  private:
   bool advanceList(std::string& out) override {
@@ -250,10 +254,16 @@ class GroupsListing final : public Listing {
     addFilter(object, filterOf(membership));
     Horix::Time const end = static_cast<LearnedMembership const&>(membership).end();
     object["expire"] = seconds(std::max(end - now(), Horix::Time::zero()));
+    if (auto const to =
+            forwarding_ ? destinationsOf(*forwarding_, place.vlan, place.group) : std::nullopt) {
+      object["flooded"] = to->everywhere;
+      object["forwarded-to"] = to->ports;
+    }
     return object;
   }
 
   MembershipWalk walk_;
+  Forwarding const* forwarding_;
 };
 
 // ---- Hosts
@@ -427,11 +437,12 @@ std::unique_ptr<Answer> listing(Switch const& snoopingSwitch, Request const& req
 }  // namespace
 
 std::unique_ptr<Answer> showAnswer(Switch const& snoopingSwitch, Request const& request,
-                                   Horix::Time start) {
+                                   Horix::Time start, Forwarding const* forwarding) {
   if (request.what == "vlans") return listing<VlansListing>(snoopingSwitch, request, start);
   if (request.what == "interfaces")
     return listing<InterfacesListing>(snoopingSwitch, request, start);
-  if (request.what == "groups") return listing<GroupsListing>(snoopingSwitch, request, start);
+  if (request.what == "groups")
+    return std::make_unique<GroupsListing>(snoopingSwitch, request, start, forwarding);
   if (request.what == "hosts") return listing<HostsListing>(snoopingSwitch, request, start);
   if (request.what == "mrouters")
     return listing<RouterPortsListing>(snoopingSwitch, request, start);

@@ -5,6 +5,7 @@
 #include "agent/Switch.h"
 #include "agent/control/Answer.h"
 #include "agent/control/Request.h"
+#include "agent/forwarding/Forwarding.h"
 
 namespace Agent {
 
@@ -14,7 +15,8 @@ namespace Agent {
 /// last element; last {"end":true}.
 /// @param snoopingSwitch outlives the answer.
 /// Throws std::invalid_argument if there is no such thing to show.
+/// @param forwarding says where groups go, if any is there; outlives the answer too.
 std::unique_ptr<Answer> showAnswer(Switch const& snoopingSwitch, Request const& request,
-                                   Horix::Time start);
+                                   Horix::Time start, Forwarding const* forwarding = nullptr);
 
 }  // namespace Agent

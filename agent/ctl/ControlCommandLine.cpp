@@ -60,6 +60,7 @@ class ControlCommandLine {
     addShown(*show, "groups", "Who listens to what");
     addShown(*show, "hosts", "What the host on each port reports");
     addShown(*show, "mrouters", "The multicast router ports, and why they are");
+    addShown(*show, "forwarding", "What the bridge is to have, beside what the kernel has");
     addShown(*show, "statistics", "What was heard, ignored and sent");
   }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 #include <ostream>
 #include <tuple>
 #include <utility>
@@ -185,6 +186,58 @@ void printInterfaces(std::ostream& out, Json const& interfaces) {
       out << cell(interface, "name") << " is deaf: " << cell(interface, "deaf") << '\n';
 }
 
+/// Where groups go, if a bridge forwards them.
+void printDestinations(std::ostream& out, Json const& groups) {
+  std::map<std::pair<unsigned, IpAddr>, Json const*> destinations;
+  for (Json const& membership : groups)
+    if (membership.contains("forwarded-to"))
+      destinations.emplace(
+          std::pair(numberAt(membership, "vlan"), addressAt(membership, "address")), &membership);
+  if (destinations.empty()) return;
+  out << "\nStreams go to\n\n";
+  TextTable table({{"VLAN", Align::right}, {"GROUP"}, {"INTERFACES"}});
+  for (auto const& [key, membership] : destinations)
+    table.row({cell(*membership, "vlan"), cell(*membership, "address"),
+               membership->value("flooded", false) ? "everywhere"
+                                                   : listCell(membership->at("forwarded-to"))});
+  table.print(out);
+}
+
+void printForwarding(std::ostream& out, Json const& document) {
+  if (document.at("forwarding").empty()) {
+    out << "No bridge is configured: [forwarding] names one.\n";
+    return;
+  }
+  Json const& bridge = document.at("forwarding").front();
+  out << "Bridge " << textAt(bridge, "bridge");
+  if (!bridge.value("active", false)) {
+    out << " is left alone: " << textAt(bridge, "obstacle") << '\n';
+    return;
+  }
+  out << message(" has entries for ", cell(bridge, "entries-count"),
+                 " ports of groups; groups that nobody has joined go to ",
+                 textAt(bridge, "unregistered") == "flood" ? "all ports" : "router ports", ".\n");
+  if (numberAt(bridge, "flooded-groups-count") > 0)
+    out << cell(bridge, "flooded-groups-count")
+        << " groups are flooded, because the kernel refused entries; the log says why.\n";
+  for (Json const& vlan : document.at("vlans"))
+    if (!vlan.value("by-entries", false))
+      out << "VLAN " << cell(vlan, "vlan")
+          << " is still flooded, because not all listeners are known.\n";
+  if (document.at("entries").empty()) return;
+  out << '\n';
+  TextTable table({{"VLAN", Align::right},
+                   {"GROUP"},
+                   {"INTERFACE"},
+                   {"STATE", Align::left, 10},
+                   {"MODE"},
+                   {"SOURCES"}});
+  for (Json const& entry : document.at("entries"))
+    table.row({cell(entry, "vlan"), cell(entry, "address"), cell(entry, "interface"),
+               cell(entry, "state"), cell(entry, "filter-mode"), listCell(entry.at("source"))});
+  table.print(out);
+}
+
 void printGroups(std::ostream& out, Json const& groups) {
   TextTable table({{"VLAN", Align::right},
                    {"GROUP"},
@@ -198,6 +251,7 @@ void printGroups(std::ostream& out, Json const& groups) {
                cell(membership, "host"), secondsCell(membership, "expire"),
                cell(membership, "filter-mode"), listCell(membership.at("source"))});
   table.print(out);
+  printDestinations(out, groups);
 }
 
 void printHosts(std::ostream& out, Json const& document) {
@@ -336,6 +390,10 @@ void printShown(std::ostream& out, Request const& request, Json const& document)
   std::string const& what = request.what;
   if (what == "statistics") {
     printStatistics(out, document);
+    return;
+  }
+  if (what == "forwarding") {
+    printForwarding(out, document);
     return;
   }
   Json const& list = document.at(what);

@@ -1,7 +1,7 @@
 #include "agent/forwarding/BridgeControl.h"
 
 #include <array>
-#include <cstdio>
+#include <cstdlib>
 #include <set>
 #include <sys/utsname.h>
 
@@ -22,16 +22,25 @@ constexpr std::array<std::pair<LinkSetting, std::uint32_t>, 4> needed{{
 /// Enough for most; raised as groups come. What is not used costs nothing.
 constexpr std::uint32_t ampleGroups = 65536;
 
+/// Whether the kernel is this one or a later one.
+bool isKernel(unsigned long major, unsigned long minor) {
+  utsname system{};
+  if (uname(&system) != 0) return false;
+  char* end = nullptr;
+  unsigned long const majorThere = std::strtoul(system.release, &end, 10);
+  unsigned long const minorThere = *end == '.' ? std::strtoul(end + 1, nullptr, 10) : 0;
+  return std::pair(majorThere, minorThere) >= std::pair(major, minor);
+}
+
 }  // namespace
 
 EntryKind BridgeControl::entryKindOfKernel() {
-  utsname system{};
-  unsigned major = 0;
-  unsigned minor = 0;
-  if (uname(&system) != 0 || std::sscanf(system.release, "%u.%u", &major, &minor) != 2)
-    return EntryKind::singleSources;
-  return std::pair(major, minor) >= std::pair(6U, 3U) ? EntryKind::sourceLists
-                                                      : EntryKind::singleSources;
+  return isKernel(6, 3) ? EntryKind::sourceLists : EntryKind::singleSources;
+}
+
+/// Before, nftables writes into a frame whose tag the device took out as if it were in it.
+bool BridgeControl::floodsTagged() {
+  return isKernel(6, 8);
 }
 
 bool BridgeControl::recover() {
@@ -86,10 +95,10 @@ std::optional<std::string> BridgeControl::settingIs(LinkInfo const& link, LinkSe
   if (present == link.settings.end())
     return message("the kernel does not know ", name(setting), " of ", link.name);
   auto const key = std::pair(link.index, setting);
-  if (present->second == value && !former_.contains(key)) return std::nullopt;
+  if (present->second == value && former_.contains(key)) return std::nullopt;
   // It is remembered first: better to put back what was not changed than not what was.
   if (former_.try_emplace(key, present->second).second)
-    if (auto refusal = rules_.run(formerText({{key, present->second}}))) return refusal;
+    if (auto refusal = rules_.keep({{key, present->second}})) return refusal;
   NetlinkBatch batch;
   addSetting(batch, link.index, setting, value);
   auto const failures = socket_.send(batch);
@@ -107,6 +116,7 @@ char const* BridgeControl::disturbedIn(LinkInfo const& bridge) {
 }
 
 void BridgeControl::giveBack() {
+  rules_.run(floodAllText());  // what cannot be done in older rules is not needed in them
   deleteEntries();
   putSettingsBack();
   rules_.remove();
@@ -115,10 +125,14 @@ void BridgeControl::giveBack() {
 void BridgeControl::deleteEntries() {
   NetlinkBatch batch;
   std::vector<FoundEntry> entries;
+  // Where entries bear no mark, those of the groups in the rules' sets are ours.
+  std::set<Wirex::IpAddr> listed;
+  if (entryKind_ == EntryKind::singleSources) listed = rules_.groups();
   addEntriesRequest(batch);
   socket_.ask(batch, [&](nlmsghdr const& header) { readEntries(header, entries); });
   for (FoundEntry const& found : entries) {
-    if (!found.ours || !found.permanent || found.derived) continue;
+    if (!found.permanent || found.derived || !(found.ours || listed.contains(found.place.group)))
+      continue;
     addDeletion(batch, found.place, found.entry.source);
     if (batch.isFull()) socket_.send(batch);  // one that went with another is complained of
   }
@@ -127,7 +141,12 @@ void BridgeControl::deleteEntries() {
 
 void BridgeControl::putSettingsBack() {
   NetlinkBatch batch;
-  for (auto const& [key, value] : former_) addSetting(batch, key.first, key.second, value);
+  for (auto const& [key, value] : former_) {
+    // A bridge that was its own querier begins anew: it asks, and floods until it was answered.
+    if (key.second == LinkSetting::querier && value != 0)
+      addSetting(batch, key.first, key.second, 0);
+    addSetting(batch, key.first, key.second, value);
+  }
   socket_.send(batch);  // what is gone needs nothing
   former_.clear();
 }

@@ -23,6 +23,11 @@ class BridgeControl {
 
   std::optional<LinkInfo> link(std::string const& name) { return linkNamed(socket_, name); }
 
+  std::vector<LinkInfo> portsOf(std::uint32_t bridge) { return Agent::portsOf(socket_, bridge); }
+
+  /// Whether the kernel can flood frames with a VLAN tag.
+  static bool floodsTagged();
+
   /// Gives back what an earlier agent left behind. Returns whether it had left anything.
   bool recover();
 

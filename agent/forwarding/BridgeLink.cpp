@@ -90,6 +90,7 @@ void readLink(nlmsghdr const& header, LinkInfo& link) {
   link.index = static_cast<std::uint32_t>(info.ifi_index);
   link.up = (info.ifi_flags & IFF_UP) != 0;
   eachAttributeBehind(header, sizeof info, [&](nlattr const& attribute) {
+    if (mnl_attr_get_type(&attribute) == IFLA_IFNAME) link.name = mnl_attr_get_str(&attribute);
     if (mnl_attr_get_type(&attribute) == IFLA_MASTER) link.master = mnl_attr_get_u32(&attribute);
     if (mnl_attr_get_type(&attribute) == IFLA_LINKINFO) readLinkInfo(attribute, link);
   });
@@ -110,10 +111,25 @@ std::optional<LinkInfo> linkNamed(RequestSocket& socket, std::string const& name
   mnl_attr_put_strz(&header, IFLA_IFNAME, name.c_str());
   batch.end(header);
   LinkInfo link;
-  link.name = name;
   auto const failures = socket.ask(batch, [&](nlmsghdr const& answer) { readLink(answer, link); });
   if (!failures.empty() || link.index == 0) return std::nullopt;
   return link;
+}
+
+std::vector<LinkInfo> portsOf(RequestSocket& socket, std::uint32_t bridge) {
+  NetlinkBatch batch;
+  ifinfomsg info{};
+  info.ifi_family = AF_UNSPEC;
+  nlmsghdr& header = batch.add(RTM_GETLINK, NLM_F_DUMP, info);
+  mnl_attr_put_u32(&header, IFLA_MASTER, bridge);  // older kernels tell of others too
+  batch.end(header);
+  std::vector<LinkInfo> ports;
+  socket.ask(batch, [&](nlmsghdr const& answer) {
+    LinkInfo link;
+    readLink(answer, link);
+    if (link.master == bridge) ports.push_back(std::move(link));
+  });
+  return ports;
 }
 
 void addSetting(NetlinkBatch& batch, std::uint32_t index, LinkSetting setting,

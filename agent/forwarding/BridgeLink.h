@@ -38,6 +38,9 @@ struct LinkInfo {
 /// What the kernel knows of an interface; nothing if there is none of the name.
 std::optional<LinkInfo> linkNamed(RequestSocket& socket, std::string const& name);
 
+/// The ports of a bridge.
+std::vector<LinkInfo> portsOf(RequestSocket& socket, std::uint32_t bridge);
+
 /// Adds the request that sets it.
 void addSetting(NetlinkBatch& batch, std::uint32_t index, LinkSetting setting, std::uint32_t value);
 

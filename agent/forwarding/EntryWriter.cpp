@@ -12,16 +12,18 @@ void EntryWriter::begin(std::uint32_t bridge) {
   batch_.clear();
   changes_.clear();
   touched_.clear();
-  entryCount_ = 0;
-  failedGroups_ = 0;
+  entryCount_ = sourceCount_ = failedGroups_ = 0;
 }
 
 void EntryWriter::portsAre(std::map<Wirex::IntfId, std::uint32_t> const& ports) {
   std::set<std::uint32_t> indices;
   for (auto const& [intf, index] : ports) indices.insert(index);
   for (auto& [key, group] : groups_)
-    entryCount_ -= std::erase_if(
-        group.entries, [&](Entry const& entry) { return !indices.contains(entry.first); });
+    entryCount_ -= std::erase_if(group.entries, [&](Entry const& entry) {
+      bool const gone = !indices.contains(entry.first);
+      if (gone) sourceCount_ -= entry.second.sources.size();
+      return gone;
+    });
 }
 
 void EntryWriter::setsAreEmpty() {
@@ -109,13 +111,16 @@ void EntryWriter::apply(Change& change, bool failed) {
     failedGroups_ += group.failed ? 0 : 1;
     group.failed = true;
   } else if (change.after) {
+    sourceCount_ += change.after->sources.size();
     if (present) {
+      sourceCount_ -= place->second.sources.size();
       place->second = std::move(*change.after);
     } else {
       group.entries.emplace(place, change.port, std::move(*change.after));
       ++entryCount_;
     }
   } else if (present) {
+    sourceCount_ -= place->second.sources.size();
     group.entries.erase(place);
     --entryCount_;
   }

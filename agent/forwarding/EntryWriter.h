@@ -62,6 +62,8 @@ class EntryWriter {
   Groups const& groups() const { return groups_; }
   Group const* group(Key const& key) const;
   std::size_t entryCount() const { return entryCount_; }
+  /// The most that the kernel counts for what was written: groups, and their sources.
+  std::size_t kernelGroups() const { return groups_.size() + sourceCount_; }
   std::size_t failedGroups() const { return failedGroups_; }
   Counters const& counters() const { return counters_; }
   std::vector<Key> failed() const;
@@ -91,6 +93,7 @@ class EntryWriter {
   std::uint32_t bridge_ = 0;
   Groups groups_;
   std::size_t entryCount_ = 0;
+  std::size_t sourceCount_ = 0;
   std::size_t failedGroups_ = 0;
   Counters counters_;
   NetlinkBatch batch_;

@@ -117,6 +117,7 @@ void Forwarding::configure() {
   if (active_ && !sameBridge) stop();
   config_ = wanted;
   obstacle_.clear();
+  if (!std::exchange(lookedForLeftover_, true) && !config_) giveBackLeftover();
   if (!config_) {
     examination_->cancel();
     return;
@@ -129,8 +130,18 @@ void Forwarding::configure() {
   examine();
 }
 
+/// What an agent that was killed had taken over is not this one's to use.
+void Forwarding::giveBackLeftover() {
+  try {
+    if (RulesTable::isThere()) connect();
+  } catch (std::exception const& error) {
+    log(Severity::warning, "forwarding: what an earlier agent left behind stays: ", error.what());
+  }
+}
+
 void Forwarding::end() {
   if (active_) stop();
+  ending_.reset();
   examination_->cancel();
   continuation_->cancel();
   config_.reset();
@@ -194,6 +205,15 @@ std::string Forwarding::obstacleTo(std::optional<LinkInfo> const& bridge) const 
   if (!bridge->tellsVlansApart && vlans > 1)
     return message(name, " does not tell ", vlans, " VLANs apart; have it do so with: ip link set ",
                    name, " type bridge vlan_filtering 1, or configure one VLAN");
+  auto const& vlanConfigs = switch_.configuration().vlans;
+  bool const tagged =
+      std::any_of(vlanConfigs.begin(), vlanConfigs.end(), [](VlanConfig const& vlan) {
+        return std::any_of(vlan.members.begin(), vlan.members.end(),
+                           [](VlanMember const& member) { return member.tagged; });
+      });
+  if (tagged && !BridgeControl::floodsTagged())
+    return "to flood frames with a VLAN tag takes Linux 6.8 or later; configure untagged members "
+           "alone, or a newer kernel";
   return {};
 }
 
@@ -205,6 +225,7 @@ void Forwarding::isObstructed(std::string const& why) {
 
 void Forwarding::begin(LinkInfo const& bridge) {
   bridge_ = bridge;
+  links_ = control_->portsOf(bridge.index);
   vlans_ = forwardedVlans(switch_.configuration(), bridge.tellsVlansApart);
   ports_ = servedPorts();
   rules_ = rulesWanted();
@@ -217,6 +238,7 @@ void Forwarding::begin(LinkInfo const& bridge) {
   active_ = true;
   obstacle_.clear();
   mostGroups_ = 0;
+  routersOf_.clear();
   states_.clear();
   forgetStates();
   writer_->begin(bridge.index);
@@ -231,8 +253,8 @@ void Forwarding::begin(LinkInfo const& bridge) {
 
 void Forwarding::stop() {
   active_ = false;
-  continuation_->cancel();
-  watch_.reset();
+  ending_ = std::move(watch_);
+  continuation_->within(Horix::Time(1));
   watching_ = false;
   dirty_.clear();
   sweep_.clear();
@@ -266,6 +288,7 @@ void Forwarding::correct(LinkInfo const& bridge) {
         "a firewall that is loaded anew leave the table bridge ",
         rulesTable, " alone");
   }
+  links_ = control_->portsOf(bridge.index);
   Ports const ports = servedPorts();
   bool const portsChanged = ports != ports_;
   if (portsChanged) {
@@ -278,17 +301,17 @@ void Forwarding::correct(LinkInfo const& bridge) {
     ports_ = ports;
     sweepAll();
     routers_.clear();
-    routersChanged_ = true;
+    routersAre(routersWanted(), true);
   }
   if (rulesGone || rulesWanted() != rules_) putRules();
 }
 
-Forwarding::Ports Forwarding::servedPorts() {
+Forwarding::Ports Forwarding::servedPorts() const {
   Ports ports;
   for (InterfaceConfig const& interface : switch_.configuration().interfaces)
-    if (auto const link = control_->link(textOf(interface.intfId));
-        link && link->master == bridge_.index)
-      ports.emplace(interface.intfId, link->index);
+    for (LinkInfo const& link : links_)
+      if (link.name == interface.intfId.stringValue().view())
+        ports.emplace(interface.intfId, link.index);
   return ports;
 }
 
@@ -296,6 +319,8 @@ StreamRules Forwarding::rulesWanted() const {
   StreamRules rules;
   rules.unregistered = config_->unregistered;
   Configuration const& configuration = switch_.configuration();
+  for (LinkInfo const& link : links_) rules.members.push_back(link.index);
+  std::sort(rules.members.begin(), rules.members.end());
   for (InterfaceConfig const& interface : configuration.interfaces) {
     auto const port = ports_.find(interface.intfId);
     if (port == ports_.end()) continue;
@@ -339,15 +364,19 @@ void Forwarding::followRouters() {
   routersChanged_ = true;
 }
 
-bool Forwarding::routersOf(std::vector<VlanId> const& vlans, IntfId const& intf) const {
-  return std::any_of(vlans.begin(), vlans.end(), [&](VlanId vlan) {
-    RouterPorts const* const ports = switch_.routerPorts(vlan);
+bool Forwarding::isRouterPort(ForwardedVlan const& vlan, IntfId const& intf) const {
+  return std::any_of(vlan.routersOf.begin(), vlan.routersOf.end(), [&](VlanId of) {
+    RouterPorts const* const ports = switch_.routerPorts(of);
     return ports && ports->routerPort().contains(intf);
   });
 }
 
-bool Forwarding::isRouterPort(ForwardedVlan const& vlan, IntfId const& intf) const {
-  return routersOf(vlan.routersOf, intf);
+Forwarding::RoutersOf Forwarding::routersNow() const {
+  RoutersOf routers;
+  for (ForwardedVlan const& vlan : vlans_)
+    if (RouterPorts const* const ports = switch_.routerPorts(vlan.vlanId))
+      for (auto const& [intf, port] : ports->routerPort()) routers[vlan.vlanId].insert(intf);
+  return routers;
 }
 
 std::set<IntfId> Forwarding::routersWanted() const {
@@ -431,15 +460,20 @@ void Forwarding::sweepAll() {
 }
 
 void Forwarding::advance() {
+  if (ending_) {
+    std::size_t const pieces = watchedAtOnce;
+    if (!ending_->unwatchSome(pieces)) ending_.reset();
+    if (!active_ && ending_) continuation_->within(Horix::Time(1));
+  }
   if (!active_) return;
   try {
-    if (std::exchange(routersChanged_, false)) {
-      if (auto routers = routersWanted(); routers != routers_ || !sweep_.empty()) {
-        // Mixed ports get entries of their own.
-        routersAre(std::move(routers), false);
+    // A router that was heard again changes nothing here.
+    if (std::exchange(routersChanged_, false))
+      if (auto routersOf = routersNow(); routersOf != routersOf_) {
+        routersOf_ = std::move(routersOf);
+        routersAre(routersWanted(), false);
+        sweepAll();
       }
-      sweepAll();
-    }
     if (watching_) {
       watching_ = watch_->watchSome(watchedAtOnce);
       if (!watching_) sweepAll();
@@ -456,7 +490,8 @@ void Forwarding::advance() {
     examination_->within(examinationPause);
     return;
   }
-  if (watching_ || !dirty_.empty() || !sweep_.empty()) continuation_->within(Horix::Time(1));
+  if (ending_ || watching_ || !dirty_.empty() || !sweep_.empty())
+    continuation_->within(Horix::Time(1));
 }
 
 /// A piece: as many groups as one system call takes with ease.
@@ -492,8 +527,8 @@ void Forwarding::compare(Learned const& learned) {
 
 /// A bridge whose entries are more than it is to have gives up snooping: so it may have more first.
 void Forwarding::makeRoom() {
-  // An entry may bring one for each of its sources; and there are those of IPv6.
-  std::size_t const needed = 2 * (writer_->entryCount() + dirty_.size() + sweep_.size());
+  constexpr std::size_t inAPiece = 32768;  // with some sources each, and those of IPv6
+  std::size_t const needed = 2 * writer_->kernelGroups() + inAPiece;
   if (needed <= mostGroups_) return;
   auto const bridge = control_->link(config_->bridge);
   if (!bridge) return;

@@ -44,6 +44,7 @@ class Forwarding {
   /// Why the bridge is left alone; empty if it is not, or if none is configured.
   std::string const& obstacle() const { return obstacle_; }
   LinkInfo const& bridge() const { return bridge_; }
+  EntryKind entryKind() const { return control_->entryKind(); }
 
   std::vector<ForwardedVlan> const& vlans() const { return vlans_; }
   /// Whether streams of a VLAN go by entries, or still everywhere.
@@ -72,6 +73,9 @@ class Forwarding {
   /// A group in the VLAN in which it is learned.
   using Learned = std::pair<Bridging::VlanId, Wirex::IpAddr>;
 
+  /// The router ports of each VLAN.
+  using RoutersOf = std::map<Bridging::VlanId, std::set<Wirex::IntfId>>;
+
   /// How far a VLAN is on its way from flooding to entries.
   struct VlanState {
     Horix::Time known{};  ///< when all listeners must have answered a query
@@ -80,6 +84,7 @@ class Forwarding {
   };
 
   bool connect();
+  void giveBackLeftover();
   void examine();
   void examine(std::optional<LinkInfo> const& bridge);
   std::string obstacleTo(std::optional<LinkInfo> const& bridge) const;
@@ -89,13 +94,13 @@ class Forwarding {
   void correct(LinkInfo const& bridge);
   void forgetStates();
 
-  Ports servedPorts();
+  Ports servedPorts() const;
   StreamRules rulesWanted() const;
   void putRules();
   void followRouters();
+  RoutersOf routersNow() const;
   std::set<Wirex::IntfId> routersWanted() const;
   void routersAre(std::set<Wirex::IntfId> routers, bool demote);
-  bool routersOf(std::vector<Bridging::VlanId> const& vlans, Wirex::IntfId const& intf) const;
 
   void handlePublication();
   void sweepAll();
@@ -116,17 +121,21 @@ class Forwarding {
   std::unique_ptr<EntryWriter> writer_;
   std::unique_ptr<Alarm> examination_;
   std::unique_ptr<Alarm> continuation_;
-  std::unique_ptr<MembershipWatch> watch_;  // while active
+  std::unique_ptr<MembershipWatch> watch_;   // while active
+  std::unique_ptr<MembershipWatch> ending_;  // a former one, which goes piece by piece
   Kel::Reactors<Bridging::VlanId, KelRouterPorts> routerPorts_;
 
   bool active_ = false;
+  bool lookedForLeftover_ = false;
   std::string obstacle_;
   LinkInfo bridge_;
+  std::vector<LinkInfo> links_;  // the bridge's ports, configured or not
   Ports ports_;
   std::vector<ForwardedVlan> vlans_;
   std::map<Bridging::VlanId, VlanState> states_;
   StreamRules rules_;  // as put up
   std::set<Wirex::IntfId> routers_;
+  RoutersOf routersOf_;  // as last swept for
   bool routersChanged_ = false;
   std::uint32_t mostGroups_ = 0;
   std::uint64_t disturbances_ = 0;

@@ -1,6 +1,7 @@
 #include "agent/forwarding/RulesTable.h"
 
 #include <arpa/inet.h>
+#include <array>
 #include <cstdio>
 #include <linux/netfilter.h>
 #include <linux/netfilter/nf_tables.h>
@@ -34,20 +35,40 @@ void addFrame(NetlinkBatch& batch, std::uint16_t type) {
   batch.end(batch.add(type, 0, message));
 }
 
-void addMember(NetlinkBatch& batch, RulesTable::Member const& member) {
-  auto const flags = static_cast<std::uint16_t>(member.present ? NLM_F_CREATE : 0);
-  nlmsghdr& header = batch.add(typeOf(member.present ? NFT_MSG_NEWSETELEM : NFT_MSG_DELSETELEM),
-                               flags, bridgeFamily());
+template <class Value>
+void putValue(nlmsghdr& header, std::uint16_t type, Value const& value) {
+  nlattr* const nest = mnl_attr_nest_start(&header, type);
+  mnl_attr_put(&header, NFTA_DATA_VALUE, sizeof value, &value);
+  mnl_attr_nest_end(&header, nest);
+}
+
+/// @param put puts key and data of the element.
+template <class Put>
+void addElement(NetlinkBatch& batch, char const* set, bool present, Put put) {
+  auto const flags = static_cast<std::uint16_t>(present ? NLM_F_CREATE : 0);
+  nlmsghdr& header =
+      batch.add(typeOf(present ? NFT_MSG_NEWSETELEM : NFT_MSG_DELSETELEM), flags, bridgeFamily());
   mnl_attr_put_strz(&header, NFTA_SET_ELEM_LIST_TABLE, rulesTable);
-  mnl_attr_put_strz(&header, NFTA_SET_ELEM_LIST_SET, member.set.c_str());
+  mnl_attr_put_strz(&header, NFTA_SET_ELEM_LIST_SET, set);
   nlattr* const elements = mnl_attr_nest_start(&header, NFTA_SET_ELEM_LIST_ELEMENTS);
   nlattr* const element = mnl_attr_nest_start(&header, NFTA_LIST_ELEM);
-  nlattr* const key = mnl_attr_nest_start(&header, NFTA_SET_ELEM_KEY);
-  mnl_attr_put_u32(&header, NFTA_DATA_VALUE, htonl(member.group.value()));
-  mnl_attr_nest_end(&header, key);
+  put(header);
   mnl_attr_nest_end(&header, element);
   mnl_attr_nest_end(&header, elements);
   batch.end(header);
+}
+
+std::set<Wirex::IpAddr> groupsIn(std::string const& listing) {
+  std::set<Wirex::IpAddr> groups;
+  auto const json = nlohmann::json::parse(listing);
+  for (auto const& object : json.at("nftables")) {
+    if (!object.contains("set") || !object["set"].contains("elem")) continue;
+    for (auto const& element : object["set"]["elem"])
+      if (element.is_string())
+        if (auto const group = Wirex::IpAddr::fromText(element.get<std::string>()))
+          groups.insert(*group);
+  }
+  return groups;
 }
 
 FormerSettings formerIn(std::string const& listing) {
@@ -77,23 +98,43 @@ RulesTable::RulesTable() : nft_(nft_ctx_new(NFT_CTX_DEFAULT)), socket_(NETLINK_N
 }
 
 bool RulesTable::exists() {
+  return existsBy(socket_);
+}
+
+bool RulesTable::isThere() {
+  RequestSocket socket(NETLINK_NETFILTER);
+  return existsBy(socket);
+}
+
+bool RulesTable::existsBy(RequestSocket& socket) {
   NetlinkBatch batch;
   nlmsghdr& header = batch.add(typeOf(NFT_MSG_GETTABLE), NLM_F_ACK, bridgeFamily());
   mnl_attr_put_strz(&header, NFTA_TABLE_NAME, rulesTable);
   batch.end(header);
-  return socket_.ask(batch, [](nlmsghdr const&) {}).empty();
+  return socket.ask(batch, [](nlmsghdr const&) {}).empty();
+}
+
+std::string RulesTable::listing(std::string const& what) {
+  nft_ctx_output_set_flags(nft_.get(), NFT_CTX_OUTPUT_JSON | NFT_CTX_OUTPUT_NUMERIC_ALL);
+  auto const refusal = run("list " + what);
+  nft_ctx_output_set_flags(nft_.get(), 0);
+  return refusal ? "{\"nftables\":[]}" : nft_ctx_get_output_buffer(nft_.get());
 }
 
 std::optional<FormerSettings> RulesTable::former() {
   if (!exists()) return std::nullopt;
-  nft_ctx_output_set_flags(nft_.get(), NFT_CTX_OUTPUT_JSON | NFT_CTX_OUTPUT_NUMERIC_ALL);
-  auto const refusal = run(message("list map bridge ", rulesTable, " former"));
-  nft_ctx_output_set_flags(nft_.get(), 0);
-  if (refusal) return FormerSettings();
   try {
-    return formerIn(nft_ctx_get_output_buffer(nft_.get()));
+    return formerIn(listing(message("map bridge ", rulesTable, " former")));
   } catch (nlohmann::json::exception const&) {
-    return FormerSettings();
+    return FormerSettings();  // another program's table of the name
+  }
+}
+
+std::set<Wirex::IpAddr> RulesTable::groups() {
+  try {
+    return groupsIn(listing(message("table bridge ", rulesTable)));
+  } catch (nlohmann::json::exception const&) {
+    return {};
   }
 }
 
@@ -107,7 +148,27 @@ std::optional<std::string> RulesTable::change(std::vector<Member> const& members
   if (members.empty()) return std::nullopt;
   NetlinkBatch batch;
   addFrame(batch, NFNL_MSG_BATCH_BEGIN);
-  for (Member const& member : members) addMember(batch, member);
+  for (Member const& member : members)
+    addElement(batch, member.set.c_str(), member.present, [&](nlmsghdr& header) {
+      putValue(header, NFTA_SET_ELEM_KEY, htonl(member.group.value()));
+    });
+  return commit(batch);
+}
+
+std::optional<std::string> RulesTable::keep(FormerSettings const& former) {
+  NetlinkBatch batch;
+  addFrame(batch, NFNL_MSG_BATCH_BEGIN);
+  for (auto const& [key, value] : former)
+    addElement(batch, "former", true,
+               [&, &index = key.first, &setting = key.second, &kept = value](nlmsghdr& header) {
+                 putValue(header, NFTA_SET_ELEM_KEY,
+                          std::array{index, static_cast<std::uint32_t>(setting)});
+                 putValue(header, NFTA_SET_ELEM_DATA, kept);
+               });
+  return commit(batch);
+}
+
+std::optional<std::string> RulesTable::commit(NetlinkBatch& batch) {
   addFrame(batch, NFNL_MSG_BATCH_END);
   auto const failures = socket_.send(batch, 1);
   return failures.empty() ? std::nullopt : std::optional(failures.front().text);

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -27,11 +28,19 @@ class RulesTable {
   RulesTable();
 
   bool exists();
+  /// The same, for who has none of these.
+  static bool isThere();
 
   /// What an earlier agent kept; nothing without a table.
   std::optional<FormerSettings> former();
 
+  /// The groups in the sets.
+  std::set<Wirex::IpAddr> groups();
+
   std::optional<std::string> run(std::string const& commands);
+
+  /// Adds to what a later agent finds.
+  std::optional<std::string> keep(FormerSettings const& former);
 
   /// All of them, or none.
   std::optional<std::string> change(std::vector<Member> const& members);
@@ -42,6 +51,10 @@ class RulesTable {
   struct Closer {
     void operator()(nft_ctx* context) const noexcept;
   };
+
+  static bool existsBy(RequestSocket& socket);
+  std::string listing(std::string const& what);
+  std::optional<std::string> commit(NetlinkBatch& batch);
 
   std::unique_ptr<nft_ctx, Closer> nft_;
   RequestSocket socket_;

@@ -1,5 +1,7 @@
 #include "agent/forwarding/StreamRules.h"
 
+#include <tuple>
+
 #include "agent/text/Wording.h"
 
 namespace Agent {
@@ -36,18 +38,37 @@ constexpr char const* streams = "ip daddr 224.0.0.0/4 ip daddr != 224.0.0.0/24 i
 // For experiments by RFC 9542 section 5.3, and seen only between the hooks of the bridge.
 constexpr char const* floodedType = "0x88b5";
 
+/// For queries, which are no IGMP to the bridge meanwhile: a protocol number of RFC 3692.
+constexpr char const* hiddenType = "0x88b6";
+constexpr char const* hiddenProtocol = "253";
+
 // Where the Ethernet type stands in a frame without and with a VLAN tag.
 constexpr char const* untaggedType = "@ll,96,16";
 constexpr char const* taggedType = "@ll,128,16";
 
-/// Gives flooded frames their own type back, as soon as the bridge has sorted them out.
-std::string restore(std::string const& chain) {
+std::string formerText(FormerSettings const& former) {
   std::string text;
-  for (auto const& [protocol, type] : {std::pair{"ip", "0x0800"}, std::pair{"ip6", "0x86dd"}}) {
+  for (auto const& [key, value] : former)
+    text += addElement(
+        "former", message(key.first, " . ", static_cast<std::uint32_t>(key.second), " : ", value));
+  return text;
+}
+
+/// Gives frames their own type and protocol back, as soon as the bridge has sorted them out. Of one
+/// with a tag the type cannot be read where a device took the tag out, so it is written in any
+/// case.
+std::string restore(std::string const& chain) {
+  std::string text =
+      rule(chain, message("ether type ", hiddenType, " meta protocol ip ip protocol set 2 ",
+                          untaggedType, " set 0x0800"));
+  text += rule(chain, message("ether type 8021q ip daddr 224.0.0.0/4 ip ttl 1 ip protocol ",
+                              hiddenProtocol, " ip protocol set 2"));
+  for (auto const& [protocol, multicast, type] :
+       {std::tuple{"ip", "224.0.0.0/4", "0x0800"}, std::tuple{"ip6", "ff00::/8", "0x86dd"}}) {
     text += rule(chain, message("ether type ", floodedType, " meta protocol ", protocol, ' ',
                                 untaggedType, " set ", type));
-    text += rule(chain, message("ether type 8021q ", taggedType, ' ', floodedType,
-                                " meta protocol ", protocol, ' ', taggedType, " set ", type));
+    text += rule(chain, message("ether type 8021q ", protocol, " daddr ", multicast, ' ',
+                                taggedType, " set ", type));
   }
   return text;
 }
@@ -56,6 +77,8 @@ std::string portsText(StreamRules const& rules) {
   std::string text = addSet("ports", "iface_index");
   text += addSet("deaf", "iface_index");
   text += addSet("silent", "iface_index");
+  text += addSet("members", "iface_index");
+  for (std::uint32_t const member : rules.members) text += addElement("members", message(member));
   for (PortRule const& port : rules.ports) {
     text += addElement("ports", message(port.index));
     if (!port.in) text += addElement("deaf", message(port.index));
@@ -103,7 +126,10 @@ std::string tableText(StreamRules const& rules, FormerSettings const& former) {
   // First, for what other rules may count; last, for what they may match.
   text += addHook("prerouting", -350) + addHook("input", -350) + addHook("output", 350) +
           addHook("postrouting", -350);
-  text += addChain("flood") + addChain("streams");
+  text += addChain("flood") + addChain("hide") + addChain("streams");
+  text += rule("hide", message("ip protocol set ", hiddenProtocol));
+  text += rule("hide", message("ether type 8021q ", taggedType, " set ", hiddenType, " accept"));
+  text += rule("hide", message(untaggedType, " set ", hiddenType));
   text += rule("flood", message("ether type 8021q ", taggedType, " set ", floodedType, " accept"));
   text += rule("flood", message(untaggedType, " set ", floodedType));
   text += vlansText(rules);
@@ -112,9 +138,10 @@ std::string tableText(StreamRules const& rules, FormerSettings const& former) {
       rule("prerouting",
            "iif @ports ip protocol igmp igmp type { membership-report-v1, membership-report-v2, "
            "membership-report-v3, leave-group } drop");
+  text += rule("prerouting", "iif @members ip protocol igmp igmp type membership-query goto hide");
   text += rule("prerouting", message("iif @deaf ", streams, " drop"));
-  text += rule("prerouting", message("iif @ports ", streams, " goto streams"));
-  text += rule("prerouting", "iif @ports ip6 daddr ff00::/8 goto flood");
+  text += rule("prerouting", message("iif @members ", streams, " goto streams"));
+  text += rule("prerouting", "iif @members ip6 daddr ff00::/8 goto flood");
   text += rule("output", "ip saddr 0.0.0.0 ip protocol igmp igmp type membership-query drop");
   text += restore("input");
   text += restore("postrouting");
@@ -122,9 +149,8 @@ std::string tableText(StreamRules const& rules, FormerSettings const& former) {
   return text;
 }
 
-std::string floodText(std::uint16_t vlan) {
-  return message("flush chain bridge ", rulesTable, ' ', vlanChain(vlan), '\n') +
-         rule(vlanChain(vlan), "goto flood");
+std::string floodAllText() {
+  return message("flush chain bridge ", rulesTable, " streams\n") + rule("streams", "goto flood");
 }
 
 std::string byEntriesText(std::uint16_t vlan, Unregistered unregistered) {
@@ -133,14 +159,6 @@ std::string byEntriesText(std::uint16_t vlan, Unregistered unregistered) {
                                : message("ip daddr @", failedSet(vlan));
   return message("flush chain bridge ", rulesTable, ' ', vlanChain(vlan), '\n') +
          rule(vlanChain(vlan), test + " goto flood");
-}
-
-std::string formerText(FormerSettings const& former) {
-  std::string text;
-  for (auto const& [key, value] : former)
-    text += addElement(
-        "former", message(key.first, " . ", static_cast<std::uint32_t>(key.second), " : ", value));
-  return text;
 }
 
 }  // namespace Agent

@@ -19,7 +19,9 @@
 /// 3. A bridge that does so sends what has no entry to router ports alone. Streams that are to go
 ///    everywhere get an Ethernet type that it floods, and their own back as they leave. All do that
 ///    of a VLAN until its entries are whole, so that nothing is cut meanwhile.
-/// 4. IPv6 multicast is flooded likewise, MLD included, which is not snooped.
+/// 4. The bridge takes note of other queriers, and floods for a while when it first hears one. So
+///    queries are no IGMP to it: they get another protocol, are flooded, and get their own back.
+/// 5. IPv6 multicast is flooded likewise, MLD included, which is not snooped.
 namespace Agent {
 
 /// What settings were before they were changed, by interface: kept in the kernel beside the rules,
@@ -36,7 +38,10 @@ struct PortRule {
 };
 
 struct StreamRules {
+  /// Of the served ports.
   std::vector<PortRule> ports;
+  /// All ports of the bridge, by the kernel's index, ascending.
+  std::vector<std::uint32_t> members;
   /// Ascending; 0 alone on a bridge that does not tell VLANs apart.
   std::vector<std::uint16_t> vlans;
   Unregistered unregistered = Unregistered::flood;
@@ -51,11 +56,8 @@ std::string tableText(StreamRules const& rules, FormerSettings const& former);
 /// but those in its set `failed`.
 std::string byEntriesText(std::uint16_t vlan, Unregistered unregistered);
 
-/// Has every stream of a VLAN flooded.
-std::string floodText(std::uint16_t vlan);
-
-/// Adds settings to those kept.
-std::string formerText(FormerSettings const& former);
+/// Has every stream flooded, whatever the VLAN.
+std::string floodAllText();
 
 inline constexpr char const* rulesTable = "igmpsnoopd";
 

@@ -101,6 +101,7 @@ Live::Live(LiveCommand const& command, Configuration configuration,
   warnOfMissingInterfaces();
   switch_.forgetDeafPorts();
   if (state_) state_->begin();
+  control_.forwardingIs(forwarding_);
   forwarding_.configure();
 }
 

@@ -92,7 +92,9 @@ class Lab:
         namespace, address = self._plug(name, switch, port)
         interface = self._vlan_interface(namespace, vlan)
         namespace.address(interface, address)
-        return Host(namespace, interface)
+        host = Host(namespace, interface)
+        host.address = address
+        return host
 
     def tagged_bridge_router(self, name, switch, port, vlan, **options):
         namespace, address = self._plug(name, switch, port)
@@ -132,10 +134,13 @@ class Lab:
                        switch.namespace.json(f"ip -j link show {port}")[0]["operstate"], "UP",
                        within=5)
 
-    def streams(self, sender, hosts):
-        """Sends from a listener's host, and watches what comes out at these and at it."""
+    def streams(self, sender, hosts, far_ends=None):
+        """Sends from a listener's host, and watches what comes out at these and at the far ends
+        of cables that have a name here."""
         source = Sender(sender.namespace, sender.address)
-        return source, Watch(self, source, {host.name: Tap(host.namespace) for host in hosts})
+        taps = {host.name: Tap(wire.Wire(host.namespace, "eth0")) for host in hosts}
+        taps.update({name: Tap(far_end) for name, far_end in (far_ends or {}).items()})
+        return source, Watch(self, source, taps)
 
     def load(self, switch, ports):
         """A source of load at the far ends of these ports, of which no frame is kept."""

@@ -5,8 +5,6 @@ import struct
 import threading
 import time
 
-from rig.wire import Wire
-
 PORT = 5004
 PAYLOAD = struct.Struct("!II")  # stream, number
 
@@ -49,8 +47,8 @@ class Sender:
 class Tap:
     """The frames of streams that arrive at an interface."""
 
-    def __init__(self, namespace, interface="eth0"):
-        self._wire = Wire(namespace, interface)
+    def __init__(self, wire):
+        self._wire = wire
 
     def numbers(self, sender, group):
         """Those of one sender's frames to a group that have arrived so far; with what came twice."""
@@ -85,6 +83,16 @@ class Watch:
             else:
                 self._lab.check(not heard, f"{name} hears {len(heard)} of {len(sent)} frames of "
                                            f"{group}, which it does not want")
+
+    def nothing_missing(self, group, since, until, wanting):
+        """Every frame that left meanwhile came out at the hosts that want it, wherever else."""
+        time.sleep(max(0, until + 0.02 - time.time()))
+        sent = self._sender.sent(group, since, until)
+        self._lab.check(sent, f"nothing was sent to {group}")
+        for name in wanting:
+            missing = sent - set(self._taps[name].numbers(self._sender, group))
+            self._lab.check(not missing, f"{name} misses {len(missing)} of {len(sent)} frames of "
+                                         f"{group}")
 
     def steady(self, group, wanting, seconds=0.1):
         """The same for a while from now on."""

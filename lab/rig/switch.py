@@ -202,6 +202,14 @@ class Switch:
                    if line.startswith((f"igmpsnoop_{name}{{", f"igmpsnoop_{name} "))
                    and all(each in line for each in wanted))
 
+    def resident(self):
+        """The agent's memory, in KiB."""
+        for line in pathlib.Path(f"/proc/{self._process.pid}/status").read_text(
+                encoding="ascii").splitlines():
+            if line.startswith("VmRSS:"):
+                return int(line.split()[1])
+        return 0
+
     def processor_seconds(self):
         fields = pathlib.Path(f"/proc/{self._process.pid}/stat").read_text(encoding="ascii")
         return sum(map(int, fields.rpartition(")")[2].split()[11:13])) / os.sysconf("SC_CLK_TCK")

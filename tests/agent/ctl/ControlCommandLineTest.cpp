@@ -38,7 +38,7 @@ std::string problemOf(std::vector<char const*> const& arguments) {
 
 TEST(ControlCommandLine, EachCommandIsARequest) {
   for (char const* const what :
-       {"vlans", "interfaces", "groups", "hosts", "mrouters", "statistics"}) {
+       {"vlans", "interfaces", "groups", "hosts", "mrouters", "forwarding", "statistics"}) {
     std::string const request = std::string(R"({"command":"show","what":")") + what + '"';
     EXPECT_EQ(requestIn({"show", what}), request + '}');
     EXPECT_EQ(
