@@ -21,7 +21,7 @@ namespace Agent {
 /// What happened between two turns of the loop is told as one change, many changes are told a few
 /// in each turn. But an interface that was down or gone meanwhile is told so, because whoever
 /// listened there knows nothing any more.
-class KernelInterfaces : private NetlinkTable::Reader {
+class KernelInterfaces final : private NetlinkTable::Reader {
  public:
   /// An interface, and what it is like now.
   using Changed = std::function<void(Wirex::IntfId const&, InterfaceState const&)>;
