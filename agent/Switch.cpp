@@ -33,8 +33,12 @@ SnoopingPolicy policyOf(SnoopingSettings const& settings) {
   policy.lastMemberQueryInterval = settings.lastMemberQueryInterval;
   policy.fastLeave = settings.fastLeave;
   policy.receive.requireRouterAlert = settings.requireRouterAlert;
+  policy.ssmRange = settings.ssmRange;
   policy.maxGroups = settings.maxGroups;
+  policy.maxInterfaceGroups = settings.maxInterfaceGroups;
+  policy.maxInterfaceMemberships = settings.maxInterfaceMemberships;
   policy.maxGroupSources = settings.maxGroupSources;
+  policy.maxInterfaceSources = settings.maxInterfaceSources;
   return policy;
 }
 
@@ -163,6 +167,11 @@ Switch::VlanLearning* Switch::learning(VlanId vlan) {
   return primary ? &learning_.at(*primary).learning : nullptr;
 }
 
+Switch::VlanLearning const* Switch::learning(VlanId vlan) const {
+  auto const primary = learnedIn(vlan);
+  return primary ? &learning_.at(*primary).learning : nullptr;
+}
+
 Switch::VlanQuerier const* Switch::querier(VlanId vlan) const {
   auto const primary = learnedIn(vlan);
   return primary ? &learning_.at(*primary).querier : nullptr;
@@ -241,6 +250,7 @@ void Switch::addVlans() {
             .try_emplace(vlan.vlanId, entities_.snoopingStatus->contextStatus(vlan.vlanId), vlan,
                          loop_, batch_)
             .first->second;
+    learning.learning.onLimitIs([this](LimitReached const& limit) { onLimit_(limit); });
     learning.querier.onOtherVersionIs(
         [this](OtherVersion const& other) { onOtherVersion_(other); });
     learning.querier.onSentIs(
@@ -274,12 +284,7 @@ void Switch::tellNewAdapters(Adapters const& former) {
   for (auto const& [vlan, adapter] : adapters()) {
     auto const known = former.find(vlan);
     if (!adapter || (known != former.end() && known->second == adapter)) continue;
-    auto const status = entities_.snoopingStatus->contextStatus(vlan);
-    for (auto const& [address, group] : status->group())
-      for (auto const& [intf, port] : group->intf())
-        for (auto const& [reporter, membership] : port->membership())
-          membership->filterModeNotify();
-    batch_.add(status);
+    learning_.at(vlan).learning.repeat();
   }
   Kel::runActivities();
 }

@@ -31,6 +31,7 @@ class Switch {
   using InterfaceStates = std::map<Wirex::IntfId, InterfaceState>;
   using VlanLearning = Bridging::IgmpSnooping::VlanLearning;
   using VlanQuerier = Bridging::IgmpSnooping::VlanQuerier;
+  using LimitReached = Bridging::IgmpSnooping::LimitReached;
   using OtherVersion = Bridging::IgmpSnooping::OtherVersion;
   using VlanRouters = Bridging::IgmpSnooping::VlanRouters;
   using RouterPorts = Bridging::IgmpSnooping::RouterPorts;
@@ -67,6 +68,7 @@ class Switch {
   /// Where the memberships of a VLAN are learned: of a secondary VLAN, in its primary. Null if the
   /// VLAN is not configured; and so below.
   VlanLearning* learning(Bridging::VlanId vlan);
+  VlanLearning const* learning(Bridging::VlanId vlan) const;
   /// Of a secondary VLAN its primary's.
   VlanQuerier const* querier(Bridging::VlanId vlan) const;
   VlanQuerier* querier(Bridging::VlanId vlan);
@@ -75,6 +77,9 @@ class Switch {
 
   /// Who hears of queriers of other versions where the switch sends queries.
   void onOtherVersionIs(VlanQuerier::OnOtherVersion action) { onOtherVersion_ = std::move(action); }
+
+  /// Who hears of limits that ports reach: of each at most once a minute.
+  void onLimitIs(VlanLearning::OnLimit action) { onLimit_ = std::move(action); }
 
   Horix::Time now() const { return loop_.now(); }
 
@@ -132,6 +137,7 @@ class Switch {
   Kel::Ptr<Bridging::IgmpSnooping::SnoopingPamManager> snooping_;
   Kel::Ptr<HostSettingsSm> hostSettings_;
   std::map<void const*, std::function<void()>> afterPublish_;
+  VlanLearning::OnLimit onLimit_ = [](LimitReached const&) {};
   VlanQuerier::OnOtherVersion onOtherVersion_ = [](OtherVersion const&) {};
 };
 

@@ -14,6 +14,7 @@
 #include "framework/types/IpAddr.h"
 #include "framework/types/VlanId.h"
 #include "framework/types/VlanTypeAndPrimaryVlan.h"
+#include "platform/snooping/GroupRange.h"
 
 /// What an operator configures, as plain values: ranges are expanded, defaults are resolved, and
 /// everything that refers to something else refers to something that exists.
@@ -56,11 +57,15 @@ struct SnoopingSettings {
 
   ReportOn reportOn = ReportOn::mrouters;
 
-  /// Of the VLAN; 0 is no limit.
-  std::uint32_t maxGroups = 0;
+  /// Groups in which only single sources can be had (RFC 4604).
+  Bridging::IgmpSnooping::GroupRange ssmRange{Wirex::IpAddr(232, 0, 0, 0), 8};
 
-  /// Of one reporter in one group; 0 is no limit.
-  std::uint32_t maxGroupSources = 0;
+  // 0 is no limit, here and below.
+  std::uint32_t maxGroups = 4096;                 ///< of the VLAN
+  std::uint32_t maxInterfaceGroups = 2048;        ///< of a port
+  std::uint32_t maxInterfaceMemberships = 16384;  ///< of a port: groups and reporters
+  std::uint32_t maxGroupSources = 512;            ///< of one reporter in one group
+  std::uint32_t maxInterfaceSources = 16384;      ///< of all reporters and groups of a port
 
   friend bool operator==(SnoopingSettings const&, SnoopingSettings const&) = default;
 };

@@ -152,8 +152,12 @@ void ConfigurationReader::readSettings(TableReader& table, SnoopingSettings& set
   table.read("querier-source", settings.querierSource);
   table.read("sender-source-address", settings.senderSourceAddress);
   table.read("report-on", settings.reportOn, {ReportOn::mrouters, ReportOn::all});
+  table.read("ssm-range", settings.ssmRange);
   table.read("max-groups", settings.maxGroups, counts);
+  table.read("max-interface-groups", settings.maxInterfaceGroups, counts);
+  table.read("max-interface-memberships", settings.maxInterfaceMemberships, counts);
   table.read("max-group-sources", settings.maxGroupSources, counts);
+  table.read("max-interface-sources", settings.maxInterfaceSources, counts);
 
   auto const* const given = responseTime ? responseTime : interval;
   bool const sound = errors_.size() == errorsBefore;

@@ -1,6 +1,7 @@
 #include "agent/config/TableReader.h"
 
 #include <algorithm>
+#include <charconv>
 #include <utility>
 
 namespace Agent {
@@ -11,6 +12,22 @@ namespace {
 bool mayBeSource(Wirex::IpAddr address) {
   std::uint32_t const firstOctet = address.value() >> 24;
   return firstOctet < 224 && firstOctet != 127;
+}
+
+/// "232.0.0.0/8", or "none".
+std::optional<Bridging::IgmpSnooping::GroupRange> groupRange(std::string_view text) {
+  if (text == "none") return Bridging::IgmpSnooping::GroupRange();
+  std::size_t const slash = text.find('/');
+  if (slash == std::string_view::npos) return std::nullopt;
+  auto const address = Wirex::IpAddr::fromText(text.substr(0, slash));
+  std::string_view const digits = text.substr(slash + 1);
+  unsigned length = 0;
+  auto const [end, error] = std::from_chars(digits.begin(), digits.end(), length);
+  bool const isNumber = error == std::errc() && end == digits.end();
+  // A shorter prefix would hold addresses that are no groups.
+  if (!address || !address->isMulticast() || !isNumber || length < 4 || length > 32)
+    return std::nullopt;
+  return Bridging::IgmpSnooping::GroupRange(*address, length);
 }
 
 }  // namespace
@@ -104,6 +121,23 @@ toml::node const* TableReader::read(std::string_view key, Wirex::IpAddr& value) 
     return nullptr;
   }
   value = *address;
+  return node;
+}
+
+toml::node const* TableReader::read(std::string_view key,
+                                    Bridging::IgmpSnooping::GroupRange& value) {
+  toml::node const* const node = find(key);
+  if (!node) return nullptr;
+  auto const* const text = node->as_string();
+  auto const range = text ? groupRange(text->get()) : std::nullopt;
+  if (!range) {
+    errors_.add(node->source().begin, key,
+                text ? message(" ", quoted(text->get()), " is not a range of group addresses")
+                     : message(" is ", typeName(*node)),
+                "; give one in quotes, as in \"232.0.0.0/8\", or \"none\"");
+    return nullptr;
+  }
+  value = *range;
   return node;
 }
 

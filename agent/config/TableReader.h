@@ -13,6 +13,7 @@
 #include "agent/config/ErrorLog.h"
 #include "agent/text/Wording.h"
 #include "framework/types/IpAddr.h"
+#include "platform/snooping/GroupRange.h"
 
 namespace Agent {
 
@@ -51,6 +52,9 @@ class TableReader {
 
   /// The address of a sender: unicast, or 0.0.0.0 for none of its own.
   toml::node const* read(std::string_view key, Wirex::IpAddr& value);
+
+  /// A prefix of group addresses, or "none".
+  toml::node const* read(std::string_view key, Bridging::IgmpSnooping::GroupRange& value);
 
   /// One of a few words: what the stream operator of `Choice` prints.
   template <typename Choice>

@@ -97,6 +97,7 @@ Live::Live(LiveCommand const& command, Configuration configuration,
   UnixSocket::inheritedAre({});
   control_.onRestartIs([this](Restart::Told told) { restart(std::move(told)); });
   switch_.onOtherVersionIs(warnOf);
+  switch_.onLimitIs(warnOfLimit);
   followRouters();
   warnOfMissingInterfaces();
   switch_.forgetDeafPorts();

@@ -37,6 +37,15 @@ void warnOf(Bridging::IgmpSnooping::OtherVersion const& other) {
               : message("configure that one for IGMPv", other.configured));
 }
 
+void warnOfLimit(Bridging::IgmpSnooping::LimitReached const& reached) {
+  bool const isMerged = reached.limit == Igmp::IgnoreReason::tooManyMemberships;
+  log(Severity::warning, "VLAN ", reached.vlanId, ": interface ", reached.intfId,
+      " has reached a limit (", reached.limit, "): ", reached.reporter, "'s report of ",
+      reached.group,
+      isMerged ? " is merged with those of others" : " is ignored in whole or in part",
+      "; further ones are counted, and told here once a minute");
+}
+
 class RouterLog::KelRouterPorts final
     : public Kel::ReactorFor<RouterLog, RouterPorts::NotifieeConst> {
  public:

@@ -7,12 +7,16 @@
 #include "framework/kel/Reactors.h"
 #include "platform/horix/TimerWheel.h"
 #include "platform/snooping/RouterPorts.h"
+#include "platform/snooping/TurnedAway.h"
 #include "platform/snooping/VlanQuerier.h"
 
 namespace Agent {
 
 /// Warns of a querier that does not speak the version that is configured, and says what to do.
 void warnOf(Bridging::IgmpSnooping::OtherVersion const& other);
+
+/// Warns of a port that has reached a limit, and says what that does.
+void warnOfLimit(Bridging::IgmpSnooping::LimitReached const& reached);
 
 /// Logs on which interfaces multicast routers are heard, and where one no longer is. At most once
 /// a second, so that a neighbor whose PIM hellos come and go does not flood the log.

@@ -17,6 +17,7 @@ using Bridging::VlanId;
 using Bridging::IgmpSnooping::IgmpIntfStatus;
 using Bridging::IgmpSnooping::LearnedMembership;
 using Bridging::IgmpSnooping::RouterPorts;
+using Bridging::IgmpSnooping::TurnedAway;
 using Bridging::IgmpSnooping::Proxy::AdapterSm;
 using Bridging::IgmpSnooping::Proxy::PortKey;
 using Bridging::IgmpSnooping::Proxy::SourceCount;
@@ -121,6 +122,7 @@ class Explainer {
   Explanation explain() {
     explanation_.standing = standing();
     addPorts();
+    addIgnored();
     if (merging_) merge();
     addHost();
     return std::move(explanation_);
@@ -144,6 +146,20 @@ class Explainer {
               [](ExplainedPort const& a, ExplainedPort const& b) {
                 return precedesNaturally(a.interface, b.interface);
               });
+  }
+
+  void addIgnored() {
+    auto const* const learning = switch_.learning(explanation_.vlan);
+    if (!learning) return;
+    learning->turnedAway().forEach(
+        explanation_.group, [&](IntfId const& intf, TurnedAway::Entry const& entry) {
+          explanation_.ignored.push_back({textOf(intf), entry.reporter, entry.reason, entry.times,
+                                          explanation_.time - entry.latest});
+        });
+    std::stable_sort(explanation_.ignored.begin(), explanation_.ignored.end(),
+                     [](ExplainedRefusal const& a, ExplainedRefusal const& b) {
+                       return precedesNaturally(a.interface, b.interface);
+                     });
   }
 
   ExplainedPort portOf(IgmpIntfStatus const& status) const {

@@ -32,6 +32,15 @@ struct ExplainedPort {
   std::size_t furtherReporters = 0;  ///< who count in what the port wants, and are not told of
 };
 
+/// What of the group was not learned as it was said, of one reporter for one reason.
+struct ExplainedRefusal {
+  std::string interface;
+  Wirex::IpAddr reporter;
+  Igmp::IgnoreReason reason{};
+  std::uint64_t times = 0;
+  Horix::Time sinceLatest{};
+};
+
 /// What becomes of a source that some port names.
 struct ExplainedSource {
   enum class Place { included, excluded, unlisted };
@@ -97,7 +106,8 @@ struct Explanation {
   Wirex::IpAddr group;
   Standing standing = Standing::hasHost;
 
-  std::vector<ExplainedPort> ports;  ///< in natural order; the own one among them
+  std::vector<ExplainedPort> ports;       ///< in natural order; the own one among them
+  std::vector<ExplainedRefusal> ignored;  ///< by port in natural order; of each the latest alone
   MergeRule rule = MergeRule::nobody;
   std::vector<ExplainedSource> sources;  ///< by address
   std::optional<SourceFilter> merged;    ///< what the merge gives

@@ -95,6 +95,31 @@ std::string secondsText(Horix::Time time) {
   return counted(static_cast<std::size_t>(std::max<decltype(seconds)>(seconds, 0)), "second");
 }
 
+/// Of what names a group and was not learned as it was said.
+std::string why(Igmp::IgnoreReason reason) {
+  switch (reason) {
+    case Igmp::IgnoreReason::tooManyGroups:
+      return "the VLAN has as many groups as this port may take of max-groups";
+    case Igmp::IgnoreReason::tooManyInterfaceGroups:
+      return "the port has as many groups as max-interface-groups allows";
+    case Igmp::IgnoreReason::tooManySources:
+      return "it has as many sources as max-group-sources allows, and only these count";
+    case Igmp::IgnoreReason::tooManyInterfaceSources:
+      return "the port has as many sources as max-interface-sources allows, and only these count";
+    case Igmp::IgnoreReason::tooManyMemberships:
+      return "the port has as many reporters as max-interface-memberships allows, so it is merged "
+             "with others into the reporter 0.0.0.0";
+    case Igmp::IgnoreReason::ssmOlderReport:
+      return "IGMPv1 and IGMPv2 name no sources, and in the ssm-range only single sources can be "
+             "had";
+    case Igmp::IgnoreReason::ssmExclude:
+      return "it asks for every source but some, and in the ssm-range only single sources can be "
+             "had";
+    default:
+      return message("it cannot be right (", reason, ")");
+  }
+}
+
 std::string why(Obstacle obstacle, std::string const& interface) {
   switch (obstacle) {
     case Obstacle::disabled:
@@ -262,6 +287,21 @@ std::string fateOf(ExplainedSource const& source, Explanation const& explanation
   }
   return message(source.place == Place::unlisted ? "not in the list: " : "in the list: ", text,
                  countRemark(source));
+}
+
+std::vector<std::string> ignoredOf(Explanation const& explanation) {
+  std::vector<std::string> sentences;
+  if (explanation.group.isLinkLocalMulticast())
+    sentences.emplace_back(
+        "Groups of 224.0.0.0/24 are never learned: they are forwarded everywhere, and nobody has "
+        "to report them.");
+  for (ExplainedRefusal const& refusal : explanation.ignored)
+    sentences.push_back(
+        message(refusal.interface, ", reporter ", refusal.reporter, ": ", refusal.times,
+                refusal.times == 1 ? " report, " : " reports, the latest ",
+                std::chrono::round<std::chrono::seconds>(refusal.sinceLatest).count(),
+                " s ago: ", why(refusal.reason), '.'));
+  return sentences;
 }
 
 std::string remarkOn(ExplainedPort const& port) {

@@ -17,6 +17,9 @@ std::string mergeOf(Explanation const& explanation);
 /// What became of the source, without its address: "is not in the list: ...".
 std::string fateOf(ExplainedSource const& source, Explanation const& explanation);
 
+/// What of the group was ignored and why, a sentence each.
+std::vector<std::string> ignoredOf(Explanation const& explanation);
+
 /// What is odd about a port, or nothing.
 std::string remarkOn(ExplainedPort const& port);
 

@@ -134,6 +134,13 @@ Json explanationObject(Explanation const& explanation) {
   Json& sources = object["source"] = Json::array();
   for (ExplainedSource const& source : explanation.sources)
     sources.push_back(sourceObject(source, explanation));
+  Json& ignored = object["ignored"] = Json::array();
+  for (ExplainedRefusal const& refusal : explanation.ignored)
+    ignored.push_back({{"interface", refusal.interface},
+                       {"host", message(refusal.reporter)},
+                       {"cause", message(refusal.reason)},
+                       {"count", refusal.times},
+                       {"since-latest", seconds(refusal.sinceLatest)}});
   if (explanation.sending) object["sending"] = sendingObject(explanation);
   return object;
 }

@@ -167,6 +167,10 @@ void printExplanation(std::ostream& out, Explanation const& explanation) {
     out << "\n\n";
     printListeners(out, explanation);
   }
+  if (auto const sentences = ignoredOf(explanation); !sentences.empty()) {
+    out << "\nWhat was ignored\n\n";
+    for (std::string const& sentence : sentences) printParagraph(out, sentence, 2);
+  }
   if (explanation.standing != Standing::hasHost) return;
   if (!explanation.ports.empty()) {
     out << "\nHow that merges\n\n";

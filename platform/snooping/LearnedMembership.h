@@ -7,6 +7,7 @@
 #include "framework/kel/Table.h"
 #include "platform/horix/Timer.h"
 #include "platform/snooping/Deadline.h"
+#include "platform/snooping/PortShares.h"
 
 namespace Bridging::IgmpSnooping {
 
@@ -21,19 +22,31 @@ class LearnedGroup final : public IgmpGroup {
 
   VlanLearning& vlan() const { return vlan_; }
 
+  /// Ports whose entries are charged to what the VLAN's ports have in common.
+  std::uint32_t commonIntfs() const { return commonIntfs_; }
+  void commonIntfAdd() { ++commonIntfs_; }
+  void commonIntfDel() { --commonIntfs_; }
+
  private:
   VlanLearning& vlan_;
+  std::uint32_t commonIntfs_ = 0;
 };
 
 class LearnedIntf final : public IgmpIntfStatus {
  public:
-  LearnedIntf(Wirex::IntfId const& intf, LearnedGroup& group)
-      : IgmpIntfStatus(intf), group_(group) {}
+  LearnedIntf(Wirex::IntfId const& intf, LearnedGroup& group, PortUse& use, GroupCharge charge)
+      : IgmpIntfStatus(intf), group_(group), use_(use), charge_(charge) {}
 
   LearnedGroup& group() const { return group_; }
 
+  /// Of the port in the VLAN, and what of it this entry takes.
+  PortUse& use() const { return use_; }
+  GroupCharge charge() const { return charge_; }
+
  private:
   LearnedGroup& group_;
+  PortUse& use_;
+  GroupCharge const charge_;
 };
 
 /// A reporter's filter, with times: who has them can make the membership again.
@@ -62,11 +75,8 @@ struct TimedFilter {
 /// 2. Most reports renew all that is wanted. Then `times_` is null, and all ends with the timer.
 class KEL_EXPORT LearnedMembership final : public IgmpMembership, public Horix::Timer {
  public:
-  /// INCLUDE({}), as is everybody of whom nothing is known.
   LearnedMembership(Wirex::IpAddr reporter, LearnedIntf& intf)
-      : IgmpMembership(reporter), intf_(intf) {
-    filterModeIs(FilterMode::include);
-  }
+      : IgmpMembership(reporter), intf_(intf) {}
 
   LearnedIntf& intf() const { return intf_; }
 

@@ -1,20 +1,24 @@
 #include "platform/snooping/ReportBatch.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "platform/snooping/VlanLearning.h"
 
 namespace Bridging::IgmpSnooping {
 
-void ReportBatch::add(Kel::Ptr<IgmpContextStatus> const& status) {
-  if (std::find(changed_.begin(), changed_.end(), status) == changed_.end())
-    changed_.push_back(status);
+void ReportBatch::add(VlanLearning& learning) {
+  if (std::find(changed_.begin(), changed_.end(), &learning) == changed_.end())
+    changed_.push_back(&learning);
 }
 
+// What readers do may change memberships, and end the learning of VLANs that still wait.
 void ReportBatch::publish() {
-  for (VlanLearning* const learning : std::exchange(removals_, {})) learning->removeWithdrawn();
-  for (auto const& status : std::exchange(changed_, {})) status->newIgmpReportNotify();
+  std::size_t const waiting = changed_.size();
+  for (std::size_t i = 0; i < waiting && !changed_.empty(); ++i) {
+    VlanLearning* const learning = changed_.front();
+    changed_.erase(changed_.begin());
+    learning->publish();
+  }
 }
 
 }  // namespace Bridging::IgmpSnooping

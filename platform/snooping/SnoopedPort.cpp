@@ -28,11 +28,13 @@ SnoopedPort::~SnoopedPort() {
 void SnoopedPort::vlanIs(VlanId vlan, SnoopedVlan const& snooped) {
   if (SnoopedVlan* const present = vlans_.find(vlan)) {
     if (present->querier != snooped.querier) present->querier->portDel(vlan, *this);
+    if (present->learning != snooped.learning) present->learning->portDel(intfId_);
     *present = snooped;
   } else {
     vlans_.add(vlan, snooped);
     if (!counters_.contains(vlan)) counters_.add(vlan, std::make_unique<ReceiveCounters>());
   }
+  snooped.learning->portIs(intfId_);
   snooped.querier->portIs(vlan, *this);
 }
 
@@ -56,7 +58,9 @@ void SnoopedPort::vlanDel(VlanId vlan) {
   // A primary VLAN's learning does not tell in which of its VLANs the port heard a reporter.
   bool isElsewhere = false;
   for (auto const [other, snooped] : vlans_) isElsewhere |= snooped.learning == left.learning;
-  if (!isElsewhere) left.learning->forgetPort(intfId_);
+  if (isElsewhere) return;
+  left.learning->forgetPort(intfId_);
+  left.learning->portDel(intfId_);
 }
 
 void SnoopedPort::forget() {
@@ -173,14 +177,16 @@ void SnoopedPort::hear(VlanId vlan, SnoopedVlan const& snooped, IpAddr reporter,
   VlanLearning& learning = *snooped.learning;
   if (auto const problem = record.problem()) {
     counting_->countIgnored(*problem);
+    learning.noteTurnedAway(intfId_, reporter, record.group, *problem);
     return;
   }
   QueryNeed withdrawal;
   if (snooped.querier->isQuerier())
     withdrawal = queryNeededBy(record, learning.membership(intfId_, reporter, record.group));
-  if (auto const cause = learning.record(intfId_, reporter, record))
-    counting_->countIgnored(*cause);
-  else if (!withdrawal.empty())
+  auto const cause = learning.record(intfId_, reporter, record);
+  countIfIgnored(cause);
+  // A limit refuses what a record adds, not what it withdraws.
+  if (!withdrawal.empty() && (!cause || isLimit(*cause)))
     withdrawn(vlan, snooped, record.group, withdrawal);
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "platform/igmp/wire/PacketReader.h"
+#include "platform/snooping/GroupRange.h"
 
 namespace Bridging::IgmpSnooping {
 
@@ -21,10 +22,17 @@ struct SnoopingPolicy {
 
   Igmp::ReceivePolicy receive;
 
-  /// Groups in the VLAN, and sources of one reporter in one group; 0 is no limit. What would go
-  /// beyond is ignored whole.
-  std::uint32_t maxGroups = 0;
-  std::uint32_t maxGroupSources = 0;
+  /// Groups in which only single sources can be had: reports that ask for every source are
+  /// ignored (RFC 4604 section 2.2).
+  GroupRange ssmRange;
+
+  /// 0 is no limit. A group or a source that would go beyond is refused; what is known stays, and
+  /// what a refused report repeats is renewed.
+  std::uint32_t maxGroups = 0;                ///< in the VLAN; PortShares divides them
+  std::uint32_t maxInterfaceGroups = 0;       ///< on a port
+  std::uint32_t maxInterfaceMemberships = 0;  ///< on a port; further reporters are merged into one
+  std::uint32_t maxGroupSources = 0;          ///< of one reporter in one group
+  std::uint32_t maxInterfaceSources = 0;      ///< of all reporters on a port
 
   /// How long a membership lives without a report (RFC 9776 section 8.4).
   Milliseconds groupMembershipInterval() const {

@@ -1,18 +1,65 @@
 #include "platform/snooping/VlanLearning.h"
 
+#include <algorithm>
 #include <utility>
 
-#include "framework/kel/Activity.h"
+#include "framework/kel/Trace.h"
+
+KEL_TRACE_MODULE("IgmpSnooping::VlanLearning", "VlanLearning")
 
 namespace Bridging::IgmpSnooping {
 
 using Igmp::IgnoreReason;
+using Wirex::IgmpV3GroupRecordType;
 using Wirex::IntfId;
 using Wirex::IpAddr;
 
+namespace {
+
+constexpr IpAddr manyReporters{};
+
+bool isOfExcludeMode(Igmp::GroupRecord const& record) {
+  return record.type == IgmpV3GroupRecordType::modeIsExclude ||
+         record.type == IgmpV3GroupRecordType::changeToExcludeMode;
+}
+
+char const* nameOf(IgmpV3GroupRecordType type) {
+  switch (type) {
+    case IgmpV3GroupRecordType::modeIsInclude:
+      return "IS_IN";
+    case IgmpV3GroupRecordType::modeIsExclude:
+      return "IS_EX";
+    case IgmpV3GroupRecordType::changeToIncludeMode:
+      return "TO_IN";
+    case IgmpV3GroupRecordType::changeToExcludeMode:
+      return "TO_EX";
+    case IgmpV3GroupRecordType::allowNewSources:
+      return "ALLOW";
+    case IgmpV3GroupRecordType::blockOldSources:
+      return "BLOCK";
+  }
+  return "record of no known type";
+}
+
+/// "swp1 239.1.1.1 of 192.0.2.9: INCLUDE(198.51.100.1)", in traces.
+struct Told {
+  LearnedMembership const& membership;
+
+  friend std::ostream& operator<<(std::ostream& out, Told const& told) {
+    LearnedMembership const& membership = told.membership;
+    out << membership.intf().intfId() << ' ' << membership.intf().group().addr() << " of "
+        << membership.addr() << (membership.includes() ? ": INCLUDE(" : ": EXCLUDE(");
+    char const* separator = "";
+    for (IpAddr const source : membership.source()) out << std::exchange(separator, ", ") << source;
+    return out << ')';
+  }
+};
+
+}  // namespace
+
 VlanLearning::VlanLearning(Kel::Ptr<IgmpContextStatus> status, SnoopingPolicy const& policy,
                            Kel::Ptr<Horix::TimerWheel const> timerWheel, ReportBatch& batch)
-    : status_(std::move(status)),
+    : MembershipWriter(std::move(status)),
       policy_(policy),
       timerWheel_(std::move(timerWheel)),
       batch_(batch) {}
@@ -21,26 +68,40 @@ VlanLearning::~VlanLearning() {
   forgetting_.clear();
   batch_.forget(*this);
   // Whoever still holds a membership must not keep its timer, which calls back.
-  for (auto const& [address, group] : status_->group())
+  for (auto const& [address, group] : status()->group())
     for (auto const& [name, intf] : group->intf())
       for (auto const& [reporter, membership] : intf->membership())
         static_cast<LearnedMembership&>(*membership).cancel();
-  status_->groupDelAll();
+  status()->groupDelAll();
+}
+
+void VlanLearning::portDel(IntfId const& intf) {
+  shares_.portDel(intf);
+  turnedAway_.forget(intf);
 }
 
 std::optional<IgnoreReason> VlanLearning::record(IntfId const& intf, IpAddr reporter,
                                                  Igmp::GroupRecord const& record) {
   hears(intf, record.group);
+  if (isOfExcludeMode(record) && policy_.ssmRange.contains(record.group)) {
+    noteTurnedAway(intf, reporter, record.group, IgnoreReason::ssmExclude);
+    return IgnoreReason::ssmExclude;
+  }
   if (!FilterState::begins(record) && !membership(intf, reporter, record.group))
     return std::nullopt;
-  return learn(intf, reporter, record.group,
+  return learn(intf, reporter, record.group, nameOf(record.type),
                [&](FilterState& state) { state.hear(record, times()); });
 }
 
 std::optional<IgnoreReason> VlanLearning::report(IntfId const& intf, IpAddr reporter,
                                                  IpAddr group) {
   hears(intf, group);
-  return learn(intf, reporter, group, [&](FilterState& state) { state.hearOlderReport(times()); });
+  if (policy_.ssmRange.contains(group)) {
+    noteTurnedAway(intf, reporter, group, IgnoreReason::ssmOlderReport);
+    return IgnoreReason::ssmOlderReport;
+  }
+  return learn(intf, reporter, group, "older report",
+               [&](FilterState& state) { state.hearOlderReport(times()); });
 }
 
 void VlanLearning::leave(IntfId const& intf, IpAddr reporter, IpAddr group) {
@@ -51,42 +112,71 @@ void VlanLearning::leave(IntfId const& intf, IpAddr reporter, IpAddr group) {
   if (policy_.fastLeave && !known->isOfMany())
     forget(*known);
   else
-    stateOf(*known).hearLeave(times());
+    change(*known, "leave", [&](FilterState& state) { state.hearLeave(times()); });
 }
 
 std::optional<IgnoreReason> VlanLearning::restore(IntfId const& intf, IpAddr reporter, IpAddr group,
                                                   TimedFilter const& filter) {
   hears(intf, group);
-  return learn(intf, reporter, group, [&](FilterState& state) { state.restore(filter); });
+  return learn(intf, reporter, group, "restored",
+               [&](FilterState& state) { state.restore(filter); });
 }
 
 /// Has a reporter's state, which `hear` changes, be what the reporter's membership says.
 template <class Hear>
 std::optional<IgnoreReason> VlanLearning::learn(IntfId const& intf, IpAddr reporter, IpAddr group,
-                                                Hear hear) {
+                                                char const* cause, Hear hear) {
   LearnedMembership* known = membership(intf, reporter, group);
-  if (!known)
-    if (auto const cause = refusal(group)) return cause;
-  Kel::Ptr<LearnedMembership> const membership =
-      known ? Kel::Ptr<LearnedMembership>(known) : make(intf, reporter, group);
-  FilterState state = stateOf(*membership);
-  hear(state);
-  publish(*membership, state, !known);
-  if (state.refused()) return IgnoreReason::tooManySources;
-  return std::nullopt;
+  Kel::Ptr<IgmpMembership> held(known);
+  if (!known) {
+    if (auto const refusal = admit(intf, group)) {
+      noteTurnedAway(intf, reporter, group, *refusal);
+      return refusal;
+    }
+    held = make(group, intf, isCrowded(shares_.use(intf)) ? manyReporters : reporter).membership;
+    known = static_cast<LearnedMembership*>(held.get());
+    batch_.add(*this);
+  }
+  FilterState const state = change(*known, cause, hear);
+  if (!state.refused() && known->addr() == reporter) return std::nullopt;
+  IgnoreReason const reason =
+      state.refused() ? refusalOf(*known) : IgnoreReason::tooManyMemberships;
+  noteTurnedAway(intf, reporter, group, reason);
+  return reason;
 }
 
-/// Why a group may not be made that is not there yet.
-std::optional<IgnoreReason> VlanLearning::refusal(IpAddr group) {
-  if (policy_.maxGroups == 0 || status_->group().contains(group)) return std::nullopt;
-  if (status_->group().size() >= policy_.maxGroups) removeWithdrawn();
-  if (status_->group().size() >= policy_.maxGroups) return IgnoreReason::tooManyGroups;
-  return std::nullopt;
+/// Which limit a membership has reached that was refused a source.
+IgnoreReason VlanLearning::refusalOf(LearnedMembership const& membership) const {
+  bool const byItself =
+      policy_.maxGroupSources != 0 && membership.sourceCount() >= policy_.maxGroupSources;
+  return byItself ? IgnoreReason::tooManySources : IgnoreReason::tooManyInterfaceSources;
+}
+
+/// Why a port may not have a group that it does not have yet.
+std::optional<IgnoreReason> VlanLearning::admit(IntfId const& name, IpAddr address) {
+  if (intf(name, address)) return std::nullopt;
+  auto const refusal = [&] {
+    auto const* const group = static_cast<LearnedGroup const*>(status()->group().find(address));
+    return shares_.decide(shares_.use(name), group && group->commonIntfs() != 0, policy_).refusal;
+  };
+  auto const cause = refusal();
+  if (!cause || !somebodyLeaves()) return cause;
+  settle();
+  return refusal();
+}
+
+bool VlanLearning::isCrowded(PortUse const& use) const {
+  return policy_.maxInterfaceMemberships != 0 && use.memberships >= policy_.maxInterfaceMemberships;
 }
 
 FilterState VlanLearning::stateOf(LearnedMembership& membership) const {
-  return {membership, *timerWheel_,
-          policy_.maxGroupSources != 0 ? policy_.maxGroupSources : UINT32_MAX};
+  constexpr std::uint32_t unlimited = UINT32_MAX;
+  std::uint32_t most = policy_.maxGroupSources != 0 ? policy_.maxGroupSources : unlimited;
+  if (std::uint32_t const ofPort = policy_.maxInterfaceSources; ofPort != 0) {
+    std::uint32_t const used = membership.intf().use().sources;
+    most = std::min(most, membership.sourceCount() + (used < ofPort ? ofPort - used : 0));
+  }
+  return {membership, *timerWheel_, most};
 }
 
 FilterState::Times VlanLearning::times() const {
@@ -94,25 +184,34 @@ FilterState::Times VlanLearning::times() const {
   return {now + policy_.groupMembershipInterval(), now + policy_.lastMemberQueryTime()};
 }
 
-void VlanLearning::publish(LearnedMembership& membership, FilterState const& state, bool isNew) {
-  if (state.wantsNothing()) {
-    if (isNew || state.changed()) forget(membership);
-    return;
+/// Changes a membership, and has readers hear of it if there is something to hear.
+template <class Change>
+FilterState VlanLearning::change(LearnedMembership& membership, char const* cause, Change change) {
+  std::uint32_t const before = membership.sourceCount();
+  FilterState state = stateOf(membership);
+  change(state);
+  membership.intf().use().sources += membership.sourceCount() - before;
+  if (state.changed()) {
+    KEL_TRACE_OF("change", 4, cause << ' ' << Told{membership});
+    written({Kel::Ptr<IgmpGroup>(&membership.intf().group()),
+             Kel::Ptr<IgmpIntfStatus>(&membership.intf()), Kel::Ptr<IgmpMembership>(&membership)});
+    batch_.add(*this);
   }
-  if (!state.changed()) return;
-  Kel::runActivities();
-  batch_.add(status_);
+  return state;
 }
 
 LearnedMembership* VlanLearning::membership(IntfId const& intf, IpAddr reporter,
                                             IpAddr group) const {
   LearnedIntf const* const status = this->intf(intf, group);
-  return static_cast<LearnedMembership*>(status ? status->membership().find(reporter) : nullptr);
+  if (!status) return nullptr;
+  IgmpMembership* own = status->membership().find(reporter);
+  if (!own && isCrowded(status->use())) own = status->membership().find(manyReporters);
+  return static_cast<LearnedMembership*>(own);
 }
 
 LearnedIntf* VlanLearning::intf(IntfId const& intf, IpAddr group) const {
-  IgmpGroup const* const status = status_->group().find(group);
-  return static_cast<LearnedIntf*>(status ? status->intf().find(intf) : nullptr);
+  IgmpGroup const* const found = status()->group().find(group);
+  return static_cast<LearnedIntf*>(found ? found->intf().find(intf) : nullptr);
 }
 
 bool VlanLearning::hasMembers(IntfId const& intf, IpAddr group) const {
@@ -139,45 +238,27 @@ bool VlanLearning::wantsEverySource(IntfId const& intf, IpAddr group, Horix::Tim
   return false;
 }
 
-/// Makes the membership and what is missing above it, from the top down, so that readers find
-/// each entity in its place.
-Kel::Ptr<LearnedMembership> VlanLearning::make(IntfId const& intf, IpAddr reporter, IpAddr group) {
-  if (!status_->group().contains(group)) status_->groupIs(Kel::make<LearnedGroup>(group, *this));
-  auto& groupStatus = static_cast<LearnedGroup&>(*status_->group().find(group));
-  if (!groupStatus.intf().contains(intf))
-    groupStatus.intfIs(Kel::make<LearnedIntf>(intf, groupStatus));
-  auto& intfStatus = static_cast<LearnedIntf&>(*groupStatus.intf().find(intf));
-  auto membership = Kel::make<LearnedMembership>(reporter, intfStatus);
-  intfStatus.membershipIs(membership);
-  Kel::runActivities();
-  return membership;
-}
-
 void VlanLearning::forget(LearnedMembership& membership) {
-  withdraw(membership);
-  Kel::runActivities();
+  if (membership.withdrawn()) return;
+  change(membership, "forgotten", [](FilterState& state) { state.withdraw(); });
 }
 
 void VlanLearning::expire(LearnedMembership& membership) {
   Kel::Ptr<LearnedMembership> const held(&membership);
-  FilterState state = stateOf(membership);
-  state.expire();
-  publish(membership, state, false);
+  change(membership, "time has run out", [](FilterState& state) { state.expire(); });
 }
 
 void VlanLearning::forgetGroup(IpAddr group) {
-  if (IgmpGroup const* const status = status_->group().find(group))
-    for (auto const& [name, intf] : status->intf()) withdrawAll(*intf);
-  Kel::runActivities();
+  if (IgmpGroup const* const found = status()->group().find(group))
+    for (auto const& [name, intf] : found->intf()) forgetAll(*intf);
 }
 
 void VlanLearning::forgetPort(IntfId const& intf) {
   // One that has not come to its end would keep what was heard since it began.
   forgetting_.erase(intf);
-  forgetting_.try_emplace(intf, status_, timerWheel_, [this, intf](IpAddr group) {
-    if (LearnedIntf const* const status = this->intf(intf, group)) withdrawAll(*status);
+  forgetting_.try_emplace(intf, status(), timerWheel_, [this, intf](IpAddr group) {
+    if (LearnedIntf const* const found = this->intf(intf, group)) forgetAll(*found);
   });
-  Kel::runActivities();
 }
 
 /// What the port wanted before it was to be forgotten does not mix with what it says now.
@@ -185,52 +266,60 @@ void VlanLearning::hears(IntfId const& intf, IpAddr group) {
   auto const forgetting = forgetting_.find(intf);
   if (forgetting == forgetting_.end()) return;
   forgetting->second.hears(group);
-  Kel::runActivities();
   if (forgetting->second.isOver()) forgetting_.erase(forgetting);
 }
 
-void VlanLearning::withdrawAll(IgmpIntfStatus const& intf) {
-  for (auto const& [reporter, status] : intf.membership()) {
-    auto& membership = static_cast<LearnedMembership&>(*status);
-    if (!membership.withdrawn()) withdraw(membership);
+void VlanLearning::forgetAll(IgmpIntfStatus const& intf) {
+  for (auto const& [reporter, membership] : intf.membership())
+    forget(static_cast<LearnedMembership&>(*membership));
+}
+
+void VlanLearning::repeat() {
+  MembershipWriter::repeat();
+  batch_.add(*this);
+}
+
+void VlanLearning::noteTurnedAway(IntfId const& intf, IpAddr reporter, IpAddr group,
+                                  IgnoreReason reason) {
+  bool const isNews = turnedAway_.add(intf, group, reporter, reason, timerWheel_->now());
+  if (isNews && Igmp::isLimit(reason)) onLimit_({vlanId(), intf, reason, group, reporter});
+}
+
+void VlanLearning::removed(IgmpMembership& membership) {
+  LearnedIntf const& intf = static_cast<LearnedMembership&>(membership).intf();
+  --intf.use().memberships;
+  if (!intf.membership().empty()) return;
+  --intf.use().groups;
+  if (intf.charge() == GroupCharge::share) {
+    --intf.use().groupsOfShare;
+  } else {
+    intf.group().commonIntfDel();
+    if (intf.group().commonIntfs() == 0) shares_.commonGroupRemoved();
   }
 }
 
-/// Readers take nothing back for a membership that goes, so it withdraws what it said first.
-void VlanLearning::withdraw(LearnedMembership& membership) {
-  if (withdrawn_.empty()) {
-    batch_.addRemovals(*this);
-    batch_.add(status_);
-  }
-  withdrawn_.push_back(
-      {Kel::Ptr<LearnedMembership>(&membership), Kel::Ptr<LearnedIntf>(&membership.intf())});
-  stateOf(membership).withdraw();
+Kel::Ptr<IgmpGroup> VlanLearning::newGroup(IpAddr group) {
+  return Kel::make<LearnedGroup>(group, *this);
 }
 
-void VlanLearning::removeWithdrawn() {
-  auto const withdrawn = std::exchange(withdrawn_, {});
-  batch_.forget(*this);
-  for (auto const& [membership, intf] : withdrawn) {
-    // One that was forgotten twice in a batch is here twice.
-    bool const isThere = intf->membership().find(membership->addr()) == membership.get();
-    if (isThere && membership->withdrawn()) remove(*membership);
+Kel::Ptr<IgmpIntfStatus> VlanLearning::newIntf(IgmpGroup& status, IntfId const& intf) {
+  auto& group = static_cast<LearnedGroup&>(status);
+  PortUse& use = shares_.use(intf);
+  GroupCharge const charge = shares_.decide(use, group.commonIntfs() != 0, policy_).charge;
+  ++use.groups;
+  if (charge == GroupCharge::share) {
+    ++use.groupsOfShare;
+  } else {
+    if (group.commonIntfs() == 0) shares_.commonGroupAdded();
+    group.commonIntfAdd();
   }
-  Kel::runActivities();
-
-  // Readers do not look at the reporters that stay: "excluded by all of them" may now be true of
-  // more sources, which they find out when one of those speaks up.
-  for (auto const& [membership, intf] : withdrawn)
-    if (!intf->membership().empty())
-      intf->membership().find(intf->membership().keyAt(0))->filterModeNotify();
-  Kel::runActivities();
+  return Kel::make<LearnedIntf>(intf, group, use, charge);
 }
 
-void VlanLearning::remove(LearnedMembership& membership) {
-  Kel::Ptr<LearnedIntf> const intf(&membership.intf());
-  Kel::Ptr<LearnedGroup> const group(&intf->group());
-  intf->membershipDel(membership.addr());
-  if (intf->membership().empty()) group->intfDel(intf->intfId());
-  if (group->intf().empty()) status_->groupDel(group->addr());
+Kel::Ptr<IgmpMembership> VlanLearning::newMembership(IgmpIntfStatus& status, IpAddr reporter) {
+  auto& intf = static_cast<LearnedIntf&>(status);
+  ++intf.use().memberships;
+  return Kel::make<LearnedMembership>(reporter, intf);
 }
 
 }  // namespace Bridging::IgmpSnooping

@@ -1,42 +1,44 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
-#include <vector>
 
-#include "framework/entities/IgmpContextStatus.h"
+#include "framework/entities/MembershipWriter.h"
 #include "platform/horix/TimerWheel.h"
 #include "platform/igmp/wire/Message.h"
 #include "platform/snooping/FilterState.h"
 #include "platform/snooping/LearnedMembership.h"
 #include "platform/snooping/PortForgetting.h"
+#include "platform/snooping/PortShares.h"
 #include "platform/snooping/ReportBatch.h"
 #include "platform/snooping/SnoopingPolicy.h"
+#include "platform/snooping/TurnedAway.h"
 
 namespace Bridging::IgmpSnooping {
 
 /// Learns the memberships of one VLAN from reports and leaves, and is the only writer of the
-/// VLAN's status. Each change is published in turns, because the status's readers hear of it when
-/// activities run, and take a reporter that has just appeared for one that wants every source:
-/// entities first, then what they say. The last turns come when the batch is published, which must
-/// outlive the learning: what was forgotten goes, and `newIgmpReport` is raised.
-class KEL_EXPORT VlanLearning {
+/// VLAN's status. The status says at once what was learned; its readers hear of it when the batch
+/// is published, which must outlive the learning.
+class KEL_EXPORT VlanLearning final : private MembershipWriter {
  public:
   VlanLearning(Kel::Ptr<IgmpContextStatus> status, SnoopingPolicy const& policy,
                Kel::Ptr<Horix::TimerWheel const> timerWheel, ReportBatch& batch);
-  VlanLearning(VlanLearning const&) = delete;
-  VlanLearning& operator=(VlanLearning const&) = delete;
-  ~VlanLearning();
+  ~VlanLearning() override;
 
-  VlanId vlanId() const { return status_->vlanId(); }
+  VlanId vlanId() const { return status()->vlanId(); }
   /// Memberships stay as they are when it changes: a new timing holds from their next report on,
   /// and a lower limit from the next new group or source on.
   SnoopingPolicy const& policy() const { return policy_; }
   void policyIs(SnoopingPolicy const& policy) { policy_ = policy; }
 
-  Kel::Ptr<IgmpContextStatus> const& status() const { return status_; }
+  using MembershipWriter::status;
 
-  /// A group record of an IGMPv3 report. Returns why it was ignored, if it was.
+  /// The ports of the VLAN and its secondary ones, among which its groups are divided.
+  void portIs(Wirex::IntfId const& intf) { shares_.portIs(intf); }
+  void portDel(Wirex::IntfId const& intf);
+
+  /// A group record of an IGMPv3 report. Returns why it was ignored, wholly or in part, if it was.
   std::optional<Igmp::IgnoreReason> record(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
                                            Igmp::GroupRecord const& record);
 
@@ -53,9 +55,7 @@ class KEL_EXPORT VlanLearning {
                                             Wirex::IpAddr group, TimedFilter const& filter);
 
   /// Forgets memberships: one, those of a group, those of a port; these piece by piece, if they are
-  /// many. However many a piece has, each turn is made once for it. They want nothing any more from
-  /// now on, but stay until the end of the batch, so that readers who tell others of what has gone
-  /// can tell it together.
+  /// many. They want nothing any more from now on, and go when the batch is published.
   void forget(LearnedMembership& membership);
   void forgetGroup(Wirex::IpAddr group);
   void forgetPort(Wirex::IntfId const& intf);
@@ -63,10 +63,14 @@ class KEL_EXPORT VlanLearning {
   /// A membership's timer is due.
   void expire(LearnedMembership& membership);
 
-  /// Removes what was forgotten and has not spoken up again: the end of the batch calls it.
-  void removeWithdrawn();
+  /// Has readers that are new to the status hear all of it.
+  void repeat();
 
-  /// A reporter's membership, or null.
+  /// The end of a batch: readers hear what has changed.
+  void publish() { MembershipWriter::publish(); }
+
+  /// The membership that speaks for a reporter: its own, or where the port has as many as it may
+  /// have the one into which further ones are merged. Null if there is none.
   LearnedMembership* membership(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
                                 Wirex::IpAddr group) const;
 
@@ -78,34 +82,43 @@ class KEL_EXPORT VlanLearning {
              Horix::Time end) const;
   bool wantsEverySource(Wirex::IntfId const& intf, Wirex::IpAddr group, Horix::Time end) const;
 
- private:
-  /// A membership that was forgotten, and where it stands.
-  struct Withdrawn {
-    Kel::Ptr<LearnedMembership> membership;
-    Kel::Ptr<LearnedIntf> intf;
-  };
+  /// Remembers that something was turned away, for those who ask why.
+  void noteTurnedAway(Wirex::IntfId const& intf, Wirex::IpAddr reporter, Wirex::IpAddr group,
+                      Igmp::IgnoreReason reason);
+  TurnedAway const& turnedAway() const { return turnedAway_; }
 
+  /// Who hears of limits that ports reach: of each at most once a minute.
+  using OnLimit = std::function<void(LimitReached const&)>;
+  void onLimitIs(OnLimit action) { onLimit_ = std::move(action); }
+
+ private:
   LearnedIntf* intf(Wirex::IntfId const& intf, Wirex::IpAddr group) const;
-  Kel::Ptr<LearnedMembership> make(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
-                                   Wirex::IpAddr group);
+  Igmp::IgnoreReason refusalOf(LearnedMembership const& membership) const;
+  bool isCrowded(PortUse const& use) const;
+
   template <class Hear>
   std::optional<Igmp::IgnoreReason> learn(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
-                                          Wirex::IpAddr group, Hear hear);
-  std::optional<Igmp::IgnoreReason> refusal(Wirex::IpAddr group);
+                                          Wirex::IpAddr group, char const* cause, Hear hear);
+  std::optional<Igmp::IgnoreReason> admit(Wirex::IntfId const& intf, Wirex::IpAddr group);
   FilterState stateOf(LearnedMembership& membership) const;
   FilterState::Times times() const;
-  void publish(LearnedMembership& membership, FilterState const& state, bool isNew);
-  void withdraw(LearnedMembership& membership);
-  void withdrawAll(IgmpIntfStatus const& intf);
+  template <class Change>
+  FilterState change(LearnedMembership& membership, char const* cause, Change change);
+  void forgetAll(IgmpIntfStatus const& intf);
   void hears(Wirex::IntfId const& intf, Wirex::IpAddr group);
-  void remove(LearnedMembership& membership);
 
-  Kel::Ptr<IgmpContextStatus> status_;
+  void removed(IgmpMembership& membership) override;
+  Kel::Ptr<IgmpGroup> newGroup(Wirex::IpAddr group) override;
+  Kel::Ptr<IgmpIntfStatus> newIntf(IgmpGroup& group, Wirex::IntfId const& intf) override;
+  Kel::Ptr<IgmpMembership> newMembership(IgmpIntfStatus& intf, Wirex::IpAddr reporter) override;
+
   SnoopingPolicy policy_;
   Kel::Ptr<Horix::TimerWheel const> timerWheel_;
   ReportBatch& batch_;
-  std::vector<Withdrawn> withdrawn_;  // in this batch
   std::map<Wirex::IntfId, PortForgetting> forgetting_;
+  PortShares shares_;
+  TurnedAway turnedAway_;
+  OnLimit onLimit_ = [](LimitReached const&) {};
 };
 
 }  // namespace Bridging::IgmpSnooping

@@ -52,4 +52,11 @@ inline std::string vlan10(std::string const& interfaces, std::string const& more
          "querier = { igmp-version = 3 }\ninterfaces = [\"" + interfaces + "\"]\n" + more;
 }
 
+/// A configuration in which ports may learn as much as they hear.
+inline std::string withoutLimits(std::string const& configuration) {
+  return "[defaults]\nmax-groups = 0\nmax-interface-groups = 0\nmax-interface-memberships = 0\n"
+         "max-group-sources = 0\nmax-interface-sources = 0\n" +
+         configuration;
+}
+
 }  // namespace Agent

@@ -48,8 +48,25 @@ std::string_view name(IgnoreReason cause) noexcept {
       return "bad-pim-checksum";
     case IgnoreReason::badPimHello:
       return "bad-pim-hello";
+    case IgnoreReason::tooManyInterfaceGroups:
+      return "too-many-interface-groups";
+    case IgnoreReason::tooManyInterfaceSources:
+      return "too-many-interface-sources";
+    case IgnoreReason::tooManyMemberships:
+      return "too-many-memberships";
+    case IgnoreReason::ssmOlderReport:
+      return "ssm-older-report";
+    case IgnoreReason::ssmExclude:
+      return "ssm-exclude";
   }
   return "unknown-cause";
+}
+
+bool isLimit(IgnoreReason cause) noexcept {
+  return cause == IgnoreReason::tooManyGroups || cause == IgnoreReason::tooManySources ||
+         cause == IgnoreReason::tooManyInterfaceGroups ||
+         cause == IgnoreReason::tooManyInterfaceSources ||
+         cause == IgnoreReason::tooManyMemberships;
 }
 
 std::ostream& operator<<(std::ostream& out, IgnoreReason cause) {

@@ -28,14 +28,22 @@ enum class IgnoreReason : std::uint8_t {
   groupLinkLocal,      ///< The group lies in 224.0.0.0/24, which is never pruned (RFC 4541).
   portBlocked,         ///< The port takes no frames in.
   notInVlan,           ///< The port is no such member of the frame's VLAN.
-  tooManyGroups,       ///< The VLAN has as many groups as it may have.
+  tooManyGroups,       ///< The VLAN has as many groups as it may have, or as the port may take.
   tooManySources,      ///< The reporter would have more sources of the group than it may have.
   badPimChecksum,      ///< Of a PIM hello.
   badPimHello,         ///< A PIM hello of another version than 2, or not sent to all PIM routers.
+  tooManyInterfaceGroups,   ///< The port has as many groups as it may have.
+  tooManyInterfaceSources,  ///< The port has as many sources as it may have.
+  tooManyMemberships,  ///< The port has as many reporters as it may have: this one is merged with
+                       ///< others, so that nothing but its own leaving is ignored.
+  ssmOlderReport,      ///< An IGMPv1 or IGMPv2 report of a group of the SSM range (RFC 4604).
+  ssmExclude,          ///< A record of EXCLUDE mode of such a group.
 };
 
-inline constexpr std::size_t ignoreReasons =
-    static_cast<std::size_t>(IgnoreReason::badPimHello) + 1;
+inline constexpr std::size_t ignoreReasons = static_cast<std::size_t>(IgnoreReason::ssmExclude) + 1;
+
+/// Whether a configured limit is the cause.
+KEL_EXPORT bool isLimit(IgnoreReason cause) noexcept;
 
 /// The cause as operators read it: "bad-ip-checksum".
 KEL_EXPORT std::string_view name(IgnoreReason cause) noexcept;

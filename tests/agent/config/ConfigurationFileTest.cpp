@@ -28,8 +28,12 @@ send-query                 = false
 querier-source             = "0.0.0.0"
 sender-source-address      = "0.0.0.0"
 report-on                  = "mrouters"
-max-groups                 = 0
-max-group-sources          = 0
+ssm-range                  = "232.0.0.0/8"
+max-groups                 = 4096
+max-interface-groups       = 2048
+max-interface-memberships  = 16384
+max-group-sources          = 512
+max-interface-sources      = 16384
 
 [[interface]]
 name    = "swp[1-5]"
@@ -154,7 +158,9 @@ colour = "red"
                           "are robustness-variable, query-interval, query-max-response-time, "
                           "last-member-query-interval, fast-leave, require-router-alert, "
                           "send-query, querier-source, sender-source-address, report-on, "
-                          "max-groups and max-group-sources"));
+                          "ssm-range, max-groups, max-interface-groups, "
+                          "max-interface-memberships, max-group-sources and "
+                          "max-interface-sources"));
 }
 
 TEST(Configuration, UnknownTableIsRefused) {

@@ -7,6 +7,7 @@
 namespace Agent {
 namespace {
 
+using Bridging::IgmpSnooping::GroupRange;
 using std::chrono::seconds;
 using testing::ElementsAre;
 using Wirex::IpAddr;
@@ -23,8 +24,12 @@ TEST(SnoopingSettings, DefaultsWhenTheFileIsSilent) {
   EXPECT_EQ(settings.querierSource, IpAddr(0, 0, 0, 0));
   EXPECT_EQ(settings.senderSourceAddress, IpAddr(0, 0, 0, 0));
   EXPECT_EQ(settings.reportOn, ReportOn::mrouters);
-  EXPECT_EQ(settings.maxGroups, 0u);
-  EXPECT_EQ(settings.maxGroupSources, 0u);
+  EXPECT_EQ(settings.ssmRange, GroupRange(IpAddr(232, 0, 0, 0), 8));
+  EXPECT_EQ(settings.maxGroups, 4096u);
+  EXPECT_EQ(settings.maxInterfaceGroups, 2048u);
+  EXPECT_EQ(settings.maxInterfaceMemberships, 16384u);
+  EXPECT_EQ(settings.maxGroupSources, 512u);
+  EXPECT_EQ(settings.maxInterfaceSources, 16384u);
 }
 
 struct Setting {
@@ -86,6 +91,12 @@ INSTANTIATE_TEST_SUITE_P(
         Setting{"sender-source-address = \"223.255.255.255\"",
                 [](auto& s) { s.senderSourceAddress = IpAddr(223, 255, 255, 255); }},
         Setting{"report-on = \"all\"", [](auto& s) { s.reportOn = ReportOn::all; }},
+        Setting{"ssm-range = \"239.1.0.0/16\"",
+                [](auto& s) { s.ssmRange = GroupRange(IpAddr(239, 1, 0, 0), 16); }},
+        Setting{"ssm-range = \"none\"", [](auto& s) { s.ssmRange = GroupRange(); }},
+        Setting{"max-interface-groups = 0", [](auto& s) { s.maxInterfaceGroups = 0; }},
+        Setting{"max-interface-memberships = 7", [](auto& s) { s.maxInterfaceMemberships = 7; }},
+        Setting{"max-interface-sources = 8", [](auto& s) { s.maxInterfaceSources = 8; }},
         Setting{"max-groups = 1000", [](auto& s) { s.maxGroups = 1000; }},
         Setting{"max-groups = 4294967295", [](auto& s) { s.maxGroups = 4294967295; }},
         Setting{"max-group-sources = 4294967295",
@@ -164,6 +175,18 @@ INSTANTIATE_TEST_SUITE_P(
         BadSetting{"last-member-query-interval = 1024", "30",
                    "last-member-query-interval = 1024 is out of range; "
                    "give whole seconds from 1 to 1023"},
+        BadSetting{"ssm-range = \"232.0.0.0\"", "13",
+                   "ssm-range \"232.0.0.0\" is not a range of group addresses; give one in "
+                   "quotes, as in \"232.0.0.0/8\", or \"none\""},
+        BadSetting{"ssm-range = \"10.0.0.0/8\"", "13",
+                   "ssm-range \"10.0.0.0/8\" is not a range of group addresses; give one in "
+                   "quotes, as in \"232.0.0.0/8\", or \"none\""},
+        BadSetting{"ssm-range = \"232.0.0.0/33\"", "13",
+                   "ssm-range \"232.0.0.0/33\" is not a range of group addresses; give one in "
+                   "quotes, as in \"232.0.0.0/8\", or \"none\""},
+        BadSetting{"ssm-range = 232", "13",
+                   "ssm-range is an integer; give one in quotes, as in \"232.0.0.0/8\", or "
+                   "\"none\""},
         BadSetting{"max-groups = -1", "14",
                    "max-groups = -1 is out of range; give an integer from 0 to 4294967295"},
         BadSetting{"max-group-sources = 4294967296", "21",

@@ -75,7 +75,8 @@ class ControlServerTest : public testing::Test {
   }
 
   TemporaryDirectory directory;
-  TestSwitch test{vlan10("swp[1-3]", "[[vlan]]\nid = 20\ntagged-interfaces = [\"swp1\"]\n")};
+  TestSwitch test{
+      withoutLimits(vlan10("swp[1-3]", "[[vlan]]\nid = 20\ntagged-interfaces = [\"swp1\"]\n"))};
   ControlServer server{test.loop, test.snooping, directory.file("control")};
 };
 

@@ -71,16 +71,8 @@ constexpr Address someAddress(unsigned net, unsigned host) {
   return Address(192, 0, static_cast<std::uint8_t>(net), static_cast<std::uint8_t>(host));
 }
 
-// In a port with a reporter in exclude mode, the adapter takes what another one includes off the
-// count of the ports that exclude it, whether this port is one of them or not. What then is missing
-// from a record comes back only when those ports take their excluded sources back. So that records
-// are a function of memberships, a group has either one listener per port, who may want anything,
-// or several per port, who want every source or list those that they want.
 constexpr unsigned listenersPerPlace = 4;
 constexpr unsigned groups = 8;
-bool hasOneListenerPerPort(unsigned group) {
-  return group < groups / 2;
-}
 
 Address groupAddress(unsigned vlan, unsigned group) {
   return {239, 1, static_cast<std::uint8_t>(vlan), static_cast<std::uint8_t>(group + 1)};
@@ -330,10 +322,9 @@ void Soak::tell(std::string const& what) {
 
 // ---- What happens
 
-Filter Soak::someFilter(bool excludes, unsigned group) {
+Filter Soak::someFilter(bool excludes) {
   Filter filter;
   filter.exclude = excludes;
-  if (excludes && !hasOneListenerPerPort(group)) return filter;
   for (unsigned source = 0; source < sources; ++source)
     if (chance_.oneIn(2)) filter.sources.insert(sourceAddress(source));
   return filter;
@@ -344,12 +335,10 @@ bool Soak::listenerChanges() {
   auto const& [place, listener] = network_.listeners()[number];
   unsigned const primary = box_.primaryOf(place.vlan);
   unsigned const group = chance_.below(groups);
-  if (hasOneListenerPerPort(group) && number % listenersPerPlace != group % listenersPerPlace)
-    return false;
   Filter filter;
   if (!chance_.oneIn(3)) {
     filter = listener->version() < 3 || chance_.oneIn(4) ? Filter::everySource()
-                                                         : someFilter(chance_.oneIn(2), group);
+                                                         : someFilter(chance_.oneIn(2));
   }
   Address const address = groupAddress(primary, group);
   Filter const before = listener->wanted(address);

@@ -69,7 +69,7 @@ class Soak {
   bool vlanIsConfigured();
   bool memberComesOrGoes();
 
-  Filter someFilter(bool excludes, unsigned kind);
+  Filter someFilter(bool excludes);
   VlanConfig& vlan(Configuration& configuration, unsigned number) const;
   Router& someRouter();
 

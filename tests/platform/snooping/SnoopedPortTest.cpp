@@ -23,6 +23,7 @@ using namespace SnoopingTest;
 using namespace IgmpTest;
 using namespace std::chrono_literals;
 using Bridging::VlanId;
+using Bridging::IgmpSnooping::GroupRange;
 using Bridging::IgmpSnooping::ReportBatch;
 using Bridging::IgmpSnooping::SnoopedPort;
 using Bridging::IgmpSnooping::SnoopingPolicy;
@@ -437,13 +438,23 @@ TEST_F(SnoopedPortQuerierTest, WithFastLeaveOneOfSeveralIsAskedAbout) {
 }
 
 TEST_F(SnoopedPortQuerierTest, IgnoredRecordIsNotAskedAbout) {
+  policy.ssmRange = GroupRange(group, 32);
+  querierIs(vlan10.querier.settings());
+  bringUp();
+  hear(FrameBuilder::reportV3({isIn(group, {a})}).from(host));
+  hear(FrameBuilder::reportV3({toEx(group, {a})}).from(host));
+  EXPECT_THAT(ignored(), ElementsAre(Pair(IgnoreReason::ssmExclude, 1)));
+  EXPECT_THAT(sent(), IsEmpty());
+}
+
+TEST_F(SnoopedPortQuerierTest, WhatARecordWithdrawsIsAskedAboutThoughALimitRefusesWhatItAdds) {
   policy.maxGroupSources = 1;
   querierIs(vlan10.querier.settings());
   bringUp();
-  hear(FrameBuilder::reportV3({isEx(group)}).from(host));
-  hear(FrameBuilder::reportV3({block(group, {a, host})}).from(host));
+  hear(FrameBuilder::reportV3({isIn(group, {a})}).from(host));
+  hear(FrameBuilder::reportV3({toIn(group, {host, otherHost})}).from(host));
   EXPECT_THAT(ignored(), ElementsAre(Pair(IgnoreReason::tooManySources, 1)));
-  EXPECT_THAT(sent(), IsEmpty());
+  EXPECT_THAT(sent(), ElementsAre(SentQuery{group, {a}}));
 }
 
 TEST_F(SnoopedPortQuerierTest, QuerierOfALowerAddressIsHeard) {

@@ -423,54 +423,62 @@ class VlanLearningTurnTest : public VlanLearningTest {
 
 TEST_F(VlanLearningTurnTest, NewReporterAppearsBeforeItSaysAnythingAndTheReportComesLast) {
   record(swp1, host, isIn(group, {a, b}));
-  EXPECT_THAT(reader.takeLog(), ElementsAre("group", "10.0.0.1 appears as include()",
-                                            "10.0.0.1 says include(192.0.2.1, 192.0.2.2)"));
+  EXPECT_THAT(reader.takeLog(), ElementsAre("group"));
   batch.publish();
-  EXPECT_THAT(reader.takeLog(), ElementsAre("report"));
+  EXPECT_THAT(reader.takeLog(),
+              ElementsAre("10.0.0.1 appears as include(192.0.2.1, 192.0.2.2)",
+                          "10.0.0.1 says include(192.0.2.1, 192.0.2.2)", "report"));
 }
 
 TEST_F(VlanLearningTurnTest, ReporterOnAKnownPortAppearsBeforeItSaysAnything) {
   learning->report(swp1, host, group);
+  batch.publish();
   reader.takeLog();
   record(swp1, otherHost, isIn(group, {a}));
-  EXPECT_THAT(reader.takeLog(),
-              ElementsAre("10.0.0.2 appears as include()", "10.0.0.2 says include(192.0.2.1)"));
+  batch.publish();
+  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.2 appears as include(192.0.2.1)",
+                                            "10.0.0.2 says include(192.0.2.1)", "report"));
 }
 
 TEST_F(VlanLearningTurnTest, NewReporterThatWantsEverySourceSaysSo) {
   record(swp1, host, isEx(group, {a}));
+  batch.publish();
   reader.takeLog();
   learning->report(swp1, otherHost, group);
+  batch.publish();
   EXPECT_THAT(reader.takeLog(),
-              ElementsAre("10.0.0.2 appears as include()", "10.0.0.2 says exclude()"));
+              ElementsAre("10.0.0.2 appears as exclude()", "10.0.0.2 says exclude()", "report"));
 }
 
 TEST_F(VlanLearningTurnTest, ChangeOfModeAndSourcesIsHeardAsOneState) {
   record(swp1, host, isIn(group, {a, b}));
+  batch.publish();
   reader.takeLog();
   record(swp1, host, toEx(group, {b, c}));
-  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.1 says exclude(192.0.2.2, 192.0.2.3)"));
+  batch.publish();
+  EXPECT_THAT(reader.takeLog(),
+              ElementsAre("10.0.0.1 says exclude(192.0.2.2, 192.0.2.3)", "report"));
 }
 
 TEST_F(VlanLearningTurnTest, WhoLeavesWithdrawsWhatItSaidBeforeItGoes) {
   record(swp1, host, isEx(group, {a}));
+  batch.publish();
   reader.takeLog();
   record(swp1, host, toIn(group));
-  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.1 says include()"));
   batch.publish();
-  EXPECT_THAT(reader.takeLog(), ElementsAre("no group", "report"));
+  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.1 says include()", "no group", "report"));
 }
 
 TEST_F(VlanLearningTurnTest, WhoStaysOnThePortIsReadAgain) {
   record(swp1, host, isEx(group, {a}));
   record(swp1, otherHost, isEx(group, {a, b}));
+  batch.publish();
   reader.takeLog();
   record(swp1, host, toIn(group));
-  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.1 says include()"));
   batch.publish();
-  EXPECT_THAT(
-      reader.takeLog(),
-      ElementsAre("10.0.0.1 goes", "10.0.0.2 says exclude(192.0.2.1, 192.0.2.2)", "report"));
+  EXPECT_THAT(reader.takeLog(),
+              ElementsAre("10.0.0.1 says include()", "10.0.0.1 goes",
+                          "10.0.0.2 says exclude(192.0.2.1, 192.0.2.2)", "report"));
 }
 
 TEST_F(VlanLearningTurnTest, WhoTimesOutLeavesInTheSameTurns) {
@@ -481,9 +489,8 @@ TEST_F(VlanLearningTurnTest, WhoTimesOutLeavesInTheSameTurns) {
   batch.publish();
   reader.takeLog();
   wheel->advanceTo(270s);
-  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.1 says include()"));
   batch.publish();
-  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.1 goes", "report"));
+  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.1 says include()", "10.0.0.1 goes", "report"));
 }
 
 TEST_F(VlanLearningTurnTest, KnownStateIsHeardByNobody) {
@@ -505,11 +512,10 @@ TEST_F(VlanLearningTurnTest, ReportsOfABatchShareOneReportPerVlan) {
   learning->report(swp1, otherHost, group);
   learning->report(swp2, host, otherGroup);
   otherLearning.report(swp1, host, group);
-  reader.takeLog();
-  otherReader.takeLog();
+  EXPECT_THAT(reader.takeLog(), testing::Not(testing::Contains("report")));
   batch.publish();
-  EXPECT_THAT(reader.takeLog(), ElementsAre("report"));
-  EXPECT_THAT(otherReader.takeLog(), ElementsAre("report"));
+  EXPECT_THAT(reader.takeLog(), testing::Contains("report").Times(1));
+  EXPECT_THAT(otherReader.takeLog(), testing::Contains("report").Times(1));
   batch.publish();
   EXPECT_THAT(reader.takeLog(), IsEmpty());
 }
@@ -599,9 +605,9 @@ TEST_F(VlanLearningForgetTest, AllWithdrawBeforeTheFirstOneGoesAndOneReportFollo
   reader.takeLog();
   learning->forgetGroup(IpAddr(232, 1, 1, 3));
   record(swp1, IpAddr(10, 0, 0, 4), toIn(IpAddr(232, 1, 1, 4)));
-  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.3 says include()", "10.0.0.4 says include()"));
   endBatch();
-  EXPECT_THAT(reader.takeLog(), ElementsAre("no group", "report"))
+  EXPECT_THAT(reader.takeLog(), ElementsAre("10.0.0.3 says include()", "10.0.0.4 says include()",
+                                            "no group", "report"))
       << "a line that repeats is written down once";
 }
 
