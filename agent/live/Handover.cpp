@@ -60,7 +60,9 @@ std::string readWhole(int file) {
 std::optional<Handover> Handover::received() {
   char const* const number = std::getenv(variable);
   if (!number) return std::nullopt;
-  Descriptor const file(std::atoi(number));
+  int descriptorOfFile = -1;
+  std::istringstream(number) >> descriptorOfFile;
+  Descriptor const file(descriptorOfFile);
   unsetenv(variable);
   std::string const text = readWhole(file.value());
   std::size_t const firstLine = text.find('\n');
@@ -86,6 +88,7 @@ void Handover::passOnTo(std::string const& path, std::vector<std::string> const&
   PassedOn const untilItFails(std::move(passed));
   setenv(variable, std::to_string(file.value()).c_str(), 1);
   std::vector<char*> words;
+  words.reserve(arguments.size() + 1);
   for (std::string const& argument : arguments)
     words.push_back(const_cast<char*>(argument.c_str()));
   words.push_back(nullptr);

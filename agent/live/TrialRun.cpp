@@ -20,6 +20,7 @@ constexpr auto longest = std::chrono::seconds(10);
 /// Starts a program with no input, no output and no signal blocked.
 pid_t spawn(std::string const& path, std::vector<std::string> const& arguments) {
   std::vector<char*> words;
+  words.reserve(arguments.size() + 1);
   for (std::string const& argument : arguments)
     words.push_back(const_cast<char*>(argument.c_str()));
   words.push_back(nullptr);

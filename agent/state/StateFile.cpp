@@ -23,7 +23,7 @@ namespace {
 constexpr std::string_view magic = "IGMPSNST";
 constexpr std::uint32_t version = 1;
 constexpr std::size_t checkedFrom = magic.size() + 4 + 4;
-constexpr std::size_t sealSize = checkedFrom + 16 + 3 * 8;
+constexpr std::size_t sealSize = checkedFrom + 16 + 8 + 8 + 8;
 
 constexpr off_t largest = 256L << 20;  // of millions of memberships
 constexpr mode_t fileMode = 0600;

@@ -8,7 +8,6 @@
 
 namespace Agent {
 
-using Bridging::VlanId;
 using Bridging::IgmpSnooping::SnoopedPort;
 using Bridging::IgmpSnooping::TimedFilter;
 using Horix::Time;
