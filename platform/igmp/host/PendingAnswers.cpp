@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 #include <utility>
 
 namespace Igmp {
@@ -63,13 +64,40 @@ class PendingAnswers::GroupAnswer final : public Horix::Timer {
   Sources sources_;
 };
 
+/// The answers to an older version's general query, each of which has a delay of its own. With many
+/// groups they are scheduled some in each tick. A query that comes before all are given is answered
+/// by those that are still to come, and by another round after them: a storm of queries costs no
+/// more than one round after the other.
+class PendingAnswers::OlderRound final : public Horix::Timer {
+ public:
+  static constexpr std::size_t groupsAtOnce = 1024;
+
+  explicit OlderRound(PendingAnswers& answers) : answers_(answers) {}
+
+  std::vector<IpAddr> unscheduled{};  // the next one last
+  Time maxResponseTime{};
+  Time end{};                     // when the last answer is due
+  std::optional<Time> another{};  // the response time of the round after it
+
+ private:
+  void onExpiry() override {
+    if (unscheduled.empty())
+      answers_.endOlderRound();
+    else
+      answers_.continueOlderRound();
+  }
+
+  PendingAnswers& answers_;
+};
+
 PendingAnswers::PendingAnswers(IgmpHost const& host, Kel::Ptr<Horix::TimerWheel const> timerWheel,
                                RandomDelays& delays, Kel::Ptr<HostWakeup const> settlement)
     : host_(host),
       timerWheel_(std::move(timerWheel)),
       delays_(delays),
       settlement_(std::move(settlement)),
-      general_(std::make_unique<GeneralAnswer>(*this)) {}
+      general_(std::make_unique<GeneralAnswer>(*this)),
+      olderRound_(std::make_unique<OlderRound>(*this)) {}
 
 PendingAnswers::~PendingAnswers() = default;
 
@@ -135,11 +163,48 @@ void PendingAnswers::groupQuery(Query const& query, Time delay) {
 /// RFC 2236 section 3: "it sets delay timers for each group [...] Each timer is set to a different
 /// random value".
 void PendingAnswers::olderQuery(Query const& query) {
-  if (query.isGeneral()) {
-    for (IpAddr const group : host_.v3group().keys()) olderQuery(group, query.maxResponseTime);
-  } else {
+  if (query.isGeneral())
+    olderGeneralQuery(query.maxResponseTime);
+  else
     olderQuery(query.group, query.maxResponseTime);
+}
+
+void PendingAnswers::olderGeneralQuery(Time maxResponseTime) {
+  OlderRound& round = *olderRound_;
+  bool const isUnderWay = round.scheduled() && !(round.unscheduled.empty() && groups_.empty());
+  if (!isUnderWay || timerWheel_->now() + maxResponseTime < round.end)
+    beginOlderRound(maxResponseTime);
+  else
+    round.another = std::min(maxResponseTime, round.another.value_or(maxResponseTime));
+}
+
+void PendingAnswers::beginOlderRound(Time maxResponseTime) {
+  OlderRound& round = *olderRound_;
+  round.another.reset();
+  round.maxResponseTime = maxResponseTime;
+  round.end = timerWheel_->now() + maxResponseTime;
+  round.unscheduled.clear();
+  for (IpAddr const group : host_.v3group().keys()) round.unscheduled.push_back(group);
+  std::reverse(round.unscheduled.begin(), round.unscheduled.end());
+  continueOlderRound();
+}
+
+void PendingAnswers::continueOlderRound() {
+  OlderRound& round = *olderRound_;
+  for (std::size_t i = 0; i < OlderRound::groupsAtOnce && !round.unscheduled.empty(); ++i) {
+    olderQuery(round.unscheduled.back(), round.maxResponseTime);
+    round.unscheduled.pop_back();
   }
+  Time const next = timerWheel_->now() + Horix::TimerWheel::tick;
+  timerWheel_->scheduleAt(round, round.unscheduled.empty() ? std::max(round.end, next) : next);
+}
+
+/// Of very much, a part may still have to be written.
+void PendingAnswers::endOlderRound() {
+  if (!due_.empty())
+    timerWheel_->schedule(*olderRound_, Horix::TimerWheel::tick);
+  else if (auto const another = olderRound_->another)
+    beginOlderRound(*another);
 }
 
 /// RFC 2236 section 3: "If a timer for the group is already running, it is reset to the random
@@ -168,6 +233,8 @@ bool PendingAnswers::cancel(IpAddr group) {
 void PendingAnswers::cancelAll() {
   general_->cancel();
   generalDue_ = false;
+  olderRound_->cancel();
+  olderRound_->another.reset();
   groups_ = {};
   due_.clear();
   unanswered_.clear();

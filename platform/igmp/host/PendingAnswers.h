@@ -44,10 +44,15 @@ class PendingAnswers {
  private:
   class GeneralAnswer;
   class GroupAnswer;
+  class OlderRound;
 
   void generalQuery(Horix::Time delay);
   void groupQuery(Query const& query, Horix::Time delay);
   void olderQuery(Query const& query);
+  void olderGeneralQuery(Horix::Time maxResponseTime);
+  void beginOlderRound(Horix::Time maxResponseTime);
+  void continueOlderRound();
+  void endOlderRound();
   void olderQuery(Wirex::IpAddr group, Horix::Time maxResponseTime);
   GroupAnswer& answerFor(Wirex::IpAddr group);
 
@@ -63,6 +68,7 @@ class PendingAnswers {
   RandomDelays& delays_;
   Kel::Ptr<HostWakeup const> settlement_;
   std::unique_ptr<GeneralAnswer> general_;
+  std::unique_ptr<OlderRound> olderRound_;
   bool generalDue_ = false;
   Kel::Table<Wirex::IpAddr, std::unique_ptr<GroupAnswer>> groups_;
   std::vector<Wirex::IpAddr> due_;

@@ -31,6 +31,61 @@ class HostOlderQuerier : public HostTest {
   IgmpVersion mode() const { return status().compatibilityMode(); }
 };
 
+// ---- Many queries, many groups
+
+TEST_F(HostOlderQuerier, StormOfGeneralQueriesIsAnsweredInOneRoundAfterTheOther) {
+  exclude(group(1));
+  exclude(group(2));
+  fallsBackToV2();
+  for (int query = 0; query < 200; ++query) {
+    hearsV2Query();
+    pass(milliseconds(5));
+  }
+  auto const answers = sentWithin(seconds(30));
+  EXPECT_EQ(std::count(answers.begin(), answers.end(), v2Report(group(1))), 2);
+  EXPECT_THAT(answers, SizeIs(4)) << "what was asked last is answered, too";
+}
+
+TEST_F(HostOlderQuerier, QueryThatWaitsLessHastensAllAnswers) {
+  for (unsigned number = 1; number <= 20; ++number) exclude(group(number));
+  fallsBackToV2();
+  hearsV2Query({}, 255);
+  wire->sent.clear();
+  hearsV2Query({}, 10);
+  EXPECT_THAT(sentWithin(seconds(1)), SizeIs(20));
+}
+
+TEST_F(HostOlderQuerier, QueryAfterAllIsAnsweredBeginsAnewAtOnce) {
+  exclude(group(1));
+  fallsBackToV2();
+  hearsV2Query();
+  while (sent().empty()) pass(milliseconds(1));
+  hearsV2Query({}, 1);
+  EXPECT_THAT(sentWithin(milliseconds(100)), SizeIs(1));
+}
+
+TEST_F(HostOlderQuerier, EveryOneOfManyGroupsIsAnsweredFor) {
+  for (unsigned number = 1; number <= 5000; ++number) writeExclude(group(number));
+  Kel::runActivities();
+  fallsBackToV2();
+  hearsV2Query();
+  std::set<std::string> answers;
+  for (std::string const& answer : sentWithin(seconds(11))) answers.insert(answer);
+  EXPECT_THAT(answers, SizeIs(5000));
+}
+
+TEST_F(HostOlderQuerier, ChangeOfModeEndsARoundOfManyGroups) {
+  for (unsigned number = 1; number <= 5000; ++number) writeExclude(group(number));
+  Kel::runActivities();
+  fallsBackToV2();
+  hearsV2Query({}, 100);
+  hearsV1Query();
+  std::set<std::string> answers;
+  for (std::string const& answer : sentWithin(seconds(11))) answers.insert(answer);
+  EXPECT_THAT(answers, SizeIs(5000)) << "the second query's";
+  EXPECT_TRUE(answers.contains(v1Report(group(1))));
+}
+
 // ---- Compatibility mode
 
 TEST_F(HostOlderQuerier, ModeFollowsTheOldestQuerierAtOnce) {
