@@ -42,14 +42,6 @@ SnoopingPolicy policyOf(SnoopingSettings const& settings) {
   return policy;
 }
 
-QuerierSettings querierSettingsOf(VlanConfig const& vlan) {
-  QuerierSettings settings;
-  settings.sendsQueries = vlan.settings.sendQuery;
-  settings.version = vlan.querierVersion.value_or(settings.version);
-  settings.source = vlan.settings.querierSource;
-  return settings;
-}
-
 bool isSecondary(VlanConfig const& vlan) {
   return vlan.privateRole != Bridging::VlanTypeAndPrimaryVlan();
 }
@@ -253,10 +245,32 @@ void Switch::addVlans() {
     learning.learning.onLimitIs([this](LimitReached const& limit) { onLimit_(limit); });
     learning.querier.onOtherVersionIs(
         [this](OtherVersion const& other) { onOtherVersion_(other); });
+    learning.querier.onElectionIs([this](VlanQuerier const& querier) { onElection_(querier); });
     learning.querier.onSentIs(
         [this](VlanId in, Igmp::Query const& query) { routers_.at(in).queries()->sent(query); });
-    learning.querier.settingsIs(querierSettingsOf(vlan), policyOf(vlan.settings));
+    learning.querier.settingsIs(querierSettings(vlan), policyOf(vlan.settings));
   }
+}
+
+QuerierSettings Switch::querierSettings(VlanConfig const& vlan) const {
+  QuerierSettings settings;
+  settings.sendsQueries = vlan.settings.sendQuery;
+  settings.version = vlan.querierVersion.value_or(settings.version);
+  // A querier is one, whatever the port: the first that has an address speaks for all.
+  for (VlanMember const& member : vlan.members)
+    if (settings.source == Wirex::IpAddr())
+      settings.source = ownAddress_(vlan.vlanId, member.intfId);
+  settings.source = vlan.settings.querierSource.value_or(settings.source);
+  return settings;
+}
+
+void Switch::ownAddressesAre(OwnAddress ownAddress) {
+  ownAddress_ = std::move(ownAddress);
+  for (VlanConfig const& vlan : configuration_.vlans)
+    if (!isSecondary(vlan))
+      learning_.at(vlan.vlanId).querier.settingsIs(querierSettings(vlan), policyOf(vlan.settings));
+  for (Kel::Name const& name : entities_.hosts->igmpHost().keys())
+    if (auto const host = entities_.hosts->igmpHost(name)) configureHost(*host);
 }
 
 void Switch::addPorts() {
@@ -296,6 +310,8 @@ void Switch::handleInterface(InterfaceConfig const& interface) {
   auto& port = *snooping_->port(intf);
   bool const goesDeaf = port.receives() && !receives(interface);
   port.receivesIs(receives(interface));
+  port.querierAllowedIs(interface.querierAllowed);
+  port.routerAllowedIs(interface.routerAllowed);
   // A port that goes down does so first, and one that comes up last: with the last thing that it
   // takes to send comes a query.
   if (!sends(interface)) port.sendsIs(false);
@@ -344,9 +360,11 @@ void Switch::configureHost(Igmp::IgmpHost& host) {
   Igmp::HostSettings settings;
   settings.macAddress = state.macAddress;
   settings.mtu = state.mtu;
-  settings.sourceAddress = configured.senderSourceAddress;
+  settings.sourceAddress = configured.senderSourceAddress ? *configured.senderSourceAddress
+                                                          : ownAddress_(vlan->first, intf);
   settings.robustnessVariable = static_cast<std::uint8_t>(configured.robustnessVariable);
   settings.requireRouterAlert = configured.requireRouterAlert;
+  if (interface != interfaces_.end()) settings.hearsQueries = interface->second->querierAllowed;
   bool const reportsOnAll = configured.reportOn == ReportOn::all;
   RouterPort const routerPort = this->routerPort(vlan->first, intf);
   bool const isRouterPort = routerPort != RouterPort();

@@ -75,11 +75,24 @@ class Switch {
   RouterPorts const* routerPorts(Bridging::VlanId vlan) const;
   VlanRouters* routers(Bridging::VlanId vlan);
 
+  /// Finds the switch's own address in a VLAN on an interface; 0.0.0.0 if it has none.
+  using OwnAddress = std::function<Wirex::IpAddr(Bridging::VlanId, Wirex::IntfId const&)>;
+
+  /// Whom to ask for addresses that are not configured, at first nobody. To be given again whenever
+  /// an answer may be another one.
+  void ownAddressesAre(OwnAddress ownAddress);
+  Wirex::IpAddr ownAddress(Bridging::VlanId vlan, Wirex::IntfId const& intf) const {
+    return ownAddress_(vlan, intf);
+  }
+
   /// Who hears of queriers of other versions where the switch sends queries.
   void onOtherVersionIs(VlanQuerier::OnOtherVersion action) { onOtherVersion_ = std::move(action); }
 
   /// Who hears of limits that ports reach: of each at most once a minute.
   void onLimitIs(VlanLearning::OnLimit action) { onLimit_ = std::move(action); }
+
+  /// Who hears of each VLAN's elections with another outcome than before.
+  void onElectionIs(VlanQuerier::OnElection action) { onElection_ = std::move(action); }
 
   Horix::Time now() const { return loop_.now(); }
 
@@ -112,6 +125,7 @@ class Switch {
   void addPorts();
   void handleInterface(InterfaceConfig const& interface);
   void tellTopology(InterfaceConfig const& interface);
+  Bridging::IgmpSnooping::QuerierSettings querierSettings(VlanConfig const& vlan) const;
   void configureHost(Igmp::IgmpHost& host);
   void publish();
 
@@ -138,6 +152,8 @@ class Switch {
   Kel::Ptr<HostSettingsSm> hostSettings_;
   std::map<void const*, std::function<void()>> afterPublish_;
   VlanLearning::OnLimit onLimit_ = [](LimitReached const&) {};
+  OwnAddress ownAddress_ = [](Bridging::VlanId, Wirex::IntfId const&) { return Wirex::IpAddr(); };
+  VlanQuerier::OnElection onElection_ = [](VlanQuerier const&) {};
   VlanQuerier::OnOtherVersion onOtherVersion_ = [](OtherVersion const&) {};
 };
 

@@ -49,11 +49,12 @@ struct SnoopingSettings {
   /// Act as the VLAN's querier.
   bool sendQuery = false;
 
-  /// The source address of queries; a unicast address or 0.0.0.0.
-  Wirex::IpAddr querierSource;
+  /// The source address of queries; a unicast address or 0.0.0.0. Without it the switch finds its
+  /// own address in the VLAN.
+  std::optional<Wirex::IpAddr> querierSource;
 
-  /// The source address of the hosts' reports; a unicast address or 0.0.0.0.
-  Wirex::IpAddr senderSourceAddress;
+  /// The source address of the hosts' reports, of which the same holds.
+  std::optional<Wirex::IpAddr> senderSourceAddress;
 
   ReportOn reportOn = ReportOn::mrouters;
 
@@ -75,6 +76,12 @@ struct InterfaceConfig {
   Wirex::IntfId intfId;
   bool blocked = false;
   Bridging::AllowedTrafficDirection direction = Bridging::AllowedTrafficDirection::both;
+
+  /// Queries heard on the interface are heeded.
+  bool querierAllowed = true;
+
+  /// What is heard on the interface may make it a multicast router port.
+  bool routerAllowed = true;
 
   friend bool operator==(InterfaceConfig const&, InterfaceConfig const&) = default;
 };

@@ -194,6 +194,8 @@ void ConfigurationReader::readInterface(toml::table const& toml) {
   table.read("direction", interface.direction,
              {AllowedTrafficDirection::both, AllowedTrafficDirection::ingress,
               AllowedTrafficDirection::egress, AllowedTrafficDirection::none});
+  table.read("querier-allowed", interface.querierAllowed);
+  table.read("router-allowed", interface.routerAllowed);
   table.refuseUnknownKeys();
 
   auto const names = name ? namesIn(*name) : std::vector<IntfId>{};

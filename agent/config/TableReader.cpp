@@ -4,14 +4,14 @@
 #include <charconv>
 #include <utility>
 
+#include "platform/igmp/wire/Message.h"
+
 namespace Agent {
 
 namespace {
 
-/// RFC 1122 section 3.2.1.3: neither multicast, reserved or broadcast, nor loopback.
 bool mayBeSource(Wirex::IpAddr address) {
-  std::uint32_t const firstOctet = address.value() >> 24;
-  return firstOctet < 224 && firstOctet != 127;
+  return address == Wirex::IpAddr() || Igmp::isUnicast(address);
 }
 
 /// "232.0.0.0/8", or "none".
@@ -103,21 +103,25 @@ toml::node const* TableReader::read(std::string_view key, std::chrono::seconds& 
   return node;
 }
 
-toml::node const* TableReader::read(std::string_view key, Wirex::IpAddr& value) {
+toml::node const* TableReader::read(std::string_view key, std::optional<Wirex::IpAddr>& value) {
   toml::node const* const node = find(key);
   if (!node) return nullptr;
   auto const* const text = node->as_string();
+  if (text && text->get() == "auto") {
+    value.reset();
+    return node;
+  }
   auto const address = text ? Wirex::IpAddr::fromText(text->get()) : std::nullopt;
   if (!address) {
     errors_.add(node->source().begin, key,
                 text ? message(" ", quoted(text->get()), " is not an IPv4 address")
                      : message(" is ", typeName(*node)),
-                "; give an IPv4 address in quotes, as in \"192.0.2.1\"");
+                "; give an IPv4 address in quotes, as in \"192.0.2.1\", or \"auto\"");
     return nullptr;
   }
   if (!mayBeSource(*address)) {
     errors_.add(node->source().begin, key, ' ', *address,
-                " cannot be the source of a packet; give a unicast address or 0.0.0.0");
+                " cannot be the source of a packet; give a unicast address, 0.0.0.0 or \"auto\"");
     return nullptr;
   }
   value = *address;

@@ -50,8 +50,8 @@ class TableReader {
   /// Whole seconds.
   toml::node const* read(std::string_view key, std::chrono::seconds& value, Range range);
 
-  /// The address of a sender: unicast, or 0.0.0.0 for none of its own.
-  toml::node const* read(std::string_view key, Wirex::IpAddr& value);
+  /// The address of a sender: unicast, 0.0.0.0 for none of its own, or "auto" for nothing.
+  toml::node const* read(std::string_view key, std::optional<Wirex::IpAddr>& value);
 
   /// A prefix of group addresses, or "none".
   toml::node const* read(std::string_view key, Bridging::IgmpSnooping::GroupRange& value);

@@ -80,7 +80,10 @@ Live::Live(LiveCommand const& command, Configuration configuration,
       switch_(std::move(configuration), loop_),
       state_(keeperOf(command.state, switch_, loop_, handover)),
       routerLog_(loop_.timerWheel()),
+      querierLog_(loop_.timerWheel()),
       serviceManager_(loop_.timerWheel()),
+      addressLog_(switch_, loop_.timerWheel()),
+      addresses_(loop_, [this](AddressBook const& book) { handleAddresses(book); }),
       forwarding_(loop_, switch_),
       control_(loop_, switch_, withSocketsOf(handover, command.control)),
       metrics_(command.metrics.empty()
@@ -98,8 +101,10 @@ Live::Live(LiveCommand const& command, Configuration configuration,
   control_.onRestartIs([this](Restart::Told told) { restart(std::move(told)); });
   switch_.onOtherVersionIs(warnOf);
   switch_.onLimitIs(warnOfLimit);
+  switch_.onElectionIs([this](auto const& querier) { querierLog_.elected(querier); });
   followRouters();
   warnOfMissingInterfaces();
+  addressLog_.changed();
   switch_.forgetDeafPorts();
   if (state_) state_->begin();
   control_.forwardingIs(forwarding_);
@@ -162,6 +167,7 @@ void Live::reload() {
     followRouters();
     warnOfMissingInterfaces();
     forwarding_.configure();
+    addressLog_.changed();
   }
   serviceManager_.ready(status());
 }
@@ -208,6 +214,12 @@ void Live::followRouters() {
   routerLog_.vlansAre(vlans);
 }
 
+void Live::handleAddresses(AddressBook const& book) {
+  switch_.ownAddressesAre(
+      [&book](Bridging::VlanId vlan, IntfId const& intf) { return book.addressFor(vlan, intf); });
+  addressLog_.changed();
+}
+
 void Live::handleInterface(IntfId const& intf, InterfaceState const& state) {
   auto const& interfaces = switch_.configuration().interfaces;
   bool const configured =
@@ -216,6 +228,7 @@ void Live::handleInterface(IntfId const& intf, InterfaceState const& state) {
   InterfaceState const former = switch_.interfaceState(intf);
   switch_.interfaceStateIs(intf, state);
   if (!configured) return;
+  if (state.present != former.present) addressLog_.changed();
   if (state.present != former.present)
     log(Severity::info, "interface ", intf, state.present ? " is there" : " is gone");
   if (!state.present) return;

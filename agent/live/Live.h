@@ -11,9 +11,12 @@
 #include "agent/control/ControlServer.h"
 #include "agent/control/MetricsServer.h"
 #include "agent/forwarding/Forwarding.h"
+#include "agent/live/AddressLog.h"
 #include "agent/live/Handover.h"
+#include "agent/live/KernelAddresses.h"
 #include "agent/live/KernelInterfaces.h"
 #include "agent/live/Privileges.h"
+#include "agent/live/QuerierLog.h"
 #include "agent/live/Restart.h"
 #include "agent/live/RouterLog.h"
 #include "agent/live/ServiceManager.h"
@@ -48,6 +51,7 @@ class Live {
 
  private:
   void handleSignal(int signal);
+  void handleAddresses(AddressBook const& book);
   void handleInterface(Wirex::IntfId const& intf, InterfaceState const& state);
   void reload();
   void restart(Restart::Told told);
@@ -68,7 +72,10 @@ class Live {
   Switch switch_;
   std::unique_ptr<StateKeeper> state_;  // null if nothing is kept
   RouterLog routerLog_;
+  QuerierLog querierLog_;
   ServiceManager serviceManager_;
+  AddressLog addressLog_;
+  KernelAddresses addresses_;
   Forwarding forwarding_;
   ControlServer control_;
   std::unique_ptr<MetricsServer> metrics_;  // null if none are served

@@ -281,6 +281,7 @@ class Explainer {
     sending.configuredVersion = sending.spokenVersion = host.igmpVersion();
     sending.reportsUnasked = host.settings().reportsUnasked;
     sending.obstacles = obstaclesOf(host);
+    sending.sourceAddress = host.settings().sourceAddress;
     if (auto const status = switch_.proxy().igmpHostStatusDir()->igmpHostStatus(host.name())) {
       sending.spokenVersion = status->compatibilityMode();
       sending.counters = status->counters();

@@ -81,6 +81,7 @@ struct ExplainedSending {
   Wirex::IpAddr olderQuerier;  ///< on account of which it speaks another version than configured
   std::optional<Horix::Time> sinceSent;  ///< nothing if it never sent
   std::vector<Obstacle> obstacles;
+  Wirex::IpAddr sourceAddress;  ///< 0.0.0.0 if the host has none
   bool reportsUnasked = false;
   /// With its times from now on. Nothing if the port is no router port.
   std::optional<Bridging::IgmpSnooping::RouterPort> routerPort;

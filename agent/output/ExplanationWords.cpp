@@ -170,7 +170,7 @@ std::string versionText(ExplainedSending const& sending) {
     return message("It speaks IGMPv", sending.spokenVersion, ", as configured.");
   return message("It speaks IGMPv", sending.spokenVersion, ", not IGMPv", sending.configuredVersion,
                  " as configured, because the querier ", sending.olderQuerier,
-                 " on its port speaks that version.");
+                 " speaks that version.");
 }
 
 std::string countersText(ExplainedSending const& sending) {
@@ -325,6 +325,10 @@ std::vector<std::string> sendingOf(Explanation const& explanation) {
   }
   sentences.push_back(whyUnasked(explanation));
   sentences.push_back(versionText(sending));
+  if (sending.sourceAddress == Wirex::IpAddr())
+    sentences.emplace_back(
+        "It sends from 0.0.0.0, and several routers ignore such reports: give the VLAN's device an "
+        "address, or set sender-source-address.");
   sentences.push_back(countersText(sending));
   return sentences;
 }

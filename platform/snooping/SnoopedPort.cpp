@@ -70,6 +70,13 @@ void SnoopedPort::forget() {
   }
 }
 
+void SnoopedPort::routerAllowedIs(bool allowed) {
+  if (allowed == routerAllowed_) return;
+  routerAllowed_ = allowed;
+  if (allowed) return;
+  for (auto const [vlan, snooped] : vlans_) snooped.routers->portIsGone(intfId_);
+}
+
 void SnoopedPort::sendsIs(bool sends) {
   change([&] { sends_ = sends; });
 }
@@ -128,6 +135,8 @@ std::optional<Igmp::IgnoreReason> SnoopedPort::learnFrom(VlanId vlan, Igmp::Byte
   auto const packet = Igmp::parsePacket(*frame, snooped.learning->policy().receive);
   if (!packet && packet.reason() == Igmp::IgnoreReason::notIgmp) return hearPim(snooped, *frame);
   if (!packet) return packet.reason();
+  if (!querierAllowed_ && std::holds_alternative<Igmp::Query>(packet->message))
+    return Igmp::IgnoreReason::querierNotAllowed;
   counting_->countReceived(packet->message);
   hear(vlan, snooped, *frame, *packet);
   return std::nullopt;
@@ -137,6 +146,7 @@ std::optional<Igmp::IgnoreReason> SnoopedPort::hearPim(SnoopedVlan const& vlan,
                                                        Igmp::EthernetFrame const& frame) {
   auto const hello = Igmp::parsePimHello(frame);
   if (!hello) return hello.reason();
+  if (!routerAllowed_) return Igmp::IgnoreReason::routerNotAllowed;
   ++counting_->pimHellos;
   vlan.routers->helloHeard(intfId_, *hello);
   return std::nullopt;
@@ -166,8 +176,9 @@ void SnoopedPort::hear(SnoopedVlan const& snooped, Wirex::Bytes sourceMac,
                       query.queryInterval};
   std::copy(sourceMac.begin(), sourceMac.end(), sender.macAddress.begin());
   snooped.querier->queryHeard(*this, sender, query);
-  snooped.routers->querierHeard(intfId_, packet.source,
-                                snooped.querier->policy().otherQuerierPresentInterval(query));
+  if (routerAllowed_)
+    snooped.routers->querierHeard(intfId_, packet.source,
+                                  snooped.querier->policy().otherQuerierPresentInterval(query));
   if (!Igmp::isMisdirected(query, packet.destination))
     snooped.routers->queries()->heard({intfId_, packet.source, query});
 }

@@ -49,6 +49,11 @@ class KEL_EXPORT SnoopedPort final : private QueryPort {
   bool receives() const { return receives_; }
   void receivesIs(bool receives) { receives_ = receives; }
 
+  /// Whether queries are heeded on the port, and whether a router may be there, whatever is heard.
+  /// What is not allowed any more is forgotten as if it were not heard again.
+  void querierAllowedIs(bool allowed) { querierAllowed_ = allowed; }
+  void routerAllowedIs(bool allowed);
+
   /// What it takes to send queries, of which a port at first has nothing. When the last of it
   /// comes, the queriers of the port's VLANs hear that it is up.
   /// @param sends whether it lets frames out.
@@ -90,6 +95,8 @@ class KEL_EXPORT SnoopedPort final : private QueryPort {
 
   Wirex::IntfId intfId_;
   bool receives_ = true;
+  bool querierAllowed_ = true;
+  bool routerAllowed_ = true;
   bool sends_ = false;
   Wirex::MacAddress macAddress_{};
   std::size_t mtu_ = 1500;

@@ -58,6 +58,10 @@ std::string_view name(IgnoreReason cause) noexcept {
       return "ssm-older-report";
     case IgnoreReason::ssmExclude:
       return "ssm-exclude";
+    case IgnoreReason::querierNotAllowed:
+      return "querier-not-allowed";
+    case IgnoreReason::routerNotAllowed:
+      return "router-not-allowed";
   }
   return "unknown-cause";
 }

@@ -38,9 +38,12 @@ enum class IgnoreReason : std::uint8_t {
                        ///< others, so that nothing but its own leaving is ignored.
   ssmOlderReport,      ///< An IGMPv1 or IGMPv2 report of a group of the SSM range (RFC 4604).
   ssmExclude,          ///< A record of EXCLUDE mode of such a group.
+  querierNotAllowed,   ///< A query on a port on which no querier is to be.
+  routerNotAllowed,    ///< A PIM hello on a port on which no router is to be.
 };
 
-inline constexpr std::size_t ignoreReasons = static_cast<std::size_t>(IgnoreReason::ssmExclude) + 1;
+inline constexpr std::size_t ignoreReasons =
+    static_cast<std::size_t>(IgnoreReason::routerNotAllowed) + 1;
 
 /// Whether a configured limit is the cause.
 KEL_EXPORT bool isLimit(IgnoreReason cause) noexcept;

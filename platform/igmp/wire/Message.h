@@ -47,11 +47,15 @@ constexpr std::int32_t codeValue(std::uint8_t code) noexcept {
   return (mantissa | 0x10) << (exponent + 3);
 }
 
-/// Whether one system can have this address. 0.0.0.0, which a host without an address reports
-/// from, is none.
+/// Whether one system can have this address on a link: it is neither multicast, reserved or
+/// broadcast, nor of "this network" or loopback (RFC 1122 section 3.2.1.3). 0.0.0.0, which a host
+/// without an address reports from, is none.
 constexpr bool isUnicast(Wirex::IpAddr address) noexcept {
-  constexpr Wirex::IpAddr firstMulticast(224, 0, 0, 0);  // above it, reserved ones and broadcast
-  return address != Wirex::IpAddr() && address < firstMulticast;
+  constexpr std::uint32_t thisNetwork = 0;
+  constexpr std::uint32_t loopback = 127;
+  constexpr std::uint32_t firstMulticast = 224;
+  std::uint32_t const network = address.value() >> 24;
+  return network != thisNetwork && network != loopback && network < firstMulticast;
 }
 
 /// Source addresses, in the order of the message, repetitions included.

@@ -23,6 +23,21 @@ direction = "egress"
                           InterfaceConfig{IntfId("swp3"), true, AllowedTrafficDirection::egress}));
 }
 
+TEST(InterfaceConfig, QueriersAndRoutersAreAllowedUnlessItSaysOtherwise) {
+  auto const interfaces = configurationIn(R"([[interface]]
+name = "swp1"
+[[interface]]
+name = "swp2"
+querier-allowed = false
+router-allowed = false
+)")
+                              .interfaces;
+  EXPECT_TRUE(interfaces.at(0).querierAllowed);
+  EXPECT_TRUE(interfaces.at(0).routerAllowed);
+  EXPECT_FALSE(interfaces.at(1).querierAllowed);
+  EXPECT_FALSE(interfaces.at(1).routerAllowed);
+}
+
 TEST(InterfaceConfig, InterfacesKeepTheOrderOfTheFile) {
   EXPECT_THAT(configurationIn(R"([[interface]]
 name = "swp2"
@@ -104,7 +119,8 @@ TEST(InterfaceConfig, UnknownKeyIsRefusedWithTheNearestKnownOne) {
 TEST(InterfaceConfig, UnknownKeyLikeNoOtherIsRefusedWithAllKnownOnes) {
   EXPECT_THAT(errorsIn("[[interface]]\nname = \"swp1\"\nfast-leave = true"),
               ElementsAre("test.toml:3:1: unknown key \"fast-leave\" in [[interface]]; "
-                          "the known keys are name, blocked and direction"));
+                          "the known keys are name, blocked, direction, querier-allowed and "
+                          "router-allowed"));
 }
 
 TEST(InterfaceConfig, TablesNeedDoubleBrackets) {

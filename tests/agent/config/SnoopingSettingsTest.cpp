@@ -21,8 +21,8 @@ TEST(SnoopingSettings, DefaultsWhenTheFileIsSilent) {
   EXPECT_FALSE(settings.fastLeave);
   EXPECT_FALSE(settings.requireRouterAlert);
   EXPECT_FALSE(settings.sendQuery);
-  EXPECT_EQ(settings.querierSource, IpAddr(0, 0, 0, 0));
-  EXPECT_EQ(settings.senderSourceAddress, IpAddr(0, 0, 0, 0));
+  EXPECT_EQ(settings.querierSource, std::nullopt);
+  EXPECT_EQ(settings.senderSourceAddress, std::nullopt);
   EXPECT_EQ(settings.reportOn, ReportOn::mrouters);
   EXPECT_EQ(settings.ssmRange, GroupRange(IpAddr(232, 0, 0, 0), 8));
   EXPECT_EQ(settings.maxGroups, 4096u);
@@ -88,6 +88,8 @@ INSTANTIATE_TEST_SUITE_P(
         Setting{"send-query = true", [](auto& s) { s.sendQuery = true; }},
         Setting{"querier-source = \"192.0.2.1\"",
                 [](auto& s) { s.querierSource = IpAddr(192, 0, 2, 1); }},
+        Setting{"querier-source = \"0.0.0.0\"", [](auto& s) { s.querierSource = IpAddr(); }},
+        Setting{"sender-source-address = \"auto\"", [](auto&) {}},
         Setting{"sender-source-address = \"223.255.255.255\"",
                 [](auto& s) { s.senderSourceAddress = IpAddr(223, 255, 255, 255); }},
         Setting{"report-on = \"all\"", [](auto& s) { s.reportOn = ReportOn::all; }},
@@ -111,7 +113,7 @@ querier-source = "192.0.2.1"
 id = 10
 fast-leave = false
 report-on = "mrouters"
-querier-source = "0.0.0.0"
+querier-source = "auto"
 )");
   EXPECT_EQ(configuration.vlans.at(0).settings, SnoopingSettings{});
 }
@@ -198,22 +200,25 @@ INSTANTIATE_TEST_SUITE_P(
                    "report-on = \"All\" is unknown; give \"mrouters\" or \"all\""},
         BadSetting{"querier-source = \"300.0.2.1\"", "18",
                    "querier-source \"300.0.2.1\" is not an IPv4 address; "
-                   "give an IPv4 address in quotes, as in \"192.0.2.1\""},
+                   "give an IPv4 address in quotes, as in \"192.0.2.1\", or \"auto\""},
         BadSetting{"sender-source-address = \"2001:db8::1\"", "25",
                    "sender-source-address \"2001:db8::1\" is not an IPv4 address; "
-                   "give an IPv4 address in quotes, as in \"192.0.2.1\""},
+                   "give an IPv4 address in quotes, as in \"192.0.2.1\", or \"auto\""},
         BadSetting{"querier-source = \"\"", "18",
                    "querier-source \"\" is not an IPv4 address; "
-                   "give an IPv4 address in quotes, as in \"192.0.2.1\""},
+                   "give an IPv4 address in quotes, as in \"192.0.2.1\", or \"auto\""},
         BadSetting{"querier-source = \"224.0.0.1\"", "18",
                    "querier-source 224.0.0.1 cannot be the source of a packet; "
-                   "give a unicast address or 0.0.0.0"},
+                   "give a unicast address, 0.0.0.0 or \"auto\""},
+        BadSetting{"querier-source = \"0.0.0.1\"", "18",
+                   "querier-source 0.0.0.1 cannot be the source of a packet; "
+                   "give a unicast address, 0.0.0.0 or \"auto\""},
         BadSetting{"sender-source-address = \"255.255.255.255\"", "25",
                    "sender-source-address 255.255.255.255 cannot be the source of a packet; "
-                   "give a unicast address or 0.0.0.0"},
+                   "give a unicast address, 0.0.0.0 or \"auto\""},
         BadSetting{"sender-source-address = \"127.0.0.1\"", "25",
                    "sender-source-address 127.0.0.1 cannot be the source of a packet; "
-                   "give a unicast address or 0.0.0.0"}));
+                   "give a unicast address, 0.0.0.0 or \"auto\""}));
 
 INSTANTIATE_TEST_SUITE_P(
     WrongType, EveryBadSetting,
@@ -233,10 +238,10 @@ INSTANTIATE_TEST_SUITE_P(
         BadSetting{"send-query = {}", "14", "send-query is a table; give true or false"},
         BadSetting{"querier-source = 0", "18",
                    "querier-source is an integer; "
-                   "give an IPv4 address in quotes, as in \"192.0.2.1\""},
+                   "give an IPv4 address in quotes, as in \"192.0.2.1\", or \"auto\""},
         BadSetting{"sender-source-address = false", "25",
                    "sender-source-address is a boolean; "
-                   "give an IPv4 address in quotes, as in \"192.0.2.1\""},
+                   "give an IPv4 address in quotes, as in \"192.0.2.1\", or \"auto\""},
         BadSetting{"report-on = [\"all\"]", "13",
                    "report-on is a list; give \"mrouters\" or \"all\""},
         BadSetting{"max-groups = true", "14",

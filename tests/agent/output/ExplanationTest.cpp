@@ -229,9 +229,10 @@ TEST_F(ExplanationTest, TellsWhichQuerierHasTheHostSpeakAnOlderVersion) {
   test.advance(30s);
   auto const sentences = sendingOf(explained("swp3"));
   EXPECT_THAT(sentences[1],
-              "It speaks IGMPv2, not IGMPv3 as configured, because the querier 10.0.0.254 on its "
-              "port speaks that version.");
-  EXPECT_THAT(sentences[2], HasSubstr("3 IGMPv2 reports"));
+              "It speaks IGMPv2, not IGMPv3 as configured, because the querier 10.0.0.254 speaks "
+              "that version.");
+  EXPECT_THAT(sentences[2], HasSubstr("It sends from 0.0.0.0"));
+  EXPECT_THAT(sentences[3], HasSubstr("3 IGMPv2 reports"));
   EXPECT_GE(*explained("swp3").sending->sinceSent, 10s)
       << "told and repeated within ten seconds each";
 }

@@ -529,9 +529,9 @@ bool Soak::vlanIsConfigured() {
       break;
     }
     case 6: {
-      Address& source = vlan(configuration, 10).settings.senderSourceAddress;
+      std::optional<Address>& source = vlan(configuration, 10).settings.senderSourceAddress;
       source = source == Address() ? someAddress(2, 200) : Address();
-      what << "hosts of VLAN 10 send from " << source;
+      what << "hosts of VLAN 10 send from " << *source;
       break;
     }
   }

@@ -193,7 +193,7 @@ TEST_P(TwoSwitches, TellEachOtherWhatListenersWant) {
   atB.wantedIs(group, {false, {otherSource}});
   // A query from no address makes no router port: the next one has to be awaited.
   bool const hearsAtOnce = GetParam().hasRouter ||
-                           a_.configuration().vlans[0].settings.querierSource != Address() ||
+                           a_.configuration().vlans[0].settings.querierSource.has_value() ||
                            b_.configuration().vlans[0].settings.reportOn == ReportOn::all;
   network_.advance(hearsAtOnce ? Time(seconds(5)) : queryInterval + queryResponseTime);
   bool const querierAtA = GetParam().hasRouter || a_.configuration().vlans[0].settings.sendQuery;

@@ -190,6 +190,42 @@ TEST_F(SnoopedPortRouterTest, QueriesOfAllVersionsMakeARouterPortOfTheirVlan) {
   }
 }
 
+TEST_F(SnoopedPortRouterTest, QueryWhereNoQuerierIsAllowedIsIgnoredAndCounted) {
+  port.querierAllowedIs(false);
+  hear(FrameBuilder::queryV3({}));
+  EXPECT_FALSE(isRouterPort(vlan10));
+  EXPECT_FALSE(vlan10.querier.otherQuerier());
+  EXPECT_THAT(ignored(), ElementsAre(Pair(IgnoreReason::querierNotAllowed, 1)));
+  hear(FrameBuilder::reportV2(group).from(host));
+  EXPECT_TRUE(vlan10.has(group)) << "listeners are heard";
+}
+
+TEST_F(SnoopedPortRouterTest, NothingMakesARouterPortWhereNoRouterIsAllowed) {
+  port.routerAllowedIs(false);
+  hear(FrameBuilder::queryV3({}));
+  hear(hello());
+  EXPECT_FALSE(isRouterPort(vlan10));
+  EXPECT_TRUE(vlan10.querier.otherQuerier()) << "its query is one all the same";
+  EXPECT_THAT(ignored(), ElementsAre(Pair(IgnoreReason::routerNotAllowed, 1)));
+}
+
+TEST_F(SnoopedPortRouterTest, RouterThatIsNotAllowedAnyMoreIsForgottenUnlessConfigured) {
+  hearIn(20, FrameBuilder::queryV3({}).vlan(20));
+  hear(FrameBuilder::queryV3({}));
+  vlan20.routers.configuredIs(IntfId("swp1"), true);
+  port.routerAllowedIs(false);
+  EXPECT_FALSE(isRouterPort(vlan10));
+  EXPECT_TRUE(isRouterPort(vlan20));
+}
+
+TEST_F(SnoopedPortRouterTest, QueryFromANetworkThatNobodyIsInIsRefused) {
+  for (IpAddr const source : {IpAddr(0, 0, 0, 1), IpAddr(0, 255, 255, 255), IpAddr(127, 0, 0, 1)})
+    hear(FrameBuilder::queryV3({}).from(source));
+  EXPECT_FALSE(isRouterPort(vlan10));
+  EXPECT_FALSE(vlan10.querier.otherQuerier());
+  EXPECT_THAT(ignored(), ElementsAre(Pair(IgnoreReason::sourceNotUnicast, 3)));
+}
+
 TEST_F(SnoopedPortRouterTest, QuerierStaysForItsOwnVariablesWhereItTellsThem) {
   // 3 * 20 s + 5 s / 2
   hear(FrameBuilder::queryV3(
