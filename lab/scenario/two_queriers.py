@@ -19,15 +19,14 @@ def run(lab):
     tv.do("join 239.1.1.1")
     for router in (new, other):
         lab.until(router.groups, {"239.1.1.1": exclude()}, within=0.5)
-    # The older one decides what is spoken on its cable, and nothing elsewhere.
+    # The older one decides what is spoken on its cable, and to the VLAN's other routers.
     old.send(old.address, igmp.ALL_SYSTEMS, igmp.query(2, response=0.5))
     lab.until(lambda: switch.wire("swp2").sent()[-1].kind, igmp.REPORT_V2, within=1)
     tv.do("join 239.2.2.2")
     for router in (new, other):
         lab.until(router.groups, {"239.1.1.1": exclude(), "239.2.2.2": exclude()}, within=0.5)
     lab.check(switch.wire("swp2").sent()[-1].kind == igmp.REPORT_V2, "swp2 speaks a newer version")
-    kinds = {message.kind for message in switch.wire("swp3").sent()}
-    lab.check(kinds == {igmp.REPORT_V3}, f"swp3 speaks {kinds}")
+    lab.check(switch.wire("swp3").sent()[-1].kind == igmp.REPORT_V2, "swp3 speaks a newer version")
     tv.do("leave 239.1.1.1", "leave 239.2.2.2")
     for router in (new, other):
         lab.until(router.groups, {}, within=3)
