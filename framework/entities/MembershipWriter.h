@@ -59,7 +59,7 @@ class KEL_EXPORT MembershipWriter {
 
   /// For those who derive, to keep what belongs to their learning beside the entities and to
   /// change single sources: makes what is missing. What is made wants nothing until it is written.
-  Place make(Wirex::IpAddr group, Wirex::IntfId const& intf, Wirex::IpAddr reporter);
+  Place make(Wirex::IpAddr address, Wirex::IntfId const& name, Wirex::IpAddr reporter);
 
   /// The membership has been changed. If it wants nothing any more, it goes when it is published,
   /// unless it is written again before.

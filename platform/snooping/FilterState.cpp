@@ -232,7 +232,7 @@ void FilterState::requestOne(IpAddr source, Time end) {
     add(source);
   } else {
     auto& ofSources = times().ofSources;
-    if (add(source)) ofSources.push_back(Deadline(end));
+    if (add(source)) ofSources.emplace_back(end);
     wakeUpBy(end);
   }
 }

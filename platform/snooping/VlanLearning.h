@@ -99,7 +99,7 @@ class KEL_EXPORT VlanLearning final : private MembershipWriter {
   template <class Hear>
   std::optional<Igmp::IgnoreReason> learn(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
                                           Wirex::IpAddr group, char const* cause, Hear hear);
-  std::optional<Igmp::IgnoreReason> admit(Wirex::IntfId const& intf, Wirex::IpAddr group);
+  std::optional<Igmp::IgnoreReason> admit(Wirex::IntfId const& name, Wirex::IpAddr address);
   FilterState stateOf(LearnedMembership& membership) const;
   FilterState::Times times() const;
   template <class Change>
@@ -109,8 +109,8 @@ class KEL_EXPORT VlanLearning final : private MembershipWriter {
 
   void removed(IgmpMembership& membership) override;
   Kel::Ptr<IgmpGroup> newGroup(Wirex::IpAddr group) override;
-  Kel::Ptr<IgmpIntfStatus> newIntf(IgmpGroup& group, Wirex::IntfId const& intf) override;
-  Kel::Ptr<IgmpMembership> newMembership(IgmpIntfStatus& intf, Wirex::IpAddr reporter) override;
+  Kel::Ptr<IgmpIntfStatus> newIntf(IgmpGroup& status, Wirex::IntfId const& intf) override;
+  Kel::Ptr<IgmpMembership> newMembership(IgmpIntfStatus& status, Wirex::IpAddr reporter) override;
 
   SnoopingPolicy policy_;
   Kel::Ptr<Horix::TimerWheel const> timerWheel_;
