@@ -103,8 +103,8 @@ Counts freshCounts(IgmpGroup const& group) {
             ? static_cast<void>(++excluded[source])
             : static_cast<void>(included.insert(source));
     }
-    std::erase_if(excluded,
-                  [&](auto const& entry) { return entry.second != intf->membership().size(); });
+    std::uint32_t const reporters = intf->membership().size();
+    std::erase_if(excluded, [&](auto const& entry) { return entry.second != reporters; });
     if (!excludes)
       for (IpAddr const source : included) ++fresh.include[source];
     for (auto const& [source, count] : excluded) ++fresh.exclude[source];

@@ -26,7 +26,6 @@ using Bridging::IgmpSnooping::TurnedAway;
 using Bridging::IgmpSnooping::VlanLearning;
 using Igmp::IgnoreReason;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 IpAddr numbered(IpAddr first, std::uint32_t number) {
   return IpAddr(first.value() + number);
