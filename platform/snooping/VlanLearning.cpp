@@ -43,10 +43,10 @@ char const* nameOf(IgmpV3GroupRecordType type) {
 
 /// "swp1 239.1.1.1 of 192.0.2.9: INCLUDE(198.51.100.1)", in traces.
 struct Told {
-  LearnedMembership const& membership;
+  LearnedMembership const& what;
 
   friend std::ostream& operator<<(std::ostream& out, Told const& told) {
-    LearnedMembership const& membership = told.membership;
+    LearnedMembership const& membership = told.what;
     out << membership.intf().intfId() << ' ' << membership.intf().group().addr() << " of "
         << membership.addr() << (membership.includes() ? ": INCLUDE(" : ": EXCLUDE(");
     char const* separator = "";
