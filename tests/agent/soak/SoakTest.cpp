@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 
@@ -25,17 +26,21 @@ unsigned long days() {
 /// The parameter is the seed.
 class LongLife : public testing::TestWithParam<std::uint64_t> {};
 
-/// At night nobody is there, but tables keep their room, and neighbours remember older queriers.
+/// At night nobody is there, but tables keep their room, VLANs remember older queriers, and ports
+/// what was turned away there: the most of a few nights is what the others are held against.
 constexpr long long allocationsThatVary = 64;
+constexpr unsigned long firstNights = 5;
 
 TEST_P(LongLife, IsAsTheModelAtEveryRestAndLeavesNothingAtNight) {
   Soak soak(GetParam());
-  long long afterFirstDay = 0;
+  long long afterFirstDays = 0;
   for (unsigned long day = 1; day <= days(); ++day) {
     ASSERT_TRUE(soak.liveThroughDay()) << soak.failure();
-    if (day == 1) afterFirstDay = liveAllocations();
-    ASSERT_LE(liveAllocations(), afterFirstDay + allocationsThatVary)
-        << "in the night of day " << day;
+    if (day <= firstNights)
+      afterFirstDays = std::max(afterFirstDays, liveAllocations());
+    else
+      ASSERT_LE(liveAllocations(), afterFirstDays + allocationsThatVary)
+          << "in the night of day " << day;
   }
 
   Soak::Figures const& figures = soak.figures();
