@@ -61,9 +61,9 @@ std::string describeChange(Configuration const& before, Configuration const& aft
     return interface.intfId;
   }).describe("interface", parts);
   if (before.forwarding != after.forwarding)
-    parts.push_back(!before.forwarding  ? "forwarding added"
-                    : !after.forwarding ? "forwarding removed"
-                                        : "forwarding changed");
+    parts.emplace_back(!before.forwarding  ? "forwarding added"
+                       : !after.forwarding ? "forwarding removed"
+                                           : "forwarding changed");
   std::string text;
   for (std::string const& part : parts) text += (text.empty() ? "" : "; ") + part;
   return text.empty() ? "nothing changed" : text;

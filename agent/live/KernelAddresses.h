@@ -10,7 +10,7 @@
 namespace Agent {
 
 /// Follows the kernel's IPv4 addresses, and which interface stands on which.
-class KernelAddresses : private Horix::Timer {
+class KernelAddresses final : private Horix::Timer {
  public:
   /// Some may be different. Many changes in a short time are told as one.
   using Changed = std::function<void(AddressBook const&)>;
