@@ -70,7 +70,7 @@ def run(lab):
         port = f"swp{number % 4 + 1}"
         listeners[lab.listener(f"host{number}", switch, port)] = port
     routers = [lab.bridge_router(f"router{port}", switch, f"swp{port}") for port in (5, 6)]
-    switch.vlan(10, report_on="all")
+    switch.vlan(10, report_on="all", ssm_range="none")  # the groups are joined in all modes
     lab.begin(switch)
 
     chance = random.Random(SEED)
