@@ -13,7 +13,7 @@ def run(lab):
     tv = lab.listener("tv", switch, "swp1")
     router = lab.bridge_router("router", switch, "swp2", version=2)
     speaker = lab.speaker("speaker", switch, "swp3")
-    switch.vlan(10, report_on="all", static_bridge_mrouter_interface=["swp3"])
+    switch.vlan(10, report_on="all")
     lab.begin(switch)
 
     # A kernel bridge that queries as version 2, with leaves that it asks about.

@@ -239,10 +239,13 @@ void HostSm::handleIgmpVersion() {
   if (mode_ != former) handleConfigured();
 }
 
+/// Often a query that is still to be answered is why the host follows its VLAN's from now on.
 void HostSm::handleVlanQueries() {
   if (kelVlanQueries_->notifier() != host()->vlanQueries())
     kelVlanQueries_->notifierIs(host()->vlanQueries());
-  handleCompatibilityMode();
+  if (!followMode()) return;
+  answers_.versionIs(mode_);
+  unaskedReports_.cancelPending();
 }
 
 /// Queriers count wherever the host answers them.
@@ -255,14 +258,20 @@ QuerierVersions const& HostSm::oldestQueriers() const {
 /// RFC 9776 section 7.2.1: "Whenever a host changes its compatibility mode, it cancels all its
 /// pending response and retransmission timers."
 void HostSm::handleCompatibilityMode() {
+  if (!followMode()) return;
+  answers_.cancelAll();
+  unaskedReports_.cancelPending();
+}
+
+/// Speaks as the oldest querier does. Returns whether that is another version than before.
+bool HostSm::followMode() {
   QuerierVersions const& queriers = oldestQueriers();
   IgmpVersion const mode = std::min(host()->igmpVersion(), queriers.oldest());
   if (mode < host()->igmpVersion()) status_->olderQuerierIs(queriers.oldestQuerier());
-  if (mode == mode_) return;
+  if (mode == mode_) return false;
   mode_ = mode;
   status_->compatibilityModeIs(mode);
-  answers_.cancelAll();
-  unaskedReports_.cancelPending();
+  return true;
 }
 
 // ---- What it hears

@@ -51,6 +51,7 @@ class HostSm final : public Kel::PtrInterface {
   void handleVlanQueries();
   void handleVlanQuery();
   void handleCompatibilityMode();
+  bool followMode();
 
   QuerierVersions const& oldestQueriers() const;
   bool canSend() const;

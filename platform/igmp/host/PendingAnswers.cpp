@@ -219,6 +219,16 @@ void PendingAnswers::olderQuery(IpAddr group, Time maxResponseTime) {
   timerWheel_->schedule(pending ? **pending : answerFor(group), delays_.within(maxResponseTime));
 }
 
+void PendingAnswers::versionIs(IgmpVersion mode) {
+  if (mode == IgmpVersion::v3) return;
+  bool const isDue = std::exchange(generalDue_, false) || !unanswered_.empty();
+  unanswered_.clear();
+  if (!isDue && !general_->scheduled()) return;
+  Time const left = isDue ? Time() : general_->deadline() - timerWheel_->now();
+  general_->cancel();
+  olderGeneralQuery(left);
+}
+
 PendingAnswers::GroupAnswer& PendingAnswers::answerFor(IpAddr group) {
   return *groups_.add(group, std::make_unique<GroupAnswer>(group, *this));
 }

@@ -27,6 +27,9 @@ class PendingAnswers {
   /// @param mode the version that the host speaks.
   void query(Query const& query, IgmpVersion mode);
 
+  /// What is pending is answered in another version.
+  void versionIs(IgmpVersion mode);
+
   /// Whether some group's answer is pending.
   bool anyGroup() const noexcept { return !groups_.empty(); }
 

@@ -6,6 +6,7 @@ namespace IgmpTest {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
+using testing::UnorderedElementsAre;
 
 class VlanQueriesTest : public HostTest {
  protected:
@@ -113,6 +114,26 @@ TEST_F(VlanQueriesTest, HostThatBeginsToFollowSpeaksAsTheOldestQuerierThatWasHea
   EXPECT_EQ(mode(), IgmpVersion::v1);
   stopFollowing();
   EXPECT_EQ(mode(), IgmpVersion::v3);
+}
+
+// By the very query that the host has heard, its port becomes a router port.
+TEST_F(VlanQueriesTest, HostThatBeginsToFollowAnswersWhatItWasAskedBeforeInTheOlderVersion) {
+  stopFollowing();
+  exclude(group(1));
+  exclude(group(2));
+  isHeard(general(IgmpVersion::v2));
+  hearsGeneralQuery();
+  hearsQuery(group(2));
+  follow();
+  EXPECT_THAT(sentWithin(seconds(10)),
+              UnorderedElementsAre(v2Report(group(1)), v2Report(group(2))));
+}
+
+TEST_F(VlanQueriesTest, HostThatStopsFollowingAnswersWhatItWasAskedBeforeInItsOwnVersion) {
+  exclude(group(1));
+  isHeard(general(IgmpVersion::v2));
+  stopFollowing();
+  EXPECT_THAT(sentWithin(seconds(10)), ElementsAre(report({isEx(group(1))})));
 }
 
 TEST_F(VlanQueriesTest, OldestOfThePortAndTheVlanCounts) {
