@@ -9,6 +9,7 @@
 
 #include "agent/Log.h"
 #include "agent/control/MembershipWalk.h"
+#include "agent/output/Counters.h"
 #include "agent/text/Wording.h"
 
 namespace Agent {
@@ -16,7 +17,6 @@ namespace Agent {
 namespace {
 
 using Bridging::VlanId;
-using Bridging::IgmpSnooping::ReceiveCounters;
 using Bridging::IgmpSnooping::Proxy::PortKey;
 using Wirex::IntfId;
 
@@ -82,7 +82,7 @@ class Metrics final : public Answer {
     });
     if (!walk_.atEnd()) return Progress::more;
     out += std::exchange(heading_, {});
-    while (family_ < families.size()) {
+    while (family_ < families().size()) {
       if (out.size() >= bytesAtOnce) return Progress::more;
       advanceFamily(out);
     }
@@ -100,11 +100,20 @@ class Metrics final : public Answer {
     void (Metrics::*ofAll)(Family&) const;
   };
 
-  static std::array<Description, 24> const families;
+  static std::vector<Description> const& families();
+  static std::vector<Description> fixedFamilies();
+
+  /// One for each counter of devices.
+  template <std::size_t... places>
+  static void addDeviceFamilies(std::vector<Description>& to, std::index_sequence<places...>) {
+    (to.push_back({Family::Type::counter, deviceFrames[places].metric, deviceFrames[places].help,
+                   nullptr, &Metrics::device<places>}),
+     ...);
+  }
 
   /// The samples of one VLAN, or a whole family.
   void advanceFamily(std::string& out) {
-    Description const& description = families[family_];
+    Description const& description = families()[family_];
     std::string const name = message("igmpsnoop_", description.name);
     Family family(out, description.type, name);
     if (!std::exchange(begun_, true)) {
@@ -179,11 +188,9 @@ class Metrics final : public Answer {
   void queriesSent(Family& family, VlanConfig const& vlan) const {
     auto const* const querier = switch_.querier(vlan.vlanId);
     if (!querier || vlan.privateRole != Bridging::VlanTypeAndPrimaryVlan()) return;
-    auto const& sent = querier->sent();
-    std::string const id = text(vlan.vlanId);
-    family.sample({{"vlan", id}, {"type", "general"}}, sent.general);
-    family.sample({{"vlan", id}, {"type", "group"}}, sent.groupSpecific);
-    family.sample({{"vlan", id}, {"type", "group-source"}}, sent.groupAndSourceSpecific);
+    for (auto const& counter : Agent::queriesSent)
+      family.sample({{"vlan", text(vlan.vlanId)}, {"type", counter.metric}},
+                    counter.value(querier->sent()));
   }
 
   void sent(Family& family, VlanConfig const& vlan) const {
@@ -191,34 +198,26 @@ class Metrics final : public Answer {
       auto const status = switch_.proxy().igmpHostStatusDir()->igmpHostStatus(
           PortKey(vlan.vlanId, member.intfId).hostName());
       if (!status) continue;
-      auto const sample = [&](char const* type, std::uint64_t count) {
-        family.sample(
-            {{"vlan", text(vlan.vlanId)}, {"interface", text(member.intfId)}, {"type", type}},
-            count);
-      };
-      Igmp::HostCounters const& counters = status->counters();
-      sample("membership-report-v1", counters.reportsSentV1);
-      sample("membership-report-v2", counters.reportsSentV2);
-      sample("membership-report-v3", counters.reportsSentV3);
-      sample("leave", counters.leavesSent);
+      sampleMessages(family, {vlan.vlanId, member.intfId}, messagesSent, status->counters());
     }
   }
 
   void received(Family& family, VlanConfig const& vlan) const {
-    // In the order of Igmp::Message.
-    static constexpr std::array<char const*, std::variant_size_v<Igmp::Message>> types{
-        "query", "membership-report-v1", "membership-report-v2", "membership-report-v3", "leave"};
-    for (VlanMember const& member : vlan.members) {
-      ReceiveCounters const* const counters = countersOf(vlan.vlanId, member.intfId);
-      if (!counters) continue;
-      auto const sample = [&](char const* type, std::uint64_t count) {
-        family.sample(
-            {{"vlan", text(vlan.vlanId)}, {"interface", text(member.intfId)}, {"type", type}},
-            count);
-      };
-      for (std::size_t i = 0; i < types.size(); ++i) sample(types[i], counters->received[i]);
-      sample("pim-hello", counters->pimHellos);
-    }
+    for (VlanMember const& member : vlan.members)
+      if (ReceiveCounters const* const counters = countersOf(vlan.vlanId, member.intfId))
+        sampleMessages(family, {vlan.vlanId, member.intfId}, messagesReceived, *counters);
+  }
+
+  template <class Counters, std::size_t size>
+  static void sampleMessages(Family& family, PortKey const& port,
+                             std::array<Counter<Counters>, size> const& counters,
+                             Counters const& values) {
+    for (auto const& counter : counters)
+      if (counter.metric)
+        family.sample({{"vlan", text(port.vlanId())},
+                       {"interface", text(port.intfId())},
+                       {"type", counter.metric}},
+                      counter.value(values));
   }
 
   void ignored(Family& family, VlanConfig const& vlan) const {
@@ -249,10 +248,10 @@ class Metrics final : public Answer {
                       counters.ignored[i]);
   }
 
-  template <auto Counter>
+  template <std::size_t place>
   void device(Family& family) const {
     for (auto const& [intf, pam] : switch_.snooping().ethDevPamCol()->intfPam())
-      family.sample({{"interface", text(intf)}}, pam->counters().*Counter);
+      family.sample({{"interface", text(intf)}}, deviceFrames[place].value(pam->counters()));
   }
 
   void deaf(Family& family) const {
@@ -313,54 +312,61 @@ class Metrics final : public Answer {
   unsigned nextVlan_ = VlanId::min;
 };
 
-std::array<Metrics::Description, 24> const Metrics::families{{
-    {Family::Type::gauge, "groups", "Groups with listeners.", &Metrics::groups, nullptr},
-    {Family::Type::gauge, "memberships", "Memberships, one for each reporter of each group.",
-     &Metrics::memberships, nullptr},
-    {Family::Type::gauge, "mrouter_ports", "Multicast router ports.", &Metrics::routerPorts,
-     nullptr},
-    {Family::Type::gauge, "hosts", "Ports on which the proxy reports.", &Metrics::hosts, nullptr},
-    {Family::Type::gauge, "records", "Group records that a port's host reports.", &Metrics::records,
-     nullptr},
-    {Family::Type::gauge, "querier", "Whether the agent is the querier of the VLAN.",
-     &Metrics::querier, nullptr},
-    {Family::Type::counter, "queries_sent", "IGMP queries sent, each counted on each port.",
-     &Metrics::queriesSent, nullptr},
-    {Family::Type::counter, "messages_sent", "IGMP reports and leaves sent by the proxy's hosts.",
-     &Metrics::sent, nullptr},
-    {Family::Type::counter, "messages_received", "Messages heard and used.", &Metrics::received,
-     nullptr},
-    {Family::Type::counter, "ignored", "Frames and group records heard and not used.",
-     &Metrics::ignored, &Metrics::ignoredInNoVlan},
-    {Family::Type::counter, "frames_received", "Frames that the device handed over.", nullptr,
-     &Metrics::device<&Interface::EthDevPam::Counters::received>},
-    {Family::Type::counter, "frames_dropped", "Frames that the kernel dropped for want of speed.",
-     nullptr, &Metrics::device<&Interface::EthDevPam::Counters::receiveDropped>},
-    {Family::Type::gauge, "device_deaf", "Whether the interface's device could not be opened.",
-     nullptr, &Metrics::deaf},
-    {Family::Type::gauge, "clients", "Clients that the control socket serves.", nullptr,
-     &Metrics::clients},
-    {Family::Type::counter, "connections", "Clients of the control socket so far.", nullptr,
-     &Metrics::connections},
-    {Family::Type::counter, "turns", "Turns of the event loop.", nullptr, &Metrics::turns},
-    {Family::Type::gauge, "longest_turn_seconds", "How long one turn has held everything else up.",
-     nullptr, &Metrics::longestTurn},
-    {Family::Type::counter, "log_lines_lost", "Lines of the log that could not be written.",
-     nullptr, &Metrics::logLinesLost},
-    {Family::Type::gauge, "forwarding_active", "Whether a bridge forwards what was learned.",
-     nullptr, &Metrics::forwardingActive},
-    {Family::Type::gauge, "forwarding_entries", "Ports of groups that the bridge has entries for.",
-     nullptr, &Metrics::forwardingEntries},
-    {Family::Type::gauge, "forwarding_flooded_groups",
-     "Groups flooded because an entry was refused.", nullptr, &Metrics::forwardingFlooded},
-    {Family::Type::counter, "forwarding_writes", "Entries written and deleted.", nullptr,
-     &Metrics::forwardingWrites},
-    {Family::Type::counter, "forwarding_failures", "Entries that the kernel refused.", nullptr,
-     &Metrics::forwardingFailures},
-    {Family::Type::counter, "forwarding_disturbances",
-     "How often somebody had changed what forwarding needs.", nullptr,
-     &Metrics::forwardingDisturbances},
-}};
+std::vector<Metrics::Description> const& Metrics::families() {
+  static std::vector<Description> const all = [] {
+    std::vector<Description> made = fixedFamilies();
+    addDeviceFamilies(made, std::make_index_sequence<deviceFrames.size()>());
+    return made;
+  }();
+  return all;
+}
+
+std::vector<Metrics::Description> Metrics::fixedFamilies() {
+  return {
+      {Family::Type::gauge, "groups", "Groups with listeners.", &Metrics::groups, nullptr},
+      {Family::Type::gauge, "memberships", "Memberships, one for each reporter of each group.",
+       &Metrics::memberships, nullptr},
+      {Family::Type::gauge, "mrouter_ports", "Multicast router ports.", &Metrics::routerPorts,
+       nullptr},
+      {Family::Type::gauge, "hosts", "Ports on which the proxy reports.", &Metrics::hosts, nullptr},
+      {Family::Type::gauge, "records", "Group records that a port's host reports.",
+       &Metrics::records, nullptr},
+      {Family::Type::gauge, "querier", "Whether the agent is the querier of the VLAN.",
+       &Metrics::querier, nullptr},
+      {Family::Type::counter, "queries_sent", "IGMP queries sent, each counted on each port.",
+       &Metrics::queriesSent, nullptr},
+      {Family::Type::counter, "messages_sent", "IGMP reports and leaves sent by the proxy's hosts.",
+       &Metrics::sent, nullptr},
+      {Family::Type::counter, "messages_received", "Messages heard and used.", &Metrics::received,
+       nullptr},
+      {Family::Type::counter, "ignored", "Frames and group records heard and not used.",
+       &Metrics::ignored, &Metrics::ignoredInNoVlan},
+      {Family::Type::gauge, "device_deaf", "Whether the interface's device could not be opened.",
+       nullptr, &Metrics::deaf},
+      {Family::Type::gauge, "clients", "Clients that the control socket serves.", nullptr,
+       &Metrics::clients},
+      {Family::Type::counter, "connections", "Clients of the control socket so far.", nullptr,
+       &Metrics::connections},
+      {Family::Type::counter, "turns", "Turns of the event loop.", nullptr, &Metrics::turns},
+      {Family::Type::gauge, "longest_turn_seconds",
+       "How long one turn has held everything else up.", nullptr, &Metrics::longestTurn},
+      {Family::Type::counter, "log_lines_lost", "Lines of the log that could not be written.",
+       nullptr, &Metrics::logLinesLost},
+      {Family::Type::gauge, "forwarding_active", "Whether a bridge forwards what was learned.",
+       nullptr, &Metrics::forwardingActive},
+      {Family::Type::gauge, "forwarding_entries",
+       "Ports of groups that the bridge has entries for.", nullptr, &Metrics::forwardingEntries},
+      {Family::Type::gauge, "forwarding_flooded_groups",
+       "Groups flooded because an entry was refused.", nullptr, &Metrics::forwardingFlooded},
+      {Family::Type::counter, "forwarding_writes", "Entries written and deleted.", nullptr,
+       &Metrics::forwardingWrites},
+      {Family::Type::counter, "forwarding_failures", "Entries that the kernel refused.", nullptr,
+       &Metrics::forwardingFailures},
+      {Family::Type::counter, "forwarding_disturbances",
+       "How often somebody had changed what forwarding needs.", nullptr,
+       &Metrics::forwardingDisturbances},
+  };
+}
 
 }  // namespace
 

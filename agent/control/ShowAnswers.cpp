@@ -11,6 +11,7 @@
 #include "agent/Log.h"
 #include "agent/control/MembershipWalk.h"
 #include "agent/forwarding/ForwardingWords.h"
+#include "agent/output/Counters.h"
 #include "agent/output/ExplanationWords.h"
 #include "agent/output/JsonValues.h"
 #include "agent/text/Wording.h"
@@ -358,10 +359,7 @@ class StatisticsListing final : public Listing {
     if (auto const* const querier = theSwitch().querier(vlan.vlanId)) {
       Json object;
       object["vlan"] = vlan.vlanId.value();
-      Json& sent = object["sent"];
-      sent["general-query-count"] = querier->sent().general;
-      sent["group-query-count"] = querier->sent().groupSpecific;
-      sent["group-source-query-count"] = querier->sent().groupAndSourceSpecific;
+      addValues(object["sent"], queriesSent, querier->sent());
       add(out, "vlans", std::move(object));
     }
     for (VlanMember const& member : vlan.members)
@@ -384,12 +382,7 @@ class StatisticsListing final : public Listing {
     object["vlan"] = key.vlanId().value();
     object["name"] = message(key.intfId());
     object["received"]["query-count"] = counters.queriesHeard;
-    Json& sent = object["sent"];
-    sent["membership-report-v1-count"] = counters.reportsSentV1;
-    sent["membership-report-v2-count"] = counters.reportsSentV2;
-    sent["membership-report-v3-count"] = counters.reportsSentV3;
-    sent["leave-count"] = counters.leavesSent;
-    sent["group-record-count"] = counters.groupRecordsSent;
+    addValues(object["sent"], messagesSent, counters);
     add(out, "hosts", std::move(object));
   }
 
@@ -399,10 +392,7 @@ class StatisticsListing final : public Listing {
     Json object;
     if (vlan) object["vlan"] = vlan->value();
     object["name"] = message(intf);
-    Json& received = object["received"];
-    std::size_t type = 0;
-    for (char const* const key : receivedKeys) received[key] = counters.received[type++];
-    received["pim-hello-count"] = counters.pimHellos;
+    addValues(object["received"], messagesReceived, counters);
     Json& ignored = object["ignored"] = Json::object();
     for (std::size_t i = 0; i < Igmp::ignoreReasons; ++i)
       if (counters.ignored[i] != 0)
@@ -413,19 +403,15 @@ class StatisticsListing final : public Listing {
   static Json deviceObject(IntfId const& intf, Interface::EthDevPam::Counters const& counters) {
     Json object;
     object["name"] = message(intf);
-    object["received"] = counters.received;
-    object["sent"] = counters.sent;
-    object["receive-dropped"] = counters.receiveDropped;
-    object["receive-truncated"] = counters.receiveTruncated;
-    object["receive-failed"] = counters.receiveFailed;
-    object["send-dropped"] = counters.sendDropped;
+    addValues(object, deviceFrames, counters);
     return object;
   }
 
-  // In the order of Igmp::Message.
-  static constexpr std::array<char const*, std::variant_size_v<Igmp::Message>> receivedKeys{
-      "query-count", "membership-report-v1-count", "membership-report-v2-count",
-      "membership-report-v3-count", "leave-count"};
+  template <class Counters, std::size_t size>
+  static void addValues(Json& object, std::array<Counter<Counters>, size> const& counters,
+                        Counters const& values) {
+    for (auto const& counter : counters) object[counter.key] = counter.value(values);
+  }
 };
 
 template <class T>

@@ -9,6 +9,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "agent/output/Counters.h"
 #include "agent/output/Snapshot.h"
 #include "agent/output/Tables.h"
 #include "agent/text/NaturalOrder.h"
@@ -128,16 +129,18 @@ TextTable::Column number(char const* header) {
   return {header, Align::right, 10};
 }
 
-/// One column for each number, under one for what they are of.
-TextTable numbers(std::vector<char const*> const& headers, std::vector<TextTable::Column> first) {
-  for (char const* const header : headers) first.push_back(number(header));
+/// One column for each counter, under one for what they are of.
+template <class Counters>
+TextTable columns(Counters const& counters, std::vector<TextTable::Column> first) {
+  for (auto const& counter : counters) first.push_back(number(counter.column));
   first.push_back({""});  // takes what is left of the line
   return TextTable(std::move(first));
 }
 
-void addNumbers(TextTable& table, std::vector<std::string> cells, Json const& counts,
-                std::vector<char const*> const& keys) {
-  for (char const* const key : keys) cells.push_back(cell(counts, key));
+template <class Counters>
+void addCounts(TextTable& table, std::vector<std::string> cells, Json const& counts,
+               Counters const& counters) {
+  for (auto const& counter : counters) cells.push_back(cell(counts, counter.key));
   cells.emplace_back();
   table.row(std::move(cells));
 }
@@ -304,44 +307,35 @@ void printIgnored(std::ostream& out, Json const& interfaces) {
 
 void printStatistics(std::ostream& out, Json const& document) {
   out << "Received\n\n";
-  TextTable received = numbers({"QUERIES", "V1", "V2", "V3", "LEAVES", "HELLOS"},
-                               {{"VLAN", Align::right}, {"INTERFACE", Align::left, 15}});
+  TextTable received =
+      columns(messagesReceived, {{"VLAN", Align::right}, {"INTERFACE", Align::left, 15}});
   for (Json const& interface : document.at("interfaces"))
     if (interface.contains("vlan"))
-      addNumbers(received, {cell(interface, "vlan"), cell(interface, "name")},
-                 interface.at("received"),
-                 {"query-count", "membership-report-v1-count", "membership-report-v2-count",
-                  "membership-report-v3-count", "leave-count", "pim-hello-count"});
+      addCounts(received, {cell(interface, "vlan"), cell(interface, "name")},
+                interface.at("received"), messagesReceived);
   received.print(out);
   printIgnored(out, document.at("interfaces"));
 
   out << "\nReported by hosts\n\n";
-  TextTable sent =
-      numbers({"V1", "V2", "V3", "RECORDS", "LEAVES"}, {{"VLAN", Align::right}, {"INTERFACE"}});
+  TextTable sent = columns(messagesSent, {{"VLAN", Align::right}, {"INTERFACE"}});
   for (Json const& host : document.at("hosts"))
-    addNumbers(sent, {cell(host, "vlan"), cell(host, "name")}, host.at("sent"),
-               {"membership-report-v1-count", "membership-report-v2-count",
-                "membership-report-v3-count", "group-record-count", "leave-count"});
+    addCounts(sent, {cell(host, "vlan"), cell(host, "name")}, host.at("sent"), messagesSent);
   sent.print(out);
 
   out << "\nQueries sent\n\n";
-  TextTable queries = numbers({"GENERAL", "GROUP", "SOURCE"}, {{"VLAN", Align::right}});
+  TextTable queries = columns(queriesSent, {{"VLAN", Align::right}});
   for (Json const& vlan : document.at("vlans"))
-    addNumbers(queries, {cell(vlan, "vlan")}, vlan.at("sent"),
-               {"general-query-count", "group-query-count", "group-source-query-count"});
+    addCounts(queries, {cell(vlan, "vlan")}, vlan.at("sent"), queriesSent);
   queries.print(out);
 
   out << "\nDevices\n\n";
-  TextTable devices =
-      numbers({"RECEIVED", "DROPPED", "TRUNCATED", "FAILED", "SENT", "NOT SENT"}, {{"INTERFACE"}});
+  TextTable devices = columns(deviceFrames, {{"INTERFACE"}});
   for (Json const& device : document.at("devices"))
-    addNumbers(devices, {cell(device, "name")}, device,
-               {"received", "receive-dropped", "receive-truncated", "receive-failed", "sent",
-                "send-dropped"});
+    addCounts(devices, {cell(device, "name")}, device, deviceFrames);
   devices.print(out);
 
   out << "\nAgent\n\n";
-  TextTable agent = numbers({"TURNS", "LONGEST MS", "LOG LOST"}, {});
+  TextTable agent({number("TURNS"), number("LONGEST MS"), number("LOG LOST"), {""}});
   for (Json const& each : document.at("agent"))
     agent.row({cell(each, "turn-count"), milliseconds(each.at("longest-turn").get<double>()),
                cell(each, "lost-log-line-count"), ""});

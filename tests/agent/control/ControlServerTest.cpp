@@ -252,12 +252,12 @@ TEST_F(ControlServerTest, StatisticsCountWhatIsSent) {
   EXPECT_EQ(hosts[2].dump(),
             R"({"vlan":10,"name":"swp3","received":{"query-count":1},"sent":{)"
             R"("membership-report-v1-count":0,"membership-report-v2-count":1,)"
-            R"("membership-report-v3-count":2,"leave-count":1,"group-record-count":3}})");
+            R"("membership-report-v3-count":2,"group-record-count":3,"leave-count":1}})");
   auto const devices = statistics("devices");
   ASSERT_THAT(devices, SizeIs(3));
   EXPECT_EQ(devices[1].dump(),
-            R"({"name":"swp2","received":2,"sent":6,"receive-dropped":0,"receive-truncated":0,)"
-            R"("receive-failed":0,"send-dropped":0})");
+            R"({"name":"swp2","received":2,"receive-dropped":0,"receive-truncated":0,)"
+            R"("receive-failed":0,"sent":6,"send-dropped":0})");
 }
 
 TEST_F(ControlServerTest, StatisticsAreSelected) {

@@ -9,6 +9,8 @@
 
 #include "agent/Log.h"
 #include "agent/control/MetricsServer.h"
+#include "agent/output/Counters.h"
+#include "agent/text/Wording.h"
 #include "tests/agent/Addresses.h"
 #include "tests/agent/SwitchTesting.h"
 #include "tests/agent/control/ControlTesting.h"
@@ -174,6 +176,13 @@ TEST_F(MetricsTest, WhatIsSentAndWhoIsServedIsCounted) {
   EXPECT_EQ(read.sample("igmpsnoop_clients"), "1");
   EXPECT_EQ(read.sample(R"(igmpsnoop_connections_total{outcome="accepted"})"), "1");
   EXPECT_EQ(read.sample(R"(igmpsnoop_connections_total{outcome="refused"})"), "1");
+}
+
+TEST_F(MetricsTest, EveryCountOfADeviceHasAFamily) {
+  Exposition const read(scrape());
+  for (auto const& counter : deviceFrames)
+    EXPECT_EQ(read.sample(message("igmpsnoop_", counter.metric, "_total{interface=\"swp1\"}")),
+              "0");
 }
 
 TEST_F(MetricsTest, NoLabelTellsGroupsSourcesOrHosts) {
