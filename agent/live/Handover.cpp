@@ -54,9 +54,15 @@ std::string readWhole(int file) {
   return text;
 }
 
+/// Whether a descriptor is one; it does not go further then.
+bool isReceived(int descriptor) {
+  return fcntl(descriptor, F_SETFD, FD_CLOEXEC) == 0;
+}
+
 }  // namespace
 
-// The first line has the descriptors; after it comes the state.
+// The first line has the descriptors that are listened on, the second one the devices; after them
+// comes the state.
 std::optional<Handover> Handover::received() {
   char const* const number = std::getenv(variable);
   if (!number) return std::nullopt;
@@ -66,24 +72,36 @@ std::optional<Handover> Handover::received() {
   unsetenv(variable);
   std::string const text = readWhole(file.value());
   std::size_t const firstLine = text.find('\n');
-  if (firstLine == std::string::npos) return std::nullopt;
+  std::size_t const secondLine = text.find('\n', firstLine + 1);
+  if (firstLine == std::string::npos || secondLine == std::string::npos) return std::nullopt;
 
   Handover handover;
   std::istringstream descriptors(text.substr(0, firstLine));
   for (int descriptor = -1; descriptors >> descriptor;)
-    if (fcntl(descriptor, F_SETFD, FD_CLOEXEC) == 0) handover.listening.push_back(descriptor);
-  handover.state = text.substr(firstLine + 1);
+    if (isReceived(descriptor)) handover.listening.push_back(descriptor);
+  std::istringstream devices(text.substr(firstLine, secondLine - firstLine));
+  for (Interface::PacketSocket::PassedOn device;
+       devices >> device.descriptor >> device.interfaceIndex >> device.nextSlot >> device.manner;)
+    if (isReceived(device.descriptor)) handover.devices.push_back(device);
+  handover.state = text.substr(secondLine + 1);
   return handover;
 }
 
 void Handover::passOnTo(std::string const& path, std::vector<std::string> const& arguments) const {
   Descriptor const file(memfd_create("igmpsnoopd", MFD_CLOEXEC));
   if (file.value() < 0) fail("memfd_create");
-  std::ostringstream descriptors;
-  for (int const descriptor : listening) descriptors << descriptor << ' ';
-  writeWhole(file.value(), descriptors.str() + '\n' + state);
-
   std::vector<int> passed = listening;
+  std::ostringstream lines;
+  for (int const descriptor : listening) lines << descriptor << ' ';
+  lines << '\n';
+  for (Interface::PacketSocket::PassedOn const& device : devices) {
+    lines << device.descriptor << ' ' << device.interfaceIndex << ' ' << device.nextSlot << ' '
+          << device.manner << ' ';
+    passed.push_back(device.descriptor);
+  }
+  lines << '\n';
+  writeWhole(file.value(), lines.str() + state);
+
   passed.push_back(file.value());
   PassedOn const untilItFails(std::move(passed));
   setenv(variable, std::to_string(file.value()).c_str(), 1);

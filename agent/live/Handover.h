@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/interface/PacketSocket.h"
+
 namespace Agent {
 
 /// What a program leaves to the one that takes its place in the same process. It stands in a file
@@ -11,6 +13,7 @@ namespace Agent {
 struct Handover {
   std::string state;           ///< what is known, sealed
   std::vector<int> listening;  ///< the descriptors of the sockets that are listened on
+  std::vector<Interface::PacketSocket::PassedOn> devices;
 
   /// What the former program has left, once. Nothing if there was none, or if it cannot be read.
   static std::optional<Handover> received();

@@ -76,7 +76,9 @@ Live::Live(LiveCommand const& command, Configuration configuration,
       signals_(loop_, [this](int signal) { handleSignal(signal); }),
       helpers_((raiseDescriptorLimit(), traceToLog(command.traces),
                 std::make_shared<Interface::SocketHelpers>(loop_, descriptorsLeft))),
-      devices_(loop_, helpers_),
+      inherited_(std::make_shared<Interface::InheritedSockets>(
+          helpers_, handover ? handover->devices : Handover().devices)),
+      devices_(loop_, inherited_),
       switch_(std::move(configuration), loop_),
       state_(keeperOf(command.state, switch_, loop_, handover)),
       routerLog_(loop_.timerWheel()),
@@ -95,6 +97,7 @@ Live::Live(LiveCommand const& command, Configuration configuration,
       interfaces_(loop_, [this](IntfId const& intf, InterfaceState const& state) {
         handleInterface(intf, state);
       }) {
+  inherited_->closeRest();
   helpers_->await();
   loop_.busyPollsIs(command.busyPoll);
   UnixSocket::inheritedAre({});
@@ -190,7 +193,7 @@ void Live::replaceProgram(std::string const& path) try {
   log(Severity::info, "restart: starting ", path, " anew");
   loop_.endBatch();
   if (state_) state_->saveNow();
-  Handover handover{sealedState(switch_), {control_.descriptor()}};
+  Handover handover{sealedState(switch_), {control_.descriptor()}, devices_.passedOn()};
   if (metrics_) handover.listening.push_back(metrics_->descriptor());
   passPrivilegesOn();
   handover.passOnTo(path, arguments_);

@@ -23,6 +23,7 @@
 #include "agent/live/Signals.h"
 #include "agent/state/StateKeeper.h"
 #include "platform/horix/EventLoop.h"
+#include "platform/interface/InheritedSockets.h"
 #include "platform/interface/SocketEthDevPams.h"
 #include "platform/interface/SocketHelpers.h"
 
@@ -68,6 +69,7 @@ class Live {
   unsigned terminations_ = 0;  // signals so far
   std::set<Wirex::IntfId> warnedOf_;
   std::shared_ptr<Interface::SocketHelpers> helpers_;
+  std::shared_ptr<Interface::InheritedSockets> inherited_;
   Interface::SocketEthDevPams devices_;
   Switch switch_;
   std::unique_ptr<StateKeeper> state_;  // null if nothing is kept

@@ -1,7 +1,7 @@
 """igmpsnoopctl restart: the program is started anew in the same process, under traffic.
 
 The listeners are not asked meanwhile. Clients of the control socket come all the time, and none is
-refused.
+refused. Who joins in the gap is heard at the first report.
 """
 
 import threading
@@ -51,12 +51,63 @@ class Noise(threading.Thread):
             time.sleep(0.001)
 
 
+class Joins(threading.Thread):
+    """Joins another group every two milliseconds, and says so once."""
+
+    def __init__(self, speaker):
+        super().__init__(daemon=True)
+        self._speaker = speaker
+        self.groups = []
+        self.ended = False
+
+    def run(self):
+        while not self.ended and len(self.groups) < 2000:
+            number = len(self.groups) + 1
+            group = f"239.8.{number >> 8}.{number & 0xFF}"
+            self._speaker.send(self._speaker.address, igmp.ALL_IGMPV3_ROUTERS,
+                               igmp.report(("to_ex", group, ())))
+            self.groups.append(group)
+            time.sleep(0.002)
+
+
+def join_in_the_gap(lab, switch, speaker):
+    joins = Joins(speaker)
+    joins.start()
+    runs = switch.log().count("running:")
+    switch.restart_in_place()
+    lab.until(lambda: switch.log().count("running:"), runs + 1, within=3)
+    joins.ended = True
+    joins.join()
+
+    def missing():
+        return sorted(set(joins.groups) - set(switch.records("swp3")))
+
+    lab.until(missing, [], within=1, why="joins in the gap are not known")
+    lab.note(f"all of {len(joins.groups)} joins during a restart are known")
+
+
+def made_again_in_the_gap(lab, switch):
+    """A device that is another one after the restart is opened anew."""
+    runs = switch.log().count("running:")
+    switch.restart_in_place()
+    switch.namespace.ip("link delete swp5")
+    again = lab.speaker("again", switch, "swp5")
+    lab.until(lambda: switch.log().count("running:"), runs + 1, within=3)
+
+    def heard():
+        again.send(again.address, igmp.ALL_IGMPV3_ROUTERS, igmp.report(("to_ex", "239.7.7.7", ())))
+        return "239.7.7.7" in switch.records("swp3")
+
+    lab.until(heard, True, within=3, why="a device that was made again is deaf")
+
+
 def run(lab):
-    switch = lab.switch(ports=4)
+    switch = lab.switch(ports=5)
     tv = lab.listener("tv", switch, "swp1")
     desk = lab.listener("desk", switch, "swp2")
     router = lab.bridge_router("router", switch, "swp3")
     noise = Noise(lab.speaker("noise", switch, "swp4"))
+    joiner = lab.speaker("joiner", switch, "swp5")
     switch.vlan(10)
     lab.begin(switch)
     tv.do("join 239.1.1.1", "join 232.1.1.1 from 192.0.2.1 192.0.2.2")
@@ -92,3 +143,7 @@ def run(lab):
     false = [each for each in withdrawals(switch.wire("swp3").sent(since=began))
              if "239.2.2.2" not in each and "192.0.2.1}" not in each]
     lab.check(not false, f"told while restarting: {false}")
+
+    for _ in range(3):
+        join_in_the_gap(lab, switch, joiner)
+    made_again_in_the_gap(lab, switch)

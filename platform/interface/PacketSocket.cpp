@@ -48,6 +48,15 @@ unsigned indexOf(IntfStatusAndDeviceName const& device, SystemCalls& system) {
   return index;
 }
 
+std::optional<sockaddr_ll> boundTo(SystemCalls& system, int socket) {
+  sockaddr_ll address{};
+  socklen_t size = sizeof address;
+  if (system.getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size) < 0 ||
+      address.sll_family != AF_PACKET)
+    return std::nullopt;
+  return address;
+}
+
 template <class Value>
 void setOption(SystemCalls& system, int socket, int level, int option, Value const& value,
                char const* name) {
@@ -69,6 +78,13 @@ struct PacketSocket::Slot {
     std::atomic_ref(header.tp_status).store(TP_STATUS_KERNEL, std::memory_order_release);
   }
 };
+
+PacketSocket::PacketSocket(SystemCalls& system, PassedOn const& passed) noexcept
+    : system_(system),
+      descriptor_(passed.descriptor),
+      nextSlot_(passed.nextSlot),
+      interfaceIndex_(passed.interfaceIndex),
+      manner_(passed.manner) {}
 
 void PacketSocket::open(IntfStatusAndDeviceName const& device, EthDevSettings const& settings) try {
   tryToOpen(device, settings);
@@ -110,6 +126,10 @@ void PacketSocket::makeRing() {
   ring.tp_frame_size = slotSize;
   ring.tp_frame_nr = slots;
   setOption(system_, descriptor_, SOL_PACKET, PACKET_RX_RING, ring, "PACKET_RX_RING");
+  mapRing();
+}
+
+void PacketSocket::mapRing() {
   void* const mapped =
       system_.mmap(nullptr, ringSize, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor_, 0);
   if (mapped == MAP_FAILED) fail("mmap");
@@ -132,16 +152,46 @@ void PacketSocket::bind(int interfaceIndex, std::uint16_t protocol) {
   interfaceIndex_ = interfaceIndex;
 }
 
+bool PacketSocket::takeUp(IntfStatusAndDeviceName const& device,
+                          EthDevSettings const& settings) noexcept try {
+  bufferSize_ = settings.bufferSize;
+  bool const fits = manner_ == ownManner && nextSlot_ < slots &&
+                    static_cast<int>(indexOf(device, system_)) == interfaceIndex_ &&
+                    isBoundWith(settings.protocol) && hasFilter(settings.filter);
+  if (fits) mapRing();
+  return fits;
+} catch (FailedCall const&) {
+  return false;
+}
+
 void PacketSocket::close() noexcept {
   if (ring_) system_.munmap(std::exchange(ring_, nullptr), ringSize);
   if (descriptor_ >= 0) system_.close(std::exchange(descriptor_, -1));
 }
 
 bool PacketSocket::isBound() const {
-  sockaddr_ll address{};
-  socklen_t size = sizeof address;
-  return system_.getsockname(descriptor_, reinterpret_cast<sockaddr*>(&address), &size) == 0 &&
-         address.sll_ifindex == interfaceIndex_;
+  auto const address = boundTo(system_, descriptor_);
+  return address && address->sll_ifindex == interfaceIndex_;
+}
+
+bool PacketSocket::isBoundWith(std::uint16_t protocol) const {
+  auto const address = boundTo(system_, descriptor_);
+  return address && address->sll_ifindex == interfaceIndex_ &&
+         address->sll_protocol == htons(protocol);
+}
+
+// The size of this option counts instructions. Where there is room for none, the kernel tells how
+// many there are.
+bool PacketSocket::hasFilter(SocketFilter const& filter) const {
+  socklen_t size = 0;
+  if (system_.getsockopt(descriptor_, SOL_SOCKET, SO_GET_FILTER, nullptr, &size) < 0 ||
+      size != filter.size())
+    return false;
+  SocketFilter present(size);
+  if (size > 0 &&
+      system_.getsockopt(descriptor_, SOL_SOCKET, SO_GET_FILTER, present.data(), &size) < 0)
+    return false;
+  return present == filter;
 }
 
 PacketSocket::Slot PacketSocket::slot() const noexcept {

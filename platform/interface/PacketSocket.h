@@ -39,7 +39,21 @@ class KEL_EXPORT PacketSocket {
   /// through the queue.
   static constexpr std::size_t mostWaiting = 512;
 
+  /// What a program leaves of an open socket to the one that takes its place in the same process.
+  struct PassedOn {
+    int descriptor = -1;
+    int interfaceIndex = 0;
+    std::uint32_t nextSlot = 0;        ///< of the ring, in which the next frame comes
+    std::uint32_t manner = ownManner;  ///< in which the socket was set up
+
+    friend bool operator==(PassedOn const&, PassedOn const&) noexcept = default;
+  };
+  /// To be raised with each change of options or of the ring.
+  static constexpr std::uint32_t ownManner = 1;
+
   explicit PacketSocket(SystemCalls& system) noexcept : system_(system) {}
+  /// One that was passed on, and is to be taken up or to be closed.
+  PacketSocket(SystemCalls& system, PassedOn const& passed) noexcept;
   PacketSocket(PacketSocket const&) = delete;
   PacketSocket& operator=(PacketSocket const&) = delete;
   ~PacketSocket() { close(); }
@@ -48,6 +62,15 @@ class KEL_EXPORT PacketSocket {
   /// one uses the socket. Throws FailedCall, and then nothing is open.
   void open(IntfStatusAndDeviceName const& device, EthDevSettings const& settings);
   void close() noexcept;
+
+  /// Goes on with a socket that was passed on: the frames that have waited in it come next. Returns
+  /// whether it is as `open()` would make it now; if not, it is only to be closed.
+  bool takeUp(IntfStatusAndDeviceName const& device, EthDevSettings const& settings) noexcept;
+
+  /// Of a socket that is open. It stays so.
+  PassedOn passedOn() const noexcept {
+    return {descriptor_, interfaceIndex_, static_cast<std::uint32_t>(nextSlot_), manner_};
+  }
 
   int descriptor() const noexcept { return descriptor_; }
 
@@ -77,7 +100,11 @@ class KEL_EXPORT PacketSocket {
   void tryToOpen(IntfStatusAndDeviceName const& device, EthDevSettings const& settings);
   void attachFilter(SocketFilter const& filter);
   void makeRing();
+  void mapRing();
   void bind(int interfaceIndex, std::uint16_t protocol);
+
+  bool isBoundWith(std::uint16_t protocol) const;
+  bool hasFilter(SocketFilter const& filter) const;
 
   Slot slot() const noexcept;
   /// Nothing if the frame was lost, null if it is too long.
@@ -94,6 +121,7 @@ class KEL_EXPORT PacketSocket {
   std::uint32_t lost_ = 0;
   int interfaceIndex_ = 0;
   int metError_ = 0;
+  std::uint32_t manner_ = ownManner;
 };
 
 }  // namespace Interface

@@ -191,6 +191,10 @@ std::string SocketEthDevPam::deafness() const {
   return deafness_;
 }
 
+std::optional<PacketSocket::PassedOn> SocketEthDevPam::passedOn() const {
+  return isOpen() ? std::optional(socket_->passedOn()) : std::nullopt;
+}
+
 EthDevPam::Counters SocketEthDevPam::counters() const {
   if (socket_) counters_.receiveDropped += socket_->takeDropped();
   return counters_;

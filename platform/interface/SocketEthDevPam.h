@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,9 @@ class SocketEthDevPam final : public EthDevPam {
 
   Counters counters() const override;
   std::string deafness() const override;
+
+  /// Its socket, for another program in the same process. Nothing while it is not open.
+  std::optional<PacketSocket::PassedOn> passedOn() const;
 
  private:
   class Input;

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "platform/horix/EventLoop.h"
 #include "platform/interface/EthDevPams.h"
@@ -20,6 +21,9 @@ class KEL_EXPORT SocketEthDevPams final : public EthDevPams {
   /// @param loop outlives the packet accesses.
   SocketEthDevPams(Horix::EventLoop& loop, std::shared_ptr<SocketOpener> opener)
       : loop_(loop), opener_(std::move(opener)) {}
+
+  /// The sockets that are open, for another program in the same process.
+  std::vector<PacketSocket::PassedOn> passedOn() const;
 
  private:
   Kel::Ptr<EthDevPam> newPam(Wirex::IntfId const& intfId, IntfStatusAndDeviceName const& device,

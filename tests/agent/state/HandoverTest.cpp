@@ -16,10 +16,13 @@
 #include "agent/control/UnixSocket.h"
 #include "agent/live/Handover.h"
 #include "agent/live/TrialRun.h"
+#include "agent/text/Wording.h"
 #include "tests/agent/replay/CaptureTesting.h"
 
 namespace Agent {
 namespace {
+
+using Interface::PacketSocket;
 
 constexpr char const* variable = "IGMPSNOOPD_HANDOVER";
 
@@ -40,23 +43,27 @@ TEST(Handover, IsNotThereWhereNoProgramWasBefore) {
 
 TEST(Handover, IsReceivedOnce) {
   int const passed = dup(0);
-  leave(std::to_string(passed) + " \nstate\nof two lines");
+  int const device = dup(0);
+  leave(message(passed, " \n", device, " 7 20 1 9999 8 21 1 \nstate\nof two lines"));
   auto const handover = Handover::received();
   ASSERT_TRUE(handover);
   EXPECT_EQ(handover->state, "state\nof two lines");
   EXPECT_EQ(handover->listening, std::vector<int>{passed});
+  EXPECT_EQ(handover->devices, (std::vector<PacketSocket::PassedOn>{{device, 7, 20, 1}}));
   EXPECT_FALSE(goesToOtherPrograms(passed));
+  EXPECT_FALSE(goesToOtherPrograms(device));
   EXPECT_FALSE(Handover::received());
+  close(device);
   close(passed);
 }
 
 TEST(Handover, LeavesOutDescriptorsThatAreNone) {
-  leave("9999 -1 \n");
+  leave("9999 -1 \n\n");
   EXPECT_TRUE(Handover::received()->listening.empty());
 }
 
 TEST(Handover, IsRefusedWhereItIsNone) {
-  for (char const* const text : {"", "no end of the first line"}) {
+  for (char const* const text : {"", "no end of the first line", "nor\nof the second"}) {
     leave(text);
     EXPECT_FALSE(Handover::received());
   }
@@ -66,19 +73,23 @@ TEST(Handover, IsRefusedWhereItIsNone) {
 
 TEST(Handover, LeavesAllAsItWasWhereTheProgramCannotBeStarted) {
   int const passed = fcntl(0, F_DUPFD_CLOEXEC, 0);
-  Handover const handover{"state", {passed}};
+  int const device = fcntl(0, F_DUPFD_CLOEXEC, 0);
+  Handover const handover{"state", {passed}, {{device, 7, 20, 1}}};
   EXPECT_THROW(handover.passOnTo("/nonexistent", {"igmpsnoopd"}), std::system_error);
   EXPECT_FALSE(goesToOtherPrograms(passed));
+  EXPECT_FALSE(goesToOtherPrograms(device));
   EXPECT_EQ(std::getenv(variable), nullptr);
+  close(device);
   close(passed);
 }
 
 TEST(Handover, GoesToTheProgramThatTakesThePlace) {
   TemporaryDirectory const directory;
   std::string const seen = directory.file("seen");
+  int const device = dup(0);
   pid_t const process = fork();
   if (process == 0) {
-    Handover const handover{"what is known", {}};
+    Handover const handover{"what is known", {}, {{device, 7, 20, 1}}};
     try {
       handover.passOnTo("/bin/sh", {"sh", "-c", "cat /proc/self/fd/$IGMPSNOOPD_HANDOVER >" + seen});
     } catch (std::system_error const&) {
@@ -87,7 +98,9 @@ TEST(Handover, GoesToTheProgramThatTakesThePlace) {
   }
   waitpid(process, nullptr, 0);
   std::ifstream file(seen);
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), "\nwhat is known");
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}),
+            message("\n", device, " 7 20 1 \nwhat is known"));
+  close(device);
 }
 
 TEST(InheritedSocket, IsTakenOverByWhoListensAtItsPath) {

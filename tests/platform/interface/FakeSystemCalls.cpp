@@ -200,6 +200,13 @@ int FakeSystemCalls::getsockopt(int socket, int level, int option, void* value, 
   } else if (level == SOL_PACKET && option == PACKET_STATISTICS) {
     if (fails("PACKET_STATISTICS")) return -1;
     answer(tpacket_stats{0, std::exchange(asked.dropped, 0)}, value, size);
+  } else if (level == SOL_SOCKET && option == SO_GET_FILTER) {
+    if (fails("SO_GET_FILTER")) return -1;
+    // Counts instructions, and copies them only where there is room for all.
+    auto const instructions = static_cast<socklen_t>(asked.filter.size() / sizeof(sock_filter));
+    if (*size != 0 && *size < instructions) return failWith(EINVAL);
+    if (*size != 0) std::memcpy(value, asked.filter.data(), asked.filter.size());
+    *size = instructions;
   } else {
     return failWith(ENOPROTOOPT);
   }
@@ -213,7 +220,9 @@ int FakeSystemCalls::bind(int socket, sockaddr const* address, socklen_t size) {
 }
 
 int FakeSystemCalls::getsockname(int socket, sockaddr* address, socklen_t* size) {
-  answer(sockets_.at(socket).address, address, size);
+  auto const asked = sockets_.find(socket);
+  if (asked == sockets_.end()) return failWith(EBADF);
+  answer(asked->second.address, address, size);
   return 0;
 }
 
