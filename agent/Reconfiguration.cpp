@@ -25,11 +25,6 @@ Kel::Ptr<Gmp::Igmp::QuerierConfig const> protocolConfig(Igmp::IgmpVersion versio
   return protocol;
 }
 
-bool isMember(VlanConfig const& vlan, IntfId const& intf) {
-  return std::any_of(vlan.members.begin(), vlan.members.end(),
-                     [&](VlanMember const& member) { return member.intfId == intf; });
-}
-
 }  // namespace
 
 Reconfiguration::Reconfiguration(SwitchEntities const& entities, Configuration const& configuration)
@@ -122,7 +117,7 @@ void Reconfiguration::removeMembers(VlanConfig const& vlan) {
   auto const topoVlan = entities_.topology->topoVlan(vlan.vlanId);
   auto const bridgingVlan = entities_.bridging->vlanConfig(vlan.vlanId);
   for (IntfId const& intf : bridgingVlan->intfConfig().keys()) {
-    if (isMember(vlan, intf)) continue;
+    if (vlan.member(intf)) continue;
     topoVlan->portDel(intf);
     bridgingVlan->intfConfigDel(intf);
   }
@@ -135,7 +130,7 @@ void Reconfiguration::addVlansAndPorts() {
 }
 
 void Reconfiguration::addVlan(VlanConfig const& vlan) {
-  if (vlan.privateRole != Bridging::VlanTypeAndPrimaryVlan())
+  if (vlan.isSecondary())
     entities_.privateVlans->secondaryVlanIs(vlan.vlanId, vlan.privateRole);
   else
     entities_.snoopingStatus->contextStatusIs(vlan.vlanId);

@@ -10,7 +10,6 @@
 
 namespace Agent {
 
-using Bridging::AllowedTrafficDirection;
 using Bridging::VlanId;
 using Bridging::IgmpSnooping::QuerierSettings;
 using Bridging::IgmpSnooping::RouterPort;
@@ -40,14 +39,6 @@ SnoopingPolicy policyOf(SnoopingSettings const& settings) {
   policy.maxGroupSources = settings.maxGroupSources;
   policy.maxInterfaceSources = settings.maxInterfaceSources;
   return policy;
-}
-
-bool isSecondary(VlanConfig const& vlan) {
-  return vlan.privateRole != Bridging::VlanTypeAndPrimaryVlan();
-}
-
-VlanId learningVlan(VlanConfig const& vlan) {
-  return isSecondary(vlan) ? vlan.privateRole.primaryVlan() : vlan.vlanId;
 }
 
 /// As they are now, for loops that change them.
@@ -135,13 +126,11 @@ bool Switch::blocked(InterfaceConfig const& interface) const {
 }
 
 bool Switch::receives(InterfaceConfig const& interface) const {
-  return !blocked(interface) && (interface.direction == AllowedTrafficDirection::both ||
-                                 interface.direction == AllowedTrafficDirection::ingress);
+  return !blocked(interface) && allowsIngress(interface.direction);
 }
 
 bool Switch::sends(InterfaceConfig const& interface) const {
-  return !blocked(interface) && (interface.direction == AllowedTrafficDirection::both ||
-                                 interface.direction == AllowedTrafficDirection::egress);
+  return !blocked(interface) && allowsEgress(interface.direction);
 }
 
 RouterPort Switch::routerPort(VlanId vlan, IntfId const& intf) const {
@@ -151,7 +140,7 @@ RouterPort Switch::routerPort(VlanId vlan, IntfId const& intf) const {
 
 std::optional<VlanId> Switch::learnedIn(VlanId vlan) const {
   auto const config = vlans_.find(vlan);
-  return config == vlans_.end() ? std::nullopt : std::optional(learningVlan(*config->second));
+  return config == vlans_.end() ? std::nullopt : std::optional(config->second->learningVlan());
 }
 
 Switch::VlanLearning* Switch::learning(VlanId vlan) {
@@ -194,9 +183,7 @@ Switch::Learning::Learning(Kel::Ptr<Bridging::IgmpSnooping::IgmpContextStatus> c
 bool Switch::hears(SnoopedPort const& port, VlanId vlan) const {
   auto const config = vlans_.find(vlan);
   if (config == vlans_.end()) return false;
-  auto const& members = config->second->members;
-  return std::any_of(members.begin(), members.end(),
-                     [&](auto const& member) { return member.intfId == port.intfId(); }) &&
+  return config->second->member(port.intfId()) &&
          port.vlan().find(vlan)->learning->vlanId() == learnedIn(vlan);
 }
 
@@ -216,7 +203,7 @@ void Switch::removePorts() {
 void Switch::removeVlans() {
   std::erase_if(learning_, [this](auto const& each) {
     auto const vlan = vlans_.find(each.first);
-    return vlan == vlans_.end() || isSecondary(*vlan->second);
+    return vlan == vlans_.end() || vlan->second->isSecondary();
   });
   for (auto routers = routers_.begin(); routers != routers_.end();) {
     VlanId const vlan = routers->first;
@@ -236,7 +223,7 @@ void Switch::addVlans() {
     if (isNew) hostSettings_->routerPortsIs(routers->second.routerPorts());
     for (VlanMember const& member : vlan.members)
       routers->second.configuredIs(member.intfId, member.staticMrouter);
-    if (isSecondary(vlan)) continue;
+    if (vlan.isSecondary()) continue;
     Learning& learning =
         learning_
             .try_emplace(vlan.vlanId, entities_.snoopingStatus->contextStatus(vlan.vlanId), vlan,
@@ -267,7 +254,7 @@ QuerierSettings Switch::querierSettings(VlanConfig const& vlan) const {
 void Switch::ownAddressesAre(OwnAddress ownAddress) {
   ownAddress_ = std::move(ownAddress);
   for (VlanConfig const& vlan : configuration_.vlans)
-    if (!isSecondary(vlan))
+    if (!vlan.isSecondary())
       learning_.at(vlan.vlanId).querier.settingsIs(querierSettings(vlan), policyOf(vlan.settings));
   for (Kel::Name const& name : entities_.hosts->igmpHost().keys())
     if (auto const host = entities_.hosts->igmpHost(name)) configureHost(*host);
@@ -277,7 +264,7 @@ void Switch::addPorts() {
   for (InterfaceConfig const& interface : configuration_.interfaces)
     snooping_->portIs(interface.intfId);
   for (VlanConfig const& vlan : configuration_.vlans) {
-    Learning& learning = learning_.at(learningVlan(vlan));
+    Learning& learning = learning_.at(vlan.learningVlan());
     SnoopedVlan const snooped{&learning.learning, &routers_.at(vlan.vlanId), &learning.querier};
     for (VlanMember const& member : vlan.members)
       if (!snooping_->port(member.intfId)->vlan().contains(vlan.vlanId))

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <ostream>
+#include <utility>
 
 namespace Agent {
 
@@ -11,6 +12,18 @@ std::ostream& operator<<(std::ostream& out, ReportOn ports) {
 
 std::ostream& operator<<(std::ostream& out, Unregistered ports) {
   return out << (ports == Unregistered::routers ? "routers" : "flood");
+}
+
+VlanMember const* VlanConfig::member(Wirex::IntfId const& intfId) const {
+  auto const found = std::find_if(members.begin(), members.end(), [&](VlanMember const& member) {
+    return member.intfId == intfId;
+  });
+  return found == members.end() ? nullptr : &*found;
+}
+
+VlanMember* VlanConfig::member(Wirex::IntfId const& intfId) {
+  VlanMember const* const found = std::as_const(*this).member(intfId);
+  return found ? &members[static_cast<std::size_t>(found - members.data())] : nullptr;
 }
 
 std::size_t proxiedVlans(Configuration const& configuration) {

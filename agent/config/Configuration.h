@@ -83,6 +83,10 @@ struct InterfaceConfig {
   /// What is heard on the interface may make it a multicast router port.
   bool routerAllowed = true;
 
+  /// Whether streams may come in, and go out: as configured, whatever the port's state.
+  bool letsStreamsIn() const { return !blocked && allowsIngress(direction); }
+  bool letsStreamsOut() const { return !blocked && allowsEgress(direction); }
+
   friend bool operator==(InterfaceConfig const&, InterfaceConfig const&) = default;
 };
 
@@ -112,6 +116,18 @@ struct VlanConfig {
 
   /// Each interface once: the untagged members as written, then the tagged ones.
   std::vector<VlanMember> members;
+
+  /// Null if the interface is none.
+  VlanMember const* member(Wirex::IntfId const& intfId) const;
+  VlanMember* member(Wirex::IntfId const& intfId);
+
+  /// Of a private VLAN (RFC 5517).
+  bool isSecondary() const { return privateRole != Bridging::VlanTypeAndPrimaryVlan(); }
+
+  /// Where what is heard in this VLAN is learned: its primary VLAN, or itself.
+  Bridging::VlanId learningVlan() const {
+    return isSecondary() ? privateRole.primaryVlan() : vlanId;
+  }
 
   friend bool operator==(VlanConfig const&, VlanConfig const&) = default;
 };

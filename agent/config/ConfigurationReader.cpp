@@ -33,13 +33,6 @@ using Wirex::IntfId;
 constexpr Range vlanNumbers{VlanId::min, VlanId::max};
 constexpr Range counts{0, std::numeric_limits<std::uint32_t>::max()};
 
-VlanMember* findMember(VlanConfig& vlan, IntfId const& intfId) {
-  auto const found =
-      std::find_if(vlan.members.begin(), vlan.members.end(),
-                   [&](VlanMember const& member) { return member.intfId == intfId; });
-  return found == vlan.members.end() ? nullptr : &*found;
-}
-
 /// Turns one parsed file into a configuration. Tables are read in the order in which they refer to
 /// each other: defaults, interfaces, VLANs; the primaries of private VLANs are looked up last.
 class ConfigurationReader {
@@ -365,7 +358,7 @@ void ConfigurationReader::requireDefinition(std::vector<IntfId> const& names,
 void ConfigurationReader::addMembers(std::vector<ListedInterface> const& listed, bool tagged,
                                      VlanConfig& vlan) {
   for (auto const& [intfId, where] : listed) {
-    VlanMember* const member = findMember(vlan, intfId);
+    VlanMember* const member = vlan.member(intfId);
     if (!member) {
       vlan.members.push_back({intfId, tagged, false});
     } else if (member->tagged == tagged) {
@@ -380,7 +373,7 @@ void ConfigurationReader::addMembers(std::vector<ListedInterface> const& listed,
 void ConfigurationReader::markStaticMrouters(std::vector<ListedInterface> const& listed,
                                              VlanConfig& vlan) {
   for (auto const& [intfId, where] : listed) {
-    VlanMember* const member = findMember(vlan, intfId);
+    VlanMember* const member = vlan.member(intfId);
     if (!member) {
       errors_.add(where, "interface ", intfId,
                   " is not a member of this VLAN; add it to interfaces or tagged-interfaces");
@@ -410,7 +403,7 @@ void ConfigurationReader::checkPrimary(PrimaryReference const& reference) {
     if (!allVlansKnown_) return;
     errors_.add(reference.primaryNode->source().begin, "primary VLAN ", reference.primary,
                 " is not defined; add a [[vlan]] with id = ", reference.primary);
-  } else if (primary->privateRole != VlanTypeAndPrimaryVlan{}) {
+  } else if (primary->isSecondary()) {
     errors_.add(reference.primaryNode->source().begin, "primary VLAN ", reference.primary,
                 " is itself a private VLAN; name a VLAN that is not private");
   } else if (reference.proxyNode && reference.proxy != primary->proxy) {
@@ -423,7 +416,7 @@ void ConfigurationReader::checkPrimary(PrimaryReference const& reference) {
 
 void ConfigurationReader::inheritProxyFromPrimaries() {
   for (VlanConfig& vlan : configuration_.vlans) {
-    if (vlan.privateRole == VlanTypeAndPrimaryVlan{}) continue;
+    if (!vlan.isSecondary()) continue;
     vlan.proxy = findVlan(vlan.privateRole.primaryVlan())->proxy;
   }
 }

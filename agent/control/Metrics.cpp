@@ -187,7 +187,7 @@ class Metrics final : public Answer {
 
   void queriesSent(Family& family, VlanConfig const& vlan) const {
     auto const* const querier = switch_.querier(vlan.vlanId);
-    if (!querier || vlan.privateRole != Bridging::VlanTypeAndPrimaryVlan()) return;
+    if (!querier || vlan.isSecondary()) return;
     for (auto const& counter : Agent::queriesSent)
       family.sample({{"vlan", text(vlan.vlanId)}, {"type", counter.metric}},
                     counter.value(querier->sent()));

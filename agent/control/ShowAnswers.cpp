@@ -34,11 +34,6 @@ using Wirex::IpAddr;
 constexpr std::size_t stepsAtOnce = 1000;
 constexpr std::size_t bytesAtOnce = 65536;
 
-bool isMember(VlanConfig const& vlan, IntfId const& intf) {
-  return std::any_of(vlan.members.begin(), vlan.members.end(),
-                     [&](VlanMember const& member) { return member.intfId == intf; });
-}
-
 /// Its frame, and lines for the elements.
 class Listing : public Answer {
  public:
@@ -64,7 +59,7 @@ class Listing : public Answer {
   Horix::Time now() const { return switch_.now(); }
 
   bool isSelected(VlanConfig const& vlan) const {
-    return of_.has(vlan.vlanId) && (!of_.interface || isMember(vlan, *of_.interface));
+    return of_.has(vlan.vlanId) && (!of_.interface || vlan.member(*of_.interface));
   }
   /// The selected group, where a VLAN knows it.
   IgmpGroup const* selectedGroup(VlanId vlan) const {
@@ -113,8 +108,7 @@ class VlansListing final : public Listing {
     object["vlan"] = vlan.vlanId.value();
     object["proxy"] = theSwitch().proxy().vlanSm(vlan.vlanId) != nullptr;
     object["standing"] = name(standingOf(theSwitch(), vlan.vlanId));
-    if (vlan.privateRole != Bridging::VlanTypeAndPrimaryVlan())
-      object["primary-vlan"] = vlan.privateRole.primaryVlan().value();
+    if (vlan.isSecondary()) object["primary-vlan"] = vlan.privateRole.primaryVlan().value();
     if (vlan.querierVersion) object["igmp-version"] = static_cast<unsigned>(*vlan.querierVersion);
     if (auto const* const querier = theSwitch().querier(vlan.vlanId)) {
       object["send-query"] = querier->settings().sendsQueries;
@@ -159,7 +153,7 @@ class InterfacesListing final : public Listing {
     auto const& vlans = theSwitch().configuration().vlans;
     return std::any_of(vlans.begin(), vlans.end(), [&](VlanConfig const& vlan) {
       return of().has(vlan.vlanId) &&
-             (of().group ? listens(vlan.vlanId, intf) : isMember(vlan, intf));
+             (of().group ? listens(vlan.vlanId, intf) : vlan.member(intf) != nullptr);
     });
   }
 
@@ -183,9 +177,8 @@ class InterfacesListing final : public Listing {
     object["mtu"] = state.mtu;
     Json& vlans = object["vlan"] = Json::array();
     for (VlanConfig const& vlan : theSwitch().configuration().vlans)
-      for (VlanMember const& member : vlan.members)
-        if (member.intfId == interface.intfId)
-          vlans.push_back({{"id", vlan.vlanId.value()}, {"tagged", member.tagged}});
+      if (VlanMember const* const member = vlan.member(interface.intfId))
+        vlans.push_back({{"id", vlan.vlanId.value()}, {"tagged", member->tagged}});
     return object;
   }
 };

@@ -7,10 +7,8 @@
 
 namespace Agent {
 
-using Bridging::AllowedTrafficDirection;
 using Bridging::VlanId;
 using Bridging::VlanType;
-using Bridging::VlanTypeAndPrimaryVlan;
 using Bridging::IgmpSnooping::IgmpGroup;
 using Bridging::IgmpSnooping::IgmpIntfStatus;
 using Gmp::Igmp::IgmpFilterMode;
@@ -41,45 +39,32 @@ Addresses differenceOf(Addresses const& a, Addresses const& b) {
 
 /// The VLANs whose members may get the streams of a VLAN, its own first.
 std::vector<VlanId> receivingVlans(VlanConfig const& vlan, Configuration const& configuration) {
-  if (vlan.privateRole != VlanTypeAndPrimaryVlan()) {
+  if (vlan.isSecondary()) {
     VlanId const primary = vlan.privateRole.primaryVlan();
     return vlan.privateRole.type() == VlanType::isolated ? std::vector{primary}
                                                          : std::vector{vlan.vlanId, primary};
   }
   std::vector<VlanId> vlans{vlan.vlanId};
   for (VlanConfig const& other : configuration.vlans)
-    if (other.privateRole != VlanTypeAndPrimaryVlan() &&
-        other.privateRole.primaryVlan() == vlan.vlanId)
-      vlans.push_back(other.vlanId);
+    if (other.isSecondary() && other.learningVlan() == vlan.vlanId) vlans.push_back(other.vlanId);
   return vlans;
 }
 
 }  // namespace
 
-bool letsStreamsOut(InterfaceConfig const& interface) {
-  return !interface.blocked && (interface.direction == AllowedTrafficDirection::both ||
-                                interface.direction == AllowedTrafficDirection::egress);
-}
-
-bool letsStreamsIn(InterfaceConfig const& interface) {
-  return !interface.blocked && (interface.direction == AllowedTrafficDirection::both ||
-                                interface.direction == AllowedTrafficDirection::ingress);
-}
-
 std::vector<ForwardedVlan> forwardedVlans(Configuration const& configuration, bool vlanAware) {
   std::set<IntfId> out;
   for (InterfaceConfig const& interface : configuration.interfaces)
-    if (letsStreamsOut(interface)) out.insert(interface.intfId);
+    if (interface.letsStreamsOut()) out.insert(interface.intfId);
   std::map<VlanId, VlanConfig const*> configured;
   for (VlanConfig const& vlan : configuration.vlans) configured.emplace(vlan.vlanId, &vlan);
 
   std::vector<ForwardedVlan> vlans;
   for (VlanConfig const& vlan : configuration.vlans) {
-    bool const isSecondary = vlan.privateRole != VlanTypeAndPrimaryVlan();
     ForwardedVlan forwarded;
     forwarded.vlanId = vlan.vlanId;
     forwarded.entryVlan = vlanAware ? vlan.vlanId.value() : std::uint16_t{0};
-    forwarded.learnedIn = isSecondary ? vlan.privateRole.primaryVlan() : vlan.vlanId;
+    forwarded.learnedIn = vlan.learningVlan();
     forwarded.routersOf = receivingVlans(vlan, configuration);
     for (VlanId const receiving : forwarded.routersOf)
       for (VlanMember const& member : configured.at(receiving)->members)

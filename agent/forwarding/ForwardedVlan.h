@@ -29,10 +29,6 @@ struct ForwardedVlan {
   std::vector<Bridging::VlanId> routersOf;
 };
 
-/// Whether streams may leave by a port, and come in: as configured, whatever its state.
-bool letsStreamsOut(InterfaceConfig const& interface);
-bool letsStreamsIn(InterfaceConfig const& interface);
-
 /// The VLANs of a configuration, in ascending order.
 /// @param vlanAware whether the bridge tells VLANs apart.
 std::vector<ForwardedVlan> forwardedVlans(Configuration const& configuration, bool vlanAware);

@@ -324,7 +324,7 @@ StreamRules Forwarding::rulesWanted() const {
   for (InterfaceConfig const& interface : configuration.interfaces) {
     auto const port = ports_.find(interface.intfId);
     if (port == ports_.end()) continue;
-    PortRule rule{port->second, letsStreamsIn(interface), letsStreamsOut(interface), {}};
+    PortRule rule{port->second, interface.letsStreamsIn(), interface.letsStreamsOut(), {}};
     for (VlanConfig const& vlan : configuration.vlans)
       for (VlanMember const& member : vlan.members)
         if (member.intfId == interface.intfId && !member.tagged)

@@ -58,6 +58,14 @@ std::unique_ptr<StateKeeper> keeperOf(std::string const& file, Switch& snoopingS
   return keeper;
 }
 
+/// What comes before anything is opened or made.
+std::shared_ptr<Interface::SocketHelpers> helpersOf(LiveCommand const& command,
+                                                    Horix::EventLoop& loop) {
+  raiseDescriptorLimit();
+  traceToLog(command.traces);
+  return std::make_shared<Interface::SocketHelpers>(loop, descriptorsLeft);
+}
+
 /// Before sockets are listened on.
 std::string const& withSocketsOf(std::optional<Handover> const& handover, std::string const& path) {
   std::vector<Descriptor> sockets;
@@ -74,8 +82,7 @@ Live::Live(LiveCommand const& command, Configuration configuration,
     : configurationName_(command.configuration),
       loop_(Kel::make<Horix::TimerWheel>(Kel::make<Horix::MonotonicClock>())),
       signals_(loop_, [this](int signal) { handleSignal(signal); }),
-      helpers_((raiseDescriptorLimit(), traceToLog(command.traces),
-                std::make_shared<Interface::SocketHelpers>(loop_, descriptorsLeft))),
+      helpers_(helpersOf(command, loop_)),
       inherited_(std::make_shared<Interface::InheritedSockets>(
           helpers_, handover ? handover->devices : Handover().devices)),
       devices_(loop_, inherited_),

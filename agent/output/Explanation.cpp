@@ -12,7 +12,6 @@ namespace Agent {
 
 namespace {
 
-using Bridging::AllowedTrafficDirection;
 using Bridging::VlanId;
 using Bridging::IgmpSnooping::IgmpIntfStatus;
 using Bridging::IgmpSnooping::LearnedMembership;
@@ -298,9 +297,7 @@ class Explainer {
     std::vector<Obstacle> obstacles;
     if (!host.enabled()) obstacles.push_back(Obstacle::disabled);
     if (host.blocked()) obstacles.push_back(Obstacle::blocked);
-    if (host.direction() != AllowedTrafficDirection::both &&
-        host.direction() != AllowedTrafficDirection::egress)
-      obstacles.push_back(Obstacle::direction);
+    if (!allowsEgress(host.direction())) obstacles.push_back(Obstacle::direction);
     if (!host.pam()) obstacles.push_back(Obstacle::noPacketAccess);
     if (host.settings().macAddress == Wirex::MacAddress{})
       obstacles.push_back(Obstacle::noMacAddress);

@@ -132,8 +132,8 @@ std::optional<Igmp::IgnoreReason> SnoopedPort::learnFrom(VlanId vlan, Igmp::Byte
   SnoopedVlan const* const found = vlans_.find(vlan);
   if (!found) return Igmp::IgnoreReason::notInVlan;
   SnoopedVlan const snooped = *found;
+  if (Igmp::ipProtocolOf(*frame) == Igmp::ipProtocolPim) return hearPim(snooped, *frame);
   auto const packet = Igmp::parsePacket(*frame, snooped.learning->policy().receive);
-  if (!packet && packet.reason() == Igmp::IgnoreReason::notIgmp) return hearPim(snooped, *frame);
   if (!packet) return packet.reason();
   if (!querierAllowed_ && std::holds_alternative<Igmp::Query>(packet->message))
     return Igmp::IgnoreReason::querierNotAllowed;

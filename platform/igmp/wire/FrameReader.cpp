@@ -47,6 +47,13 @@ Parsed<EthernetFrame> parseEthernet(Bytes captured) {
   return frame;
 }
 
+std::optional<std::uint8_t> ipProtocolOf(EthernetFrame const& frame) {
+  constexpr std::size_t protocolOffset = 9;
+  if (frame.etherType != etherTypeIpv4 || frame.payload.size() <= protocolOffset)
+    return std::nullopt;
+  return frame.payload[protocolOffset];
+}
+
 Parsed<Datagram> parseDatagram(EthernetFrame const& frame, std::uint8_t ipProtocol) {
   constexpr std::uint16_t moreFragmentsAndOffset = 0x3fff;
 

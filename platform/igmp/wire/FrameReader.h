@@ -38,6 +38,9 @@ struct EthernetFrame {
 /// Refuses with `truncated` or `reservedVlan`.
 KEL_EXPORT Parsed<EthernetFrame> parseEthernet(Bytes captured);
 
+/// The protocol that an IPv4 header names, whatever else it is worth; none of other frames.
+KEL_EXPORT std::optional<std::uint8_t> ipProtocolOf(EthernetFrame const& frame);
+
 /// An IPv4 datagram. Views the captured bytes.
 struct Datagram {
   Wirex::IpAddr source;

@@ -84,6 +84,22 @@ TEST(EthernetTest, PriorityTagLeavesTheFrameUntagged) {
   EXPECT_EQ(frame->etherType, Igmp::etherTypeIpv4);
 }
 
+TEST(ProtocolTest, IsWhatTheHeaderNames) {
+  auto const report = FrameBuilder::reportV2(group).bytes();
+  EXPECT_EQ(Igmp::ipProtocolOf(*Igmp::parseEthernet(report)), Igmp::ipProtocolIgmp);
+}
+
+TEST(ProtocolTest, FrameThatEndsBeforeItOrIsNoIpv4HasNone) {
+  auto report = FrameBuilder::reportV2(group).bytes();
+  Igmp::EthernetFrame const whole = *Igmp::parseEthernet(report);
+  Igmp::EthernetFrame shortened = whole;
+  shortened.payload = whole.payload.first(9);
+  EXPECT_EQ(Igmp::ipProtocolOf(shortened), std::nullopt);
+  Igmp::EthernetFrame ipv6 = whole;
+  ipv6.etherType = 0x86dd;
+  EXPECT_EQ(Igmp::ipProtocolOf(ipv6), std::nullopt);
+}
+
 TEST(EthernetTest, ReservedVlanIsRefused) {
   EXPECT_EQ(refusal(FrameBuilder::reportV2(group).vlan(4095).bytes()), IgnoreReason::reservedVlan);
 }
