@@ -9,31 +9,10 @@
 #include <string>
 #include <vector>
 
+#include "agent/netlink/Attributes.h"
+
 /// Requests to the kernel through netlink(7), several in one system call.
 namespace Agent {
-
-template <class Handle>
-void eachAttribute(void const* first, std::size_t size, Handle handle) {
-  auto left = static_cast<int>(size);
-  for (auto const* attribute = static_cast<nlattr const*>(first); mnl_attr_ok(attribute, left);
-       attribute = mnl_attr_next(attribute)) {
-    handle(*attribute);
-    left -= static_cast<int>(MNL_ALIGN(attribute->nla_len));
-  }
-}
-
-template <class Handle>
-void eachNested(nlattr const& parent, Handle handle) {
-  eachAttribute(mnl_attr_get_payload(&parent), mnl_attr_get_payload_len(&parent), handle);
-}
-
-/// The attributes of a message behind its fixed part.
-template <class Handle>
-void eachAttributeBehind(nlmsghdr const& header, std::size_t fixed, Handle handle) {
-  if (mnl_nlmsg_get_payload_len(&header) < MNL_ALIGN(fixed)) return;
-  eachAttribute(mnl_nlmsg_get_payload_offset(&header, fixed),
-                mnl_nlmsg_get_payload_len(&header) - MNL_ALIGN(fixed), handle);
-}
 
 /// Requests that wait to be sent together.
 class NetlinkBatch {

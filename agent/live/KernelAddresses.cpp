@@ -1,6 +1,5 @@
 #include "agent/live/KernelAddresses.h"
 
-#include <cstring>
 #include <libmnl/libmnl.h>
 #include <linux/if_addr.h>
 #include <linux/if_link.h>
@@ -9,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "agent/netlink/Attributes.h"
 #include "platform/igmp/wire/Message.h"
 
 namespace Agent {
@@ -19,41 +19,6 @@ using namespace std::chrono_literals;
 
 constexpr auto patience = 5s;
 constexpr auto pause = 100ms;
-
-template <class Handle>
-void eachAttribute(nlmsghdr const& message, unsigned offset, Handle handle) {
-  mnl_attr_parse(
-      &message, offset,
-      [](nlattr const* attribute, void* data) {
-        (*static_cast<Handle*>(data))(*attribute);
-        return MNL_CB_OK;
-      },
-      &handle);
-}
-
-template <class Handle>
-void eachNested(nlattr const& parent, Handle handle) {
-  mnl_attr_parse_nested(
-      &parent,
-      [](nlattr const* attribute, void* data) {
-        (*static_cast<Handle*>(data))(*attribute);
-        return MNL_CB_OK;
-      },
-      &handle);
-}
-
-template <class Value>
-Value valueOf(nlattr const& attribute) {
-  Value value{};
-  if (mnl_attr_get_payload_len(&attribute) == sizeof value)
-    std::memcpy(&value, mnl_attr_get_payload(&attribute), sizeof value);
-  return value;
-}
-
-std::string_view textOf(nlattr const& attribute) {
-  auto const* const text = static_cast<char const*>(mnl_attr_get_payload(&attribute));
-  return {text, strnlen(text, mnl_attr_get_payload_len(&attribute))};
-}
 
 /// What a link's information says of it: the number of a VLAN's device, whether it is the port of
 /// a bridge.
@@ -85,7 +50,7 @@ AddressBook::Link readLink(nlmsghdr const& message) {
   AddressBook::Index master = 0;
   AddressBook::Index below = 0;
   LinkInformation information;
-  eachAttribute(message, sizeof(ifinfomsg), [&](nlattr const& attribute) {
+  eachAttributeBehind(message, sizeof(ifinfomsg), [&](nlattr const& attribute) {
     int const type = mnl_attr_get_type(&attribute);
     if (type == IFLA_IFNAME) link.name = textOf(attribute);
     if (type == IFLA_MASTER) master = valueOf<AddressBook::Index>(attribute);
@@ -102,7 +67,7 @@ AddressBook::Link readLink(nlmsghdr const& message) {
 std::optional<Wirex::IpAddr> readAddress(nlmsghdr const& message) {
   std::optional<std::uint32_t> local;
   std::optional<std::uint32_t> address;  // of a point-to-point link, the other side's
-  eachAttribute(message, sizeof(ifaddrmsg), [&](nlattr const& attribute) {
+  eachAttributeBehind(message, sizeof(ifaddrmsg), [&](nlattr const& attribute) {
     int const type = mnl_attr_get_type(&attribute);
     if (type == IFA_LOCAL) local = be32toh(valueOf<std::uint32_t>(attribute));
     if (type == IFA_ADDRESS) address = be32toh(valueOf<std::uint32_t>(attribute));

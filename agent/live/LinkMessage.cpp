@@ -1,7 +1,6 @@
 #include "agent/live/LinkMessage.h"
 
 #include <algorithm>
-#include <cstring>
 #include <libmnl/libmnl.h>
 #include <limits>
 #include <linux/if_bridge.h>
@@ -10,38 +9,11 @@
 #include <net/if.h>
 #include <string_view>
 
+#include "agent/netlink/Attributes.h"
+
 namespace Agent {
 
 namespace {
-
-template <class Handle>
-void eachAttribute(nlattr const* first, std::size_t size, Handle handle) {
-  auto const* const begin = reinterpret_cast<char const*>(first);
-  for (nlattr const* attribute = first; mnl_attr_ok(
-           attribute, static_cast<int>(begin + size - reinterpret_cast<char const*>(attribute)));
-       attribute = mnl_attr_next(attribute))
-    handle(*attribute);
-}
-
-template <class Handle>
-void eachNested(nlattr const& parent, Handle handle) {
-  eachAttribute(static_cast<nlattr const*>(mnl_attr_get_payload(&parent)),
-                mnl_attr_get_payload_len(&parent), handle);
-}
-
-/// The default value if the attribute has another size.
-template <class Value>
-Value valueOf(nlattr const& attribute) {
-  Value value{};
-  if (mnl_attr_get_payload_len(&attribute) == sizeof value)
-    std::memcpy(&value, mnl_attr_get_payload(&attribute), sizeof value);
-  return value;
-}
-
-std::string_view textOf(nlattr const& attribute) {
-  auto const* const text = static_cast<char const*>(mnl_attr_get_payload(&attribute));
-  return {text, strnlen(text, mnl_attr_get_payload_len(&attribute))};
-}
 
 /// Takes over whether a port forwards from a nest of the bridge's attributes of it.
 void readBridgePort(nlattr const& nest, bool& forwarding) {
@@ -109,10 +81,7 @@ std::optional<LinkMessage> readLink(nlmsghdr const& message) {
   constexpr unsigned operational = IFF_UP | IFF_RUNNING;
   link.state.carrier = (info.ifi_flags & operational) == operational;
   link.state.forwarding = true;
-  auto const* const first =
-      static_cast<nlattr const*>(mnl_nlmsg_get_payload_offset(&message, sizeof(ifinfomsg)));
-  std::size_t const size = mnl_nlmsg_get_payload_len(&message) - NLMSG_ALIGN(sizeof(ifinfomsg));
-  eachAttribute(first, size, [&](nlattr const& attribute) {
+  eachAttributeBehind(message, sizeof info, [&](nlattr const& attribute) {
     if (link.ofBridge)
       readBridgeAttribute(attribute, link);
     else
