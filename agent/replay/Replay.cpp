@@ -41,7 +41,8 @@ InterfaceState portState(std::size_t port) {
 Replay::Replay(Configuration const& configuration, std::vector<PortCapture> const& captures)
     : loop_(Kel::make<Horix::TimerWheel>(Kel::make<Horix::VirtualClock>())),
       switch_(configuration, loop_),
-      packets_(fileNamesOf(captures)) {
+      fileNames_(fileNamesOf(captures)),
+      packets_(fileNames_) {
   std::size_t port = 0;
   for (InterfaceConfig const& interface : configuration.interfaces)
     switch_.interfaceStateIs(interface.intfId, portState(++port));
@@ -61,7 +62,7 @@ void Replay::writeSent(std::string const& directory) {
   std::vector<Wirex::IntfId> ports;
   for (InterfaceConfig const& interface : switch_.configuration().interfaces)
     ports.push_back(interface.intfId);
-  sent_ = std::make_unique<SentCaptures>(directory, ports);
+  sent_ = std::make_unique<SentCaptures>(directory, ports, fileNames_);
   devices_.sentIs([this](Wirex::IntfId const& port, Wirex::Bytes frame) {
     sent_->write(port, packets_.start() + switch_.now(), frame);
   });

@@ -29,7 +29,7 @@ class Replay {
   ~Replay();
 
   /// Stores what hosts send from now on in a directory, whole at the end of run(). Throws
-  /// CaptureError.
+  /// CaptureError, also if that would replace one of the captures.
   void writeSent(std::string const& directory);
 
   /// Keeps every change of the hosts' records from now on in events().
@@ -49,7 +49,8 @@ class Replay {
   Horix::EventLoop loop_;
   Interface::CaptureEthDevPams devices_;
   Switch switch_;
-  std::vector<Wirex::IntfId> ports_;  // by capture
+  std::vector<Wirex::IntfId> ports_;    // by capture
+  std::vector<std::string> fileNames_;  // of the captures
   CaptureMerge packets_;
   std::unique_ptr<SentCaptures> sent_;
   std::unique_ptr<RecordWatch> watch_;

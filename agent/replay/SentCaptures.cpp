@@ -24,6 +24,16 @@ constexpr int snapLength = 65535;
        "make room, or give another directory");
 }
 
+/// The same file may have several names.
+void refuseToReplace(std::vector<std::string> const& inputs, std::string const& output) {
+  for (std::string const& input : inputs) {
+    std::error_code error;
+    if (!std::filesystem::equivalent(input, output, error)) continue;
+    throw CaptureError(message("writing ", output, " would destroy ", input,
+                               ", which is being replayed; give another directory with --write"));
+  }
+}
+
 }  // namespace
 
 void SentCaptures::Closer::operator()(pcap* handle) const noexcept {
@@ -34,7 +44,8 @@ void SentCaptures::Closer::operator()(pcap_dumper* dumper) const noexcept {
   pcap_dump_close(dumper);
 }
 
-SentCaptures::SentCaptures(std::string const& directory, std::vector<Wirex::IntfId> const& ports)
+SentCaptures::SentCaptures(std::string const& directory, std::vector<Wirex::IntfId> const& ports,
+                           std::vector<std::string> const& inputs)
     : directory_(directory),
       format_(pcap_open_dead_with_tstamp_precision(DLT_EN10MB, snapLength,
                                                    PCAP_TSTAMP_PRECISION_NANO)) {
@@ -42,17 +53,23 @@ SentCaptures::SentCaptures(std::string const& directory, std::vector<Wirex::Intf
   std::filesystem::create_directories(directory_, error);
   if (error)
     fail("make directory " + directory, error, "give one that can be made or is there already");
+  for (Wirex::IntfId const& port : ports)
+    for (std::string const& output : {wholeName(port), partialName(port)})
+      refuseToReplace(inputs, output);
   for (Wirex::IntfId const& port : ports) {
-    std::filesystem::remove(directory_ / (port.stringValue().c_str() + std::string(".pcap")),
-                            error);
+    std::filesystem::remove(wholeName(port), error);
     captures_.emplace(port, open(port));
   }
 }
 
 SentCaptures::~SentCaptures() = default;
 
+std::string SentCaptures::wholeName(Wirex::IntfId const& port) const {
+  return directory_ / (port.stringValue().c_str() + std::string(".pcap"));
+}
+
 std::string SentCaptures::partialName(Wirex::IntfId const& port) const {
-  return directory_ / (port.stringValue().c_str() + std::string(".pcap.part"));
+  return wholeName(port) + ".part";
 }
 
 SentCaptures::Dumper SentCaptures::open(Wirex::IntfId const& port) const {
@@ -88,12 +105,9 @@ void SentCaptures::finish() {
     dumper.reset();
   }
   for (auto const& [port, dumper] : captures_) {
-    std::filesystem::path const partial = partialName(port);
-    std::filesystem::path whole = partial;
-    whole.replace_extension();
     std::error_code error;
-    std::filesystem::rename(partial, whole, error);
-    if (error) fail("rename " + partial.string(), error, "give another directory");
+    std::filesystem::rename(partialName(port), wholeName(port), error);
+    if (error) fail("rename " + partialName(port), error, "give another directory");
   }
 }
 

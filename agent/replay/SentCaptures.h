@@ -20,8 +20,10 @@ namespace Agent {
 /// PORT.pcap.part. Errors are CaptureErrors.
 class SentCaptures {
  public:
-  /// Makes the directory if it is missing, and empties the captures of the ports.
-  SentCaptures(std::string const& directory, std::vector<Wirex::IntfId> const& ports);
+  /// Makes the directory if it is missing, and removes the ports' captures of former replays.
+  /// @param inputs files that are being read; it is an error if one of them would be replaced.
+  SentCaptures(std::string const& directory, std::vector<Wirex::IntfId> const& ports,
+               std::vector<std::string> const& inputs = {});
   ~SentCaptures();
 
   /// @param time since the epoch, or before it.
@@ -37,6 +39,7 @@ class SentCaptures {
   };
   using Dumper = std::unique_ptr<pcap_dumper, Closer>;
 
+  std::string wholeName(Wirex::IntfId const& port) const;
   std::string partialName(Wirex::IntfId const& port) const;
   Dumper open(Wirex::IntfId const& port) const;
 

@@ -51,9 +51,12 @@ class SentCapturesTest : public testing::Test {
   }
 
   void replay(std::string const& to) const {
-    auto const capture = CaptureBuilder()
-                             .at(someTime + 5ns, FrameBuilder::reportV2(group))
-                             .write(directory.file("heard.pcap"));
+    replay(to, CaptureBuilder()
+                   .at(someTime + 5ns, FrameBuilder::reportV2(group))
+                   .write(directory.file("heard.pcap")));
+  }
+
+  static void replay(std::string const& to, std::string const& capture) {
     Replay run(configurationIn(twoPorts), {{Wirex::IntfId("swp1"), capture}});
     run.writeSent(to);
     run.run(10s);
@@ -106,6 +109,28 @@ TEST_F(SentCapturesTest, HaveTheirNameWhenTheyAreWhole) {
   captures.finish();
   EXPECT_TRUE(fs::exists(directory.file("sent/swp1.pcap")));
   EXPECT_FALSE(fs::exists(directory.file("sent/swp1.pcap.part")));
+}
+
+TEST_F(SentCapturesTest, WhatIsBeingReplayedIsNotReplaced) {
+  namespace fs = std::filesystem;
+  fs::create_directory(directory.file("sent"));
+  std::string const capture =
+      CaptureBuilder().at(someTime, FrameBuilder::reportV2(group)).write(directory.file("heard"));
+  std::ofstream(directory.file("sent/swp1.pcap")) << "of an earlier replay";
+  for (std::string const name : {"sent/swp2.pcap", "sent/swp2.pcap.part"}) {
+    fs::create_symlink(capture, directory.file(name));
+    auto const size = fs::file_size(capture);
+    try {
+      replay(directory.file("sent"), capture);
+      FAIL() << "no error";
+    } catch (CaptureError const& error) {
+      EXPECT_THAT(error.what(), HasSubstr("writing " + directory.file(name) + " would destroy " +
+                                          capture + ", which is being replayed; "));
+    }
+    EXPECT_EQ(fs::file_size(capture), size);
+    EXPECT_TRUE(fs::exists(directory.file("sent/swp1.pcap"))) << "nothing has begun";
+    fs::remove(directory.file(name));
+  }
 }
 
 TEST_F(SentCapturesTest, DirectoryThatCannotBeMadeIsAnError) {
