@@ -51,24 +51,39 @@ void print(std::string const& text) {
   }
 }
 
-/// While it lives, the requested traces go to standard error, with the replay's time.
+/// The requested traces go to standard error, with the replay's time. It begins before there is a
+/// replay, because much is traced while the switch is being made.
 class Tracing {
  public:
-  Tracing(std::vector<TraceRequest> const& requests, Replay const& replay) : requests_(requests) {
+  explicit Tracing(std::vector<TraceRequest> const& requests) : requests_(requests) {
     enable(true);
-    Kel::traceSinkIs([&replay](Kel::TraceMessage const& trace) {
-      std::clog << timeText(replay.result().now()) << ' ' << trace.handle << ' ' << trace.level
-                << ": " << trace.text << '\n';
+    Kel::traceSinkIs([this](Kel::TraceMessage const& trace) {
+      std::clog << timeText(replay_ ? replay_->result().now() : Horix::Time::zero()) << ' '
+                << trace.handle << ' ' << trace.level << ": " << trace.text << '\n';
     });
   }
   Tracing(Tracing const&) = delete;
   Tracing& operator=(Tracing const&) = delete;
-  ~Tracing() {
+  ~Tracing() { end(); }
+
+  /// While the replay runs: its end is that of the tracing.
+  class Run {
+   public:
+    Run(Tracing& tracing, Replay const& replay) : tracing_(tracing) { tracing.replay_ = &replay; }
+    Run(Run const&) = delete;
+    Run& operator=(Run const&) = delete;
+    ~Run() { tracing_.end(); }
+
+   private:
+    Tracing& tracing_;
+  };
+
+ private:
+  void end() {
     enable(false);
     Kel::traceSinkIs({});
   }
 
- private:
   void enable(bool enabled) {
     for (TraceRequest const& request : requests_) {
       request.handle->enabledIs(enabled);
@@ -77,6 +92,7 @@ class Tracing {
   }
 
   std::vector<TraceRequest> const& requests_;
+  Replay const* replay_ = nullptr;
 };
 
 void run(LiveCommand const& command) {
@@ -115,11 +131,12 @@ std::string explanationText(ReplayCommand const& command, Switch const& snooping
 void run(ReplayCommand const& command) {
   Configuration const configuration = load(command.configuration);
   requireConfiguredPorts(command.captures, configuration, command.configuration);
+  Tracing tracing(command.traces);
   Replay replay(configuration, command.captures);
-  if (command.write) replay.writeSent(*command.write);
-  if (command.events) replay.watchRecords();
   {
-    Tracing const tracing(command.traces, replay);
+    Tracing::Run const traced(tracing, replay);
+    if (command.write) replay.writeSent(*command.write);
+    if (command.events) replay.watchRecords();
     replay.run(command.until);
   }
 

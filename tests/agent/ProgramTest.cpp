@@ -189,6 +189,12 @@ TEST_F(ProgramTest, TracesGoToStandardErrorWithTheReplaysTime) {
   EXPECT_EQ(outcome.out, replay("swp1=" + capture()).out);
 }
 
+TEST_F(ProgramTest, TracesOfWhatTheReplayBeginsWithAreWritten) {
+  auto const outcome = replay("--trace IgmpSnooping::Proxy::ProxySm=0-15 swp1=" + capture());
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_THAT(outcome.err, StartsWith("0.000000 IgmpSnooping::Proxy::ProxySm "));
+}
+
 TEST_F(ProgramTest, CheckSaysThatAConfigurationIsUsable) {
   std::string const file = configuration(twoPorts + std::string("[[vlan]]\nid = 20\n"));
   auto const outcome = run("check --config " + file);
