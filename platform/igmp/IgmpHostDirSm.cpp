@@ -66,10 +66,33 @@ void IgmpHostDirSm::handleIgmpHost(Kel::Name const& name) {
   if (present && present->host() == host) return;
   if (present) remove(name);
   if (!host) return;
-  hosts_.ensure(name, [&] {
-    return Kel::make<HostSm>(activity_, host, igmpHostStatusDir_->igmpHostStatusIs(name),
-                             timerWheel_);
-  });
+  auto const machine =
+      hosts_
+          .ensure(name,
+                  [&] {
+                    return Kel::make<HostSm>(
+                        activity_, host, igmpHostStatusDir_->igmpHostStatusIs(name), timerWheel_);
+                  })
+          .first;
+  if (auto const at = memories_.position(name); at != memories_.absent)
+    machine->memoryIs(memories_.takeAt(at));
+}
+
+HostMemory IgmpHostDirSm::memory(Kel::Name const& host) const {
+  HostSm const* const machine = hosts_.find(host);
+  return machine ? machine->memory() : HostMemory();
+}
+
+void IgmpHostDirSm::memoryIs(Kel::Name const& host, HostMemory memory) {
+  if (HostMemory* const former = memories_.find(host))
+    *former = std::move(memory);
+  else
+    memories_.add(host, std::move(memory));
+}
+
+void IgmpHostDirSm::memoryDelAll() {
+  memories_ = {};
+  for (auto const [name, host] : hosts_) host->memoryIs(std::nullopt);
 }
 
 void IgmpHostDirSm::remove(Kel::Name const& name) {

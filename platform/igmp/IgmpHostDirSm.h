@@ -3,6 +3,7 @@
 #include "framework/kel/Activity.h"
 #include "framework/kel/Collection.h"
 #include "platform/horix/TimerWheel.h"
+#include "platform/igmp/HostMemory.h"
 #include "platform/igmp/IgmpHost.h"
 
 namespace Igmp {
@@ -26,6 +27,15 @@ class KEL_EXPORT IgmpHostDirSm : public Kel::PtrInterface {
   Kel::Ptr<IgmpHostStatusDir> const& igmpHostStatusDir() const { return igmpHostStatusDir_; }
   Kel::Ptr<Horix::TimerWheel const> const& timerWheel() const { return timerWheel_; }
 
+  /// What a host has told and owes; empty if there is none.
+  HostMemory memory(Kel::Name const& host) const;
+
+  /// Has a host that is still to be made go on from there when it can first send, and not tell all
+  /// it has as new. To be ended before the routers can have forgotten.
+  void memoryIs(Kel::Name const& host, HostMemory memory);
+  /// Who has not gone on by now begins as new.
+  void memoryDelAll();
+
   void hasNotificationActiveIs(bool active) override;
   void kelDoZombieReactors(bool zombie) override;
 
@@ -40,6 +50,7 @@ class KEL_EXPORT IgmpHostDirSm : public Kel::PtrInterface {
   Kel::Ptr<IgmpHostDir> igmpHostDir_;
   Kel::Ptr<IgmpHostStatusDir> igmpHostStatusDir_;
   Kel::Ptr<Horix::TimerWheel const> timerWheel_;
+  Kel::Table<Kel::Name, HostMemory> memories_;
   Kel::OwnedMembers<Kel::Name, HostSm> hosts_;
   Kel::Ptr<KelIgmpHostDir> kelIgmpHostDir_;
 };

@@ -45,6 +45,26 @@ void GroupReporting::tellLater() {
   if (reported_.empty()) reported_ = receptionState(notifier().get());
 }
 
+std::optional<HostMemory::Told> GroupReporting::told(IgmpVersion mode) const {
+  if (asNew_ || (reported_.empty() && !pending())) return std::nullopt;
+  HostMemory::Told told{group_, reported_.excludes, reported_.sources};
+  if (mode == IgmpVersion::v3)
+    change_.remember(told);
+  else
+    told.transmissions = repetitions_;
+  return told;
+}
+
+void GroupReporting::goOnFrom(HostMemory::Told const& told, IgmpVersion mode) {
+  reported_ = {told.excludes, told.sources};
+  if (mode == IgmpVersion::v3)
+    change_.rememberedIs(told);
+  else
+    repetitions_ = told.transmissions;
+  touched_ = notifier() != nullptr;
+  if (!touched_ || pending()) reports_.scheduleRepetition(*this, mode);
+}
+
 void GroupReporting::cancelPending() {
   if (!asNew_) cancel();
   change_.clear();
@@ -93,7 +113,7 @@ void GroupReporting::touch() {
 
 void GroupReporting::onExpiry() {
   due_ = true;
-  if (asNew_) touched_ = true;
+  touched_ = true;
   mark();
 }
 

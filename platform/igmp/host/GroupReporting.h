@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "platform/horix/Timer.h"
 #include "platform/igmp/host/StateChange.h"
@@ -27,6 +28,13 @@ class GroupReporting final : public IgmpV3GroupRecord::NotifieeConst, public Hor
 
   /// The same when its timer expires, or when the record changes before.
   void tellLater();
+
+  /// What was told, and is still to be told again. Nothing if that is all, as new.
+  std::optional<HostMemory::Told> told(IgmpVersion mode) const;
+
+  /// Goes on from what was told. A record that is not there may be about to come: it is taken back
+  /// later.
+  void goOnFrom(HostMemory::Told const& told, IgmpVersion mode);
 
   /// Gives up what is to be told again, but knows what was told.
   void cancelPending();

@@ -180,11 +180,25 @@ void HostSm::updateAccess() {
   bool const reports = canSend() && host()->settings().reportsUnasked;
   bool const begins = reports && !unaskedReports_.active();
   unaskedReports_.activeIs(reports);
+  if (memory_ && canSend()) {
+    goOnFrom(*std::exchange(memory_, std::nullopt));
+    return;
+  }
   if (!begins) return;
   if (couldSend && host()->settings().reportsSinceQuery)
     unaskedReports_.tellAllLater(mode_);
   else
     unaskedReports_.tellAllAsNew();
+}
+
+HostMemory HostSm::memory() const {
+  if (!canSend()) return {};
+  return {unaskedReports_.told(mode_), answers_.pending()};
+}
+
+void HostSm::goOnFrom(HostMemory const& memory) {
+  if (unaskedReports_.active()) unaskedReports_.goOnFrom(memory.told, mode_);
+  for (HostMemory::Answer const& answer : memory.answers) answers_.pendingIs(answer, mode_);
 }
 
 void HostSm::handlePam() {

@@ -3,9 +3,12 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
+#include <utility>
 #include <vector>
 
 #include "framework/kel/Activity.h"
+#include "platform/igmp/HostMemory.h"
 #include "platform/igmp/host/PendingAnswers.h"
 #include "platform/igmp/host/QuerierVersions.h"
 #include "platform/igmp/host/UnaskedReports.h"
@@ -27,6 +30,10 @@ class HostSm final : public Kel::PtrInterface {
   ~HostSm() override;
 
   Kel::Ptr<IgmpHost const> const& host() const;
+
+  HostMemory memory() const;
+  /// Has the host go on from there as soon as it can send. Nothing: it begins as new.
+  void memoryIs(std::optional<HostMemory> memory) { memory_ = std::move(memory); }
 
   /// Leaves the groups that the host has reported of its own accord, at once, if it can still send.
   void leave();
@@ -57,6 +64,7 @@ class HostSm final : public Kel::PtrInterface {
   bool canSend() const;
   bool canHear() const;
   void updateAccess();
+  void goOnFrom(HostMemory const& memory);
   void seedDelays();
   void handleQuery(Wirex::Bytes frame);
   void handleOtherReport(Wirex::Bytes frame);
@@ -72,6 +80,7 @@ class HostSm final : public Kel::PtrInterface {
   QuerierVersions querierVersions_;
   PendingAnswers answers_;
   UnaskedReports unaskedReports_;
+  std::optional<HostMemory> memory_;    // until the host can send
   bool couldSend_ = false;              // when its access was last updated
   std::deque<Wirex::Pkt::Ptr> outbox_;  // empty but while it is being sent
   Kel::Ptr<Horix::TimerWheel const> timerWheel_;

@@ -315,6 +315,33 @@ void PendingAnswers::write(GroupAnswer const& answer, ReportWriter& writer) cons
     writer.record(Wirex::IgmpV3GroupRecordType::modeIsInclude, answer.group(), wanted);
 }
 
+std::vector<HostMemory::Answer> PendingAnswers::pending() const {
+  Time const now = timerWheel_->now();
+  std::vector<HostMemory::Answer> pending;
+  if (general_->scheduled()) pending.push_back({{}, {}, general_->deadline()});
+  if (generalDue_ || !unanswered_.empty()) pending.push_back({{}, {}, now});
+  for (auto const& [group, answer] : groups_)
+    pending.push_back({group, answer->sources(), answer->scheduled() ? answer->deadline() : now});
+  for (IpAddr const group : olderRound_->unscheduled)
+    pending.push_back({group, {}, olderRound_->end});
+  if (auto const another = olderRound_->another)
+    pending.push_back({{}, {}, olderRound_->end + *another});
+  return pending;
+}
+
+void PendingAnswers::pendingIs(HostMemory::Answer const& answer, IgmpVersion mode) {
+  Time const left = std::max(answer.due - timerWheel_->now(), Time());
+  if (answer.group == IpAddr() && mode == IgmpVersion::v3) {
+    timerWheel_->schedule(*general_, left);
+  } else if (answer.group == IpAddr()) {
+    olderGeneralQuery(left);
+  } else if (!groups_.find(answer.group)) {
+    GroupAnswer& pending = answerFor(answer.group);
+    pending.sourcesIs(answer.sources);
+    timerWheel_->schedule(pending, left);
+  }
+}
+
 void PendingAnswers::dropDue() {
   for (IpAddr const group : std::exchange(due_, {})) takeDue(group);
   unanswered_.clear();

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "platform/horix/TimerWheel.h"
+#include "platform/igmp/HostMemory.h"
 #include "platform/igmp/host/HostWakeup.h"
 #include "platform/igmp/host/RandomDelays.h"
 #include "platform/igmp/host/ReceptionState.h"
@@ -40,6 +41,10 @@ class PendingAnswers {
   /// Writes the answers that are due until the writer is full. Returns the groups that were
   /// reported in an older version.
   std::vector<Wirex::IpAddr> write(ReportWriter& writer, IgmpVersion mode);
+
+  /// What is owed, and to owe it again.
+  std::vector<HostMemory::Answer> pending() const;
+  void pendingIs(HostMemory::Answer const& answer, IgmpVersion mode);
 
   /// Drops the answers that are due.
   void dropDue();

@@ -88,4 +88,14 @@ void StateChange::clear() noexcept {
   sources_.clear();
 }
 
+void StateChange::remember(HostMemory::Told& told) const {
+  told.transmissions = modeTransmissions_;
+  told.pendingSources = sources_;
+}
+
+void StateChange::rememberedIs(HostMemory::Told const& told) {
+  modeTransmissions_ = told.transmissions;
+  sources_ = told.pendingSources;
+}
+
 }  // namespace Igmp

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "platform/igmp/HostMemory.h"
 #include "platform/igmp/host/ReceptionState.h"
 #include "platform/igmp/host/ReportWriter.h"
 
@@ -27,11 +28,12 @@ class StateChange {
 
   void clear() noexcept;
 
+  /// What is pending, and to have it pending again.
+  void remember(HostMemory::Told& told) const;
+  void rememberedIs(HostMemory::Told const& told);
+
  private:
-  struct Source {
-    Wirex::IpAddr address;
-    std::uint8_t transmissions;
-  };
+  using Source = HostMemory::PendingSource;
 
   void addModeChange(std::uint8_t transmissions) noexcept;
   void addSources(std::vector<Wirex::IpAddr> const& changed, std::uint8_t transmissions);

@@ -94,6 +94,22 @@ void UnaskedReports::tellAllLater(IgmpVersion mode) {
   }
 }
 
+std::vector<HostMemory::Told> UnaskedReports::told(IgmpVersion mode) const {
+  std::vector<HostMemory::Told> told;
+  if (!active_) return told;
+  for (auto const [group, reporting] : groups_)
+    if (auto one = reporting->told(mode)) told.push_back(std::move(*one));
+  return told;
+}
+
+void UnaskedReports::goOnFrom(std::vector<HostMemory::Told> const& told, IgmpVersion mode) {
+  followAll();
+  for (HostMemory::Told const& each : told)
+    groups_
+        .ensure(each.group, [&] { return Kel::make<GroupReporting>(nullptr, each.group, *this); })
+        .first->goOnFrom(each, mode);
+}
+
 void UnaskedReports::followAll() {
   for (auto const [group, reporting] : groups_) follow(group);
   for (IpAddr const group : host_->v3group().keys()) follow(group);

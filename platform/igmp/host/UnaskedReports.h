@@ -36,6 +36,12 @@ class UnaskedReports {
   /// at once.
   void tellAllLater(IgmpVersion mode);
 
+  /// What was told and stands, and what is still to be told again.
+  std::vector<HostMemory::Told> told(IgmpVersion mode) const;
+
+  /// Tells only what is different from what was told, and of that what is to be told again.
+  void goOnFrom(std::vector<HostMemory::Told> const& told, IgmpVersion mode);
+
   /// Gives up what is still to be told, except of changes that were never compared.
   void cancelPending();
 

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "framework/types/IpAddr.h"
+#include "platform/horix/Clock.h"
+
+namespace Igmp {
+
+/// What a host has told and what it owes: what another one needs to know to go on in its place, so
+/// that nobody on the wire notices.
+struct HostMemory {
+  /// A source whose change is still to be told so many times.
+  struct PendingSource {
+    Wirex::IpAddr address;
+    std::uint8_t transmissions = 0;
+
+    friend bool operator==(PendingSource const&, PendingSource const&) noexcept = default;
+  };
+
+  /// What routers were told of a group unasked, and how much of it is still to be told again.
+  struct Told {
+    Wirex::IpAddr group;
+    bool excludes = false;
+    std::vector<Wirex::IpAddr> sources{};  ///< ascending
+    std::uint8_t transmissions = 0;        ///< of the mode, or of an older version's report
+    std::vector<PendingSource> pendingSources{};
+
+    friend bool operator==(Told const&, Told const&) = default;
+  };
+
+  /// An answer that is owed.
+  struct Answer {
+    Wirex::IpAddr group;                   ///< 0.0.0.0: for all
+    std::vector<Wirex::IpAddr> sources{};  ///< that were asked for; none stand for the whole record
+    Horix::Time due{};
+
+    friend bool operator==(Answer const&, Answer const&) = default;
+  };
+
+  std::vector<Told> told;
+  std::vector<Answer> answers;
+
+  friend bool operator==(HostMemory const&, HostMemory const&) = default;
+};
+
+}  // namespace Igmp
