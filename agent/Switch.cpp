@@ -114,6 +114,12 @@ void Switch::forgetDeafPorts() {
     if (auto& port = *snooping_->port(intf); !port.receives()) port.forget();
 }
 
+void Switch::endTakingOver() {
+  loop_.endBatch();
+  proxy_->igmpHostDirSm()->memoryDelAll();
+  for (auto& [vlan, learning] : learning_) learning.querier.askedBeforeDelAll();
+}
+
 void Switch::leave() {
   // Hosts that the proxy may still make are told of no MAC address, and so send nothing.
   hostSettings_ = nullptr;

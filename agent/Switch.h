@@ -57,6 +57,9 @@ class Switch {
   /// those that turned out to be down.
   void forgetDeafPorts();
 
+  /// Who has not gone on from what was handed over by now begins as new: its port comes up later.
+  void endTakingOver();
+
   /// Has all hosts leave their groups, and send nothing any more.
   void leave();
 

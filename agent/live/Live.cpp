@@ -116,6 +116,7 @@ Live::Live(LiveCommand const& command, Configuration configuration,
   warnOfMissingInterfaces();
   addressLog_.changed();
   switch_.forgetDeafPorts();
+  switch_.endTakingOver();
   if (state_) state_->begin();
   control_.forwardingIs(forwarding_);
   forwarding_.configure();

@@ -90,6 +90,66 @@ struct KeptOlderVersion {
   friend bool operator==(KeptOlderVersion const&, KeptOlderVersion const&) = default;
 };
 
-using KeptEntry = std::variant<KeptMembership, KeptRouter, KeptQuerier, KeptOlderVersion>;
+// What follows is handed over only: from a file, it could be behind what the wire has heard.
+
+struct KeptPort {
+  Bridging::VlanId vlan;
+  Wirex::IntfId interface;
+
+  static auto fields(auto& self) { return std::tie(self.vlan, self.interface); }
+  friend bool operator==(KeptPort const&, KeptPort const&) = default;
+};
+
+/// The switch's own querier where it is elected, as Bridging::IgmpSnooping::QueryCourse has it.
+struct KeptQueryCourse {
+  Bridging::VlanId vlan;
+  Horix::Time next{};
+  std::uint8_t startupQueriesLeft = 0;
+  std::vector<KeptPort> asked{};
+
+  static auto fields(auto& self) {
+    return std::tie(self.vlan, self.next, self.startupQueriesLeft, self.asked);
+  }
+  friend bool operator==(KeptQueryCourse const&, KeptQueryCourse const&) = default;
+};
+
+struct KeptPendingSource {
+  Wirex::IpAddr address;
+  std::uint8_t transmissions = 0;
+
+  static auto fields(auto& self) { return std::tie(self.address, self.transmissions); }
+  friend bool operator==(KeptPendingSource const&, KeptPendingSource const&) = default;
+};
+
+/// What a host has told of a group, as Igmp::HostMemory::Told has it.
+struct KeptTold {
+  KeptPort host;
+  Wirex::IpAddr group;
+  bool excludes = false;
+  std::vector<Wirex::IpAddr> sources{};
+  std::uint8_t transmissions = 0;
+  std::vector<KeptPendingSource> pendingSources{};
+
+  static auto fields(auto& self) {
+    return std::tie(self.host, self.group, self.excludes, self.sources, self.transmissions,
+                    self.pendingSources);
+  }
+  friend bool operator==(KeptTold const&, KeptTold const&) = default;
+};
+
+/// An answer that a host owes, as Igmp::HostMemory::Answer has it.
+struct KeptAnswer {
+  KeptPort host;
+  Wirex::IpAddr group;
+  std::vector<Wirex::IpAddr> sources{};
+  Horix::Time due{};
+
+  static auto fields(auto& self) { return std::tie(self.host, self.group, self.sources, self.due); }
+  friend bool operator==(KeptAnswer const&, KeptAnswer const&) = default;
+};
+
+// New ones come last, so that what former programs have written can still be read.
+using KeptEntry = std::variant<KeptMembership, KeptRouter, KeptQuerier, KeptOlderVersion,
+                               KeptQueryCourse, KeptTold, KeptAnswer>;
 
 }  // namespace Agent

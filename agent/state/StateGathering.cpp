@@ -2,11 +2,13 @@
 
 #include <utility>
 
+#include "framework/types/PortKey.h"
 #include "platform/snooping/LearnedMembership.h"
 
 namespace Agent {
 
 using Bridging::IgmpSnooping::LearnedMembership;
+using Bridging::IgmpSnooping::Proxy::PortKey;
 
 namespace {
 
@@ -23,10 +25,41 @@ KeptMembership keptMembership(MembershipWalk::Place const& place,
   return kept;
 }
 
+KeptQueryCourse keptCourse(Bridging::VlanId vlan,
+                           Bridging::IgmpSnooping::QueryCourse const& course) {
+  KeptQueryCourse kept{vlan, course.next, static_cast<std::uint8_t>(course.startupQueriesLeft)};
+  for (auto const& port : course.asked) kept.asked.push_back({port.vlanId, port.intfId});
+  return kept;
+}
+
 }  // namespace
 
-StateGathering::StateGathering(Switch& snoopingSwitch) : memberships_(snoopingSwitch, {}) {
+StateGathering::StateGathering(Switch& snoopingSwitch)
+    : switch_(snoopingSwitch), memberships_(snoopingSwitch, {}) {
   gatherRouters(snoopingSwitch);
+}
+
+void StateGathering::gatherTalk() {
+  for (VlanConfig const& config : switch_.configuration().vlans) {
+    auto const& querier = *switch_.querier(config.vlanId);
+    auto const course = querier.course();
+    if (course && querier.vlanId() == config.vlanId)
+      writer_.put(keptCourse(config.vlanId, *course));
+    for (VlanMember const& member : config.members) gatherTalk({config.vlanId, member.intfId});
+  }
+}
+
+void StateGathering::gatherTalk(KeptPort const& host) {
+  auto const memory =
+      switch_.proxy().igmpHostDirSm()->memory(PortKey(host.vlan, host.interface).hostName());
+  for (auto const& told : memory.told) {
+    KeptTold kept{host, told.group, told.excludes, told.sources, told.transmissions};
+    for (auto const& source : told.pendingSources)
+      kept.pendingSources.push_back({source.address, source.transmissions});
+    writer_.put(kept);
+  }
+  for (auto const& answer : memory.answers)
+    writer_.put(KeptAnswer{host, answer.group, answer.sources, answer.due});
 }
 
 void StateGathering::gatherRouters(Switch& snoopingSwitch) {

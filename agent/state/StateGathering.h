@@ -16,6 +16,10 @@ class StateGathering {
   /// @param snoopingSwitch outlives it.
   explicit StateGathering(Switch& snoopingSwitch);
 
+  /// Gathers, at once, how far queriers and hosts have got with what they say: for one that goes on
+  /// in the same moment.
+  void gatherTalk();
+
   /// Goes so many steps: a membership each, or one on the way to it. Returns whether there is more.
   bool advance(std::size_t steps);
 
@@ -24,8 +28,10 @@ class StateGathering {
 
  private:
   void gatherRouters(Switch& snoopingSwitch);
+  void gatherTalk(KeptPort const& host);
   void gatherElection(Switch::VlanQuerier const& querier);
 
+  Switch& switch_;
   StateWriter writer_;
   MembershipWalk memberships_;
 };

@@ -46,6 +46,7 @@ void resumeOrWarn(Switch& snoopingSwitch, std::string const& name, std::string_v
 std::string sealedState(Switch& snoopingSwitch) {
   StateGathering gathering(snoopingSwitch);
   gathering.advance(allSteps);
+  gathering.gatherTalk();
   return seal(Moment::now(snoopingSwitch.now()), gathering.take());
 }
 

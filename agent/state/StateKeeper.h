@@ -16,7 +16,7 @@ namespace Agent {
 /// @param name of where the state comes from.
 void resumeOrWarn(Switch& snoopingSwitch, std::string const& name, std::string_view sealed);
 
-/// What a switch knows, sealed.
+/// What a switch knows and has said, sealed, for one that goes on in its place at once.
 std::string sealedState(Switch& snoopingSwitch);
 
 /// Keeps what a switch knows in a file, and has the switch know again what is there. Some seconds

@@ -1,19 +1,24 @@
 #include "agent/state/StateResumption.h"
 
 #include <algorithm>
+#include <map>
 #include <utility>
 
 #include "agent/state/StateCodec.h"
 #include "agent/text/Wording.h"
+#include "framework/types/PortKey.h"
 
 namespace Agent {
 
 using Bridging::IgmpSnooping::SnoopedPort;
 using Bridging::IgmpSnooping::TimedFilter;
+using Bridging::IgmpSnooping::Proxy::PortKey;
 using Horix::Time;
 using Wirex::IntfId;
 
 namespace {
+
+constexpr std::chrono::seconds longestResponseTime(3175);  // that a query can ask for
 
 long long secondsOf(Time time) {
   return std::chrono::ceil<std::chrono::seconds>(time).count();
@@ -51,6 +56,12 @@ class Resumption {
 
   Resumed const& resumed() const { return resumed_; }
 
+  /// Each host's whole memory.
+  void giveMemories() {
+    for (auto& [name, memory] : memories_)
+      switch_.proxy().igmpHostDirSm()->memoryIs(name, std::move(memory));
+  }
+
   void operator()(KeptMembership const& kept) {
     auto* const learning = switch_.learning(kept.vlan);
     if (!learning || learning->vlanId() != kept.vlan || !learnsIn(kept.interface, *learning))
@@ -86,7 +97,32 @@ class Resumption {
     routers->queries()->olderQuerierIs({kept.version, kept.querier, until});
   }
 
+  void operator()(KeptQueryCourse const& kept) {
+    auto* const querier = switch_.querier(kept.vlan);
+    if (!querier || querier->vlanId() != kept.vlan) return;
+    Bridging::IgmpSnooping::QueryCourse course{here(kept.next), kept.startupQueriesLeft};
+    for (KeptPort const& port : kept.asked) course.asked.push_back({port.interface, port.vlan});
+    querier->goOnFrom(course);
+  }
+
+  void operator()(KeptTold const& kept) {
+    Igmp::HostMemory::Told told{kept.group, kept.excludes, kept.sources, kept.transmissions};
+    for (KeptPendingSource const& source : kept.pendingSources)
+      told.pendingSources.push_back({source.address, source.transmissions});
+    std::sort(told.sources.begin(), told.sources.end());
+    memoryOf(kept.host).told.push_back(std::move(told));
+  }
+
+  void operator()(KeptAnswer const& kept) {
+    if (Time const due = here(kept.due); due <= now_ + longestResponseTime)
+      memoryOf(kept.host).answers.push_back({kept.group, kept.sources, due});
+  }
+
  private:
+  Igmp::HostMemory& memoryOf(KeptPort const& host) {
+    return memories_[PortKey(host.vlan, host.interface).hostName()];
+  }
+
   Time here(Time writers) const { return writers == Time::max() ? writers : writers - passed_; }
 
   TimedFilter filterOf(KeptMembership const& kept) const {
@@ -119,6 +155,7 @@ class Resumption {
   Time now_;
   Time passed_;
   Resumed resumed_;
+  std::map<Kel::Name, Igmp::HostMemory> memories_;
 };
 
 }  // namespace
@@ -128,6 +165,7 @@ Resumed resume(Switch& snoopingSwitch, SealedState const& state, Moment const& n
   Resumption resumption(snoopingSwitch, age, state.written.monotonic + age - now.monotonic);
   StateReader reader(state.entries);
   while (auto const entry = reader.next()) std::visit(resumption, *entry);
+  resumption.giveMemories();
   return resumption.resumed();
 }
 

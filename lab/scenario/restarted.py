@@ -101,6 +101,25 @@ def made_again_in_the_gap(lab, switch):
     lab.until(heard, True, within=3, why="a device that was made again is deaf")
 
 
+def querier_goes_on(lab):
+    """A querier asks when it would have asked."""
+    switch = lab.switch(ports=1, name="querier")
+    far_end = lab.speaker("edge", switch, "swp1")
+    switch.vlan(10, send_query=True, querier_source="10.0.0.1", query_interval=3,
+                query_max_response_time=1)
+    lab.begin(switch)
+
+    def queries():
+        return [message.time for message in far_end.heard() if message.kind == igmp.QUERY]
+
+    lab.until(lambda: len(queries()) >= 2, True, within=6)  # those of the start
+    switch.restart_in_place()
+    lab.until(lambda: switch.log().count("running:"), 2, within=3)
+    lab.until(lambda: len(queries()) >= 3, True, within=10)
+    pause = queries()[2] - queries()[1]
+    lab.check(2.8 < pause < 5, f"the querier asked again after {pause:.1f} s instead of 3 s")
+
+
 def run(lab):
     switch = lab.switch(ports=5)
     tv = lab.listener("tv", switch, "swp1")
@@ -127,6 +146,9 @@ def run(lab):
         lab.until(lambda runs=runs: switch.log().count("running:"), runs + 1, within=3)
         lab.until(lambda: switch.records("swp3"), known, within=1)
     lab.check(switch.running() and switch.process_id() == process, "it is another process")
+    told = [str(message) for message in switch.wire("swp3").sent(since=began)
+            if any(not record.kind.startswith("is_") for record in message.records)]
+    lab.check(not told, f"told unasked while restarting: {told}")
     # Who joins and leaves in the very moment is heard, if need be when the kernel says it again.
     switch.restart_in_place()
     desk.do("join 239.3.3.3", "leave 239.2.2.2")
@@ -147,3 +169,4 @@ def run(lab):
     for _ in range(3):
         join_in_the_gap(lab, switch, joiner)
     made_again_in_the_gap(lab, switch)
+    querier_goes_on(lab)

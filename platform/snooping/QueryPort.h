@@ -17,6 +17,8 @@ class KEL_EXPORT QueryPort {
 
   virtual Wirex::MacAddress const& macAddress() const = 0;
 
+  virtual bool canSend() const = 0;
+
   /// Sends an IGMP message in a VLAN. Returns whether the port can send at present.
   virtual bool send(VlanId vlan, Wirex::IpAddr source, Wirex::IpAddr destination,
                     Wirex::Bytes message) = 0;

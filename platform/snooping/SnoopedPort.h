@@ -74,7 +74,7 @@ class KEL_EXPORT SnoopedPort final : private QueryPort {
   bool send(VlanId vlan, Wirex::IpAddr source, Wirex::IpAddr destination,
             Wirex::Bytes message) override;
 
-  bool canSend() const;
+  bool canSend() const override;
   template <class Change>
   void change(Change change);
 

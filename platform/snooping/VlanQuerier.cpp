@@ -1,7 +1,6 @@
 #include "platform/snooping/VlanQuerier.h"
 
 #include <algorithm>
-#include <set>
 #include <span>
 #include <utility>
 #include <vector>
@@ -127,6 +126,21 @@ void VlanQuerier::restore(OtherQuerier const& elected, Horix::Time until) {
   onElection_(*this);
 }
 
+std::optional<QueryCourse> VlanQuerier::course() const {
+  if (!isQuerier()) return std::nullopt;
+  QueryCourse course{deadline(), startupQueriesLeft_};
+  for (auto const& [key, port] : ports_)
+    if (port->canSend()) course.asked.push_back(key);
+  return course;
+}
+
+void VlanQuerier::goOnFrom(QueryCourse const& course) {
+  if (!isQuerier()) return;
+  startupQueriesLeft_ = std::min(course.startupQueriesLeft, policy_.robustnessVariable);
+  timerWheel_->scheduleAt(*this, std::min(course.next, timerWheel_->now() + policy_.queryInterval));
+  askedBefore_ = {course.asked.begin(), course.asked.end()};
+}
+
 bool VlanQuerier::isElected(QueryPort const& port, OtherQuerier const& sender) const {
   if (otherQuerier_)
     return sender.isSame(*otherQuerier_) ||
@@ -179,7 +193,7 @@ void VlanQuerier::onExpiry() {
 }
 
 void VlanQuerier::portIsUp(VlanId vlan, QueryPort& port) {
-  if (!isQuerier()) return;
+  if (!isQuerier() || askedBefore_.erase({port.intfId(), vlan}) != 0) return;
   Message const message = generalQuery();
   if (sendGeneral(vlan, port, message)) tellSent(vlan, message);
 }

@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <vector>
 
 #include "framework/types/IgmpVersion.h"
@@ -27,6 +28,21 @@ struct QuerierSettings {
   /// The source of the queries, by which queriers elect one of them. With 0.0.0.0, which a switch
   /// without an address uses, every querier that has one wins.
   Wirex::IpAddr source{};
+};
+
+/// What a querier has asked and is about to ask.
+struct QueryCourse {
+  /// A port in a VLAN, in an order that is the same in every run.
+  struct PortVlan {
+    Wirex::IntfId intfId;
+    VlanId vlanId;
+
+    friend auto operator<=>(PortVlan const&, PortVlan const&) = default;
+  };
+
+  Horix::Time next{};  ///< when the next general query is due
+  unsigned startupQueriesLeft = 0;
+  std::vector<PortVlan> asked{};
 };
 
 /// A querier on a link of the VLAN that speaks another version than is configured for it.
@@ -79,6 +95,17 @@ class KEL_EXPORT VlanQuerier : private Horix::Timer {
   /// Another querier was elected before, by this or a former querier of the VLAN.
   void restore(OtherQuerier const& elected, Horix::Time until);
 
+  /// How far it has got with asking, for one that goes on in its place. Nothing where another one
+  /// is elected, or it is off.
+  std::optional<QueryCourse> course() const;
+
+  /// Goes on from there, where it is the querier: who has been asked is not asked at once again
+  /// when its port comes up.
+  void goOnFrom(QueryCourse const& course);
+
+  /// Ports that come up from now on are asked in any case.
+  void askedBeforeDelAll() { askedBefore_.clear(); }
+
   /// What the elected querier speaks, or this one would.
   Igmp::IgmpVersion version() const {
     return otherQuerier_ ? otherQuerier_->version : settings_.version;
@@ -119,13 +146,7 @@ class KEL_EXPORT VlanQuerier : private Horix::Timer {
   class Inquiry;
   using Message = std::vector<std::uint8_t>;
 
-  /// A port in a VLAN, in an order that is the same in every run.
-  struct PortVlan {
-    Wirex::IntfId intfId;
-    VlanId vlanId;
-
-    friend auto operator<=>(PortVlan const&, PortVlan const&) = default;
-  };
+  using PortVlan = QueryCourse::PortVlan;
   struct InquiryKey {
     PortVlan port;
     Wirex::IpAddr group;
@@ -158,6 +179,7 @@ class KEL_EXPORT VlanQuerier : private Horix::Timer {
   std::map<Igmp::IgmpVersion, Horix::Time> toldUntil_;
   QueriesSent sent_;
   std::map<PortVlan, QueryPort*> ports_;
+  std::set<PortVlan> askedBefore_;
   std::map<InquiryKey, std::unique_ptr<Inquiry>> inquiries_;
 };
 

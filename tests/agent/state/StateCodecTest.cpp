@@ -55,7 +55,16 @@ TEST(StateCodec, TakesOutWhatWasPutIn) {
                   7,
                   seconds(31744),
                   seconds(255)},
-      KeptOlderVersion{VlanId(1), Igmp::IgmpVersion::v1, IpAddr(10, 0, 0, 253), seconds(400)}};
+      KeptOlderVersion{VlanId(1), Igmp::IgmpVersion::v1, IpAddr(10, 0, 0, 253), seconds(400)},
+      KeptQueryCourse{
+          VlanId(1), seconds(60), 2, {{VlanId(1), IntfId("swp1")}, {VlanId(2), IntfId("swp9")}}},
+      KeptTold{{VlanId(1), IntfId("swp3")},
+               IpAddr(239, 1, 1, 1),
+               true,
+               {IpAddr(192, 0, 2, 1)},
+               1,
+               {{IpAddr(192, 0, 2, 7), 2}}},
+      KeptAnswer{{VlanId(1), IntfId("swp3")}, IpAddr(), {IpAddr(192, 0, 2, 1)}, seconds(3)}};
   std::string const bytes = bytesOf(entries);
   StateReader reader(bytes);
   EXPECT_EQ(entriesIn(reader), entries);

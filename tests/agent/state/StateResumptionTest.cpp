@@ -15,6 +15,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace IgmpTest;
+using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
@@ -47,15 +48,17 @@ class StateResumptionTest : public testing::Test {
     before->hear("swp2", FrameBuilder::reportV3({toEx(otherGroup, {s2})}).from(host2));
   }
 
-  static std::string entriesOf(SwitchUnderTest& under) {
+  static std::string entriesOf(SwitchUnderTest& under, bool withTalk = false) {
     StateGathering gathering(*under);
     while (gathering.advance(1)) continue;
+    if (withTalk) gathering.gatherTalk();
     return gathering.take();
   }
 
   /// As if the other program had started so much later.
-  Resumed resumeAfter(Horix::Time passed, std::string const& configuration = threePorts) {
-    kept = entriesOf(*before);
+  Resumed resumeAfter(Horix::Time passed, std::string const& configuration = threePorts,
+                      bool withTalk = false) {
+    kept = entriesOf(*before, withTalk);
     known = membershipsOf(*before);
     recordsKnown = recordsOf(*before);
     Moment written;
@@ -72,6 +75,14 @@ class StateResumptionTest : public testing::Test {
     after->works({"swp1", "swp2", "swp3"});
     (*after)->forgetDeafPorts();
     after->pass(1ms);
+  }
+
+  /// As a program that is executed in the place of the former one.
+  void goOn(std::string const& configuration = threePorts) {
+    resumeAfter(1s, configuration, true);
+    after->works({"swp3", "swp2", "swp1"});
+    (*after)->forgetDeafPorts();
+    (*after)->endTakingOver();
   }
 
   static std::vector<std::string> recordsOf(SwitchUnderTest& under) {
@@ -177,6 +188,62 @@ TEST_F(StateResumptionTest, TellsARouterOfANewMemberAtOnce) {
   after->takeRecords("swp3");
   after->hear("swp1", FrameBuilder::reportV3({toEx(IpAddr(239, 3, 3, 3))}).from(host1));
   EXPECT_THAT(after->takeRecords("swp3"), testing::Contains("4 239.3.3.3"));
+}
+
+TEST_F(StateResumptionTest, WhoGoesOnTellsNothingThatRoutersKnow) {
+  before->pass(20s);
+  goOn();
+  after->pass(100s);
+  EXPECT_THAT(after->takeRecords("swp3"), IsEmpty());
+  after->hear("swp1", FrameBuilder::reportV3({toIn(group)}).from(host1));
+  EXPECT_THAT(after->takeRecords("swp3"), ElementsAre("3 239.1.1.1"));
+}
+
+TEST_F(StateResumptionTest, WhoGoesOnAnswersWhatTheFormerOneWasAsked) {
+  before->pass(20s);
+  before->hear("swp3", FrameBuilder::queryV3({}).from(router));
+  goOn();
+  after->pass(10s);
+  EXPECT_THAT(after->takeRecords("swp3"),
+              UnorderedElementsAre("1 232.1.1.1 192.0.2.1 192.0.2.2", "2 239.1.1.1",
+                                   "2 239.2.2.2 192.0.2.2"));
+}
+
+TEST_F(StateResumptionTest, WhoGoesOnTakesBackWhatIsOfAPortThatIsDownNow) {
+  before->pass(20s);
+  resumeAfter(1s, threePorts, true);
+  after->works({"swp3", "swp1"});
+  (*after)->forgetDeafPorts();
+  (*after)->endTakingOver();
+  after->pass(1s);
+  auto const records = after->takeRecords("swp3");
+  EXPECT_THAT(records, testing::Contains("3 239.2.2.2"));
+  EXPECT_THAT(records, testing::Each("3 239.2.2.2"));
+}
+
+TEST_F(StateResumptionTest, RouterPortThatComesUpAfterTheStartIsToldEverything) {
+  before->pass(20s);
+  resumeAfter(1s, std::string(threePorts) + "report-on = \"all\"\n", true);
+  after->works({"swp2", "swp1"});
+  (*after)->endTakingOver();
+  after->works({"swp3"});
+  after->pass(1ms);
+  EXPECT_FALSE(after->takeRecords("swp3").empty());
+}
+
+TEST_F(StateResumptionTest, QuerierThatGoesOnAsksWhenItWouldHaveAsked) {
+  std::string const queries =
+      std::string(threePorts) + "send-query = true\nquerier-source = \"10.0.0.1\"\n";
+  before->configure(configurationIn(queries));
+  before->pass(300s);
+  Horix::Time const left =
+      (*before)->querier(Bridging::VlanId(10))->course().value().next - (*before)->now();
+  goOn(queries);
+  auto const& querier = *(*after)->querier(Bridging::VlanId(10));
+  EXPECT_TRUE(querier.isQuerier());
+  EXPECT_EQ(querier.sent().general, 0u);
+  Horix::Time const leftNow = querier.course()->next - (*after)->now();
+  EXPECT_EQ(std::chrono::round<std::chrono::seconds>(left - leftNow), 1s);
 }
 
 TEST_F(StateResumptionTest, SpeaksTheVersionOfAnOlderQuerier) {

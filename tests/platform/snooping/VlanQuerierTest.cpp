@@ -19,6 +19,7 @@ using namespace std::chrono_literals;
 using Bridging::VlanId;
 using Bridging::IgmpSnooping::OtherQuerier;
 using Bridging::IgmpSnooping::QuerierSettings;
+using Bridging::IgmpSnooping::QueryCourse;
 using Bridging::IgmpSnooping::QueryNeed;
 using Bridging::IgmpSnooping::QueryPort;
 using Bridging::IgmpSnooping::ReportBatch;
@@ -55,6 +56,7 @@ class Port final : public QueryPort {
   IntfId const& intfId() const override { return intfId_; }
   std::size_t mtu() const override { return size; }
   Wirex::MacAddress const& macAddress() const override { return mac; }
+  bool canSend() const override { return up; }
   bool send(VlanId vlan, IpAddr source, IpAddr destination, Wirex::Bytes message) override {
     if (!up) return false;
     ByteVector bytes(message.begin(), message.end());
@@ -566,6 +568,94 @@ TEST_F(VlanQuerierTest, GroupAndSourceQueriesAreTold) {
   withdraws(swp1, {a});
   EXPECT_EQ(told, swp1.take());
   EXPECT_THAT(told, SizeIs(1));
+}
+
+// ---- One that goes on in the place of another one
+
+class GoneOnQuerierTest : public VlanQuerierTest {
+ protected:
+  /// As after another querier's start-up, with ports that are about to come up.
+  void goOn(QueryCourse const& course) {
+    swp1.up = swp2.up = false;
+    apply();
+    querier().goOnFrom(course);
+  }
+  void comesUp(Port& port) {
+    port.up = true;
+    querier().portIsUp(vlan10, port);
+  }
+};
+
+TEST_F(GoneOnQuerierTest, AsksWhenTheFormerOneWouldHave) {
+  goOn({.next = 30s, .startupQueriesLeft = 0, .asked = {{swp1.intfId(), vlan10}}});
+  comesUp(swp1);
+  passes(30s - 1ms);
+  EXPECT_THAT(swp1.take(), IsEmpty());
+  passes(1ms);
+  EXPECT_THAT(swp1.take(), ElementsAre(generalQuery));
+  passes(policy.queryInterval - 1ms);
+  EXPECT_THAT(swp1.take(), IsEmpty()) << "the start-up is over";
+}
+
+TEST_F(GoneOnQuerierTest, AsksPortsAtOnceThatTheFormerOneDidNot) {
+  goOn({.next = 30s, .startupQueriesLeft = 0, .asked = {{swp1.intfId(), vlan10}}});
+  comesUp(swp2);
+  EXPECT_THAT(swp2.take(), ElementsAre(generalQuery));
+}
+
+TEST_F(GoneOnQuerierTest, AsksAPortAtOnceThatComesUpAgain) {
+  goOn({.next = 30s, .startupQueriesLeft = 0, .asked = {{swp1.intfId(), vlan10}}});
+  comesUp(swp1);
+  comesUp(swp1);
+  EXPECT_THAT(swp1.take(), ElementsAre(generalQuery));
+}
+
+TEST_F(GoneOnQuerierTest, AsksPortsAtOnceThatComeUpLater) {
+  goOn({.next = 30s, .startupQueriesLeft = 0, .asked = {{swp1.intfId(), vlan10}}});
+  querier().askedBeforeDelAll();
+  comesUp(swp1);
+  EXPECT_THAT(swp1.take(), ElementsAre(generalQuery));
+}
+
+TEST_F(GoneOnQuerierTest, EndsTheStartUpThatTheFormerOneHadBegun) {
+  policy.robustnessVariable = 3;
+  policy.queryInterval = 100s;
+  goOn({.next = 10s, .startupQueriesLeft = 2, .asked = {{swp1.intfId(), vlan10}}});
+  comesUp(swp1);
+  for (Horix::Time const pause : {10s, 25s, 100s}) {
+    passes(pause - 1ms);
+    EXPECT_THAT(swp1.take(), IsEmpty());
+    passes(1ms);
+    EXPECT_THAT(swp1.take(), ElementsAre(generalQuery));
+  }
+}
+
+TEST_F(GoneOnQuerierTest, WaitsNoLongerThanItsOwnInterval) {
+  goOn({.next = 1000s, .startupQueriesLeft = 0, .asked = {}});
+  swp1.up = true;
+  passes(policy.queryInterval);
+  EXPECT_THAT(swp1.take(), ElementsAre(generalQuery));
+}
+
+TEST_F(GoneOnQuerierTest, LeavesItToOneThatIsElected) {
+  start();
+  hears(lower);
+  EXPECT_FALSE(querier().course());
+  querier().goOnFrom({.next = 1s, .startupQueriesLeft = 2, .asked = {}});
+  passes(100s);
+  EXPECT_THAT(swp1.take(), IsEmpty());
+}
+
+TEST_F(GoneOnQuerierTest, TellsHowFarItHasGot) {
+  policy.robustnessVariable = 3;
+  policy.queryInterval = 100s;
+  apply();
+  swp2.up = false;
+  auto const course = querier().course();
+  ASSERT_TRUE(course);
+  EXPECT_EQ(course->next, 25s);
+  EXPECT_EQ(course->startupQueriesLeft, 2u);
+  EXPECT_EQ(course->asked, (std::vector<QueryCourse::PortVlan>{{swp1.intfId(), vlan10}}));
 }
 
 // ---- Other versions
