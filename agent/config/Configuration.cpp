@@ -26,6 +26,13 @@ VlanMember* VlanConfig::member(Wirex::IntfId const& intfId) {
   return found ? &members[static_cast<std::size_t>(found - members.data())] : nullptr;
 }
 
+VlanConfig const* Configuration::vlanFrom(unsigned number) const {
+  auto const found = std::lower_bound(
+      vlans.begin(), vlans.end(), number,
+      [](VlanConfig const& vlan, unsigned id) { return vlan.vlanId.value() < id; });
+  return found == vlans.end() ? nullptr : &*found;
+}
+
 std::size_t proxiedVlans(Configuration const& configuration) {
   return static_cast<std::size_t>(std::count_if(
       configuration.vlans.begin(), configuration.vlans.end(),

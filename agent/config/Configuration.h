@@ -158,6 +158,9 @@ struct Configuration {
   /// In ascending order; each VLAN once.
   std::vector<VlanConfig> vlans;
 
+  /// The first VLAN that has this number or a higher one; null if none has.
+  VlanConfig const* vlanFrom(unsigned number) const;
+
   friend bool operator==(Configuration const&, Configuration const&) = default;
 };
 

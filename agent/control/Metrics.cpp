@@ -1,6 +1,5 @@
 #include "agent/control/Metrics.h"
 
-#include <algorithm>
 #include <array>
 #include <chrono>
 #include <map>
@@ -82,9 +81,9 @@ class Metrics final : public Answer {
     });
     if (!walk_.atEnd()) return Progress::more;
     out += std::exchange(heading_, {});
-    while (family_ < families().size()) {
-      if (out.size() >= bytesAtOnce) return Progress::more;
-      advanceFamily(out);
+    for (std::size_t steps = 0; family_ < families().size();) {
+      if (steps >= stepsAtOnce || out.size() >= bytesAtOnce) return Progress::more;
+      steps += advanceFamily(out);
     }
     out += "# EOF\n";
     return Progress::done;
@@ -111,8 +110,8 @@ class Metrics final : public Answer {
      ...);
   }
 
-  /// The samples of one VLAN, or a whole family.
-  void advanceFamily(std::string& out) {
+  /// The samples of one VLAN, or a whole family. Returns how many ports were looked at.
+  std::size_t advanceFamily(std::string& out) {
     Description const& description = families()[family_];
     std::string const name = message("igmpsnoop_", description.name);
     Family family(out, description.type, name);
@@ -121,23 +120,17 @@ class Metrics final : public Answer {
       out += message("# TYPE ", name, ' ', type, "\n# HELP ", name, ' ', description.help, '\n');
       nextVlan_ = VlanId::min;
     }
-    if (VlanConfig const* const vlan = description.ofVlan ? nextVlan() : nullptr) {
+    // The configuration may have changed since the last piece.
+    auto const& configuration = switch_.configuration();
+    if (auto const* const vlan = description.ofVlan ? configuration.vlanFrom(nextVlan_) : nullptr) {
       (this->*description.ofVlan)(family, *vlan);
       nextVlan_ = vlan->vlanId.value() + 1u;
-      return;
+      return vlan->members.size();
     }
     if (description.ofAll) (this->*description.ofAll)(family);
     begun_ = false;
     ++family_;
-  }
-
-  /// The configuration may have changed since the last one.
-  VlanConfig const* nextVlan() const {
-    auto const& vlans = switch_.configuration().vlans;
-    auto const next = std::lower_bound(
-        vlans.begin(), vlans.end(), nextVlan_,
-        [](VlanConfig const& vlan, unsigned id) { return vlan.vlanId.value() < id; });
-    return next == vlans.end() ? nullptr : &*next;
+    return switch_.ports().size();
   }
 
   static std::string text(VlanId vlan) { return message(vlan); }

@@ -1,17 +1,16 @@
 #include "agent/control/ShowAnswers.h"
 
 #include <algorithm>
-#include <array>
 #include <map>
 #include <utility>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
-#include "agent/Log.h"
+#include "agent/control/Listing.h"
 #include "agent/control/MembershipWalk.h"
+#include "agent/control/StatisticsAnswer.h"
 #include "agent/forwarding/ForwardingWords.h"
-#include "agent/output/Counters.h"
 #include "agent/output/ExplanationWords.h"
 #include "agent/output/JsonValues.h"
 #include "agent/text/Wording.h"
@@ -25,66 +24,10 @@ namespace {
 using Bridging::VlanId;
 using Bridging::IgmpSnooping::IgmpGroup;
 using Bridging::IgmpSnooping::LearnedMembership;
-using Bridging::IgmpSnooping::ReceiveCounters;
 using Bridging::IgmpSnooping::RouterPort;
 using Bridging::IgmpSnooping::Proxy::PortKey;
 using Wirex::IntfId;
 using Wirex::IpAddr;
-
-constexpr std::size_t stepsAtOnce = 1000;
-constexpr std::size_t bytesAtOnce = 65536;
-
-/// Its frame, and lines for the elements.
-class Listing : public Answer {
- public:
-  Progress advance(std::string& out) final {
-    if (!std::exchange(begun_, true)) {
-      Json header;
-      header["time"] = seconds(switch_.now() - start_);
-      header["lists"] = lists_;
-      addLine(out, header);
-    }
-    if (!advanceList(out)) return Progress::more;
-    addLine(out, {{"end", true}});
-    return Progress::done;
-  }
-
- protected:
-  Listing(Switch const& snoopingSwitch, Request const& request, Horix::Time start,
-          std::vector<std::string> lists)
-      : switch_(snoopingSwitch), of_(request.of), start_(start), lists_(std::move(lists)) {}
-
-  Switch const& theSwitch() const { return switch_; }
-  Selection const& of() const { return of_; }
-  Horix::Time now() const { return switch_.now(); }
-
-  bool isSelected(VlanConfig const& vlan) const {
-    return of_.has(vlan.vlanId) && (!of_.interface || vlan.member(*of_.interface));
-  }
-  /// The selected group, where a VLAN knows it.
-  IgmpGroup const* selectedGroup(VlanId vlan) const {
-    auto const status = switch_.entities().snoopingStatus->contextStatus(vlan);
-    return status ? status->group().find(*of_.group) : nullptr;
-  }
-  bool knowsGroup(VlanId vlan) const { return !of_.group || selectedGroup(vlan); }
-
-  static void addLine(std::string& out, Json const& line) { out.append(oneLine(line)) += '\n'; }
-  static void add(std::string& out, char const* list, Json element) {
-    Json line;
-    line[list] = std::move(element);
-    addLine(out, line);
-  }
-
- private:
-  /// Appends elements. Returns whether they were the last.
-  virtual bool advanceList(std::string& out) = 0;
-
-  Switch const& switch_;
-  Selection of_;
-  Horix::Time start_;
-  std::vector<std::string> lists_;
-  bool begun_ = false;
-};
 
 // ---- VLANs
 
@@ -98,9 +41,9 @@ class VlansListing final : public Listing {
   bool advanceList(std::string& out) override {
     walk_.advance(stepsAtOnce, [this](auto const& place, auto const&) { ++counts_[place.vlan]; });
     if (!walk_.atEnd()) return false;
-    for (VlanConfig const& vlan : theSwitch().configuration().vlans)
+    return advanceVlans(out, [&](VlanConfig const& vlan) {
       if (isSelected(vlan) && knowsGroup(vlan.vlanId)) add(out, "vlans", vlanObject(vlan));
-    return true;
+    });
   }
 
   Json vlanObject(VlanConfig const& vlan) const {
@@ -138,13 +81,19 @@ class VlansListing final : public Listing {
 class InterfacesListing final : public Listing {
  public:
   InterfacesListing(Switch const& snoopingSwitch, Request const& request, Horix::Time start)
-      : Listing(snoopingSwitch, request, start, {"interfaces"}) {}
+      : Listing(snoopingSwitch, request, start, {"interfaces"}),
+        left_(snoopingSwitch.configuration().interfaces) {
+    std::reverse(left_.begin(), left_.end());
+  }
 
  private:
   bool advanceList(std::string& out) override {
-    for (InterfaceConfig const& interface : theSwitch().configuration().interfaces)
-      if (isSelected(interface.intfId)) add(out, "interfaces", interfaceObject(interface));
-    return true;
+    std::size_t steps = 0;
+    for (; !left_.empty() && steps <= stepsAtOnce && out.size() < bytesAtOnce; left_.pop_back()) {
+      steps += theSwitch().configuration().vlans.size();
+      if (isSelected(left_.back().intfId)) add(out, "interfaces", interfaceObject(left_.back()));
+    }
+    return left_.empty();
   }
 
   bool isSelected(IntfId const& intf) const {
@@ -181,6 +130,8 @@ class InterfacesListing final : public Listing {
         vlans.push_back({{"id", vlan.vlanId.value()}, {"tagged", member->tagged}});
     return object;
   }
+
+  std::vector<InterfaceConfig> left_;  // still to be shown, the next one last
 };
 
 class RouterPortsListing final : public Listing {
@@ -190,14 +141,13 @@ class RouterPortsListing final : public Listing {
 
  private:
   bool advanceList(std::string& out) override {
-    for (VlanConfig const& vlan : theSwitch().configuration().vlans) {
+    return advanceVlans(out, [&](VlanConfig const& vlan) {
       auto const* const ports = theSwitch().routerPorts(vlan.vlanId);
-      if (!of().has(vlan.vlanId) || !knowsGroup(vlan.vlanId) || !ports) continue;
+      if (!of().has(vlan.vlanId) || !knowsGroup(vlan.vlanId) || !ports) return;
       for (auto const& [intf, port] : ports->routerPort())
         if (of().has(intf))
           add(out, "mrouters", portObject(vlan.vlanId, intf, remaining(port, now())));
-    }
-    return true;
+    });
   }
 
   static Json portObject(VlanId vlan, IntfId const& intf, RouterPort const& port) {
@@ -318,95 +268,6 @@ class HostsListing final : public Listing {
   std::vector<IpAddr> groups_;  // of the host, still to be shown
 };
 
-// ---- Statistics
-
-class StatisticsListing final : public Listing {
- public:
-  StatisticsListing(Switch const& snoopingSwitch, Request const& request, Horix::Time start)
-      : Listing(snoopingSwitch, request, start,
-                {"agent", "vlans", "interfaces", "hosts", "devices"}) {}
-
- private:
-  bool advanceList(std::string& out) override {
-    addAgent(out);
-    for (VlanConfig const& vlan : theSwitch().configuration().vlans)
-      if (isSelected(vlan)) addVlan(out, vlan);
-    for (auto const& [intf, port] : theSwitch().ports())
-      if (of().has(intf) && !of().vlan)
-        add(out, "interfaces", portObject(std::nullopt, intf, port.countersInNoVlan()));
-    for (auto const& [intf, pam] : theSwitch().snooping().ethDevPamCol()->intfPam())
-      if (of().has(intf)) add(out, "devices", deviceObject(intf, pam->counters()));
-    return true;
-  }
-
-  void addAgent(std::string& out) const {
-    auto const& turns = theSwitch().turns();
-    Json object;
-    object["turn-count"] = turns.count;
-    object["longest-turn"] = seconds(turns.longest);
-    object["lost-log-line-count"] = lostLogLines();
-    add(out, "agent", std::move(object));
-  }
-
-  void addVlan(std::string& out, VlanConfig const& vlan) {
-    if (auto const* const querier = theSwitch().querier(vlan.vlanId)) {
-      Json object;
-      object["vlan"] = vlan.vlanId.value();
-      addValues(object["sent"], queriesSent, querier->sent());
-      add(out, "vlans", std::move(object));
-    }
-    for (VlanMember const& member : vlan.members)
-      if (of().has(member.intfId)) addPort(out, {vlan.vlanId, member.intfId});
-  }
-
-  void addPort(std::string& out, PortKey const& key) const {
-    auto const port = theSwitch().ports().find(key.intfId());
-    if (port != theSwitch().ports().end())
-      if (auto const* const counters = port->second.counters(key.vlanId()))
-        add(out, "interfaces", portObject(key.vlanId(), key.intfId(), *counters));
-    addHost(out, key);
-  }
-
-  void addHost(std::string& out, PortKey const& key) const {
-    auto const status = theSwitch().proxy().igmpHostStatusDir()->igmpHostStatus(key.hostName());
-    if (!status) return;
-    Igmp::HostCounters const& counters = status->counters();
-    Json object;
-    object["vlan"] = key.vlanId().value();
-    object["name"] = message(key.intfId());
-    object["received"]["query-count"] = counters.queriesHeard;
-    addValues(object["sent"], messagesSent, counters);
-    add(out, "hosts", std::move(object));
-  }
-
-  /// @param vlan nothing for frames that belong to none of the port's VLANs.
-  static Json portObject(std::optional<VlanId> vlan, IntfId const& intf,
-                         ReceiveCounters const& counters) {
-    Json object;
-    if (vlan) object["vlan"] = vlan->value();
-    object["name"] = message(intf);
-    addValues(object["received"], messagesReceived, counters);
-    Json& ignored = object["ignored"] = Json::object();
-    for (std::size_t i = 0; i < Igmp::ignoreReasons; ++i)
-      if (counters.ignored[i] != 0)
-        ignored[message(static_cast<Igmp::IgnoreReason>(i))] = counters.ignored[i];
-    return object;
-  }
-
-  static Json deviceObject(IntfId const& intf, Interface::EthDevPam::Counters const& counters) {
-    Json object;
-    object["name"] = message(intf);
-    addValues(object, deviceFrames, counters);
-    return object;
-  }
-
-  template <class Counters, std::size_t size>
-  static void addValues(Json& object, std::array<Counter<Counters>, size> const& counters,
-                        Counters const& values) {
-    for (auto const& counter : counters) object[counter.key] = counter.value(values);
-  }
-};
-
 template <class T>
 std::unique_ptr<Answer> listing(Switch const& snoopingSwitch, Request const& request,
                                 Horix::Time start) {
@@ -425,8 +286,7 @@ std::unique_ptr<Answer> showAnswer(Switch const& snoopingSwitch, Request const& 
   if (request.what == "hosts") return listing<HostsListing>(snoopingSwitch, request, start);
   if (request.what == "mrouters")
     return listing<RouterPortsListing>(snoopingSwitch, request, start);
-  if (request.what == "statistics")
-    return listing<StatisticsListing>(snoopingSwitch, request, start);
+  if (request.what == "statistics") return statisticsAnswer(snoopingSwitch, request, start);
   refuse("there is nothing called ", Agent::quoted(request.what), " to show");
 }
 

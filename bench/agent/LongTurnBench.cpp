@@ -109,6 +109,18 @@ void ask(benchmark::State& state, std::string const& request) {
   });
 }
 
+/// 1,000 VLANs on 48 ports.
+void askOfManyVlans(benchmark::State& state, std::string const& request) {
+  std::string const all =
+      message("[[interface]]\nname = \"swp[1-48]\"\n[[vlan]]\nid = \"1-1000\"\n",
+              "querier = { igmp-version = 3 }\ntagged-interfaces = [\"swp[1-48]\"]\n");
+  auto const nothing = [](LoadedAgent&) {};
+  measure(state, all, nothing, [&](LoadedAgent& agent) {
+    require(agent.ask(request) > 0, "there is no answer");
+    agent.settle();
+  });
+}
+
 void firstAndLastMonitor(benchmark::State& state) {
   measureFull(state, [](LoadedAgent& agent) {
     agent.ask(R"({"command":"monitor"})", 1);
@@ -143,6 +155,12 @@ BENCHMARK_CAPTURE(ask, showGroups, R"({"command":"show","what":"groups"})")->App
 BENCHMARK_CAPTURE(ask, showHosts, R"({"command":"show","what":"hosts"})")->Apply(once);
 BENCHMARK_CAPTURE(ask, showStatistics, R"({"command":"show","what":"statistics"})")->Apply(once);
 BENCHMARK_CAPTURE(ask, metrics, R"({"command":"metrics"})")->Apply(once);
+BENCHMARK_CAPTURE(askOfManyVlans, showVlans, R"({"command":"show","what":"vlans"})")->Apply(once);
+BENCHMARK_CAPTURE(askOfManyVlans, showInterfaces, R"({"command":"show","what":"interfaces"})")
+    ->Apply(once);
+BENCHMARK_CAPTURE(askOfManyVlans, showStatistics, R"({"command":"show","what":"statistics"})")
+    ->Apply(once);
+BENCHMARK_CAPTURE(askOfManyVlans, metrics, R"({"command":"metrics"})")->Apply(once);
 BENCHMARK(firstAndLastMonitor)->Apply(once);
 BENCHMARK(explainACrowdedGroup)->Apply(once);
 
