@@ -43,6 +43,13 @@ PortCapture portCaptureIn(std::string const& text) {
   return {Wirex::IntfId(Kel::String8(port)), fileName};
 }
 
+void addCapture(std::vector<PortCapture>& captures, PortCapture capture) {
+  auto const isInput = [](PortCapture const& each) { return each.fileName == "-"; };
+  if (isInput(capture) && std::any_of(captures.begin(), captures.end(), isInput))
+    refuse("standard input is one capture alone, so one port alone can have it");
+  captures.push_back(std::move(capture));
+}
+
 RecordPlace recordPlaceIn(std::string const& text) {
   // An interface's name may have strokes of its own.
   std::size_t const first = text.find('/');
@@ -115,7 +122,7 @@ class CommandLine {
     auto& command = replayCommand_;
     replay_
         ->add_option("PORT=CAPTURE",
-                     each([&](auto& text) { command.captures.push_back(portCaptureIn(text)); }),
+                     each([&](auto& text) { addCapture(command.captures, portCaptureIn(text)); }),
                      "Captures of Ethernet frames, and the ports on which they were taken")
         ->required()
         ->expected(-1)  // or more

@@ -139,6 +139,7 @@ void run(ReplayCommand const& command) {
     if (command.events) replay.watchRecords();
     replay.run(command.until);
   }
+  for (std::string const& remark : remarksOn(replay.ownFrames())) log(Severity::warning, remark);
 
   print(command.explain ? explanationText(command, replay.result())
                         : snapshotText(command, replay));

@@ -4,11 +4,15 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
 #include <pcap.h>
 
+#include "agent/replay/CookedFrame.h"
+#include "agent/replay/PcapReader.h"
+#include "agent/replay/PcapngReader.h"
 #include "agent/text/Wording.h"
 
 namespace Agent {
@@ -17,7 +21,7 @@ namespace {
 
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
-constexpr char const* howToCapture = "; capture on the port itself: tcpdump -i PORT -w FILE";
+constexpr char const* howToCapture = "; capture on the port itself: tcpdump -Q in -i PORT -w FILE";
 
 template <typename... Parts>
 [[noreturn]] void fail(Parts const&... parts) {
@@ -29,16 +33,64 @@ template <typename... Parts>
        "; give the name of a readable file");
 }
 
+/// What a file that is no capture by itself begins with.
+struct Compression {
+  std::string_view begin;
+  char const* name;
+  char const* unpack;
+};
+
+constexpr std::array<Compression, 5> compressions{{
+    {"\x1f\x8b", "gzip", "zcat"},
+    {"\x28\xb5\x2f\xfd", "zstd", "zstdcat"},
+    {"\xfd"
+     "7zXZ",
+     "xz", "xzcat"},
+    {"BZh", "bzip2", "bzcat"},
+    {"\x04\x22\x4d\x18", "lz4", "lz4cat"},
+}};
+
+constexpr std::string_view beginOfPcapng = "\x0a\x0d\x0d\x0a";
+
+/// Looks at a file's first bytes and leaves them to be read.
+std::string beginOf(std::FILE* file) {
+  std::string begin;
+  while (begin.size() < 5) {
+    int const byte = std::getc(file);
+    if (byte == EOF) break;
+    begin += static_cast<char>(byte);
+  }
+  for (auto byte = begin.rbegin(); byte != begin.rend(); ++byte)
+    std::ungetc(static_cast<unsigned char>(*byte), file);
+  return begin;
+}
+
+void requireUncompressed(std::string const& fileName, std::string_view begin) {
+  for (Compression const& compression : compressions)
+    if (begin.starts_with(compression.begin))
+      fail("capture ", fileName, " is compressed with ", compression.name,
+           "; unpack it, or give it as PORT=- after ", compression.unpack, " ", fileName, " |");
+}
+
 /// Reading the first byte tells what opening does not: directories open like files.
-File openFile(std::string const& fileName) {
+std::unique_ptr<PacketSource> openFile(std::string const& fileName) {
   File file(std::fopen(fileName.c_str(), "rb"), std::fclose);
   if (!file) failToRead(fileName, errno);
-  int const first = std::getc(file.get());
+  errno = 0;
+  std::string const begin = beginOf(file.get());
   if (std::ferror(file.get())) failToRead(fileName, errno);
-  if (first == EOF)
+  if (begin.empty())
     fail("capture ", fileName, " is empty; give a file that tcpdump -w has written");
-  std::ungetc(first, file.get());
-  return file;
+  requireUncompressed(fileName, begin);
+  if (begin.starts_with(beginOfPcapng)) return std::make_unique<PcapngReader>(file.release());
+  try {
+    auto reader = std::make_unique<PcapReader>(file.get());
+    static_cast<void>(file.release());  // now the reader's
+    return reader;
+  } catch (CaptureDamage const& problem) {
+    fail(fileName, " is no capture (", problem.what(),
+         "); give a file that tcpdump -w has written, in pcap or pcapng format");
+  }
 }
 
 /// ", 1234 bytes into the file", or nothing where the input has no places, as a pipe.
@@ -46,63 +98,135 @@ std::string place(long offset) {
   return offset < 0 ? "" : message(", ", offset, " bytes into the file");
 }
 
-/// Nothing for a time so far from 1970 that differences of two could overflow. The fraction, of
-/// nanoseconds, may exceed a second in a careless file.
-std::optional<Horix::Time> timeOf(timeval const& stamp) {
-  using std::chrono::seconds;
-  constexpr auto furthest = std::chrono::floor<seconds>(Horix::Time::max() / 3);
-  seconds const whole(stamp.tv_sec);
-  if (whole < -furthest || whole > furthest) return std::nullopt;
-  return whole + Horix::Time(stamp.tv_usec);
+std::string linkTypeText(int linkType) {
+  char const* const name = pcap_datalink_val_to_name(linkType);
+  return name ? name : std::to_string(linkType);
+}
+
+bool isReadable(int linkType) {
+  return linkType == DLT_EN10MB || linkType == linkTypeCooked || linkType == linkTypeCooked2;
+}
+
+/// Each once, with its link type where that is none that can be read.
+std::string listOf(std::vector<CapturedInterface> const& interfaces) {
+  std::vector<std::string> names;
+  for (CapturedInterface const& interface : interfaces) {
+    std::string name = interface.text();
+    if (!isReadable(interface.linkType))
+      name += message(" (", linkTypeText(interface.linkType), ", not Ethernet)");
+    if (std::find(names.begin(), names.end(), name) == names.end())
+      names.push_back(std::move(name));
+  }
+  return enumerated(names, "and");
 }
 
 }  // namespace
 
-void CaptureFile::Closer::operator()(pcap* capture) const noexcept {
-  pcap_close(capture);
+CaptureFile::CaptureFile(std::string const& given)
+    : name_(captureName(given)), source_(openFile(name_.fileName)) {
+  lookAtInterfaces();
 }
 
-CaptureFile::CaptureFile(std::string fileName) : fileName_(std::move(fileName)) {
-  File file = openFile(fileName_);
-  std::array<char, PCAP_ERRBUF_SIZE> problem{};
-  capture_.reset(pcap_fopen_offline_with_tstamp_precision(file.get(), PCAP_TSTAMP_PRECISION_NANO,
-                                                          problem.data()));
-  if (!capture_) {
-    fail(fileName_, " is no capture (", problem.data(),
-         "); give a file that tcpdump -w has written, in pcap or pcapng format");
+/// Cooked packets tell their interface themselves, so all of them are looked at.
+bool CaptureFile::tellsInterfacesByNumber() const {
+  auto const& interfaces = source_->interfaces();
+  return interfaces.size() == 1 && interfaces[0].linkType == linkTypeCooked2;
+}
+
+bool CaptureFile::isSelected(CapturedInterface const& interface) const {
+  return name_.interface.empty() || interface.name == name_.interface ||
+         std::to_string(interface.number) == name_.interface || tellsInterfacesByNumber();
+}
+
+/// All interfaces of which the file has told so far. Packets come after those of their interface.
+void CaptureFile::lookAtInterfaces() {
+  auto const& interfaces = source_->interfaces();
+  if (interfacesSeen_ == interfaces.size()) return;
+  if (name_.interface.empty()) requireOneInterface();
+  for (; interfacesSeen_ < interfaces.size(); ++interfacesSeen_) {
+    if (!isSelected(interfaces[interfacesSeen_])) continue;
+    selectedSeen_ |= !tellsInterfacesByNumber();
+    requireEthernet(interfaces[interfacesSeen_].linkType);
   }
-  static_cast<void>(file.release());  // now the capture's
-  requireEthernet();
 }
 
-void CaptureFile::requireEthernet() const {
-  int const linkType = pcap_datalink(capture_.get());
-  if (linkType == DLT_EN10MB) return;
-  char const* const name = pcap_datalink_val_to_name(linkType);
+/// The same one may be described again, as in files that were joined.
+void CaptureFile::requireOneInterface() const {
+  auto const& interfaces = source_->interfaces();
+  for (CapturedInterface const& each : interfaces)
+    if (each.text() != interfaces[0].text())
+      fail("capture ", name_.fileName, " holds several interfaces, ", listOf(interfaces),
+           "; say which one is the port, as in PORT=", name_.fileName, ":", each.text());
+}
+
+void CaptureFile::requireSelectedInterface() const {
+  if (name_.interface.empty() || selectedSeen_) return;
+  fail("capture ", name_.fileName, " holds no interface ", name_.interface,
+       tellsInterfacesByNumber() ? "; give the number that the interface had (ip link)"
+                                 : "; it holds " + listOf(source_->interfaces()));
+}
+
+void CaptureFile::requireEthernet(int linkType) const {
+  if (isReadable(linkType)) return;
   char const* const description = pcap_datalink_val_to_description(linkType);
-  fail("capture ", fileName_, " has link type ", name ? name : std::to_string(linkType),
+  fail("capture ", name_.fileName, " has link type ", linkTypeText(linkType),
        description ? message(" (", description, ")") : "", ", not Ethernet", howToCapture);
 }
 
+std::optional<RawPacket> CaptureFile::nextRaw() {
+  try {
+    return source_->next();
+  } catch (CaptureDamage const& damage) {
+    fail("capture ", name_.fileName, " is damaged after its packet ", packetsRead_,
+         place(source_->offset()), ": ", damage.what(), "; keep the packets before: tcpdump -r ",
+         name_.fileName, " -w FILE");
+  }
+}
+
+/// The second version of the header tells the interface.
+bool CaptureFile::isSelected(std::uint32_t cookedInterface) {
+  if (!name_.interface.empty()) {
+    bool const selected = std::to_string(cookedInterface) == name_.interface;
+    selectedSeen_ |= selected;
+    return selected;
+  }
+  if (!cookedInterface_) cookedInterface_ = cookedInterface;
+  if (cookedInterface != *cookedInterface_)
+    fail("capture ", name_.fileName, " holds several interfaces, of the numbers ",
+         *cookedInterface_, " and ", cookedInterface,
+         " and maybe more; say which one is the port, as in PORT=", name_.fileName, ":",
+         *cookedInterface_);
+  return true;
+}
+
+/// Returns whether the packet is of the interface.
+bool CaptureFile::uncook(RawPacket& packet) {
+  int const linkType = source_->interfaces()[packet.interface].linkType;
+  if (linkType == DLT_EN10MB) return true;
+  auto const cooked = Agent::uncook(packet.bytes, linkType, uncooked_);
+  if (!cooked) return false;
+  packet.outgoing |= cooked->outgoing;
+  packet.bytes = uncooked_;
+  return linkType == linkTypeCooked || isSelected(cooked->interface);
+}
+
 std::optional<CapturedPacket> CaptureFile::next() {
-  long const offset = std::ftell(pcap_file(capture_.get()));
-  pcap_pkthdr* header = nullptr;
-  unsigned char const* bytes = nullptr;
-  int const result = pcap_next_ex(capture_.get(), &header, &bytes);
-  if (result == PCAP_ERROR_BREAK) return std::nullopt;
-  if (result != 1) {
-    fail("capture ", fileName_, " is damaged after its packet ", packetsRead_, place(offset), ": ",
-         pcap_geterr(capture_.get()), "; keep the packets before: tcpdump -r ", fileName_,
-         " -w FILE");
+  for (;;) {
+    auto packet = nextRaw();
+    lookAtInterfaces();
+    if (!packet) {
+      requireSelectedInterface();
+      return std::nullopt;
+    }
+    ++packetsRead_;
+    if (!isSelected(source_->interfaces()[packet->interface]) || !uncook(*packet)) continue;
+    if (!packet->time) {
+      fail("capture ", name_.fileName, " has an impossible time in its packet ", packetsRead_,
+           place(source_->offset()), "; correct it: editcap -t SECONDS ", name_.fileName, " FILE");
+    }
+    latest_ = std::max(latest_, *packet->time);
+    return CapturedPacket{latest_, packet->bytes, packetsRead_, packet->outgoing};
   }
-  ++packetsRead_;
-  auto const time = timeOf(header->ts);
-  if (!time) {
-    fail("capture ", fileName_, " has an impossible time in its packet ", packetsRead_,
-         place(offset), "; correct it: editcap -t SECONDS ", fileName_, " FILE");
-  }
-  latest_ = std::max(latest_, *time);
-  return CapturedPacket{latest_, Igmp::Bytes(bytes, header->caplen)};
 }
 
 }  // namespace Agent

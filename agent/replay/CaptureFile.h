@@ -3,21 +3,16 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
+#include <vector>
 
+#include "agent/replay/CaptureError.h"
+#include "agent/replay/CaptureName.h"
+#include "agent/replay/PacketSource.h"
 #include "platform/horix/Clock.h"
 #include "platform/igmp/wire/ByteReader.h"
 
-struct pcap;
-
 namespace Agent {
-
-/// Why a capture cannot be replayed, in one line: which file, what is wrong, what to do.
-class CaptureError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 struct CapturedPacket {
   /// Since the epoch, or before it.
@@ -26,29 +21,45 @@ struct CapturedPacket {
   /// From the destination's MAC address on, as far as it was captured; there until the next packet
   /// is read.
   Igmp::Bytes frame;
+
+  /// Its place in the file, from 1 on.
+  std::uint64_t number = 0;
+
+  /// The capture says that it was sent there, not heard.
+  bool outgoing = false;
 };
 
-/// A file of captured Ethernet frames in any format that libpcap reads, packet by packet.
+/// A file of captured Ethernet frames in any format that libpcap reads, packet by packet; of one
+/// that holds several interfaces the packets of one. Cooked captures are read as Ethernet.
 ///
 /// Packets come in the file's order, which is that of their arrival. Clocks are stepped and
 /// network cards stamp slightly out of order, so timestamps may go back; such a packet counts as
 /// of the same time as the latest one before it. Errors are CaptureErrors.
 class CaptureFile {
  public:
-  explicit CaptureFile(std::string fileName);
+  /// @param given as in captureName().
+  explicit CaptureFile(std::string const& given);
 
   /// The next packet; nothing after the last one.
   std::optional<CapturedPacket> next();
 
  private:
-  struct Closer {
-    void operator()(pcap* capture) const noexcept;
-  };
+  bool isSelected(CapturedInterface const& interface) const;
+  bool isSelected(std::uint32_t cookedInterface);
+  bool tellsInterfacesByNumber() const;
+  std::optional<RawPacket> nextRaw();
+  void lookAtInterfaces();
+  void requireOneInterface() const;
+  void requireSelectedInterface() const;
+  void requireEthernet(int linkType) const;
+  bool uncook(RawPacket& packet);
 
-  void requireEthernet() const;
-
-  std::string fileName_;
-  std::unique_ptr<pcap, Closer> capture_;
+  CaptureName name_;
+  std::unique_ptr<PacketSource> source_;
+  std::size_t interfacesSeen_ = 0;
+  std::optional<std::uint32_t> cookedInterface_;  // of the first packet
+  bool selectedSeen_ = false;
+  std::vector<std::uint8_t> uncooked_;
   std::uint64_t packetsRead_ = 0;
   Horix::Time latest_ = Horix::Time::min();
 };

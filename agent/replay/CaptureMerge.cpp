@@ -16,7 +16,8 @@ std::optional<MergedPacket> CaptureMerge::next() {
   given_ = earliest();
   if (!given_) return std::nullopt;
   return MergedPacket{given_->head->time - start_,
-                      static_cast<std::size_t>(given_ - inputs_.data()), given_->head->frame};
+                      static_cast<std::size_t>(given_ - inputs_.data()), given_->head->frame,
+                      given_->head->number, given_->head->outgoing};
 }
 
 /// The input whose next packet is the earliest, of several the first; null at the end of all.

@@ -18,6 +18,9 @@ struct MergedPacket {
 
   /// There until the next packet is read.
   Igmp::Bytes frame;
+
+  std::uint64_t number;  ///< in its capture, from 1 on
+  bool outgoing;         ///< the capture says that it was sent there, not heard
 };
 
 /// Several captures as one, in the order of their timestamps; packets of the same time in the

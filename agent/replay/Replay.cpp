@@ -13,11 +13,20 @@ namespace Agent {
 
 namespace {
 
+/// What is read, whichever of its interfaces.
 std::vector<std::string> fileNamesOf(std::vector<PortCapture> const& captures) {
   std::vector<std::string> fileNames;
   fileNames.reserve(captures.size());
-  for (PortCapture const& capture : captures) fileNames.push_back(capture.fileName);
+  for (PortCapture const& capture : captures)
+    fileNames.push_back(captureName(capture.fileName).fileName);
   return fileNames;
+}
+
+std::vector<std::string> namesOf(std::vector<PortCapture> const& captures) {
+  std::vector<std::string> names;
+  names.reserve(captures.size());
+  for (PortCapture const& capture : captures) names.push_back(capture.fileName);
+  return names;
 }
 
 /// Of a port by its number: locally administered, and the same in each replay.
@@ -42,7 +51,8 @@ Replay::Replay(Configuration const& configuration, std::vector<PortCapture> cons
     : loop_(Kel::make<Horix::TimerWheel>(Kel::make<Horix::VirtualClock>())),
       switch_(configuration, loop_),
       fileNames_(fileNamesOf(captures)),
-      packets_(fileNames_) {
+      packets_(namesOf(captures)),
+      ownFrames_(configuration) {
   std::size_t port = 0;
   for (InterfaceConfig const& interface : configuration.interfaces)
     switch_.interfaceStateIs(interface.intfId, portState(++port));
@@ -51,6 +61,10 @@ Replay::Replay(Configuration const& configuration, std::vector<PortCapture> cons
       throw std::invalid_argument("capture for a port that is not configured");
     ports_.push_back(capture.port);
   }
+  devices_.sentIs([this](Wirex::IntfId const& from, Wirex::Bytes frame) {
+    ownFrames_.sent(from, switch_.now(), frame);
+    if (sent_) sent_->write(from, packets_.start() + switch_.now(), frame);
+  });
 }
 
 // Hosts that go leave their groups, which is no part of what is replayed.
@@ -63,9 +77,6 @@ void Replay::writeSent(std::string const& directory) {
   for (InterfaceConfig const& interface : switch_.configuration().interfaces)
     ports.push_back(interface.intfId);
   sent_ = std::make_unique<SentCaptures>(directory, ports, fileNames_);
-  devices_.sentIs([this](Wirex::IntfId const& port, Wirex::Bytes frame) {
-    sent_->write(port, packets_.start() + switch_.now(), frame);
-  });
 }
 
 void Replay::watchRecords() {
@@ -83,7 +94,9 @@ void Replay::run(std::optional<Horix::Time> until) {
       loop_.endBatch();
       letTimePass(packet->time);
     }
-    devices_.receive(ports_[packet->capture], packet->frame);
+    Wirex::IntfId const& port = ports_[packet->capture];
+    if (!ownFrames_.recognise(port, packet->time, packet->frame, packet->outgoing))
+      devices_.receive(port, packet->frame);
   }
   loop_.endBatch();
   if (until) letTimePass(*until);

@@ -7,6 +7,7 @@
 
 #include "agent/Switch.h"
 #include "agent/replay/CaptureMerge.h"
+#include "agent/replay/OwnFrames.h"
 #include "agent/replay/PortCapture.h"
 #include "agent/replay/SentCaptures.h"
 #include "agent/watch/RecordWatch.h"
@@ -43,6 +44,9 @@ class Replay {
   Switch const& result() const { return switch_; }
   std::vector<RecordEvent> const& events() const { return events_; }
 
+  /// What of the captures the switch itself had sent, and was left out.
+  OwnFrames const& ownFrames() const { return ownFrames_; }
+
  private:
   void letTimePass(Horix::Time to);
 
@@ -52,6 +56,7 @@ class Replay {
   std::vector<Wirex::IntfId> ports_;    // by capture
   std::vector<std::string> fileNames_;  // of the captures
   CaptureMerge packets_;
+  OwnFrames ownFrames_;
   std::unique_ptr<SentCaptures> sent_;
   std::unique_ptr<RecordWatch> watch_;
   std::vector<RecordEvent> events_;

@@ -189,6 +189,26 @@ TEST_F(ProgramTest, TracesGoToStandardErrorWithTheReplaysTime) {
   EXPECT_EQ(outcome.out, replay("swp1=" + capture()).out);
 }
 
+TEST_F(ProgramTest, ReplayReadsStandardInputAndPipes) {
+  std::string const whole = replay("swp1=" + capture()).out;
+  EXPECT_EQ(replay("swp1=- <" + capture()).out, whole);
+  auto const piped =
+      run("replay --config " + configuration(twoPorts) + " swp1=-", "cat " + capture() + " | ");
+  EXPECT_EQ(piped.out, whole) << piped.err;
+  auto const twice = replay("swp1=- swp2=- <" + capture());
+  EXPECT_EQ(twice.status, 2);
+  EXPECT_THAT(twice.err, HasSubstr("one capture alone"));
+}
+
+TEST_F(ProgramTest, ReplaySaysWhatItLeavesOut) {
+  auto const outcome = replay("swp1=" + capture() + " swp2=" + capture());
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.out, replay("swp1=" + capture()).out);
+  EXPECT_EQ(outcome.err,
+            "igmpsnoopd: swp2: 2 frames left out that the switch itself had sent (2 heard on "
+            "another port before); capture what is heard alone: tcpdump -Q in\n");
+}
+
 TEST_F(ProgramTest, TracesOfWhatTheReplayBeginsWithAreWritten) {
   auto const outcome = replay("--trace IgmpSnooping::Proxy::ProxySm=0-15 swp1=" + capture());
   EXPECT_EQ(outcome.status, 0);

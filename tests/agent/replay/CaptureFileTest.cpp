@@ -102,15 +102,27 @@ TEST_F(CaptureFileTest, CaptureWithoutPacketsIsOne) {
 /// A pcapng file, block by block, in the byte order of this machine.
 class PcapngWriter {
  public:
-  PcapngWriter() { block(0x0a0d0d0a, {0x1a2b3c4d, 0x00000001, 0xffffffff, 0xffffffff}); }
+  PcapngWriter() { section(); }
 
   /// An interface whose timestamps count nanoseconds.
   PcapngWriter& interface(std::uint32_t linkType) {
     return block(1, {linkType, 0, 0x00010009, 9, 0});  // if_tsresol
   }
-  PcapngWriter& packet(std::uint64_t time, std::uint32_t fourBytes) {
+  /// @param name of four letters.
+  PcapngWriter& interface(std::uint32_t linkType, char const* name) {
+    return block(1, {linkType, 0, 0x00010009, 9, 0x00040002, word(name), 0});  // and if_name
+  }
+  PcapngWriter& packet(std::uint64_t time, std::uint32_t fourBytes, std::uint32_t interface = 0) {
+    return block(6, {interface, static_cast<std::uint32_t>(time >> 32),
+                     static_cast<std::uint32_t>(time), 4, 4, fourBytes});
+  }
+  /// @param flags epb_flags: 1 is heard, 2 is sent.
+  PcapngWriter& flagged(std::uint64_t time, std::uint32_t fourBytes, std::uint32_t flags) {
     return block(6, {0, static_cast<std::uint32_t>(time >> 32), static_cast<std::uint32_t>(time), 4,
-                     4, fourBytes});
+                     4, fourBytes, 0x00040002, flags, 0});
+  }
+  PcapngWriter& section() {
+    return block(0x0a0d0d0a, {0x1a2b3c4d, 0x00000001, 0xffffffff, 0xffffffff});
   }
   std::string const& bytes() const { return bytes_; }
 
@@ -119,14 +131,19 @@ class PcapngWriter {
     auto const size = static_cast<std::uint32_t>(4 * (body.size() + 3));
     append(type);
     append(size);
-    for (std::uint32_t const word : body) append(word);
+    for (std::uint32_t const value : body) append(value);
     append(size);
     return *this;
   }
-  void append(std::uint32_t word) {
-    char raw[sizeof word];
-    std::memcpy(raw, &word, sizeof word);
-    bytes_.append(raw, sizeof word);
+  static std::uint32_t word(char const* letters) {
+    std::uint32_t value = 0;
+    std::memcpy(&value, letters, sizeof value);
+    return value;
+  }
+  void append(std::uint32_t value) {
+    char raw[sizeof value];
+    std::memcpy(raw, &value, sizeof value);
+    bytes_.append(raw, sizeof value);
   }
 
   std::string bytes_;
@@ -155,7 +172,148 @@ TEST_F(CaptureFileTest, PcapngTimeBeyondWhatAClockCanTellIsRefused) {
               testing::StartsWith("capture " + name + " has an impossible time in its packet 2, "));
 }
 
+TEST_F(CaptureFileTest, PcapngTellsWhatWasSent) {
+  PcapngWriter capture;
+  capture.interface(DLT_EN10MB).flagged(1, 0, 1).flagged(2, 0, 2).packet(3, 0);
+  CaptureFile file(written("a.pcapng", capture.bytes()));
+  EXPECT_FALSE(file.next().value().outgoing);
+  EXPECT_TRUE(file.next().value().outgoing);
+  EXPECT_FALSE(file.next().value().outgoing) << "not told";
+}
+
+TEST_F(CaptureFileTest, PcapngOfSeveralInterfacesTakesOneToBeNamed) {
+  PcapngWriter capture;
+  capture.interface(DLT_EN10MB, "eth0").interface(DLT_EN10MB, "eth1");
+  capture.packet(1, 0x01010101, 0).packet(2, 0x02020202, 1).packet(3, 0x03030303, 1);
+  std::string const name = written("a.pcapng", capture.bytes());
+  EXPECT_EQ(errorIn(name), "capture " + name +
+                               " holds several interfaces, eth0 and eth1; say which one is the "
+                               "port, as in PORT=" +
+                               name + ":eth1");
+  EXPECT_THAT(packetsIn(name + ":eth0"), ElementsAre(Pair(1ns, ByteVector{1, 1, 1, 1})));
+  EXPECT_THAT(packetsIn(name + ":1"),
+              ElementsAre(Pair(2ns, ByteVector{2, 2, 2, 2}), Pair(3ns, ByteVector{3, 3, 3, 3})));
+  EXPECT_EQ(errorIn(name + ":eth2"),
+            "capture " + name + " holds no interface eth2; it holds eth0 and eth1");
+}
+
+TEST_F(CaptureFileTest, PacketsKeepTheirNumbersAmongThoseOfOtherInterfaces) {
+  PcapngWriter capture;
+  capture.interface(DLT_EN10MB, "eth0").interface(DLT_EN10MB, "eth1");
+  capture.packet(1, 0, 0).packet(2, 0, 1);
+  CaptureFile file(written("a.pcapng", capture.bytes()) + ":eth1");
+  EXPECT_EQ(file.next().value().number, 2u);
+}
+
+TEST_F(CaptureFileTest, InterfacesOfAnotherLinkTypeAreNamedAsSuchAndMayStandBeside) {
+  PcapngWriter capture;
+  capture.interface(DLT_IEEE802_11, "wlan").interface(DLT_EN10MB, "eth1");
+  capture.packet(1, 0, 0).packet(2, 0x02020202, 1);
+  std::string const name = written("a.pcapng", capture.bytes());
+  EXPECT_THAT(errorIn(name), testing::HasSubstr("wlan (IEEE802_11, not Ethernet) and eth1; "));
+  EXPECT_THAT(errorIn(name + ":wlan"), testing::HasSubstr("has link type IEEE802_11 "));
+  EXPECT_THAT(packetsIn(name + ":eth1"), ElementsAre(Pair(2ns, ByteVector{2, 2, 2, 2})));
+}
+
+TEST_F(CaptureFileTest, InterfaceThatIsDescribedAgainIsTheSame) {
+  PcapngWriter capture;
+  capture.interface(DLT_EN10MB, "eth0").packet(1, 0x01010101);
+  capture.section().interface(DLT_EN10MB, "eth0").packet(2, 0x02020202);
+  EXPECT_THAT(packetsIn(written("a.pcapng", capture.bytes())),
+              ElementsAre(Pair(1ns, ByteVector{1, 1, 1, 1}), Pair(2ns, ByteVector{2, 2, 2, 2})));
+}
+
+TEST_F(CaptureFileTest, ColonMayBePartOfTheFilesName) {
+  CaptureBuilder capture;
+  capture.at(someTime, ByteVector{1});
+  EXPECT_EQ(packetsIn(capture.write(directory.file("12:30.pcap"))).size(), 1u);
+}
+
+TEST_F(CaptureFileTest, PcapHoldsOneInterfaceWithoutAName) {
+  std::string const name =
+      CaptureBuilder().at(someTime, ByteVector{1}).write(directory.file("a.pcap"));
+  EXPECT_EQ(errorIn(name + ":eth0"), "capture " + name + " holds no interface eth0; it holds 0");
+}
+
+/// Of an IPv4 packet with four bytes, from 02:00:00:00:00:07.
+ByteVector cooked(unsigned type, unsigned fill) {
+  IgmpTest::ByteWriter bytes;
+  bytes.u16(type).u16(1).u16(6).u16(0x0200).u32(7).u16(0).u16(0x0800);
+  return bytes.u32(0x01010101u * fill).bytes();
+}
+ByteVector cooked2(unsigned type, std::uint32_t interface, unsigned fill) {
+  IgmpTest::ByteWriter bytes;
+  bytes.u16(0x0800).u16(0).u32(interface).u16(1).u8(type).u8(6).u16(0x0200).u32(7).u16(0);
+  return bytes.u32(0x01010101u * fill).bytes();
+}
+ByteVector uncooked(unsigned fill) {
+  IgmpTest::ByteWriter bytes;
+  bytes.u32(0).u16(0).u16(0x0200).u32(7).u16(0x0800);
+  return bytes.u32(0x01010101u * fill).bytes();
+}
+
+TEST_F(CaptureFileTest, CookedCaptureIsReadAsEthernetAndTellsWhatWasSent) {
+  CaptureBuilder capture;
+  capture.linkType(DLT_LINUX_SLL).at(1s, cooked(2, 1)).at(2s, cooked(4, 2)).at(3s, ByteVector(15));
+  std::string const name = capture.write(directory.file("any.pcap"));
+  EXPECT_THAT(packetsIn(name), ElementsAre(Pair(1s, uncooked(1)), Pair(2s, uncooked(2))));
+  CaptureFile file(name);
+  EXPECT_FALSE(file.next().value().outgoing);
+  EXPECT_TRUE(file.next().value().outgoing);
+}
+
+TEST_F(CaptureFileTest, CookedCaptureOfSeveralInterfacesTakesANumber) {
+  CaptureBuilder capture;
+  capture.linkType(DLT_LINUX_SLL2).at(1s, cooked2(2, 3, 1)).at(2s, cooked2(4, 5, 2));
+  std::string const name = capture.write(directory.file("any.pcap"));
+  EXPECT_EQ(errorIn(name), "capture " + name +
+                               " holds several interfaces, of the numbers 3 and 5 and maybe more; "
+                               "say which one is the port, as in PORT=" +
+                               name + ":3");
+  EXPECT_THAT(packetsIn(name + ":5"), ElementsAre(Pair(2s, uncooked(2))));
+  EXPECT_THAT(errorIn(name + ":4"), testing::EndsWith(" holds no interface 4; give the number that "
+                                                      "the interface had (ip link)"));
+}
+
 // ---- Errors: file, place, remedy
+
+TEST_F(CaptureFileTest, CompressedCaptureIsNamedAsSuch) {
+  std::string const name = written("a.pcap.gz", "\x1f\x8b\x08 and what follows");
+  EXPECT_EQ(errorIn(name), "capture " + name +
+                               " is compressed with gzip; unpack it, or give it as PORT=- after "
+                               "zcat " +
+                               name + " |");
+  for (auto const& [begin, program] :
+       {std::pair("\x28\xb5\x2f\xfd of zstd", "zstd"), std::pair("\xfd"
+                                                                 "7zXZ",
+                                                                 "xz")})
+    EXPECT_THAT(errorIn(written("a", begin)),
+                testing::HasSubstr(std::string(" is compressed with ") + program + "; unpack it"));
+}
+
+TEST_F(CaptureFileTest, DamagedPcapngIsToldWithItsPlace) {
+  PcapngWriter capture;
+  capture.interface(DLT_EN10MB).packet(1, 0);
+  auto const whole = capture.bytes().size();
+  capture.packet(2, 0);
+  std::string bytes = capture.bytes();
+  for (std::size_t end = whole + 1; end < bytes.size(); ++end) {
+    std::string const name = written("cut.pcapng", bytes.substr(0, end));
+    EXPECT_THAT(errorIn(name),
+                testing::StartsWith(message("capture ", name, " is damaged after its packet 1, ",
+                                            whole, " bytes into the file: truncated block; ")));
+  }
+  bytes[whole + 20] = '\x7f';  // the captured length
+  EXPECT_THAT(errorIn(written("wild.pcapng", bytes)),
+              testing::HasSubstr(": block too short for what it holds; "));
+}
+
+TEST_F(CaptureFileTest, PacketOfAnInterfaceThatIsNotDescribedIsDamage) {
+  PcapngWriter capture;
+  capture.interface(DLT_EN10MB).packet(1, 0, 1);
+  EXPECT_THAT(errorIn(written("a.pcapng", capture.bytes())),
+              testing::HasSubstr(": packet of an interface that is not described; "));
+}
 
 TEST_F(CaptureFileTest, MissingFileIsNamed) {
   std::string const name = directory.file("missing.pcap");
@@ -190,10 +348,10 @@ TEST_F(CaptureFileTest, HalfAFileHeaderIsNoCapture) {
 
 TEST_F(CaptureFileTest, LinkTypeOtherThanEthernetIsNamed) {
   std::string const name =
-      CaptureBuilder().linkType(DLT_LINUX_SLL).write(directory.file("any.pcap"));
+      CaptureBuilder().linkType(DLT_IEEE802_11).write(directory.file("air.pcap"));
   EXPECT_EQ(errorIn(name), "capture " + name +
-                               " has link type LINUX_SLL (Linux cooked v1), not Ethernet; "
-                               "capture on the port itself: tcpdump -i PORT -w FILE");
+                               " has link type IEEE802_11 (802.11), not Ethernet; "
+                               "capture on the port itself: tcpdump -Q in -i PORT -w FILE");
 }
 
 TEST_F(CaptureFileTest, LinkTypeWithoutANameIsGivenByNumber) {
