@@ -26,7 +26,7 @@ class Skip(Exception):
 
 class Lab:
     def __init__(self, programs, load_generator):
-        self._programs, self._load_generator = programs, load_generator
+        self.programs, self._load_generator = programs, load_generator
         self._numbers = itertools.count(1)
         self._directory = pathlib.Path(tempfile.mkdtemp(prefix="lab-"))
         self._hubs = {}
@@ -38,7 +38,7 @@ class Lab:
 
     def switch(self, ports, name="switch"):
         """Without cables: connect every port before the agent starts."""
-        made = Switch(name, self._programs, self._directory)
+        made = Switch(name, self.programs, self._directory)
         made.ports = [f"swp{number}" for number in range(1, ports + 1)]
         self.switches.append(made)
         return made
