@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstdlib>
-#include <set>
 #include <sys/utsname.h>
 
 #include "agent/text/Wording.h"
@@ -47,7 +46,8 @@ bool BridgeControl::recover() {
   auto const former = rules_.former();
   if (!former) return false;
   former_ = *former;
-  giveBack();
+  beginToGiveBack(entryKind_ == EntryKind::singleSources ? rules_.groups()
+                                                         : std::set<Wirex::IpAddr>());
   return true;
 }
 
@@ -60,7 +60,10 @@ std::optional<std::string> BridgeControl::take(LinkInfo const& bridge, StreamRul
   if (mostGroups != bridge.settings.end() && mostGroups->second < ampleGroups)
     refusal = settingIs(bridge, LinkSetting::mostGroups, ampleGroups);
   if (!refusal) refusal = restoreNeeded(bridge);
-  if (refusal) giveBack();
+  if (refusal) {
+    putSettingsBack();
+    rules_.remove();
+  }
   return refusal;
 }
 
@@ -115,28 +118,20 @@ char const* BridgeControl::disturbedIn(LinkInfo const& bridge) {
   return nullptr;
 }
 
-void BridgeControl::giveBack() {
+void BridgeControl::beginToGiveBack(std::set<Wirex::IpAddr> groups) {
   rules_.run(floodAllText());  // what cannot be done in older rules is not needed in them
-  deleteEntries();
-  putSettingsBack();
-  rules_.remove();
+  removal_ = std::make_unique<EntryRemoval>(socket_, entryKind_, std::move(groups));
 }
 
-void BridgeControl::deleteEntries() {
-  NetlinkBatch batch;
-  std::vector<FoundEntry> entries;
-  // Where entries bear no mark, those of the groups in the rules' sets are ours.
-  std::set<Wirex::IpAddr> listed;
-  if (entryKind_ == EntryKind::singleSources) listed = rules_.groups();
-  addEntriesRequest(batch);
-  socket_.ask(batch, [&](nlmsghdr const& header) { readEntries(header, entries); });
-  for (FoundEntry const& found : entries) {
-    if (!found.permanent || found.derived || !(found.ours || listed.contains(found.place.group)))
-      continue;
-    addDeletion(batch, found.place, found.entry.source);
-    if (batch.isFull()) socket_.send(batch);  // one that went with another is complained of
-  }
-  socket_.send(batch);
+bool BridgeControl::giveSomeBack() try {
+  if (!removal_ || removal_->advance()) return removal_ != nullptr;
+  removal_.reset();
+  putSettingsBack();
+  rules_.remove();
+  return false;
+} catch (...) {
+  removal_.reset();
+  throw;
 }
 
 void BridgeControl::putSettingsBack() {

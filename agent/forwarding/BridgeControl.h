@@ -1,14 +1,15 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
-#include <map>
+#include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "agent/forwarding/BridgeLink.h"
-#include "agent/forwarding/MdbEntry.h"
+#include "agent/forwarding/EntryRemoval.h"
+#include "agent/forwarding/MdbEvents.h"
 #include "agent/forwarding/RulesTable.h"
 
 namespace Agent {
@@ -28,7 +29,7 @@ class BridgeControl {
   /// Whether the kernel can flood frames with a VLAN tag.
   static bool floodsTagged();
 
-  /// Gives back what an earlier agent left behind. Returns whether it had left anything.
+  /// Begins to give back what an earlier agent left behind. Returns whether it had left anything.
   bool recover();
 
   /// Puts up the rules, with everything flooded, and then has the bridge go by permanent entries.
@@ -48,22 +49,29 @@ class BridgeControl {
   /// Sets again what is needed. Returns why it could not.
   std::optional<std::string> restoreNeeded(LinkInfo const& bridge);
 
-  /// Deletes the agent's entries, puts settings back, and takes the rules away.
-  void giveBack();
+  /// Has everything flooded at once. The entries then go piece by piece, and at last the settings
+  /// are put back and the rules taken away.
+  /// @param groups of the entries, for kernels that keep no mark of whose entries they are.
+  void beginToGiveBack(std::set<Wirex::IpAddr> groups);
+  bool isGivingBack() const { return removal_ != nullptr; }
+  /// A piece. Returns whether there is more. Throws std::system_error, and has ended then.
+  bool giveSomeBack();
 
   std::vector<NetlinkFailure> write(NetlinkBatch& batch) { return socket_.send(batch); }
+  MdbEvents& events() { return events_; }
   RulesTable& rules() { return rules_; }
   EntryKind entryKind() const { return entryKind_; }
 
  private:
-  void deleteEntries();
   void putSettingsBack();
   void trustOwnQuerierSoon(LinkInfo const& bridge);
 
   RequestSocket socket_;
+  MdbEvents events_;
   RulesTable rules_;
   EntryKind entryKind_ = entryKindOfKernel();
   FormerSettings former_;
+  std::unique_ptr<EntryRemoval> removal_;  // while it is given back
 
   static EntryKind entryKindOfKernel();
 };

@@ -6,12 +6,23 @@
 
 namespace Agent {
 
+namespace {
+
+EntryWriter::Key keyOf(FoundEntry const& entry) {
+  return {entry.place.vlan, entry.place.group};
+}
+
+}  // namespace
+
 void EntryWriter::begin(std::uint32_t bridge) {
   bridge_ = bridge;
   groups_.clear();
   batch_.clear();
   changes_.clear();
   touched_.clear();
+  hearOfDeletions();
+  disturbed_.clear();
+  lost_ = false;
   entryCount_ = sourceCount_ = failedGroups_ = 0;
 }
 
@@ -28,6 +39,57 @@ void EntryWriter::portsAre(std::map<Wirex::IntfId, std::uint32_t> const& ports) 
 
 void EntryWriter::setsAreEmpty() {
   for (auto& [key, group] : groups_) group.joined = group.listedFailed = false;
+}
+
+void EntryWriter::doubtAll() {
+  for (auto& [key, group] : groups_) group.doubted = true;
+}
+
+bool EntryWriter::isDisturbed() {
+  hearOfDeletions();
+  return lost_ || !disturbed_.empty();
+}
+
+std::vector<std::pair<EntryWriter::Key, std::uint32_t>> EntryWriter::takeDisturbed() {
+  hearOfDeletions();
+  return std::exchange(disturbed_, {});
+}
+
+bool EntryWriter::takeLoss() {
+  hearOfDeletions();
+  return std::exchange(lost_, false);
+}
+
+/// What is told before the agent writes, others have done.
+void EntryWriter::hearOfDeletions(std::span<Change const> own) {
+  std::vector<FoundEntry> deleted;
+  if (!control_.events().takeDeleted(deleted)) lost_ = true;
+  for (FoundEntry const& entry : deleted) {
+    if (entry.place.bridge != bridge_ || entry.derived || !believesIn(entry)) continue;
+    // Of what is written, the kernel also tells what a new list of sources replaces.
+    if (std::any_of(own.begin(), own.end(), [&](Change const& change) {
+          return change.port == entry.place.port && change.key == keyOf(entry);
+        }))
+      continue;
+    Key const key = keyOf(entry);
+    if (!std::exchange(groups_.at(key).doubted, true))
+      disturbed_.emplace_back(key, entry.place.port);
+  }
+}
+
+bool EntryWriter::believesIn(FoundEntry const& entry) const {
+  Group const* const known = group(keyOf(entry));
+  if (!known) return false;
+  return std::any_of(known->entries.begin(), known->entries.end(), [&](Entry const& each) {
+    auto const& [port, filter] = each;
+    auto const kernels = kernelEntries(filter, control_.entryKind());
+    return port == entry.place.port &&
+           (std::find(filter.sources.begin(), filter.sources.end(), entry.entry.source) !=
+                filter.sources.end() ||
+            std::any_of(kernels.begin(), kernels.end(), [&](KernelEntry const& kernel) {
+              return kernel.source == entry.entry.source;
+            }));
+  });
 }
 
 EntryWriter::Group const* EntryWriter::group(Key const& key) const {
@@ -50,6 +112,9 @@ void EntryWriter::groupIs(Key const& key, std::vector<Entry> wanted) {
   if (known != groups_.end() && std::exchange(known->second.failed, false)) --failedGroups_;
   static Group const none;
   auto const& present = known == groups_.end() ? none.entries : known->second.entries;
+  auto const trust = known != groups_.end() && std::exchange(known->second.doubted, false)
+                         ? Trust::none
+                         : Trust::full;
   auto before = present.begin();
   auto after = wanted.begin();
   while (before != present.end() || after != wanted.end()) {
@@ -58,11 +123,11 @@ void EntryWriter::groupIs(Key const& key, std::vector<Entry> wanted) {
     bool const comes =
         before == present.end() || (after != wanted.end() && after->first < before->first);
     if (goes) {
-      change(key, before->first, &before->second, nullptr);
+      change(key, before->first, &before->second, nullptr, trust);
     } else if (comes) {
-      change(key, after->first, nullptr, &after->second);
-    } else if (before->second != after->second) {
-      change(key, after->first, &before->second, &after->second);
+      change(key, after->first, nullptr, &after->second, trust);
+    } else if (trust == Trust::none || before->second != after->second) {
+      change(key, after->first, &before->second, &after->second, trust);
     }
     if (!comes) ++before;
     if (!goes) ++after;
@@ -70,18 +135,20 @@ void EntryWriter::groupIs(Key const& key, std::vector<Entry> wanted) {
 }
 
 void EntryWriter::change(Key const& key, std::uint32_t port, SourceFilter const* before,
-                         SourceFilter const* after) {
+                         SourceFilter const* after, Trust trust) {
   auto const filter = [](SourceFilter const* each) {
     return each ? std::optional(*each) : std::nullopt;
   };
   addChange(batch_, {bridge_, port, key.first, key.second}, filter(before), filter(after),
-            control_.entryKind());
+            control_.entryKind(), trust);
   changes_.push_back({key, port, filter(after), batch_.count()});
 }
 
 std::optional<std::string> EntryWriter::flush(std::function<void(Refusal const&)> const& refused) {
   counters_.writes += batch_.count();
+  hearOfDeletions();
   auto const failures = control_.write(batch_);
+  hearOfDeletions(changes_);
   auto failure = failures.begin();
   for (Change& change : changes_) {
     bool failed = false;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -25,6 +26,7 @@ class EntryWriter {
     bool joined = false;         ///< its streams go by the entries
     bool failed = false;         ///< not all entries could be written, so it is flooded
     bool listedFailed = false;   ///< the rules know
+    bool doubted = false;        ///< somebody has deleted entries, so all are written again
   };
 
   /// In the VLAN of the entries.
@@ -58,6 +60,15 @@ class EntryWriter {
   void portsAre(std::map<Wirex::IntfId, std::uint32_t> const& ports);
   /// The sets were emptied; entries are as they were.
   void setsAreEmpty();
+  /// Entries may be gone: all are written again when their groups are named.
+  void doubtAll();
+  /// Whether somebody else has deleted entries that nobody has taken note of yet.
+  bool isDisturbed();
+  /// Takes the groups of which somebody else has deleted an entry, with its port: they are to be
+  /// named again.
+  std::vector<std::pair<Key, std::uint32_t>> takeDisturbed();
+  /// Whether more was deleted than could be told, since the last time.
+  bool takeLoss();
 
   Groups const& groups() const { return groups_; }
   Group const* group(Key const& key) const;
@@ -85,8 +96,10 @@ class EntryWriter {
   };
 
   void change(Key const& key, std::uint32_t port, SourceFilter const* before,
-              SourceFilter const* after);
+              SourceFilter const* after, Trust trust);
   void apply(Change& change, bool failed);
+  void hearOfDeletions(std::span<Change const> own = {});
+  bool believesIn(FoundEntry const& entry) const;
   void listChanges(std::vector<RulesTable::Member>& members);
 
   BridgeControl& control_;
@@ -99,6 +112,8 @@ class EntryWriter {
   NetlinkBatch batch_;
   std::vector<Change> changes_;
   std::vector<Key> touched_;
+  std::vector<std::pair<Key, std::uint32_t>> disturbed_;
+  bool lost_ = false;
 };
 
 }  // namespace Agent

@@ -1,21 +1,23 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
-#include <unordered_map>
-#include <utility>
 #include <vector>
 
 #include "agent/Switch.h"
+#include "agent/forwarding/Alarm.h"
 #include "agent/forwarding/BridgeControl.h"
+#include "agent/forwarding/BridgePorts.h"
 #include "agent/forwarding/EntryWriter.h"
+#include "agent/forwarding/ForwardedRouters.h"
 #include "agent/forwarding/ForwardedVlan.h"
+#include "agent/forwarding/ForwardingRemedies.h"
+#include "agent/forwarding/PendingGroups.h"
+#include "agent/forwarding/VlanProgress.h"
 #include "agent/watch/MembershipWatch.h"
-#include "framework/kel/Reactors.h"
 #include "platform/horix/EventLoop.h"
 
 namespace Agent {
@@ -35,8 +37,10 @@ class Forwarding {
   /// Follows the switch's configuration, which is new or has changed.
   void configure();
 
-  /// Gives the bridge back for good.
+  /// Begins to give the bridge back for good. The loop goes on with it, and who cannot wait
+  /// destroys this.
   void end();
+  bool isGivingBack() const { return control_ && control_->isGivingBack(); }
 
   /// Nothing if none is configured.
   std::optional<ForwardingConfig> const& configuration() const { return config_; }
@@ -50,15 +54,16 @@ class Forwarding {
   /// Whether streams of a VLAN go by entries, or still everywhere.
   bool goesByEntries(Bridging::VlanId vlan) const;
 
-  /// The configured ports of the bridge, with the kernel's indices.
-  using Ports = std::map<Wirex::IntfId, std::uint32_t>;
-  Ports const& ports() const { return ports_; }
+  /// The configured ports of the bridge.
+  BridgePorts const& ports() const { return ports_; }
   /// The ports that lead to a router in all their VLANs: they get everything without entries.
   std::set<Wirex::IntfId> const& routers() const { return routers_; }
 
   /// What the ports are to get of a group by entries, by the kernel's index.
   std::vector<EntryWriter::Entry> wanted(ForwardedVlan const& vlan, Wirex::IpAddr group) const;
-  bool isRouterPort(ForwardedVlan const& vlan, Wirex::IntfId const& intf) const;
+  bool isRouterPort(ForwardedVlan const& vlan, Wirex::IntfId const& intf) const {
+    return routerPorts_.leadsToRouter(vlan, intf);
+  }
 
   /// Null before there was anything to write.
   EntryWriter const* entries() const { return writer_.get(); }
@@ -66,86 +71,72 @@ class Forwarding {
   std::uint64_t disturbances() const { return disturbances_; }
 
  private:
-  class Alarm;
-  class LinkEvents;
-  class KelRouterPorts;
-
-  /// A group in the VLAN in which it is learned.
-  using Learned = std::pair<Bridging::VlanId, Wirex::IpAddr>;
-
-  /// The router ports of each VLAN.
-  using RoutersOf = std::map<Bridging::VlanId, std::set<Wirex::IntfId>>;
-
-  /// How far a VLAN is on its way from flooding to entries.
-  struct VlanState {
-    Horix::Time known{};  ///< when all listeners must have answered a query
-    bool queried = false;
-    bool byEntries = false;
-  };
+  class Hearing;
 
   bool connect();
+  void hearEvents();
   void giveBackLeftover();
   void examine();
   void examine(std::optional<LinkInfo> const& bridge);
-  std::string obstacleTo(std::optional<LinkInfo> const& bridge) const;
   void isObstructed(std::string const& why);
   void begin(LinkInfo const& bridge);
   void stop();
+  void giveBackMore();
   void correct(LinkInfo const& bridge);
-  void forgetStates();
-
-  Ports servedPorts() const;
-  StreamRules rulesWanted() const;
+  void correctSettings(LinkInfo const& bridge);
+  bool followPorts(LinkInfo const& bridge);
   void putRules();
-  void followRouters();
-  RoutersOf routersNow() const;
-  std::set<Wirex::IntfId> routersWanted() const;
+
   void routersAre(std::set<Wirex::IntfId> routers, bool demote);
+  std::set<Wirex::IntfId> routersWanted() const;
+  bool routersAreAsSet() const;
 
   void handlePublication();
   void sweepAll();
   void advance();
+  void advanceWatches();
+  void followRouters();
+  void followDeletions();
+  void writePiece();
   void writeSome();
-  void compare(Learned const& learned);
+  void compare(PendingGroups::Learned const& learned);
   void makeRoom();
-  void complain(EntryWriter::Refusal const& refusal);
   void retryFailed();
-  void noteQueries();
   void goByEntries();
+  std::string portName(std::uint32_t index) const;
 
   Horix::EventLoop& loop_;
   Switch& switch_;
   std::optional<ForwardingConfig> config_;
+  std::unique_ptr<RequestSocket> links_;    // tells of their changes
   std::unique_ptr<BridgeControl> control_;  // null until there is something to control
-  std::unique_ptr<LinkEvents> linkEvents_;
+  std::vector<std::unique_ptr<Hearing>> hearings_;
   std::unique_ptr<EntryWriter> writer_;
   std::unique_ptr<Alarm> examination_;
   std::unique_ptr<Alarm> continuation_;
   std::unique_ptr<MembershipWatch> watch_;   // while active
   std::unique_ptr<MembershipWatch> ending_;  // a former one, which goes piece by piece
-  Kel::Reactors<Bridging::VlanId, KelRouterPorts> routerPorts_;
+  ForwardedRouters routerPorts_;
 
   bool active_ = false;
   bool lookedForLeftover_ = false;
+  std::string givenBack_;  // what is being given back, in words
   std::string obstacle_;
   LinkInfo bridge_;
-  std::vector<LinkInfo> links_;  // the bridge's ports, configured or not
-  Ports ports_;
+  std::vector<LinkInfo> members_;  // the bridge's ports, configured or not
+  BridgePorts ports_;
   std::vector<ForwardedVlan> vlans_;
-  std::map<Bridging::VlanId, VlanState> states_;
+  VlanProgress progress_;
   StreamRules rules_;  // as put up
   std::set<Wirex::IntfId> routers_;
-  RoutersOf routersOf_;  // as last swept for
-  bool routersChanged_ = false;
+  ForwardedRouters::Ports routersOf_;  // as last swept for
   std::uint32_t mostGroups_ = 0;
   std::uint64_t disturbances_ = 0;
 
   bool watching_ = false;  // what was there in the beginning is not all watched yet
-  std::unordered_map<std::uint64_t, Learned> dirty_;
-  std::vector<Learned> sweep_;  // all of which may be dirty, after the others
+  PendingGroups pending_;
   Horix::Time nextRetry_{};
-  Horix::Time nextComplaint_{};
-  std::uint64_t unsaid_ = 0;
+  Complaints complaints_;
 };
 
 }  // namespace Agent

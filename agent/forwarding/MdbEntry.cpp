@@ -155,7 +155,7 @@ std::vector<KernelEntry> kernelEntries(SourceFilter const& filter, EntryKind kin
 
 void addChange(NetlinkBatch& batch, EntryPlace const& place,
                std::optional<SourceFilter> const& before, std::optional<SourceFilter> const& after,
-               EntryKind kind) {
+               EntryKind kind, Trust trust) {
   auto const former = before ? kernelEntries(*before, kind) : std::vector<KernelEntry>{};
   auto const wanted = after ? kernelEntries(*after, kind) : std::vector<KernelEntry>{};
   auto const has = [](std::vector<KernelEntry> const& entries, KernelEntry const& entry) {
@@ -165,7 +165,7 @@ void addChange(NetlinkBatch& batch, EntryPlace const& place,
   for (KernelEntry const& entry : former)
     if (!has(wanted, entry)) addDeletion(batch, place, entry.source);
   for (KernelEntry const& entry : wanted)
-    if (std::find(former.begin(), former.end(), entry) == former.end())
+    if (trust == Trust::none || std::find(former.begin(), former.end(), entry) == former.end())
       addWrite(batch, place, entry, kind);
 }
 
@@ -187,7 +187,9 @@ void addEntriesRequest(NetlinkBatch& batch) {
 
 void readEntries(nlmsghdr const& header, std::vector<FoundEntry>& entries) {
   // Dumps bear the type of the request.
-  if (header.nlmsg_type != RTM_NEWMDB && header.nlmsg_type != RTM_GETMDB) return;
+  if (header.nlmsg_type != RTM_NEWMDB && header.nlmsg_type != RTM_GETMDB &&
+      header.nlmsg_type != RTM_DELMDB)
+    return;
   if (mnl_nlmsg_get_payload_len(&header) < sizeof(br_port_msg)) return;
   std::uint32_t const bridge =
       static_cast<br_port_msg const*>(mnl_nlmsg_get_payload(&header))->ifindex;

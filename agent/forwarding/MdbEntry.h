@@ -40,12 +40,15 @@ struct KernelEntry {
 /// be said is let through, because a stream too many does less harm than one too few.
 std::vector<KernelEntry> kernelEntries(SourceFilter const& filter, EntryKind kind);
 
+/// Whether what was written is still there.
+enum class Trust { full, none };
+
 /// Adds the requests that bring a port from one filter to another. Nothing stands for no entry.
 /// Those that go are deleted first: the kernel tells the ports of an entry of every source from
-/// those of a single source when they are made.
+/// those of a single source when they are made. Without trust, what is to stay is written again.
 void addChange(NetlinkBatch& batch, EntryPlace const& place,
                std::optional<SourceFilter> const& before, std::optional<SourceFilter> const& after,
-               EntryKind kind);
+               EntryKind kind, Trust trust = Trust::full);
 
 /// Adds the request that deletes one entry.
 void addDeletion(NetlinkBatch& batch, EntryPlace const& place, Wirex::IpAddr source);
@@ -62,7 +65,7 @@ struct FoundEntry {
   bool derived = false;  ///< the kernel's own consequence of another one
 };
 
-/// The IPv4 entries in an answer.
+/// The IPv4 entries in an answer, or in the news of a change.
 void readEntries(nlmsghdr const& header, std::vector<FoundEntry>& entries);
 
 }  // namespace Agent

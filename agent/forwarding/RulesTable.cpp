@@ -8,6 +8,7 @@
 #include <linux/netfilter/nfnetlink.h>
 #include <nftables/libnftables.h>
 #include <stdexcept>
+#include <string_view>
 
 #include <nlohmann/json.hpp>
 
@@ -71,6 +72,30 @@ std::set<Wirex::IpAddr> groupsIn(std::string const& listing) {
   return groups;
 }
 
+/// Whether it tells that something of the agent's table has gone.
+bool isLoss(nlmsghdr const& header) {
+  switch (header.nlmsg_type) {
+    case typeOf(NFT_MSG_DELTABLE):
+    case typeOf(NFT_MSG_DELCHAIN):
+    case typeOf(NFT_MSG_DELRULE):
+    case typeOf(NFT_MSG_DELSET):
+    case typeOf(NFT_MSG_DELSETELEM):
+      break;
+    default:
+      return false;
+  }
+  if (mnl_nlmsg_get_payload_len(&header) < sizeof(nfgenmsg) ||
+      static_cast<nfgenmsg const*>(mnl_nlmsg_get_payload(&header))->nfgen_family != NFPROTO_BRIDGE)
+    return false;
+  bool ours = false;
+  // The attribute that names the table is the first of each of them.
+  eachAttributeBehind(header, sizeof(nfgenmsg), [&](nlattr const& attribute) {
+    if (mnl_attr_get_type(&attribute) == NFTA_TABLE_NAME)
+      ours = std::string_view(mnl_attr_get_str(&attribute)) == rulesTable;
+  });
+  return ours;
+}
+
 FormerSettings formerIn(std::string const& listing) {
   FormerSettings former;
   auto const json = nlohmann::json::parse(listing);
@@ -92,7 +117,10 @@ void RulesTable::Closer::operator()(nft_ctx* context) const noexcept {
   nft_ctx_free(context);
 }
 
-RulesTable::RulesTable() : nft_(nft_ctx_new(NFT_CTX_DEFAULT)), socket_(NETLINK_NETFILTER) {
+RulesTable::RulesTable()
+    : nft_(nft_ctx_new(NFT_CTX_DEFAULT)),
+      socket_(NETLINK_NETFILTER),
+      events_(NETLINK_NETFILTER, 1U << (NFNLGRP_NFTABLES - 1)) {
   if (!nft_ || nft_ctx_buffer_output(nft_.get()) != 0 || nft_ctx_buffer_error(nft_.get()) != 0)
     throw std::runtime_error("nftables gives no context");
 }
@@ -139,7 +167,10 @@ std::set<Wirex::IpAddr> RulesTable::groups() {
 }
 
 std::optional<std::string> RulesTable::run(std::string const& commands) {
-  if (nft_run_cmd_from_buffer(nft_.get(), commands.c_str()) == 0) return std::nullopt;
+  hearOthers();
+  int const result = nft_run_cmd_from_buffer(nft_.get(), commands.c_str());
+  ignoreOwn();
+  if (result == 0) return std::nullopt;
   std::string const text = nft_ctx_get_error_buffer(nft_.get());
   return onOneLine(text.substr(0, text.find('\n')));
 }
@@ -170,8 +201,32 @@ std::optional<std::string> RulesTable::keep(FormerSettings const& former) {
 
 std::optional<std::string> RulesTable::commit(NetlinkBatch& batch) {
   addFrame(batch, NFNL_MSG_BATCH_END);
+  hearOthers();
   auto const failures = socket_.send(batch, 1);
+  ignoreOwn();
   return failures.empty() ? std::nullopt : std::optional(failures.front().text);
+}
+
+bool RulesTable::isDisturbed() {
+  hearOthers();
+  return disturbed_ || unsure_;
+}
+
+bool RulesTable::takeDisturbance() {
+  hearOthers();
+  unsure_ = false;
+  return std::exchange(disturbed_, false);
+}
+
+/// What the kernel tells before the agent changes something, others have done.
+void RulesTable::hearOthers() {
+  if (!events_.hear([this](nlmsghdr const& header) { disturbed_ = disturbed_ || isLoss(header); }))
+    unsure_ = true;
+}
+
+/// The kernel tells of a change before it has ended.
+void RulesTable::ignoreOwn() {
+  events_.hear([](nlmsghdr const&) {});
 }
 
 void RulesTable::remove() {

@@ -47,6 +47,14 @@ class RulesTable {
 
   void remove();
 
+  /// Has input when somebody has changed the rules of the kernel.
+  int descriptor() const { return events_.descriptor(); }
+  /// Whether somebody else may have deleted something of the table, and nobody has taken note of it
+  /// yet.
+  bool isDisturbed();
+  /// Whether somebody has, as far as could be told.
+  bool takeDisturbance();
+
  private:
   struct Closer {
     void operator()(nft_ctx* context) const noexcept;
@@ -55,9 +63,14 @@ class RulesTable {
   static bool existsBy(RequestSocket& socket);
   std::string listing(std::string const& what);
   std::optional<std::string> commit(NetlinkBatch& batch);
+  void hearOthers();
+  void ignoreOwn();
 
   std::unique_ptr<nft_ctx, Closer> nft_;
   RequestSocket socket_;
+  RequestSocket events_;
+  bool disturbed_ = false;
+  bool unsure_ = false;  // more has changed than could be told
 };
 
 }  // namespace Agent

@@ -160,6 +160,8 @@ void Live::leave() {
   loop_.endBatch();
   Horix::Time const end = loop_.now() + longest;
   while (terminations_ < 2 && loop_.now() < end) loop_.turn(end);
+  // A bridge is given back in any case: by who goes, if it is not to take its time.
+  while (terminations_ < 2 && forwarding_.isGivingBack()) loop_.turn();
   if (state_) state_->saveNow();
 }
 

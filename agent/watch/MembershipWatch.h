@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "agent/watch/HostRecords.h"
@@ -44,6 +45,10 @@ class MembershipWatch {
   /// What has changed since the last time, by VLAN, group, interface in natural order, and
   /// reporter. To be called when memberships have settled.
   std::vector<MembershipChange> takeChanges();
+
+  /// The same for who does not need to know how: the groups of which something may have changed,
+  /// in no order, and some of them several times.
+  std::vector<std::pair<Bridging::VlanId, Wirex::IpAddr>> takeChangedGroups();
 
  private:
   class Protocol;

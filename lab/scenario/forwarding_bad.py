@@ -40,9 +40,38 @@ def run(lab):
     lab.until(lambda: switch.bridge_settings()["mcast_snooping"], 1, within=1)
     watch.nothing_missing("239.1.1.1", since, time.time(), {"tv"})
     lab.until(lambda: switch.entries().get("239.1.1.1"), {"swp1"}, within=3)
+    source.send("239.1.1.1", "239.4.4.4")
+    since = time.time()
     switch.namespace.run("nft flush ruleset")
     says("somebody has deleted the agent's nftables rules")
     lab.until(lambda: "joined0" in switch.rules() and "239.1.1.1" in switch.rules(), True, within=3)
+    watch.steady("239.1.1.1", {"tv"})
+    # What goes everywhere is missed for no longer than it takes to be told.
+    watch.nothing_missing("239.1.1.1", since, time.time(), {"tv"})
+    watch.steady("239.4.4.4", {"tv", "desk"})
+
+    # Somebody deletes a rule, an entry, all entries, and has a port lead to a router.
+    times = switch.log().count("nftables rules")
+    switch.namespace.run("nft flush chain bridge igmpsnoopd prerouting")
+    lab.until(lambda: switch.log().count("nftables rules"), times + 1, within=3)
+    lab.until(lambda: "drop" in switch.rules() and "239.1.1.1" in switch.rules(), True, within=3)
+    disturbances = switch.metric("forwarding_disturbances_total")
+    switch.namespace.run("bridge mdb del dev br0 port swp1 grp 239.1.1.1 permanent")
+    says("somebody has deleted entries of 239.1.1.1")
+    lab.until(lambda: switch.entries().get("239.1.1.1"), {"swp1"}, within=1)
+    watch.steady("239.1.1.1", {"tv"})
+    lab.check(switch.metric("forwarding_disturbances_total") == disturbances + 1,
+              "one deletion was not one disturbance")
+    since = time.time()
+    switch.namespace.ip("link set swp2 type bridge_slave mcast_router 2")
+    lab.until(lambda: switch.bridge_settings()["swp2"], 0, within=3)
+    watch.nothing_missing("239.1.1.1", since, time.time(), {"tv"})
+
+    # A port goes out and comes back before anybody has looked.
+    since = time.time()
+    switch.namespace.run(["sh", "-c", "ip link set swp1 nomaster; ip link set swp1 master br0"])
+    lab.until(lambda: switch.entries().get("239.1.1.1"), {"swp1"}, within=3)
+    source.send("239.1.1.1")
     watch.steady("239.1.1.1", {"tv"})
 
     # A port is taken out of the bridge, and put back.
