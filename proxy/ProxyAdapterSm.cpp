@@ -306,7 +306,8 @@ void AdapterSm::processSplitHorizon(PortKey const& key, KelIgmpGroup& group,
     KEL_TRACE(0, "No igmpHost");
     return;
   }
-  writeRecord(*host, groupAddress, recordPlace, *merged);
+  bool const ownPortAlone = memberPort && group.igmpIntf().size() == 1;
+  writeRecord(*host, groupAddress, recordPlace, *merged, ownPortAlone);
 }
 
 /// Gives a host whose port has no listener the record that all such hosts share. Returns false
@@ -356,10 +357,11 @@ bool AdapterSm::mergeMemberPorts(KelIgmpGroup& group, SourceCount& merged) const
 }
 
 void AdapterSm::writeRecord(Igmp::IgmpHost& host, IpAddr group, std::uint32_t& recordPlace,
-                            SourceCount& merged) {
+                            SourceCount& merged, bool ownPortAlone) {
   Kel::Ptr<Igmp::IgmpV3GroupRecord> record(host.v3group().find(group, recordPlace));
   if (!record) record = host.v3groupIs(group);
   record->sourceIs();
+  record->heardBackIs(ownPortAlone);
   if (auto const mode = modeOf(merged))
     fill(*record, *mode, merged);
   else

@@ -91,7 +91,7 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   CommonRecord::Record commonRecord(KelIgmpGroup& group);
   bool mergeMemberPorts(KelIgmpGroup& group, SourceCount& merged) const;
   void writeRecord(Igmp::IgmpHost& host, Wirex::IpAddr group, std::uint32_t& recordPlace,
-                   SourceCount& merged);
+                   SourceCount& merged, bool ownPortAlone);
 
   VlanId vlanId_;
   bool initialized_ = false;

@@ -49,6 +49,7 @@ class KEL_EXPORT IgmpV3GroupRecord : public Kel::Entity {
    public:
     virtual void onFilterMode() {}
     virtual void onSource() {}
+    virtual void onHeardBack() {}
 
    protected:
     using NotifieeOf::NotifieeOf;
@@ -77,6 +78,12 @@ class KEL_EXPORT IgmpV3GroupRecord : public Kel::Entity {
   }
   void sourceDel() { source_.is(*this, nullptr); }
 
+  /// Whether it says only what was learned on the host's own port. Its host keeps that to itself:
+  /// whoever is on the port would hear the membership from the switch after the last listener has
+  /// left, and two switches that share a port would tell it each other for ever.
+  bool heardBack() const { return heardBack_.get(); }
+  void heardBackIs(bool heardBack) { heardBack_.is(*this, heardBack); }
+
   /// Whether it is that of several hosts, none of which was looked at.
   bool isShared() const noexcept { return shared_; }
   void sharedIs(bool shared) noexcept { shared_ = shared; }
@@ -100,6 +107,7 @@ class KEL_EXPORT IgmpV3GroupRecord : public Kel::Entity {
  private:
   Wirex::IpAddr group_;
   bool shared_ = false;
+  Kel::Value<bool, &NotifieeConst::onHeardBack> heardBack_;
   Kel::Value<RecordType, &NotifieeConst::onFilterMode> filterMode_{RecordType::modeIsInclude};
   Kel::NullablePointer<IgmpV3HostGroupSourceList, &NotifieeConst::onSource> source_;
 };

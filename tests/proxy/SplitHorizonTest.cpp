@@ -148,6 +148,21 @@ TEST_F(SplitHorizon_Member, OnlyMemberThatExcludesHearsItsOwnExcludes) {
   EXPECT_EQ(record("swp1"), excluding({s1, s2}));
 }
 
+TEST_F(SplitHorizon_Member, RecordSaysWhetherItHoldsTheOwnExcludesAlone) {
+  auto const heardBack = [&](char const* name) {
+    return hosts->igmpHost(key(name).hostName())->v3group(g1)->heardBack();
+  };
+  port("swp1").reports(g1).exclude({s1});
+  publish();
+  EXPECT_TRUE(heardBack("swp1"));
+  EXPECT_FALSE(heardBack("up"));
+
+  port("swp2").reports(g1).exclude({s1});
+  publish();
+  EXPECT_EQ(record("swp1"), excluding({s1})) << "now the other port's";
+  EXPECT_FALSE(heardBack("swp1"));
+}
+
 TEST_F(SplitHorizon_Member, HearsWhatTheOtherPortsInclude) {
   port("swp1").reports(g1).include({s1});
   port("swp2").reports(g1).include({s2});

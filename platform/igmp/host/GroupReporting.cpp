@@ -102,6 +102,10 @@ void GroupReporting::onSource() {
   touch();
 }
 
+void GroupReporting::onHeardBack() {
+  if (notificationActive()) touch();
+}
+
 void GroupReporting::followSourceList() {
   sourceList_->notifierIs(notifier() ? notifier()->source() : nullptr);
 }

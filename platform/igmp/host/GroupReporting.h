@@ -57,6 +57,7 @@ class GroupReporting final : public IgmpV3GroupRecord::NotifieeConst, public Hor
   void notifierIs(Kel::Ptr<IgmpV3GroupRecord const> record) override;
   void onFilterMode() override;
   void onSource() override;
+  void onHeardBack() override;
 
  private:
   class KelSourceList;

@@ -14,7 +14,7 @@ bool excludes(IgmpV3GroupRecord const& record) {
 
 bool hasReceptionState(IgmpV3GroupRecord const* record) {
   // Every system is a member of all-systems, and none reports it (RFC 9776 section 5).
-  if (!record || record->group() == allSystems) return false;
+  if (!record || record->group() == allSystems || record->heardBack()) return false;
   return excludes(*record) || (record->source() && !record->source()->sourceIp().empty());
 }
 

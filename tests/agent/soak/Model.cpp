@@ -53,29 +53,6 @@ Filter merged(std::vector<Filter> const& reporters) {
   return port;
 }
 
-/// RFC 9776 section 6.4.1, once the timers of what nobody asks for have run out: what all in
-/// exclude mode exclude stays out, unless somebody includes it.
-Filter mergedByRouter(std::vector<Filter> const& reporters) {
-  Filter group;
-  std::map<Address, std::size_t> excluding;
-  Sources included;
-  std::size_t inExcludeMode = 0;
-  for (Filter const& filter : reporters) {
-    inExcludeMode += filter.exclude;
-    for (Address const source : filter.sources)
-      filter.exclude ? static_cast<void>(++excluding[source])
-                     : static_cast<void>(included.insert(source));
-  }
-  group.exclude = inExcludeMode != 0;
-  if (!group.exclude) {
-    group.sources = included;
-    return group;
-  }
-  for (auto const& [source, count] : excluding)
-    if (count == inExcludeMode && !included.contains(source)) group.sources.insert(source);
-  return group;
-}
-
 /// What the host of a port reports of a group whose member ports want this.
 ///
 /// Where other ports exclude sources of which none is common, everything is asked for, which is
@@ -241,6 +218,38 @@ int expectedVersion(Network const& network, Box const& box, Place const& place) 
   return version;
 }
 
+/// What all in exclude mode exclude stays out, unless somebody includes it.
+Filter mergedByRouter(std::vector<Filter> const& reporters) {
+  Filter group;
+  std::map<Address, std::size_t> excluding;
+  Sources included;
+  std::size_t inExcludeMode = 0;
+  for (Filter const& filter : reporters) {
+    inExcludeMode += filter.exclude;
+    for (Address const source : filter.sources)
+      filter.exclude ? static_cast<void>(++excluding[source])
+                     : static_cast<void>(included.insert(source));
+  }
+  group.exclude = inExcludeMode != 0;
+  if (!group.exclude) {
+    group.sources = included;
+    return group;
+  }
+  for (auto const& [source, count] : excluding)
+    if (count == inExcludeMode && !included.contains(source)) group.sources.insert(source);
+  return group;
+}
+
+/// Whether nobody else has anything of a group learned: then the host has a record of what its own
+/// port excludes, and keeps it to itself.
+bool isOnlyMember(Box const& box, Place const& place, Address group) {
+  Memberships const learned = membershipsOf(box);
+  return std::none_of(learned.begin(), learned.end(), [&](auto const& membership) {
+    Membership const& key = membership.first;
+    return key.vlan == box.primaryOf(place.vlan) && key.group == group && key.port != place.port;
+  });
+}
+
 std::map<Address, Filter> expectedBelief(Network const& network, Place const& place,
                                          Router const& router, Records const& records) {
   std::map<Address, Filter> expected;
@@ -257,7 +266,8 @@ std::map<Address, Filter> expectedBelief(Network const& network, Place const& pl
   if (host != records.end() && answers(network, box, place) && understands) {
     bool const older = version < 3;
     for (auto const& [group, filter] : host->second)
-      reported[group].push_back(older ? Filter::everySource() : filter);
+      if (!isOnlyMember(box, place, group))
+        reported[group].push_back(older ? Filter::everySource() : filter);
   }
   for (auto const& [group, filters] : reported) expected[group] = mergedByRouter(filters);
   return expected;

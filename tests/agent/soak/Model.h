@@ -41,6 +41,10 @@ bool isRouterPort(Box const& box, Place const& place);
 /// whose queries it answers, which on a router port are all of the VLAN's.
 int expectedVersion(Network const& network, Box const& box, Place const& place);
 
+/// What reporters of one network want together: RFC 9776 section 6.4.1, once the timers of what
+/// nobody asks for have run out.
+Filter mergedByRouter(std::vector<Filter> const& reporters);
+
 /// What a router must believe when hosts have these records: RFC 9776's merge of what the switch
 /// and the listeners at its own place want.
 std::map<Address, Filter> expectedBelief(Network const& network, Place const& place,

@@ -177,8 +177,14 @@ Box& Network::boxIs(Configuration const& configuration) {
 }
 
 void Network::linkIs(std::string const& port, std::string const& otherPort) {
-  links_[port] = otherPort;
-  links_[otherPort] = port;
+  segmentIs({port, otherPort});
+}
+
+void Network::segmentIs(std::vector<std::string> const& ports) {
+  for (std::string const& port : ports) {
+    others_[port] = ports;
+    std::erase(others_[port], port);
+  }
 }
 
 Listener& Network::listenerIs(Place const& place, Address address, int version) {
@@ -292,9 +298,10 @@ void Network::sentBySwitch(std::string const& port, Wirex::Bytes frame) {
 /// A message goes out of a port.
 void Network::leaves(Place const& at, Message const& message) {
   if (!boxOf(at.port).isUp(at.port)) return;
-  if (auto const link = links_.find(at.port); link != links_.end())
-    agenda_.in(flight,
-               [this, there = Place{link->second, at.vlan}, message] { arrives(there, message); });
+  if (auto const others = others_.find(at.port); others != others_.end())
+    for (std::string const& other : others->second)
+      agenda_.in(flight,
+                 [this, there = Place{other, at.vlan}, message] { arrives(there, message); });
   if (!listenersAt_.contains(at) && !routersAt_.contains(at)) return;
   if (getsLost(at)) return;
   agenda_.in(flight, [this, at, message] { hears(at, message, nullptr); });

@@ -104,6 +104,8 @@ class Network {
   /// Port names are unique in the network.
   Box& boxIs(Configuration const& configuration);
   void linkIs(std::string const& port, std::string const& otherPort);
+  /// What leaves one of the ports arrives at all others.
+  void segmentIs(std::vector<std::string> const& ports);
 
   Listener& listenerIs(Place const& place, Address address, int version);
   Router& routerIs(Place const& place, Address address);
@@ -145,7 +147,7 @@ class Network {
   Chance chance_;
   Interface::CaptureEthDevPams devices_;
   std::map<std::string, Box*> boxOf_;
-  std::map<std::string, std::string> links_;
+  std::map<std::string, std::vector<std::string>> others_;  // on a port's segment
   std::vector<std::pair<Place, std::unique_ptr<Listener>>> listeners_;
   std::vector<std::pair<Place, std::unique_ptr<Router>>> routers_;
   std::map<Place, std::vector<Listener*>> listenersAt_;

@@ -48,6 +48,15 @@ TEST_F(HostAnswer, NothingIsAnsweredWithoutRecords) {
   EXPECT_THAT(sentWithin(seconds(100)), IsEmpty());
 }
 
+TEST_F(HostAnswer, LeavesOutWhatOnlyTheOwnPortHas) {
+  exclude(group(1), {source(1)});
+  exclude(group(2), {source(1)});
+  heardBackIs(group(1), true);
+  hearsGeneralQuery();
+  hearsQuery(group(1));
+  EXPECT_THAT(sentWithin(seconds(10)), ElementsAre(report({isEx(group(2), {source(1)})})));
+}
+
 TEST_F(HostAnswer, ComesAtRandomWithinTheMaxResponseTimeAndNeverAtOnce) {
   exclude(group(1));
   std::set<Horix::Time> delays;

@@ -86,6 +86,21 @@ TEST_F(HostStateChange, LeavingFromExcludeIsToInOfNothing) {
   EXPECT_THAT(sent(), ElementsAre(report({toIn(group(1))})));
 }
 
+TEST_F(HostStateChange, WhatOnlyTheOwnPortHasIsNotToldItAndIsOnceAnotherPortHasItToo) {
+  writeExclude(group(1), {source(1)});
+  heardBackIs(group(1), true);
+  EXPECT_THAT(sentWithin(seconds(10)), IsEmpty());
+  heardBackIs(group(1), false);
+  EXPECT_THAT(sent(), ElementsAre(report({toEx(group(1), {source(1)})})));
+}
+
+TEST_F(HostStateChange, WhatOnlyTheOwnPortStillHasIsLeft) {
+  exclude(group(1), {source(1)});
+  rest();
+  heardBackIs(group(1), true);
+  EXPECT_THAT(sent(), ElementsAre(report({toIn(group(1))})));
+}
+
 TEST_F(HostStateChange, RecordWhoseSourceListIsTakenAwayIsLeft) {
   include(group(1), {source(1)});
   rest();

@@ -223,6 +223,10 @@ class HostTest : public testing::Test {
     writeExclude(group, sources);
     Kel::runActivities();
   }
+  void heardBackIs(IpAddr group, bool heardBack) {
+    host->v3group(group)->heardBackIs(heardBack);
+    Kel::runActivities();
+  }
   void drop(IpAddr group) {
     host->v3groupDel(group);
     Kel::runActivities();
