@@ -99,7 +99,7 @@ Live::Live(LiveCommand const& command, Configuration configuration,
                    ? nullptr
                    : std::make_unique<MetricsServer>(loop_, switch_, control_, command.metrics)),
       arguments_(command.arguments),
-      restart_(loop_, arguments_, [this](std::string const& path) { replaceProgram(path); }),
+      restart_(loop_, arguments_, [this](std::string const& path) { saveAndReplaceProgram(path); }),
       // Last, because devices take as many descriptors as there are.
       interfaces_(loop_, [this](IntfId const& intf, InterfaceState const& state) {
         handleInterface(intf, state);
@@ -197,12 +197,18 @@ void Live::restart(Restart::Told told) {
 
 /// With the file written too, a program that fails after all leaves no less than one that is
 /// killed.
+void Live::saveAndReplaceProgram(std::string const& path) {
+  if (state_)
+    state_->save([this, path] { replaceProgram(path); });
+  else
+    replaceProgram(path);
+}
+
 void Live::replaceProgram(std::string const& path) try {
   if (terminations_ > 0) return;
   serviceManager_.restarting();
   log(Severity::info, "restart: starting ", path, " anew");
   loop_.endBatch();
-  if (state_) state_->saveNow();
   Handover handover{sealedState(switch_), {control_.descriptor()}, devices_.passedOn()};
   if (metrics_) handover.listening.push_back(metrics_->descriptor());
   passPrivilegesOn();

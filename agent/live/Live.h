@@ -56,6 +56,7 @@ class Live {
   void handleInterface(Wirex::IntfId const& intf, InterfaceState const& state);
   void reload();
   void restart(Restart::Told told);
+  void saveAndReplaceProgram(std::string const& path);
   void replaceProgram(std::string const& path);
   void serversAcceptIs(bool accept);
   void leave();

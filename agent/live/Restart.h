@@ -19,7 +19,7 @@ class Restart final : private Horix::Timer {
   using Told = std::function<void(std::string const& problem)>;
 
   /// @param arguments with which the program was started, its name first.
-  /// @param replace does it; returns only if that fails.
+  /// @param replace does it, now or soon.
   Restart(Horix::EventLoop& loop, std::vector<std::string> arguments,
           std::function<void(std::string const& path)> replace);
 

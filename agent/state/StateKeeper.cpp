@@ -15,8 +15,13 @@ using Horix::Time;
 
 namespace {
 
-/// From one look at what has changed to the next, and so from one file to the next.
+/// From one file to the next.
 constexpr std::chrono::seconds pace(2);
+
+/// What changes together is kept together.
+constexpr std::chrono::milliseconds batchTime(50);
+
+constexpr std::chrono::seconds longestSaving(2);
 
 /// How much is gathered between two looks at the network: a fraction of a millisecond's work.
 constexpr std::size_t stepsAtOnce = 512;
@@ -54,7 +59,9 @@ StateKeeper::StateKeeper(std::string path, Switch& snoopingSwitch,
                          Kel::Ptr<Horix::TimerWheel const> timerWheel)
     : path_(std::move(path)), switch_(snoopingSwitch), timerWheel_(std::move(timerWheel)) {}
 
-StateKeeper::~StateKeeper() = default;
+StateKeeper::~StateKeeper() {
+  switch_.afterPublishIs(this, nullptr);
+}
 
 void StateKeeper::resume() {
   std::optional<std::string> file;
@@ -67,20 +74,43 @@ void StateKeeper::resume() {
 }
 
 void StateKeeper::begin() {
+  lastGathered_ = timerWheel_->now() - pace;
+  switch_.afterPublishIs(this, [this] { handleBatch(); });
   timerWheel_->schedule(*this, pace);
 }
 
+void StateKeeper::handleBatch() {
+  if (gathering_ || !hasChanged()) return;
+  Time const due = std::max<Time>(timerWheel_->now() + batchTime, lastGathered_ + pace);
+  if (!scheduled() || due < deadline()) timerWheel_->scheduleAt(*this, due);
+}
+
 void StateKeeper::onExpiry() {
+  if (saved_) {
+    continueSaving();
+    return;
+  }
   finishWriting();
   if (!gathering_ && !writing_.valid() && isDue()) gather();
   if (gathering_ && !gathering_->advance(stepsAtOnce)) startWriting();
-  timerWheel_->schedule(*this, gathering_ ? Time(Horix::TimerWheel::tick) : Time(pace));
+  timerWheel_->scheduleAt(*this, nextLook());
+}
+
+Time StateKeeper::nextLook() const {
+  Time const now = timerWheel_->now();
+  if (gathering_) return now + Horix::TimerWheel::tick;
+  if (writing_.valid()) return now + batchTime;
+  return hasChanged() ? std::max<Time>(now + batchTime, lastGathered_ + pace) : now + pace;
+}
+
+bool StateKeeper::hasChanged() const {
+  return Kel::mutationCount() != seenMutations_;
 }
 
 /// Entities tell of what has changed, but not that a time was renewed.
 bool StateKeeper::isDue() const {
-  return failed_ || Kel::mutationCount() != seenMutations_ ||
-         timerWheel_->now() - lastGathered_ >= renewalInterval();
+  Time const passed = timerWheel_->now() - lastGathered_;
+  return passed >= pace && (failed_ || hasChanged() || passed >= renewalInterval());
 }
 
 /// A small part of the time that the shortest-lived membership lives.
@@ -127,7 +157,30 @@ void StateKeeper::finishWriting() {
   failed_ = fails;
 }
 
+void StateKeeper::save(std::function<void()> saved) {
+  switch_.afterPublishIs(this, nullptr);
+  saved_ = std::move(saved);
+  latestSaved_ = timerWheel_->now() + longestSaving;
+  gather();
+  timerWheel_->schedule(*this, Horix::TimerWheel::tick);
+}
+
+/// What may be being written already is older, and comes to its end before.
+void StateKeeper::continueSaving() {
+  finishWriting();
+  bool const isGathered = gathering_ && !gathering_->advance(stepsAtOnce);
+  bool const isWritten = !gathering_ && !writing_.valid();
+  if (isGathered && !writing_.valid()) startWriting();
+  if (!isWritten && timerWheel_->now() < latestSaved_) {
+    timerWheel_->schedule(*this, Horix::TimerWheel::tick);
+    return;
+  }
+  gathering_.reset();
+  std::exchange(saved_, nullptr)();
+}
+
 void StateKeeper::saveNow() {
+  switch_.afterPublishIs(this, nullptr);
   cancel();
   gathering_.reset();
   if (writing_.valid()) writing_.wait();

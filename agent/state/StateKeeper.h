@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <future>
 #include <optional>
 #include <string>
@@ -19,10 +20,11 @@ void resumeOrWarn(Switch& snoopingSwitch, std::string const& name, std::string_v
 /// What a switch knows and has said, sealed, for one that goes on in its place at once.
 std::string sealedState(Switch& snoopingSwitch);
 
-/// Keeps what a switch knows in a file, and has the switch know again what is there. Some seconds
-/// after something has changed the file is replaced, and not if it would be the same; times that
-/// are only renewed wait longer. Gathering is done piece by piece on the loop, and writing, which
-/// the disk may hold up, by a thread that has nothing but the bytes.
+/// Keeps what a switch knows in a file, and has the switch know again what is there. When something
+/// has changed the file is replaced, at once if that has not been so for a few seconds, and not if
+/// it would be the same; times that are only renewed wait longer. Gathering is done piece by piece
+/// on the loop, and writing, which the disk may hold up, by a thread that has nothing but the
+/// bytes.
 class StateKeeper final : private Horix::Timer {
  public:
   /// @param snoopingSwitch outlives it.
@@ -41,6 +43,10 @@ class StateKeeper final : private Horix::Timer {
   /// Writes what is known now, and returns when it is written.
   void saveNow();
 
+  /// The same while the loop goes on, and keeps the file no more. Who waits is told when it is
+  /// written, or when that takes too long.
+  void save(std::function<void()> saved);
+
  private:
   /// What a file was written of, and what went wrong.
   struct Written {
@@ -49,7 +55,11 @@ class StateKeeper final : private Horix::Timer {
   };
 
   void onExpiry() override;
+  void handleBatch();
+  void continueSaving();
+  bool hasChanged() const;
   bool isDue() const;
+  Horix::Time nextLook() const;
   void gather();
   void startWriting();
   void finishWriting();
@@ -64,6 +74,8 @@ class StateKeeper final : private Horix::Timer {
   std::future<Written> writing_;
   std::size_t writtenHash_ = 0;
   bool failed_ = false;  // the last time
+  std::function<void()> saved_;
+  Horix::Time latestSaved_{};  // when who waits for that is told in any case
 };
 
 }  // namespace Agent

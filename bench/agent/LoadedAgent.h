@@ -62,6 +62,7 @@ class LoadedAgent {
 
   Agent::Switch& theSwitch() { return switch_; }
   ShiftedClock& clock() { return *clock_; }
+  Kel::Ptr<Horix::TimerWheel> const& timerWheel() { return loop_.timerWheel(); }
 
  private:
   template <class Action>

@@ -1,10 +1,12 @@
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <stdexcept>
 #include <string>
 
 #include <benchmark/benchmark.h>
 
+#include "agent/state/StateKeeper.h"
 #include "agent/text/Wording.h"
 #include "bench/agent/LoadedAgent.h"
 
@@ -26,7 +28,8 @@ std::string fourPorts() {
   return "[[interface]]\nname = \"swp[1-4]\"\n" +
          vlan(10,
               "interfaces = [\"swp[1-4]\"]\nstatic-bridge-mrouter-interface = [\"swp4\"]\n"
-              "max-groups = 0\nmax-group-sources = 0\nquery-interval = 3600\n");
+              "max-groups = 0\nmax-interface-groups = 0\nmax-interface-memberships = 0\n"
+              "max-group-sources = 0\nmax-interface-sources = 0\nquery-interval = 3600\n");
 }
 
 void require(bool holds, char const* what) {
@@ -137,6 +140,40 @@ void explainACrowdedGroup(benchmark::State& state) {
   });
 }
 
+/// Keeps the state in a file, as before a restart in place; the disk is waited for beside the loop.
+void saveState(benchmark::State& state) {
+  std::filesystem::path const file = std::filesystem::temp_directory_path() / "bench_turns.state";
+  measureFull(state, [&](LoadedAgent& agent) {
+    Agent::StateKeeper keeper(file, agent.theSwitch(), agent.timerWheel());
+    bool saved = false;
+    keeper.save([&] { saved = true; });
+    while (!saved) agent.turnAfter([] {});
+  });
+  std::filesystem::remove(file);
+}
+
+/// What a restart in place does last, when nothing is read any more.
+void handOver(benchmark::State& state) {
+  measureFull(state, [](LoadedAgent& agent) {
+    agent.turnAfter([&] { require(!sealedState(agent.theSwitch()).empty(), "nothing is known"); });
+  });
+}
+
+/// What the new program does first. The former one ends before: devices are a thread's.
+void takeOver(benchmark::State& state) {
+  std::string sealed;
+  {
+    LoadedAgent former(fourPorts());
+    fill(former);
+    sealed = sealedState(former.theSwitch());
+  }
+  auto const nothing = [](LoadedAgent&) {};
+  measure(state, fourPorts(), nothing, [&](LoadedAgent& agent) {
+    agent.turnAfter([&] { resumeOrWarn(agent.theSwitch(), "what was handed over", sealed); });
+    require(agent.memberships() == std::size_t{2} * groups, "not everything is taken over");
+  });
+}
+
 void once(benchmark::internal::Benchmark* event) {
   event->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
 }
@@ -163,5 +200,8 @@ BENCHMARK_CAPTURE(askOfManyVlans, showStatistics, R"({"command":"show","what":"s
 BENCHMARK_CAPTURE(askOfManyVlans, metrics, R"({"command":"metrics"})")->Apply(once);
 BENCHMARK(firstAndLastMonitor)->Apply(once);
 BENCHMARK(explainACrowdedGroup)->Apply(once);
+BENCHMARK(saveState)->Apply(once);
+BENCHMARK(handOver)->Apply(once);
+BENCHMARK(takeOver)->Apply(once);
 
 }  // namespace

@@ -155,6 +155,10 @@ class Switch:
         """From the next start on, what was learned is kept."""
         self.options += ["--state", self._home / "state"]
 
+    def kept_state(self):
+        """The bytes of the file in which it is kept."""
+        return (self._home / "state").read_bytes()
+
     def kill(self):
         """Ends the agent as a fault would."""
         self._process.kill()

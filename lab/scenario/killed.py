@@ -3,6 +3,7 @@
 The listeners are not asked meanwhile, so that whatever is known again was kept.
 """
 
+import socket
 import time
 
 from rig.routers import exclude, include
@@ -29,6 +30,11 @@ def play(lab, switch, router, port):
     lab.until(router.groups, known, within=5)
     time.sleep(3)  # until it is kept
 
+    desk.do("join 239.3.3.3")
+    known["239.3.3.3"] = exclude()
+    took = lab.until(lambda: socket.inet_aton("239.3.3.3") in switch.kept_state(), True, within=3)
+    lab.note(f"a join is kept after {took * 1000:.0f} ms")
+    lab.until(router.groups, known, within=1)
     killed = time.time()
     switch.kill()
     switch.start()
@@ -45,7 +51,7 @@ def play(lab, switch, router, port):
     lab.check(not false, f"told after the new start: {false}")
 
     # Who was known before can leave.
-    desk.do("leave 239.2.2.2", "leave 232.1.1.1", "leave 239.4.4.4")
+    desk.do("leave 239.2.2.2", "leave 232.1.1.1", "leave 239.3.3.3", "leave 239.4.4.4")
     tv.do("leave 239.1.1.1")
     lab.until(router.groups, {"232.1.1.1": include("192.0.2.1", "192.0.2.2")}, within=5)
 
