@@ -241,7 +241,7 @@ class HostsListing final : public Listing {
     hosts_.pop_back();
     Igmp::IgmpHost const* const host = find();
     if (!host) return;
-    Json object = hostAttributes(attributesOf(*host));
+    Json object = hostAttributes(attributesOf(*host, *theSwitch().proxy().igmpHostStatusDir()));
     object["group"] = Json::array();
     add(out, "hosts", std::move(object));
     for (IpAddr const group : host->v3group().keys())

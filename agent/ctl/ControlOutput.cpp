@@ -265,7 +265,10 @@ void printHosts(std::ostream& out, Json const& document) {
     each.name = textAt(host, "name");
     each.vlan = numberAt(host, "vlan");
     each.interface = textAt(host, "interface");
-    each.igmpVersion = static_cast<Igmp::IgmpVersion>(host.value("igmp-version", 3));
+    unsigned const configured = host.value("igmp-version", 3u);
+    each.igmpVersion = static_cast<Igmp::IgmpVersion>(configured);
+    each.spokenVersion =
+        static_cast<Igmp::IgmpVersion>(host.value("spoken-igmp-version", configured));
     each.blocked = host.value("blocked", false);
     using Bridging::AllowedTrafficDirection;
     for (auto const direction : {AllowedTrafficDirection::ingress, AllowedTrafficDirection::egress,

@@ -147,7 +147,17 @@ class Explainer {
               });
   }
 
+  void addLinkLocalIgnored() {
+    if (!explanation_.group.isLinkLocalMulticast()) return;
+    for (auto const& [intf, port] : switch_.ports()) {
+      auto const* const counters = port.counters(explanation_.vlan);
+      auto const times = counters ? counters->ignoredFor(Igmp::IgnoreReason::groupLinkLocal) : 0;
+      if (times > 0) explanation_.linkLocalIgnored.emplace_back(textOf(intf), times);
+    }
+  }
+
   void addIgnored() {
+    addLinkLocalIgnored();
     auto const* const learning = switch_.learning(explanation_.vlan);
     if (!learning) return;
     learning->turnedAway().forEach(

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "agent/Switch.h"
@@ -109,6 +110,8 @@ struct Explanation {
 
   std::vector<ExplainedPort> ports;       ///< in natural order; the own one among them
   std::vector<ExplainedRefusal> ignored;  ///< by port in natural order; of each the latest alone
+  /// If the group is one of 224.0.0.0/24: how often ports heard of any of these.
+  std::vector<std::pair<std::string, std::uint64_t>> linkLocalIgnored;
   MergeRule rule = MergeRule::nobody;
   std::vector<ExplainedSource> sources;  ///< by address
   std::optional<SourceFilter> merged;    ///< what the merge gives

@@ -79,8 +79,21 @@ std::string whyNoHost(Explanation const& explanation) {
   return {};
 }
 
+/// Each once.
+std::string portsThatTurnedAway(Explanation const& explanation) {
+  std::vector<std::string> ports;
+  for (ExplainedRefusal const& refusal : explanation.ignored)
+    if (ports.empty() || ports.back() != refusal.interface) ports.push_back(refusal.interface);
+  return enumerated(ports, "and");
+}
+
 std::string whyNoRecord(Explanation const& explanation) {
   std::string const group = message(explanation.group);
+  if (explanation.group.isLinkLocalMulticast())
+    return "Groups of 224.0.0.0/24 are neither learned nor reported.";
+  if (explanation.ports.empty() && !explanation.ignored.empty())
+    return message("Whoever asked for ", group, " on ", portsThatTurnedAway(explanation),
+                   " was turned away, as told below.");
   if (explanation.ports.empty())
     return message("No port of VLAN ", explanation.learnedIn, " has a listener of ", group,
                    ", so there is nothing to report.");
@@ -165,12 +178,20 @@ std::string whyUnasked(Explanation const& explanation) {
                  "interface makes it a router port, report-on = \"all\" lifts the rule.");
 }
 
+/// What routers cannot know.
+char const* costOf(Igmp::IgmpVersion version) {
+  return version == Igmp::IgmpVersion::v1
+             ? "IGMPv1 names no sources, so routers send all of them, and knows no leave, so they "
+               "go on for minutes."
+             : "IGMPv2 names no sources, so routers send all of them.";
+}
+
 std::string versionText(ExplainedSending const& sending) {
   if (sending.spokenVersion == sending.configuredVersion)
     return message("It speaks IGMPv", sending.spokenVersion, ", as configured.");
   return message("It speaks IGMPv", sending.spokenVersion, ", not IGMPv", sending.configuredVersion,
                  " as configured, because the querier ", sending.olderQuerier,
-                 " speaks that version.");
+                 " speaks that version. ", costOf(sending.spokenVersion));
 }
 
 std::string countersText(ExplainedSending const& sending) {
@@ -212,6 +233,17 @@ std::string filterText(SourceFilter const& filter) {
   return message(filter.mode, ' ', filter.sources.empty() ? "nothing" : addresses(filter.sources));
 }
 
+namespace {
+
+std::string wishText(SourceFilter const& record) {
+  if (record == SourceFilter{IgmpFilterMode::exclude, {}}) return "every source (exclude nothing)";
+  if (record.mode == IgmpFilterMode::exclude)
+    return message("every source but ", addresses(record.sources), " (exclude)");
+  return message(addresses(record.sources), " (include)");
+}
+
+}  // namespace
+
 std::string verdictOf(Explanation const& explanation) {
   if (explanation.standing != Standing::hasHost) return whyNoHost(explanation);
   std::string const host =
@@ -219,13 +251,18 @@ std::string verdictOf(Explanation const& explanation) {
   if (!explanation.record)
     return message(host, " reports nothing for ", explanation.group, ". ",
                    whyNoRecord(explanation));
-  if (*explanation.record == SourceFilter{IgmpFilterMode::exclude, {}})
-    return message(host, " reports ", explanation.group, ": every source (exclude nothing).");
-  if (explanation.record->mode == IgmpFilterMode::exclude)
-    return message(host, " reports ", explanation.group, ": every source but ",
-                   addresses(explanation.record->sources), " (exclude).");
-  return message(host, " reports ", explanation.group, ": ", addresses(explanation.record->sources),
-                 " (include).");
+  bool const hasSent = explanation.sending && explanation.sending->sinceSent;
+  char const* const silence = hasSent ? "" : ", but has sent nothing so far";
+  std::string const wish = wishText(*explanation.record);
+  if (explanation.sending &&
+      explanation.sending->spokenVersion < explanation.sending->configuredVersion)
+    return message(host, hasSent ? " says \"v" : " would say \"v",
+                   explanation.sending->spokenVersion, " report ", explanation.group, '"', silence,
+                   ". Its record is ", wish, ", but the querier ",
+                   explanation.sending->olderQuerier, " speaks IGMPv",
+                   explanation.sending->spokenVersion, '.');
+  return message(host, hasSent ? " reports " : " would report ", explanation.group, ": ", wish,
+                 silence, '.');
 }
 
 std::string mergeOf(Explanation const& explanation) {
@@ -295,6 +332,9 @@ std::vector<std::string> ignoredOf(Explanation const& explanation) {
     sentences.emplace_back(
         "Groups of 224.0.0.0/24 are never learned: they are forwarded everywhere, and nobody has "
         "to report them.");
+  for (auto const& [interface, times] : explanation.linkLocalIgnored)
+    sentences.push_back(message(interface, ": ", times, times == 1 ? " report" : " reports",
+                                " of such groups ignored so far."));
   for (ExplainedRefusal const& refusal : explanation.ignored)
     sentences.push_back(
         message(refusal.interface, ", reporter ", refusal.reporter, ": ", refusal.times,

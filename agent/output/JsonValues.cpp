@@ -90,6 +90,8 @@ Json hostAttributes(HostRecords const& host) {
   object["vlan"] = host.vlan;
   object["interface"] = host.interface;
   object["igmp-version"] = static_cast<unsigned>(host.igmpVersion);
+  if (host.spokenVersion != host.igmpVersion)
+    object["spoken-igmp-version"] = static_cast<unsigned>(host.spokenVersion);
   object["blocked"] = host.blocked;
   object["direction"] = message(host.direction);
   return object;

@@ -28,7 +28,8 @@ std::vector<IgnoredInput> ignoredBy(Switch::Ports const& ports) {
 }  // namespace
 
 Snapshot snapshotOf(Switch const& snoopingSwitch) {
-  return {snoopingSwitch.now(), hostsIn(*snoopingSwitch.entities().hosts),
+  return {snoopingSwitch.now(),
+          hostsIn(*snoopingSwitch.entities().hosts, *snoopingSwitch.proxy().igmpHostStatusDir()),
           ignoredBy(snoopingSwitch.ports())};
 }
 

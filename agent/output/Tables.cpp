@@ -29,10 +29,15 @@ std::string sourcesText(SourceFilter const& filter) {
 }
 
 /// Each host's own columns are filled in its first row only.
+std::string versionText(HostRecords const& host) {
+  if (host.spokenVersion == host.igmpVersion) return message(host.igmpVersion);
+  return message(host.spokenVersion, ", not ", host.igmpVersion);
+}
+
 void addHost(TextTable& table, HostRecords const& host) {
   std::vector<std::string> row{std::to_string(host.vlan),
                                host.interface,
-                               message(host.igmpVersion),
+                               versionText(host),
                                host.blocked ? "yes" : "no",
                                message(host.direction),
                                nothing,

@@ -18,8 +18,8 @@ std::vector<Wirex::IpAddr> sorted(std::vector<Wirex::IpAddr> addresses) {
   return addresses;
 }
 
-HostRecords recordsOf(Igmp::IgmpHost const& host) {
-  HostRecords records = attributesOf(host);
+HostRecords recordsOf(Igmp::IgmpHost const& host, Igmp::IgmpHostStatusDir const& statuses) {
+  HostRecords records = attributesOf(host, statuses);
   for (Wirex::IpAddr const group : host.v3group().keys())
     records.groups.push_back({group, filterOf(*host.v3group().peek(group))});
   std::sort(records.groups.begin(), records.groups.end(),
@@ -44,12 +44,14 @@ SourceFilter filterOf(Bridging::IgmpSnooping::IgmpMembership const& membership) 
           sorted({membership.source().begin(), membership.source().end()})};
 }
 
-HostRecords attributesOf(Igmp::IgmpHost const& host) {
+HostRecords attributesOf(Igmp::IgmpHost const& host, Igmp::IgmpHostStatusDir const& statuses) {
   HostRecords records;
   records.name = textOf(host.name().stringValue());
   records.vlan = host.vlanId();
   records.interface = textOf(host.intfId().stringValue());
-  records.igmpVersion = host.igmpVersion();
+  records.igmpVersion = records.spokenVersion = host.igmpVersion();
+  if (auto const status = statuses.igmpHostStatus(host.name()))
+    records.spokenVersion = status->compatibilityMode();
   records.blocked = host.blocked();
   records.direction = host.direction();
   return records;
@@ -60,9 +62,10 @@ bool precedes(HostRecords const& a, HostRecords const& b) {
   return precedesNaturally(a.interface, b.interface);
 }
 
-std::vector<HostRecords> hostsIn(Igmp::IgmpHostDir const& directory) {
+std::vector<HostRecords> hostsIn(Igmp::IgmpHostDir const& directory,
+                                 Igmp::IgmpHostStatusDir const& statuses) {
   std::vector<HostRecords> hosts;
-  for (auto const& [name, host] : directory.igmpHost()) hosts.push_back(recordsOf(*host));
+  for (auto const& [name, host] : directory.igmpHost()) hosts.push_back(recordsOf(*host, statuses));
   std::sort(hosts.begin(), hosts.end(), precedes);
   return hosts;
 }

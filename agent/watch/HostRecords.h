@@ -33,7 +33,8 @@ struct HostRecords {
   std::string name;
   unsigned vlan = 0;
   std::string interface;
-  Igmp::IgmpVersion igmpVersion = Igmp::IgmpVersion::v3;
+  Igmp::IgmpVersion igmpVersion = Igmp::IgmpVersion::v3;    ///< as configured
+  Igmp::IgmpVersion spokenVersion = Igmp::IgmpVersion::v3;  ///< on account of older queriers
   bool blocked = false;
   Bridging::AllowedTrafficDirection direction = Bridging::AllowedTrafficDirection::both;
   std::vector<GroupRecord> groups;  ///< ascending by address
@@ -43,12 +44,14 @@ SourceFilter filterOf(Igmp::IgmpV3GroupRecord const& record);
 SourceFilter filterOf(Bridging::IgmpSnooping::IgmpMembership const& membership);
 
 /// A host without its groups.
-HostRecords attributesOf(Igmp::IgmpHost const& host);
+/// @param statuses may lack that of the host, which then speaks as configured.
+HostRecords attributesOf(Igmp::IgmpHost const& host, Igmp::IgmpHostStatusDir const& statuses);
 
 /// By VLAN, then by interface in natural order.
 bool precedes(HostRecords const& a, HostRecords const& b);
 
 /// All hosts, by VLAN and then by interface in natural order.
-std::vector<HostRecords> hostsIn(Igmp::IgmpHostDir const& directory);
+std::vector<HostRecords> hostsIn(Igmp::IgmpHostDir const& directory,
+                                 Igmp::IgmpHostStatusDir const& statuses);
 
 }  // namespace Agent

@@ -170,8 +170,8 @@ TEST_F(ProgramTest, ReplayPrintsOneJsonDocument) {
 TEST_F(ProgramTest, ReplayExplainsInPlaceOfTheRecords) {
   auto const outcome = replay("--explain 10/swp2/239.1.1.1 swp1=" + capture());
   EXPECT_EQ(outcome.status, 0);
-  EXPECT_THAT(outcome.out, StartsWith("The host on swp2 in VLAN 10 reports 239.1.1.1: every "
-                                      "source (exclude nothing).\n"));
+  EXPECT_THAT(outcome.out, StartsWith("The host on swp2 in VLAN 10 would report 239.1.1.1: every "
+                                      "source (exclude nothing), but has sent\nnothing so far.\n"));
   EXPECT_THAT(outcome.out, HasSubstr("swp1 wants every source"));
 
   auto const document =

@@ -189,10 +189,19 @@ TEST_F(ControlProgramTest, HostsAsJsonAreInTheFormatOfAReplay) {
             R"({"address":"239.1.1.1","filter-mode":"include","source":["192.0.2.1"]}]})");
 }
 
+TEST_F(ControlProgramTest, HostsAreShownWithTheVersionThatTheySpeak) {
+  test.hear("swp2", FrameBuilder::queryV2({}, 10).from(IpAddr(10, 0, 0, 254)));
+  EXPECT_THAT(out("show hosts"), HasSubstr("  10  swp2       2, not 3  no "));
+  auto const document = nlohmann::json::parse(out("show hosts -j --interface swp2"));
+  EXPECT_EQ(document.at("hosts").at(0).at("igmp-version"), 3);
+  EXPECT_EQ(document.at("hosts").at(0).at("spoken-igmp-version"), 2);
+}
+
 TEST_F(ControlProgramTest, ExplainsInTextAndJson) {
   test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
   std::string const of = "explain --vlan 10 --interface swp2 --group 239.1.1.1";
-  EXPECT_THAT(out(of), StartsWith("The host on swp2 in VLAN 10 reports 239.1.1.1: 192.0.2.1 "));
+  EXPECT_THAT(out(of),
+              StartsWith("The host on swp2 in VLAN 10 would report 239.1.1.1: 192.0.2.1 "));
   EXPECT_EQ(nlohmann::json::parse(out(of + " -j")).at("rule"), "inclusion");
 }
 

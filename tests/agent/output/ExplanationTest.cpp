@@ -112,7 +112,8 @@ TEST_F(ExplanationTest, PortThatWantsEverySourceIsTheReason) {
   EXPECT_EQ(explanation.record, exclude({}));
   EXPECT_THAT(mergeOf(explanation), StartsWith("swp2 wants every source"));
   EXPECT_THAT(verdictOf(explanation),
-              "The host on swp3 in VLAN 10 reports 239.1.1.1: every source (exclude nothing).");
+              "The host on swp3 in VLAN 10 would report 239.1.1.1: every source (exclude nothing), "
+              "but has sent nothing so far.");
 }
 
 TEST_F(ExplanationTest, SourceThatNotAllPortsExcludeIsNotExcluded) {
@@ -143,6 +144,57 @@ TEST_F(ExplanationTest, WhyThereIsNoRecord) {
   auto const own = explained("swp3");
   EXPECT_EQ(own.record, std::nullopt);
   EXPECT_THAT(verdictOf(own), HasSubstr("Only swp3 itself has listeners of 239.1.1.1"));
+}
+
+TEST_F(ExplanationTest, ReportsOnlyWhereSomethingWasSent) {
+  test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
+  EXPECT_EQ(verdictOf(explained("swp3")),
+            "The host on swp3 in VLAN 10 would report 239.1.1.1: 192.0.2.1 (include), but has sent "
+            "nothing so far.");
+  test.hear("swp3", FrameBuilder::queryV3({}).from(IpAddr(10, 0, 0, 254)));
+  test.advance(20s);
+  EXPECT_EQ(verdictOf(explained("swp3")),
+            "The host on swp3 in VLAN 10 reports 239.1.1.1: 192.0.2.1 (include).");
+}
+
+TEST_F(ExplanationTest, TellsWhatTheWireSaysToAnOlderQuerier) {
+  test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
+  test.hear("swp3", FrameBuilder::queryV2({}, 10).from(IpAddr(10, 0, 0, 254)));
+  EXPECT_THAT(verdictOf(explained("swp3")),
+              HasSubstr("would say \"v2 report 239.1.1.1\", but has sent nothing so far."));
+  test.advance(30s);
+  EXPECT_EQ(verdictOf(explained("swp3")),
+            "The host on swp3 in VLAN 10 says \"v2 report 239.1.1.1\". Its record is 192.0.2.1 "
+            "(include), but the querier 10.0.0.254 speaks IGMPv2.");
+}
+
+TEST_F(ExplanationTest, ListenersThatWereTurnedAwayAreNotCalledNone) {
+  TestSwitch full(R"(
+    [defaults]
+    max-interface-groups = 1
+    [[interface]]
+    name = "swp[1-2]"
+    [[vlan]]
+    id = 10
+    querier = { igmp-version = 3 }
+    interfaces = ["swp[1-2]"]
+  )");
+  full.hear("swp1", FrameBuilder::reportV2(otherGroup).from(tv));
+  full.hear("swp1", FrameBuilder::reportV2(group).from(tv));
+  EXPECT_EQ(verdictOf(explain(full.snooping, VlanId(10), Wirex::IntfId("swp2"), group)),
+            "The host on swp2 in VLAN 10 reports nothing for 239.1.1.1. Whoever asked for "
+            "239.1.1.1 on swp1 was turned away, as told below.");
+}
+
+TEST_F(ExplanationTest, LinkLocalGroupsAreNeverReportedAndTheirReportsCounted) {
+  IpAddr const mdns(224, 0, 0, 251);
+  test.hear("swp1", FrameBuilder::reportV2(mdns).from(tv));
+  auto const explanation = explain(test.snooping, VlanId(10), Wirex::IntfId("swp2"), mdns);
+  EXPECT_EQ(verdictOf(explanation),
+            "The host on swp2 in VLAN 10 reports nothing for 224.0.0.251. Groups of 224.0.0.0/24 "
+            "are neither learned nor reported.");
+  EXPECT_THAT(ignoredOf(explanation),
+              testing::Contains("swp1: 1 report of such groups ignored so far."));
 }
 
 TEST_F(ExplanationTest, WhyThereIsNoHost) {
@@ -230,7 +282,7 @@ TEST_F(ExplanationTest, TellsWhichQuerierHasTheHostSpeakAnOlderVersion) {
   auto const sentences = sendingOf(explained("swp3"));
   EXPECT_THAT(sentences[1],
               "It speaks IGMPv2, not IGMPv3 as configured, because the querier 10.0.0.254 speaks "
-              "that version.");
+              "that version. IGMPv2 names no sources, so routers send all of them.");
   EXPECT_THAT(sentences[2], HasSubstr("It sends from 0.0.0.0"));
   EXPECT_THAT(sentences[3], HasSubstr("3 IGMPv2 reports"));
   EXPECT_GE(*explained("swp3").sending->sinceSent, 10s)

@@ -177,7 +177,8 @@ Records expectedRecords(Box const& box, Memberships const& learned) {
 
 Records recordsOf(Box const& box) {
   Records is;
-  for (HostRecords const& host : hostsIn(*box.agent().entities().hosts)) {
+  for (HostRecords const& host :
+       hostsIn(*box.agent().entities().hosts, *box.agent().proxy().igmpHostStatusDir())) {
     auto& records = is[{host.interface, host.vlan}];
     for (GroupRecord const& record : host.groups)
       records[record.address] = {
