@@ -1,9 +1,11 @@
 """Multicast routers of other makers, and their own view of who listens."""
 
 import json
+import os
 import pathlib
 import select
 import shutil
+import signal
 import socket
 import subprocess
 import time
@@ -137,3 +139,66 @@ class PimRouter:
             if wanted or mode == "exclude":  # pimd keeps a group without sources for a while
                 found[entry["group"]] = mode, frozenset(wanted)
         return found
+
+
+class PimdRouter:
+    """Debian's pimd. It ignores records that exclude sources, and of included sources it keeps some
+    that nobody wants any more, so that its view is of groups. Its queries give ten seconds."""
+
+    # Its timers, which are of five seconds, stand still while it is asked more often.
+    _PAUSE = 7
+
+    def __init__(self, program, namespace, address, version=3, interface="eth0", interval=12):
+        self.namespace = namespace
+        self._seen, self._asked = {}, 0
+        namespace.address(interface, address)
+        self._home = pathlib.Path("/run/pimd") / namespace.name
+        self._home.mkdir(parents=True)
+        (self._home / "pimd.conf").write_text(
+            f"igmp-query-interval {interval}\nphyint {interface} enable igmpv{version}\n"
+            f"bsr-candidate {interface}\nrp-candidate {interface}\n", encoding="ascii")
+        # What it writes goes to fixed places under /run.
+        namespace.start(["unshare", "--mount", "sh", "-c",
+                         f"mount --bind {self._home} /run && exec {program} -f -N -c /run/pimd.conf"],
+                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+    def ready(self):
+        return (self._home / "pimd.pid").exists()
+
+    def query(self):
+        """Its timers are its own."""
+
+    def _dump(self):
+        """The tables that it writes when it is asked to."""
+        file = self._home / "pimd" / "pimd.dump"
+        file.unlink(missing_ok=True)
+        os.kill(int((self._home / "pimd.pid").read_text(encoding="ascii")), signal.SIGUSR1)
+        end = time.monotonic() + 10
+        while time.monotonic() < end:
+            text = file.read_text(encoding="ascii") if file.exists() else ""
+            if "Number of Cache MIRRORs" in text:
+                return text
+            time.sleep(0.01)
+        raise RuntimeError(f"{self.namespace.name}: pimd does not write {file}")
+
+    def groups(self):
+        """As it was some seconds ago."""
+        if time.monotonic() - self._asked > self._PAUSE:
+            self._seen = self._groups()
+            self._asked = time.monotonic()
+        return self._seen
+
+    def _groups(self):
+        """The groups that have members on its first interface, which is the only one."""
+        found = set()
+        lines = iter(self._dump().splitlines())
+        for line in lines:
+            words = line.split()
+            if line.strip().startswith("Vif  SSM Group"):
+                while len(words := next(lines).split()) > 2:
+                    found.add(words[1])
+            elif words[:1] == ["INADDR_ANY"]:
+                group = words[1]
+            elif words[:2] == ["Leaves", "oifs:"] and words[2].startswith("l"):
+                found.add(group)
+        return {group: exclude() for group in found}

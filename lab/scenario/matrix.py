@@ -11,16 +11,14 @@ CELLS = [
     "bridge3-elected", "bridge3-yields", "bridge3-two", "bridge3-row", "bridge3-pair",
     "bridge2-elected", "bridge2-yields", "bridge2-two", "bridge2-row", "bridge2-pair",
     "frr-elected", "frr-yields", "frr-two", "frr-row", "frr-pair",
+    "pimd-elected", "pimd-yields", "pimd-two", "pimd-row", "pimd-pair",
 ]
 CI = ["bridge3-yields"]
 
-# Seconds, of everybody's queries. A host of version 1 takes up to ten to answer, whatever is asked,
-# and is to be remembered meanwhile.
-INTERVAL, RESPONSE = 5, 3
-TIMING = {"query_interval": INTERVAL, "query_max_response_time": RESPONSE}
-ROUNDS = 3 * INTERVAL + RESPONSE
-# What is left in silence lives for robustness * interval + 2 * response time; routers add theirs.
-FORGOTTEN = 2 * (2 * INTERVAL + 2 * RESPONSE) + 2
+# Seconds, of everybody's queries: their interval, and the time for answers. A host of version 1 takes
+# up to ten to answer, whatever is asked, and is to be remembered meanwhile. pimd always asks for ten.
+TIMING = {"pimd": (12, 10)}
+USUAL_TIMING = 5, 3
 
 FIRST = {"239.0.1.1": exclude(), "239.0.2.1": exclude(),
          "239.0.3.1": include("192.0.2.1", "192.0.2.2"), "239.0.4.1": exclude("192.0.2.9"),
@@ -34,8 +32,14 @@ LEFT = {"239.0.4.1": exclude("192.0.2.8", "192.0.2.9"), "232.1.1.1": include("19
 class Matrix:
     def __init__(self, lab, router, place):
         self.lab, self.kind, self.place = lab, router, place
+        self.knows_groups_only = router in ("bridge2", "pimd")
         self.routers = []
         self.listeners = {}
+        self.interval, self.response = TIMING.get(router, USUAL_TIMING)
+        self.rounds = 3 * self.interval + self.response
+        # What is left in silence lives for robustness * interval + 2 * response time; routers add
+        # theirs.
+        self.forgotten = 2 * (2 * self.interval + 2 * self.response) + 2
 
     # Making
 
@@ -49,23 +53,29 @@ class Matrix:
 
     def plug_router(self, name, switch, port):
         if self.kind == "frr":
-            router = self.lab.pim_router(name, switch, port, interval=INTERVAL,
-                                         response=RESPONSE)
+            router = self.lab.pim_router(name, switch, port, interval=self.interval,
+                                         response=self.response)
+        elif self.kind == "pimd":
+            router = self.lab.pimd_router(name, switch, port, interval=self.interval)
         else:
             router = self.lab.bridge_router(name, switch, port, version=int(self.kind[-1]))
-            # In hundredths of a second.
-            router.set(f"mcast_query_interval {INTERVAL}00 mcast_query_response_interval"
-                       f" {RESPONSE}00 mcast_membership_interval {2 * INTERVAL + 2 * RESPONSE}00"
-                       f" mcast_querier_interval {2 * INTERVAL + RESPONSE}00")
+            interval, response = 100 * self.interval, 100 * self.response  # of hundredths
+            router.set(f"mcast_query_interval {interval} mcast_query_response_interval {response}"
+                       f" mcast_membership_interval {2 * interval + 2 * response}"
+                       f" mcast_querier_interval {2 * interval + response}")
         self.routers.append(router)
 
     def start(self, switch, **settings):
         switch.fabric()
-        if self.kind != "frr" and self.place in ("yields", "two"):
+        if self.kind.startswith("bridge") and self.place in ("yields", "two"):
             # A bridge that does not query does nothing else either by which it could be heard.
             settings["static_bridge_mrouter_interface"] = switch.ports[3:]
+        if self.knows_groups_only:
+            # Who asks for version 2 has source-specific listeners report without sources, too.
+            settings["ssm_range"] = "none"
         switch.vlan(10, querier=2 if self.kind == "bridge2" else 3,
-                    sender_source_address=f"10.0.200.{len(self.lab.switches)}", **TIMING,
+                    sender_source_address=f"10.0.200.{len(self.lab.switches)}",
+                    query_interval=self.interval, query_max_response_time=self.response,
                     **settings)
         # The bridge does not take the place of a querier that was there first.
         if self.place != "yields":
@@ -111,38 +121,41 @@ class Matrix:
     # Playing
 
     def expected(self, wanted):
-        """A router of version 2 knows of no sources."""
-        return {group: exclude() for group in wanted} if self.kind == "bridge2" else wanted
+        return {group: exclude() for group in wanted} if self.knows_groups_only else wanted
 
     def believes(self, wanted, within, why):
         expected = self.expected(wanted)
         for router in self.routers:
             self.lab.until(router.groups, expected, within, why=f"{why}, {router.namespace.name}")
         self.lab.stays(lambda: [router.groups() for router in self.routers],
-                       [expected] * len(self.routers), ROUNDS, why=f"{why}, over three rounds")
+                       [expected] * len(self.routers), self.rounds, why=f"{why}, over three rounds")
+
+    def blocks(self, source):
+        """pimd ignores who excludes sources."""
+        return [] if self.kind == "pimd" else [f"block {source} in 239.0.4.1"]
 
     def play(self):
         who = self.listeners
-        time.sleep(INTERVAL + RESPONSE)  # for the election, and for router ports to be known
+        time.sleep(self.interval + self.response)  # for the election, and for router ports to be known
         who["relic"].do("join 239.0.1.1")
         who["radio"].do("join 239.0.2.1")
         who["tv"].do("join 239.0.3.1 from 192.0.2.1 192.0.2.2",
                      "join 232.1.1.1 from 192.0.2.1 192.0.2.2",
-                     "join 239.0.4.1", "block 192.0.2.9 in 239.0.4.1")
+                     "join 239.0.4.1", *self.blocks("192.0.2.9"))
         who["desk"].do("join 232.1.1.1 from 192.0.2.2 192.0.2.3")
         if "guest" in who:  # wants less than the others do
             who["guest"].do("join 239.0.3.1 from 192.0.2.2", "join 232.1.1.1 from 192.0.2.2")
-        self.believes(FIRST, 2 * INTERVAL + 2 * RESPONSE, "after the joins")
+        self.believes(FIRST, 2 * self.interval + 2 * self.response, "after the joins")
         who["tv"].do("join 239.0.3.1 from 192.0.2.3", "leave 239.0.3.1 from 192.0.2.1",
-                     "block 192.0.2.8 in 239.0.4.1", "leave 232.1.1.1 from 192.0.2.1")
-        self.believes(CHANGED, FORGOTTEN, "after the changes")
+                     "leave 232.1.1.1 from 192.0.2.1", *self.blocks("192.0.2.8"))
+        self.believes(CHANGED, self.forgotten, "after the changes")
         who["relic"].do("leave 239.0.1.1")
         who["radio"].do("leave 239.0.2.1")
         who["tv"].do("leave 239.0.3.1")
         who["desk"].do("leave 232.1.1.1 from 192.0.2.3")
         if "guest" in who:
             who["guest"].do("leave 239.0.3.1")
-        self.believes(LEFT, FORGOTTEN, "after the leaves")
+        self.believes(LEFT, self.forgotten, "after the leaves")
 
 
 def run(lab, cell):
