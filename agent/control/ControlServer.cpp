@@ -11,6 +11,8 @@
 #include "agent/control/ForwardingAnswer.h"
 #include "agent/control/Metrics.h"
 #include "agent/control/ShowAnswers.h"
+#include "agent/control/StatisticsAnswer.h"
+#include "agent/control/VersionAnswer.h"
 #include "agent/forwarding/ForwardingWords.h"
 #include "agent/output/Explanation.h"
 #include "agent/output/JsonValues.h"
@@ -149,6 +151,9 @@ std::unique_ptr<Answer> ControlServer::answerTo(Request const& request) {
   if (request.command == "show") {
     if (request.what == "forwarding" && forwarding_)
       return forwardingAnswer(switch_, *forwarding_, request, start_);
+    if (request.what == "version") return versionAnswer(switch_.now() - start_, configuration_);
+    if (request.what == "statistics")
+      return statisticsAnswer(switch_, request, start_, configuration_);
     return showAnswer(switch_, request, start_, forwarding_);
   }
   if (request.command == "explain") return explanation(request);
@@ -157,7 +162,7 @@ std::unique_ptr<Answer> ControlServer::answerTo(Request const& request) {
   if (request.command == "trace") return tracing(request);
   if (request.command == "restart") return restarting();
   if (request.command == "metrics")
-    return std::make_unique<Framed>(metricsAnswer(switch_, *this, "", forwarding_));
+    return std::make_unique<Framed>(metricsAnswer(switch_, *this, "", forwarding_, configuration_));
   refuse("there is no command ", Agent::quoted(request.command));
 }
 

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "agent/Switch.h"
+#include "agent/config/ConfigurationState.h"
 #include "agent/control/MonitorFeed.h"
 #include "agent/control/Request.h"
 #include "agent/control/SocketServer.h"
@@ -25,6 +26,10 @@ class ControlServer final : public SocketServer {
   /// it is about to happen. Nobody at first.
   using Restart = std::function<void(std::function<void(std::string const& problem)>)>;
   void onRestartIs(Restart action) { onRestart_ = std::move(action); }
+
+  /// Of which is told. Outlives the server.
+  void configurationStateIs(ConfigurationState const& state) { configuration_ = &state; }
+  ConfigurationState const* configurationState() const { return configuration_; }
 
   /// Of which is told, too. Outlives the server.
   void forwardingIs(Forwarding const& forwarding) { forwarding_ = &forwarding; }
@@ -49,6 +54,7 @@ class ControlServer final : public SocketServer {
   Horix::Time start_;
   Restart onRestart_;
   Forwarding const* forwarding_ = nullptr;
+  ConfigurationState const* configuration_ = nullptr;
   MonitorFeed feed_;
 };
 

@@ -68,10 +68,11 @@ class Family {
 class Metrics final : public Answer {
  public:
   Metrics(Switch const& snoopingSwitch, SocketServer const& clients, std::string heading,
-          Forwarding const* forwarding)
+          Forwarding const* forwarding, ConfigurationState const* configuration)
       : switch_(snoopingSwitch),
         clients_(clients),
         forwarding_(forwarding),
+        configuration_(configuration),
         heading_(std::move(heading)),
         walk_(snoopingSwitch, {}) {}
 
@@ -268,6 +269,13 @@ class Metrics final : public Answer {
     family.sample({}, std::chrono::duration<double>(switch_.turns().longest).count());
   }
 
+  void configurationRefused(Family& family) const {
+    if (configuration_) family.sample({}, configuration_->refused ? 1 : 0);
+  }
+  void configurationRefusals(Family& family) const {
+    if (configuration_) family.sample({}, configuration_->refusals);
+  }
+
   void logLinesLost(Family& family) const { family.sample({}, lostLogLines()); }
 
   // ---- Of forwarding
@@ -297,6 +305,7 @@ class Metrics final : public Answer {
   Switch const& switch_;
   SocketServer const& clients_;
   Forwarding const* forwarding_;
+  ConfigurationState const* configuration_;
   std::string heading_;
   MembershipWalk walk_;
   std::map<std::pair<VlanId, IntfId>, std::uint64_t> memberships_;
@@ -345,6 +354,11 @@ std::vector<Metrics::Description> Metrics::fixedFamilies() {
        "How long one turn has held everything else up.", nullptr, &Metrics::longestTurn},
       {Family::Type::counter, "log_lines_lost", "Lines of the log that could not be written.",
        nullptr, &Metrics::logLinesLost},
+      {Family::Type::gauge, "configuration_refused",
+       "Whether the configuration was refused when last read.", nullptr,
+       &Metrics::configurationRefused},
+      {Family::Type::counter, "configuration_refusals",
+       "Configurations that had errors when read again.", nullptr, &Metrics::configurationRefusals},
       {Family::Type::gauge, "forwarding_active", "Whether a bridge forwards what was learned.",
        nullptr, &Metrics::forwardingActive},
       {Family::Type::gauge, "forwarding_entries",
@@ -364,8 +378,10 @@ std::vector<Metrics::Description> Metrics::fixedFamilies() {
 }  // namespace
 
 std::unique_ptr<Answer> metricsAnswer(Switch const& snoopingSwitch, SocketServer const& clients,
-                                      std::string heading, Forwarding const* forwarding) {
-  return std::make_unique<Metrics>(snoopingSwitch, clients, std::move(heading), forwarding);
+                                      std::string heading, Forwarding const* forwarding,
+                                      ConfigurationState const* configuration) {
+  return std::make_unique<Metrics>(snoopingSwitch, clients, std::move(heading), forwarding,
+                                   configuration);
 }
 
 }  // namespace Agent

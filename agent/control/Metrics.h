@@ -4,6 +4,7 @@
 #include <string>
 
 #include "agent/Switch.h"
+#include "agent/config/ConfigurationState.h"
 #include "agent/control/Answer.h"
 #include "agent/control/SocketServer.h"
 #include "agent/forwarding/Forwarding.h"
@@ -14,9 +15,11 @@ namespace Agent {
 /// message types and causes only, so that their number is bounded by the configuration.
 /// @param clients of whose socket is told.
 /// @param heading what stands before.
+/// @param configuration of whose refusals is told where it comes from a file.
 /// @param forwarding of which is told where it is configured. They outlive the answer.
 std::unique_ptr<Answer> metricsAnswer(Switch const& snoopingSwitch, SocketServer const& clients,
                                       std::string heading = "",
-                                      Forwarding const* forwarding = nullptr);
+                                      Forwarding const* forwarding = nullptr,
+                                      ConfigurationState const* configuration = nullptr);
 
 }  // namespace Agent

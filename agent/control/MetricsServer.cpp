@@ -42,10 +42,12 @@ std::unique_ptr<Answer> MetricsServer::answerToSilence(std::string_view input) {
 
 std::unique_ptr<Answer> MetricsServer::answerTo(std::string_view request) {
   loop().endBatch();
-  if (request.empty()) return metricsAnswer(switch_, control_, "", control_.forwarding());
+  if (request.empty())
+    return metricsAnswer(switch_, control_, "", control_.forwarding(),
+                         control_.configurationState());
   if (request.starts_with("GET "))
     return metricsAnswer(switch_, control_, httpHeading("200 OK", openMetrics),
-                         control_.forwarding());
+                         control_.forwarding(), control_.configurationState());
   return std::make_unique<TextAnswer>(httpHeading("405 Method Not Allowed", "text/plain") +
                                       "only GET is served\n");
 }

@@ -24,9 +24,11 @@ using Wirex::IntfId;
 
 class StatisticsListing final : public Listing {
  public:
-  StatisticsListing(Switch const& snoopingSwitch, Request const& request, Horix::Time start)
+  StatisticsListing(Switch const& snoopingSwitch, Request const& request, Horix::Time start,
+                    ConfigurationState const* configuration)
       : Listing(snoopingSwitch, request, start,
-                {"agent", "vlans", "interfaces", "hosts", "devices"}) {
+                {"agent", "vlans", "interfaces", "hosts", "devices"}),
+        configuration_(configuration) {
     for (InterfaceConfig const& interface : snoopingSwitch.configuration().interfaces)
       left_.push_back(interface.intfId);
     std::reverse(left_.begin(), left_.end());
@@ -59,6 +61,7 @@ class StatisticsListing final : public Listing {
     object["turn-count"] = turns.count;
     object["longest-turn"] = seconds(turns.longest);
     object["lost-log-line-count"] = lostLogLines();
+    if (configuration_) object["refused-configuration-count"] = configuration_->refusals;
     add(out, "agent", std::move(object));
   }
 
@@ -120,6 +123,7 @@ class StatisticsListing final : public Listing {
     for (auto const& counter : counters) object[counter.key] = counter.value(values);
   }
 
+  ConfigurationState const* configuration_;
   bool agentIsTold_ = false;
   std::vector<IntfId> left_;  // still to be shown, the next one last
 };
@@ -127,8 +131,9 @@ class StatisticsListing final : public Listing {
 }  // namespace
 
 std::unique_ptr<Answer> statisticsAnswer(Switch const& snoopingSwitch, Request const& request,
-                                         Horix::Time start) {
-  return std::make_unique<StatisticsListing>(snoopingSwitch, request, start);
+                                         Horix::Time start,
+                                         ConfigurationState const* configuration) {
+  return std::make_unique<StatisticsListing>(snoopingSwitch, request, start, configuration);
 }
 
 }  // namespace Agent

@@ -55,6 +55,13 @@ class ControlCommandLine {
   void addShow() {
     CLI::App* const show = add(app_, "show", "Show what the agent knows");
     show->require_subcommand(1);
+    CLI::App* const version = show->add_subcommand(
+        "version", "Which program runs since when, and with which configuration");
+    addJson(*version);
+    version->callback([this] {
+      command_.request.command = "show";
+      command_.request.what = "version";
+    });
     addShown(*show, "vlans", "The VLANs, and whether they are proxied");
     addShown(*show, "interfaces", "The interfaces and their state");
     addShown(*show, "groups", "Who listens to what");

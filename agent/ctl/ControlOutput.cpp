@@ -338,11 +338,25 @@ void printStatistics(std::ostream& out, Json const& document) {
   devices.print(out);
 
   out << "\nAgent\n\n";
-  TextTable agent({number("TURNS"), number("LONGEST MS"), number("LOG LOST"), {""}});
+  TextTable agent(
+      {number("TURNS"), number("LONGEST MS"), number("LOG LOST"), number("REFUSED"), {""}});
   for (Json const& each : document.at("agent"))
     agent.row({cell(each, "turn-count"), milliseconds(each.at("longest-turn").get<double>()),
-               cell(each, "lost-log-line-count"), ""});
+               cell(each, "lost-log-line-count"), cell(each, "refused-configuration-count"), ""});
   agent.print(out);
+}
+
+void printVersion(std::ostream& out, Json const& version) {
+  out << "igmpsnoopd " << cell(version, "version") << "\nRunning for "
+      << secondsCell(version, "uptime") << ", since " << cell(version, "started") << "; it is "
+      << cell(version, "date") << " now.\n";
+  auto const configuration = version.find("configuration");
+  if (configuration == version.end()) return;
+  out << "Configuration " << cell(*configuration, "file") << ", in use since "
+      << cell(*configuration, "in-use-since") << ".\n";
+  if (configuration->contains("refused"))
+    out << "Read again at " << cell(*configuration, "refused")
+        << " and refused: " << cell(*configuration, "problem") << '\n';
 }
 
 /// "include 192.0.2.1, 192.0.2.2", "exclude -".
@@ -385,6 +399,10 @@ Json ShownLists::takeDocument() {
 
 void printShown(std::ostream& out, Request const& request, Json const& document) {
   std::string const& what = request.what;
+  if (what == "version") {
+    for (Json const& version : document.at("version")) printVersion(out, version);
+    return;
+  }
   if (what == "statistics") {
     printStatistics(out, document);
     return;

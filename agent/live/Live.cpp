@@ -11,6 +11,7 @@
 #include "agent/config/ConfigurationChange.h"
 #include "agent/config/ConfigurationReader.h"
 #include "agent/live/Privileges.h"
+#include "agent/text/TimeText.h"
 
 namespace Agent {
 
@@ -75,11 +76,19 @@ std::string const& withSocketsOf(std::optional<Handover> const& handover, std::s
   return path;
 }
 
+/// For the status of a service that goes on with the former configuration.
+std::string refusalText(ConfigurationState const& state) {
+  if (!state.refused) return "";
+  return message("; configuration refused at ", dateText(*state.refused), ", the former one of ",
+                 dateText(state.inUseSince), " is in use: ", state.problem);
+}
+
 }  // namespace
 
 Live::Live(LiveCommand const& command, Configuration configuration,
            std::optional<Handover> const& handover)
     : configurationName_(command.configuration),
+      configurationState_(command.configuration),
       loop_(Kel::make<Horix::TimerWheel>(Kel::make<Horix::MonotonicClock>())),
       signals_(loop_, [this](int signal) { handleSignal(signal); }),
       helpers_(helpersOf(command, loop_)),
@@ -119,6 +128,7 @@ Live::Live(LiveCommand const& command, Configuration configuration,
   switch_.endTakingOver();
   if (state_) state_->begin();
   control_.forwardingIs(forwarding_);
+  control_.configurationStateIs(configurationState_);
   forwarding_.configure();
 }
 
@@ -172,11 +182,13 @@ void Live::reload() {
     for (std::string const& error : *errors) log(Severity::error, error);
     log(Severity::error, configurationName_,
         " is unusable and changes nothing; correct it and reload again");
+    configurationState_.wasRefused(errors->front());
   } else {
     auto& configuration = std::get<Configuration>(result);
     log(Severity::info, configurationName_,
         " read again: ", describeChange(switch_.configuration(), configuration));
     switch_.configurationIs(std::move(configuration));
+    configurationState_.taken();
     followRouters();
     warnOfMissingInterfaces();
     forwarding_.configure();
@@ -274,7 +286,7 @@ std::string Live::status() const {
       [&](InterfaceConfig const& each) { return switch_.interfaceState(each.intfId).present; });
   return message(counted(configuration.vlans.size(), "VLAN"), ", ", proxiedVlans(configuration),
                  " proxied; ", counted(configuration.interfaces.size(), "interface"), ", ", present,
-                 " present");
+                 " present", refusalText(configurationState_));
 }
 
 }  // namespace Agent

@@ -8,6 +8,7 @@
 
 #include "agent/CommandLine.h"
 #include "agent/Switch.h"
+#include "agent/config/ConfigurationState.h"
 #include "agent/control/ControlServer.h"
 #include "agent/control/MetricsServer.h"
 #include "agent/forwarding/Forwarding.h"
@@ -65,6 +66,7 @@ class Live {
   std::string status() const;
 
   std::string const configurationName_;
+  ConfigurationState configurationState_;
   Horix::EventLoop loop_;
   Signals signals_;
   unsigned terminations_ = 0;  // signals so far

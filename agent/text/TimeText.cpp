@@ -1,5 +1,6 @@
 #include "agent/text/TimeText.h"
 
+#include <ctime>
 #include <iomanip>
 #include <sstream>
 
@@ -17,6 +18,15 @@ std::string timeText(Horix::Time time) {
     text << std::setw(6) << (micro - whole).count();
   else
     text << std::setw(9) << (time - whole).count();
+  return text.str();
+}
+
+std::string dateText(std::chrono::system_clock::time_point time) {
+  std::time_t const seconds = std::chrono::system_clock::to_time_t(time);
+  std::tm local{};
+  localtime_r(&seconds, &local);
+  std::ostringstream text;
+  text << std::put_time(&local, "%F %T %z");
   return text.str();
 }
 

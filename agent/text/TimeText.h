@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 
 #include "platform/horix/Clock.h"
@@ -8,5 +9,8 @@ namespace Agent {
 
 /// A time in seconds, with microseconds, or nanoseconds where there are any: "12.500000".
 std::string timeText(Horix::Time time);
+
+/// A time of day where this runs, with its distance from UTC: "2026-11-22 21:05:09 +0000".
+std::string dateText(std::chrono::system_clock::time_point time);
 
 }  // namespace Agent

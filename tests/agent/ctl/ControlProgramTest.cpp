@@ -163,8 +163,8 @@ TEST_F(ControlProgramTest, ShowsStatisticsAsTables) {
             "swp2              3        0          0       0     6         0\n"
             "swp3              1        0          0       0     5         0\n");
   EXPECT_THAT(statistics.substr(std::min(ofAgent, statistics.size())),
-              MatchesRegex("\nAgent\n\nTURNS  LONGEST MS  LOG LOST\n +[0-9]+ +[0-9]+\\.[0-9] "
-                           "+[0-9]+\n"));
+              MatchesRegex("\nAgent\n\nTURNS  LONGEST MS  LOG LOST  REFUSED\n +[0-9]+ "
+                           "+[0-9]+\\.[0-9] +[0-9]+ +-\n"));
 }
 
 TEST_F(ControlProgramTest, WhatIsNotShownIsNotDenied) {
@@ -187,6 +187,26 @@ TEST_F(ControlProgramTest, HostsAsJsonAreInTheFormatOfAReplay) {
             R"("blocked":false,"direction":"both","group":[)"
             R"({"address":"239.0.0.1","filter-mode":"exclude","source":[]},)"
             R"({"address":"239.1.1.1","filter-mode":"include","source":["192.0.2.1"]}]})");
+}
+
+TEST_F(ControlProgramTest, ShowsVersionUptimeAndConfiguration) {
+  ConfigurationState configuration("switch.toml");
+  server->configurationStateIs(configuration);
+  std::string const date = "[0-9-]+ [0-9:]+ [+-][0-9]+";
+  std::string const whole = "igmpsnoopd [0-9.]+\nRunning for [0-9]+ s, since " + date + "; it is " +
+                            date + " now.\nConfiguration switch.toml, in use since " + date +
+                            "\\.\n";
+  EXPECT_THAT(out("show version"), MatchesRegex(whole));
+  EXPECT_THAT(out("show statistics"), MatchesRegex("(.|\n)*LOG LOST  REFUSED\n[^\n]* 0\n"));
+  configuration.wasRefused("switch.toml:1:1: unknown key");
+  EXPECT_THAT(out("show version"), MatchesRegex(whole + "Read again at " + date +
+                                                " and refused: switch.toml:1:1: unknown key\n"));
+  auto const document = nlohmann::json::parse(out("show version -j")).at("version").at(0);
+  EXPECT_EQ(document.at("configuration").at("state"), "refused");
+  EXPECT_THAT(out("metrics"), HasSubstr("igmpsnoop_configuration_refused 1\n"));
+  EXPECT_THAT(out("metrics"), HasSubstr("igmpsnoop_configuration_refusals_total 1\n"));
+  configuration.taken();
+  EXPECT_THAT(out("metrics"), HasSubstr("igmpsnoop_configuration_refused 0\n"));
 }
 
 TEST_F(ControlProgramTest, HostsAreShownWithTheVersionThatTheySpeak) {
