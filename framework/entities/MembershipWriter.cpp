@@ -30,33 +30,35 @@ IgmpMembership* leastExcluding(IgmpIntfStatus const& intf) {
   return least;
 }
 
-/// Whether one reporter of a port includes sources while another one excludes.
-bool isMixed(IgmpIntfStatus const& intf) {
-  bool includes = false;
+/// The reporters of a port that include sources, if another one excludes; none if not.
+std::vector<IgmpMembership const*> includingBesideExcluding(IgmpIntfStatus const& intf) {
+  std::vector<IgmpMembership const*> including;
   bool excludes = false;
-  for (auto const& [reporter, membership] : intf.membership()) {
+  for (auto const& [reporter, membership] : intf.membership())
     if (membership->filterMode() == FilterMode::exclude)
       excludes = true;
-    else
-      includes |= !membership->source().empty();
-    if (includes && excludes) return true;
-  }
-  return false;
+    else if (!membership->source().empty())
+      including.push_back(membership.get());
+  if (!excludes) including.clear();
+  return including;
 }
 
-/// Of each port that may have lost counts of what it excludes, a reporter that can say it again.
-void addExcluding(IgmpGroup const& group, std::vector<Kel::Ptr<IgmpMembership>>& reporters) {
-  if (group.intf().size() < 2) return;
-  std::size_t const before = reporters.size();
-  for (auto const& [name, intf] : group.intf())
-    if (IgmpMembership* const reporter = leastExcluding(*intf)) reporters.emplace_back(reporter);
-  if (reporters.size() == before) return;
-  for (auto const& [name, intf] : group.intf())
-    if (isMixed(*intf)) return;
-  reporters.resize(before);
+/// Whether one of the reporters may include a source. Where there are many, to say a source again
+/// costs less than to ask them all.
+bool mayInclude(std::vector<IgmpMembership const*> const& reporters, IpAddr source) {
+  constexpr std::size_t asked = 32;
+  return reporters.size() > asked ||
+         std::any_of(reporters.begin(), reporters.end(),
+                     [&](IgmpMembership const* reporter) { return reporter->source(source); });
 }
 
 }  // namespace
+
+/// What a port's reporter is to say again.
+struct MembershipWriter::Exclusion {
+  Kel::Ptr<IgmpMembership> reporter;
+  IpAddr source;
+};
 
 MembershipWriter::MembershipWriter(Kel::Ptr<IgmpContextStatus> status)
     : status_(std::move(status)) {}
@@ -84,9 +86,10 @@ void MembershipWriter::membershipDel(IpAddr group, IntfId const& intf, IpAddr re
 void MembershipWriter::repeat() {
   Kel::runActivities();
   for (auto const& [address, group] : status_->group()) {
-    for (auto const& [name, intf] : group->intf())
+    for (auto const& [name, intf] : group->intf()) {
       for (auto const& [reporter, membership] : intf->membership()) membership->filterModeNotify();
-    changed_.push_back(group);
+      changed_.push_back({group, intf});
+    }
   }
   unpublished_ = true;
 }
@@ -115,7 +118,8 @@ MembershipWriter::Place MembershipWriter::make(IpAddr address, IntfId const& nam
 
 void MembershipWriter::written(Place place) {
   unpublished_ = true;
-  if (changed_.empty() || changed_.back() != place.group) changed_.push_back(place.group);
+  if (changed_.empty() || changed_.back().intf != place.intf)
+    changed_.push_back({place.group, place.intf});
   if (wantsNothing(*place.membership)) left_.push_back(std::move(place));
 }
 
@@ -136,11 +140,7 @@ void MembershipWriter::settle() {
       intf->membership().find(intf->membership().keyAt(0))->filterModeNotify();
   Kel::runActivities();
 
-  auto changed = std::exchange(changed_, {});
-  std::sort(changed.begin(), changed.end(),
-            [](auto const& a, auto const& b) { return a.get() < b.get(); });
-  changed.erase(std::unique(changed.begin(), changed.end()), changed.end());
-  sayExclusionsAgain(changed);
+  sayExclusionsAgain();
 }
 
 void MembershipWriter::remove(Place const& place) {
@@ -154,19 +154,32 @@ void MembershipWriter::remove(Place const& place) {
 }
 
 /// All ports at once: a count that has lost something is right again only from zero on.
-void MembershipWriter::sayExclusionsAgain(std::vector<Kel::Ptr<IgmpGroup>> const& groups) {
-  std::vector<Kel::Ptr<IgmpMembership>> reporters;
-  for (auto const& group : groups) addExcluding(*group, reporters);
-  if (reporters.empty()) return;
-  std::vector<std::vector<IpAddr>> excluded;
-  for (auto const& reporter : reporters) {
-    excluded.emplace_back(reporter->source().begin(), reporter->source().end());
-    reporter->sourceDelAll();
+void MembershipWriter::sayExclusionsAgain() {
+  std::vector<Exclusion> lost;
+  auto evaluated = std::exchange(changed_, {});
+  auto const byIntf = [](Changed const& changed) { return changed.intf.get(); };
+  std::ranges::sort(evaluated, {}, byIntf);
+  auto const repeated = std::ranges::unique(evaluated, {}, byIntf);
+  evaluated.erase(repeated.begin(), repeated.end());
+  for (auto const& [group, intf] : evaluated) addLost(*group, *intf, lost);
+  if (lost.empty()) return;
+  for (auto const& [reporter, source] : lost) reporter->sourceDel(source);
+  Kel::runActivities();
+  for (auto const& [reporter, source] : lost) reporter->sourceIs(source);
+  Kel::runActivities();
+}
+
+/// Adds what the group's other ports exclude and may have lost to a port that was evaluated.
+void MembershipWriter::addLost(IgmpGroup const& group, IgmpIntfStatus const& evaluated,
+                               std::vector<Exclusion>& lost) {
+  for (auto const& [name, intf] : group.intf()) {
+    IgmpMembership* const reporter = leastExcluding(*intf);
+    if (!reporter) continue;
+    auto const including = includingBesideExcluding(evaluated);
+    if (including.empty()) return;
+    for (IpAddr const source : reporter->source())
+      if (mayInclude(including, source)) lost.push_back({Kel::Ptr(reporter), source});
   }
-  Kel::runActivities();
-  for (std::size_t i = 0; i < reporters.size(); ++i)
-    for (IpAddr const source : excluded[i]) reporters[i]->sourceIs(source);
-  Kel::runActivities();
 }
 
 Kel::Ptr<IgmpGroup> MembershipWriter::newGroup(IpAddr group) {

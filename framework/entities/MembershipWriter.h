@@ -78,13 +78,22 @@ class KEL_EXPORT MembershipWriter {
   virtual Kel::Ptr<IgmpMembership> newMembership(IgmpIntfStatus& intf, Wirex::IpAddr reporter);
 
  private:
+  struct Exclusion;
+  /// A port that readers evaluate.
+  struct Changed {
+    Kel::Ptr<IgmpGroup> group;
+    Kel::Ptr<IgmpIntfStatus> intf;
+  };
+
   void remove(Place const& place);
-  void sayExclusionsAgain(std::vector<Kel::Ptr<IgmpGroup>> const& groups);
+  void sayExclusionsAgain();
+  static void addLost(IgmpGroup const& group, IgmpIntfStatus const& evaluated,
+                      std::vector<Exclusion>& lost);
 
   Kel::Ptr<IgmpContextStatus> status_;
   std::vector<Place> appeared_;  // since the last turns
   std::vector<Place> left_;
-  std::vector<Kel::Ptr<IgmpGroup>> changed_;
+  std::vector<Changed> changed_;
   bool unpublished_ = false;
 };
 

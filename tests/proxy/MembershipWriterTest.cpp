@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <random>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -78,6 +80,45 @@ TEST_F(MembershipWriterTest, PortKeepsWhatItExcludesWhileAnotherOneMixesModes) {
   leaves("swp2", r2);
   leaves("swp2", r1);
   EXPECT_EQ(record("swp9"), excluding({s1, s2}));
+}
+
+/// The sources of a membership that its readers heard of.
+class HeardSources final : public IgmpMembership::NotifieeConst {
+ public:
+  explicit HeardSources(Kel::Ptr<IgmpMembership const> membership) { watch(std::move(membership)); }
+  void onSource(IpAddr source) override { heard.insert(source); }
+
+  std::set<IpAddr> heard;
+};
+
+TEST_F(MembershipWriterTest, OnlyWhatAMixedPortIncludesIsSaidAgain) {
+  exclude("swp1", r1, {s1, s2});
+  exclude("swp2", r2, {});
+  auto const heard =
+      Kel::make<HeardSources>(status->group(g1)->intf(IntfId("swp1"))->membership(r1));
+  include("swp2", r1, {s2, s3});
+  EXPECT_EQ(heard->heard, std::set<IpAddr>{s2});
+  EXPECT_EQ(counts(), (Counts{1, {}, {{s1, 1}, {s2, 1}}}));
+}
+
+TEST_F(MembershipWriterTest, NothingIsSaidAgainWhileTheMixedPortStaysAsItIs) {
+  exclude("swp1", r1, {s1});
+  exclude("swp2", r2, {});
+  include("swp2", r1, {s1});
+  auto const heard =
+      Kel::make<HeardSources>(status->group(g1)->intf(IntfId("swp1"))->membership(r1));
+  exclude("swp3", r1, {s1, s2});
+  EXPECT_TRUE(heard->heard.empty());
+  EXPECT_EQ(counts(), (Counts{1, {}, {{s1, 2}, {s2, 1}}}));
+}
+
+TEST_F(MembershipWriterTest, PortKeepsWhatItExcludesBesideACrowdThatIncludesIt) {
+  exclude("swp1", r1, {s1, s2});
+  exclude("swp2", r2, {});
+  for (std::uint32_t i = 0; i < 40; ++i)
+    says("swp2", IpAddr(r3.value() + i), FilterMode::include, {i == 39 ? s1 : s3});
+  writer.publish();
+  EXPECT_EQ(counts(), (Counts{1, {}, {{s1, 1}, {s2, 1}}}));
 }
 
 TEST_F(MembershipWriterTest, RepeatingLosesNoCounts) {
