@@ -65,6 +65,18 @@ void FilterState::hear(GroupRecord const& record, Times times) {
   if (wantsNothing()) withdraw();
 }
 
+bool FilterState::hearRepeated(GroupRecord const& record, LearnedMembership& membership,
+                               Horix::TimerWheel const& timerWheel, Time end) {
+  if (membership.isOfMany() || membership.withdrawn() ||
+      record.type == IgmpV3GroupRecordType::blockOldSources ||
+      isOfExcludeMode(record) == membership.includes() ||
+      !isRepeatedBy(record.sources, membership.source()))
+    return false;
+  membership.times_.reset();
+  timerWheel.scheduleAt(membership, end);
+  return true;
+}
+
 // In the rows below, (B)=GMI has the sources B end when a group membership interval has passed,
 // (B)=LMQT when the last member query time has, if they would not end before. What one reporter
 // excludes it excludes at once, so its X is only what its answers to specific queries name.

@@ -27,10 +27,21 @@ class KEL_EXPORT FilterState {
               std::uint32_t maxSources)
       : membership_(membership), timerWheel_(timerWheel), maxSources_(maxSources) {}
 
+  /// Whether a record says what a reporter excludes.
+  static bool isOfExcludeMode(Igmp::GroupRecord const& record) {
+    return record.type == Wirex::IgmpV3GroupRecordType::modeIsExclude ||
+           record.type == Wirex::IgmpV3GroupRecordType::changeToExcludeMode;
+  }
+
   /// Whether a record says something of a reporter of whom nothing is known, INCLUDE({}).
   static bool begins(Igmp::GroupRecord const& record);
 
   void hear(Igmp::GroupRecord const& record, Times times);
+
+  /// Hears a record of one reporter if it says just what is known, as most do: then all of it ends
+  /// at `end`, and nothing else changes. Returns whether it does.
+  static bool hearRepeated(Igmp::GroupRecord const& record, LearnedMembership& membership,
+                           Horix::TimerWheel const& timerWheel, Horix::Time end);
 
   /// An IGMPv1 or IGMPv2 report: EXCLUDE({}).
   void hearOlderReport(Times times);

@@ -18,11 +18,6 @@ namespace {
 
 constexpr IpAddr manyReporters{};
 
-bool isOfExcludeMode(Igmp::GroupRecord const& record) {
-  return record.type == IgmpV3GroupRecordType::modeIsExclude ||
-         record.type == IgmpV3GroupRecordType::changeToExcludeMode;
-}
-
 char const* nameOf(IgmpV3GroupRecordType type) {
   switch (type) {
     case IgmpV3GroupRecordType::modeIsInclude:
@@ -83,13 +78,14 @@ void VlanLearning::portDel(IntfId const& intf) {
 std::optional<IgnoreReason> VlanLearning::record(IntfId const& intf, IpAddr reporter,
                                                  Igmp::GroupRecord const& record) {
   hears(intf, record.group);
-  if (isOfExcludeMode(record) && policy_.ssmRange.contains(record.group)) {
+  if (FilterState::isOfExcludeMode(record) && policy_.ssmRange.contains(record.group)) {
     noteTurnedAway(intf, reporter, record.group, IgnoreReason::ssmExclude);
     return IgnoreReason::ssmExclude;
   }
-  if (!FilterState::begins(record) && !membership(intf, reporter, record.group))
-    return std::nullopt;
-  return learn(intf, reporter, record.group, nameOf(record.type),
+  LearnedMembership* const known = membership(intf, reporter, record.group);
+  if (renewIfRepeated(known, reporter, record)) return std::nullopt;
+  if (!known && !FilterState::begins(record)) return std::nullopt;
+  return learn(known, intf, reporter, record.group, nameOf(record.type),
                [&](FilterState& state) { state.hear(record, times()); });
 }
 
@@ -100,7 +96,10 @@ std::optional<IgnoreReason> VlanLearning::report(IntfId const& intf, IpAddr repo
     noteTurnedAway(intf, reporter, group, IgnoreReason::ssmOlderReport);
     return IgnoreReason::ssmOlderReport;
   }
-  return learn(intf, reporter, group, "older report",
+  LearnedMembership* const known = membership(intf, reporter, group);
+  if (renewIfRepeated(known, reporter, {IgmpV3GroupRecordType::modeIsExclude, group, {}}))
+    return std::nullopt;
+  return learn(known, intf, reporter, group, "older report",
                [&](FilterState& state) { state.hearOlderReport(times()); });
 }
 
@@ -118,15 +117,23 @@ void VlanLearning::leave(IntfId const& intf, IpAddr reporter, IpAddr group) {
 std::optional<IgnoreReason> VlanLearning::restore(IntfId const& intf, IpAddr reporter, IpAddr group,
                                                   TimedFilter const& filter) {
   hears(intf, group);
-  return learn(intf, reporter, group, "restored",
+  return learn(membership(intf, reporter, group), intf, reporter, group, "restored",
                [&](FilterState& state) { state.restore(filter); });
+}
+
+/// Renews what is known if a record says just that again, and speaks for the reporter alone.
+bool VlanLearning::renewIfRepeated(LearnedMembership* known, IpAddr reporter,
+                                   Igmp::GroupRecord const& record) const {
+  return known && known->addr() == reporter &&
+         FilterState::hearRepeated(record, *known, *timerWheel_,
+                                   timerWheel_->now() + policy_.groupMembershipInterval());
 }
 
 /// Has a reporter's state, which `hear` changes, be what the reporter's membership says.
 template <class Hear>
-std::optional<IgnoreReason> VlanLearning::learn(IntfId const& intf, IpAddr reporter, IpAddr group,
-                                                char const* cause, Hear hear) {
-  LearnedMembership* known = membership(intf, reporter, group);
+std::optional<IgnoreReason> VlanLearning::learn(LearnedMembership* known, IntfId const& intf,
+                                                IpAddr reporter, IpAddr group, char const* cause,
+                                                Hear hear) {
   Kel::Ptr<IgmpMembership> held(known);
   if (!known) {
     if (auto const refusal = admit(intf, group)) {

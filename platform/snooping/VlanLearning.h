@@ -96,9 +96,12 @@ class KEL_EXPORT VlanLearning final : private MembershipWriter {
   Igmp::IgnoreReason refusalOf(LearnedMembership const& membership) const;
   bool isCrowded(PortUse const& use) const;
 
+  bool renewIfRepeated(LearnedMembership* known, Wirex::IpAddr reporter,
+                       Igmp::GroupRecord const& record) const;
   template <class Hear>
-  std::optional<Igmp::IgnoreReason> learn(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
-                                          Wirex::IpAddr group, char const* cause, Hear hear);
+  std::optional<Igmp::IgnoreReason> learn(LearnedMembership* known, Wirex::IntfId const& intf,
+                                          Wirex::IpAddr reporter, Wirex::IpAddr group,
+                                          char const* cause, Hear hear);
   std::optional<Igmp::IgnoreReason> admit(Wirex::IntfId const& name, Wirex::IpAddr address);
   FilterState stateOf(LearnedMembership& membership) const;
   FilterState::Times times() const;
