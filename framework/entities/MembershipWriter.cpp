@@ -157,10 +157,11 @@ void MembershipWriter::remove(Place const& place) {
 void MembershipWriter::sayExclusionsAgain() {
   std::vector<Exclusion> lost;
   auto evaluated = std::exchange(changed_, {});
-  auto const byIntf = [](Changed const& changed) { return changed.intf.get(); };
-  std::ranges::sort(evaluated, {}, byIntf);
-  auto const repeated = std::ranges::unique(evaluated, {}, byIntf);
-  evaluated.erase(repeated.begin(), repeated.end());
+  std::sort(evaluated.begin(), evaluated.end(),
+            [](Changed const& a, Changed const& b) { return a.intf.get() < b.intf.get(); });
+  evaluated.erase(std::unique(evaluated.begin(), evaluated.end(),
+                              [](Changed const& a, Changed const& b) { return a.intf == b.intf; }),
+                  evaluated.end());
   for (auto const& [group, intf] : evaluated) addLost(*group, *intf, lost);
   if (lost.empty()) return;
   for (auto const& [reporter, source] : lost) reporter->sourceDel(source);
