@@ -270,8 +270,10 @@ class Explainer {
   void addHost() {
     auto const host = this->host();
     if (!host) return;
-    if (auto const* const record = host->v3group().peek(explanation_.group))
+    if (auto const* const record = host->v3group().peek(explanation_.group)) {
       explanation_.record = Agent::filterOf(*record);
+      explanation_.heardBack = record->heardBack();
+    }
     explanation_.sending = sendingOf(*host);
   }
 

@@ -116,6 +116,7 @@ struct Explanation {
   std::vector<ExplainedSource> sources;  ///< by address
   std::optional<SourceFilter> merged;    ///< what the merge gives
   std::optional<SourceFilter> record;    ///< what the host has
+  bool heardBack = false;                ///< only from its own port, so that it says nothing of it
   std::optional<ExplainedSending> sending;
 };
 

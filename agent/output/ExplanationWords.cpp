@@ -254,6 +254,10 @@ std::string verdictOf(Explanation const& explanation) {
   bool const hasSent = explanation.sending && explanation.sending->sinceSent;
   char const* const silence = hasSent ? "" : ", but has sent nothing so far";
   std::string const wish = wishText(*explanation.record);
+  if (explanation.heardBack)
+    return message(host, " reports nothing for ", explanation.group, ". Its record is ", wish,
+                   ", but only ", explanation.interface,
+                   " itself has listeners, and is not told what was heard there.");
   if (explanation.sending &&
       explanation.sending->spokenVersion < explanation.sending->configuredVersion)
     return message(host, hasSent ? " says \"v" : " would say \"v",
@@ -287,8 +291,8 @@ std::string mergeOf(Explanation const& explanation) {
     case MergeRule::commonExclusion:
       text = otherPorts(explanation) == 0
                  ? message("No other port has listeners. What ", explanation.interface,
-                           " alone excludes counts as excluded by all ports, so the host asks for "
-                           "every other source.")
+                           " alone excludes counts as excluded by all ports, so the record "
+                           "asks for every other source.")
                  : message(noPort, " wants every source. So the host excludes what ",
                            theOthers(explanation), " exclude",
                            otherPorts(explanation) == 1 ? "s" : "", " and nobody includes.");

@@ -15,10 +15,12 @@ CELLS = [
 ]
 CI = ["bridge3-yields"]
 
-# Seconds, of everybody's queries: their interval, and the time for answers. A host of version 1 takes
-# up to ten to answer, whatever is asked, and is to be remembered meanwhile. pimd always asks for ten.
-TIMING = {"pimd": (12, 10)}
-USUAL_TIMING = 5, 3
+# Of everybody's queries the interval and the time for answers, in seconds, and the robustness
+# variable. A host of version 1 takes up to ten seconds to answer, whatever is asked, and is to be
+# remembered meanwhile; only where the switch asks may the variable be other than 2. pimd always
+# gives ten seconds.
+TIMING = {"pimd": (12, 10, 2), "bridge3-yields": (2, 1, 7)}
+USUAL_TIMING = 5, 3, 2
 
 FIRST = {"239.0.1.1": exclude(), "239.0.2.1": exclude(),
          "239.0.3.1": include("192.0.2.1", "192.0.2.2"), "239.0.4.1": exclude("192.0.2.9"),
@@ -35,11 +37,12 @@ class Matrix:
         self.knows_groups_only = router in ("bridge2", "pimd")
         self.routers = []
         self.listeners = {}
-        self.interval, self.response = TIMING.get(router, USUAL_TIMING)
+        self.interval, self.response, self.robustness = (
+            TIMING.get(f"{router}-{place}") or TIMING.get(router, USUAL_TIMING))
         self.rounds = 3 * self.interval + self.response
-        # What is left in silence lives for robustness * interval + 2 * response time; routers add
-        # theirs.
-        self.forgotten = 2 * (2 * self.interval + 2 * self.response) + 2
+        # What is left in silence lives for so long; routers add their own.
+        self.life = self.robustness * self.interval + 2 * self.response
+        self.forgotten = 2 * self.life + 2
 
     # Making
 
@@ -59,10 +62,11 @@ class Matrix:
             router = self.lab.pimd_router(name, switch, port, interval=self.interval)
         else:
             router = self.lab.bridge_router(name, switch, port, version=int(self.kind[-1]))
-            interval, response = 100 * self.interval, 100 * self.response  # of hundredths
-            router.set(f"mcast_query_interval {interval} mcast_query_response_interval {response}"
-                       f" mcast_membership_interval {2 * interval + 2 * response}"
-                       f" mcast_querier_interval {2 * interval + response}")
+            # In hundredths of a second.
+            router.set(f"mcast_query_interval {self.interval}00"
+                       f" mcast_query_response_interval {self.response}00"
+                       f" mcast_membership_interval {self.life}00"
+                       f" mcast_querier_interval {self.life - self.response}00")
         self.routers.append(router)
 
     def start(self, switch, **settings):
@@ -76,7 +80,7 @@ class Matrix:
         switch.vlan(10, querier=2 if self.kind == "bridge2" else 3,
                     sender_source_address=f"10.0.200.{len(self.lab.switches)}",
                     query_interval=self.interval, query_max_response_time=self.response,
-                    **settings)
+                    robustness_variable=self.robustness, **settings)
         # The bridge does not take the place of a querier that was there first.
         if self.place != "yields":
             self.query()
@@ -145,7 +149,7 @@ class Matrix:
         who["desk"].do("join 232.1.1.1 from 192.0.2.2 192.0.2.3")
         if "guest" in who:  # wants less than the others do
             who["guest"].do("join 239.0.3.1 from 192.0.2.2", "join 232.1.1.1 from 192.0.2.2")
-        self.believes(FIRST, 2 * self.interval + 2 * self.response, "after the joins")
+        self.believes(FIRST, self.life, "after the joins")
         who["tv"].do("join 239.0.3.1 from 192.0.2.3", "leave 239.0.3.1 from 192.0.2.1",
                      "leave 232.1.1.1 from 192.0.2.1", *self.blocks("192.0.2.8"))
         self.believes(CHANGED, self.forgotten, "after the changes")

@@ -21,6 +21,7 @@ namespace {
 using namespace std::chrono_literals;
 using namespace IgmpTest;
 using Bridging::VlanId;
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -70,6 +71,14 @@ TEST_F(ExplanationTest, NamesEachPortAndReporterWithItsExpiry) {
   EXPECT_EQ(port.reporters[1].filter, include({c}));
   EXPECT_EQ(port.reporters[1].expiresIn, 270s);
   EXPECT_EQ(explanation.record, include({a, b, c}));
+}
+
+TEST_F(ExplanationTest, TellsThatAHostKeepsToItselfWhatOnlyItsOwnPortExcludes) {
+  test.hear("swp1", FrameBuilder::reportV3({isEx(group, {a})}).from(tv));
+  EXPECT_THAT(verdictOf(explained("swp1")),
+              AllOf(HasSubstr("The host on swp1 in VLAN 10 reports nothing for 239.1.1.1. "),
+                    HasSubstr("but only swp1 itself has listeners")));
+  EXPECT_THAT(verdictOf(explained("swp2")), Not(HasSubstr("reports nothing")));
 }
 
 TEST_F(ExplanationTest, CrowdOfReportersIsCountedWholeAndToldInPart) {
