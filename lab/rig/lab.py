@@ -9,26 +9,16 @@ from rig import igmp, wire
 from rig.hosts import Host
 from rig.load import Load
 from rig.namespace import Namespace, cable
+from rig.patience import seconds_in_line
 from rig.routers import BridgeRouter, PimdRouter, PimRouter
 from rig.streams import Sender, Tap, Watch
 from rig.switch import Switch
 
 VLAN_INTERFACE = pathlib.Path(__file__).resolve().parents[1] / "vlan-interface"
 
-
 # Of a machine that is busy: how many seconds longer is waited at most, and how many for each second
 # that the scenario itself has stood in line for a processor, which others have done meanwhile too.
 PATIENCE, SLOWNESS = 10, 10
-
-
-def seconds_in_line():
-    """For how long this process has waited for a processor. A kernel that does not say may have been
-    busy all the time."""
-    try:
-        waited = pathlib.Path("/proc/self/schedstat").read_text(encoding="ascii").split()[1]
-        return int(waited) / 1e9
-    except OSError:
-        return time.monotonic()
 
 
 class Failure(Exception):

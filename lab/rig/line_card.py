@@ -8,6 +8,7 @@ import time
 
 from rig import igmp
 from rig.namespace import Namespace, cable
+from rig.patience import seconds_in_line
 
 RATE = 1000  # frames a second on the port that stays
 
@@ -43,11 +44,13 @@ class Traffic:
 
 
 class Questions:
-    """How long the agent takes to answer, asked all the time on its control socket."""
+    """How long the agent takes to answer, asked all the time on its control socket. What it or who
+    asks has stood in line for a processor does not count."""
 
-    def __init__(self, path):
+    def __init__(self, switch):
         self.seconds = []
-        self._path = str(path)
+        self._path = str(switch.control)
+        self._agent = switch.process_id()
         self._ended = threading.Event()
         self._thread = threading.Thread(target=self._ask)
 
@@ -60,14 +63,18 @@ class Questions:
 
     def _ask(self):
         while not self._ended.wait(0.01):
-            start = time.monotonic()
+            start, waited = time.monotonic(), self._in_line()
             with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as asked:
                 asked.settimeout(20)
                 asked.connect(self._path)
                 asked.sendall(b'{"command":"show","what":"vlans"}\n')
                 while asked.recv(65536):
                     pass
-            self.seconds.append(time.monotonic() - start)
+            took = time.monotonic() - start
+            self.seconds.append(max(0.0, took - (self._in_line() - waited)))
+
+    def _in_line(self):
+        return seconds_in_line() + seconds_in_line(self._agent)
 
 
 class LineCard:
@@ -108,7 +115,7 @@ def play(lab, ports, rounds, remakes):
     card.make(pause=0)
     switch.vlan(10)
     switch.start()
-    questions = Questions(switch.control)
+    questions = Questions(switch)
     lab.until(lambda: _deaf(switch), {}, within=20, why="at the start")
 
     traffic.start()
