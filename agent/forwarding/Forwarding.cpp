@@ -46,12 +46,13 @@ class Forwarding::Hearing final : public Horix::EventLoop::Watch {
   std::function<void()> heard_;
 };
 
-Forwarding::Forwarding(Horix::EventLoop& loop, Switch& snoopingSwitch)
+Forwarding::Forwarding(Horix::EventLoop& loop, Switch& snoopingSwitch, bool goesOn)
     : loop_(loop),
       switch_(snoopingSwitch),
       examination_(std::make_unique<Alarm>(loop.timerWheel(), [this] { examine(); })),
       continuation_(std::make_unique<Alarm>(loop.timerWheel(), [this] { advance(); })),
-      routerPorts_(snoopingSwitch) {
+      routerPorts_(snoopingSwitch),
+      progress_(snoopingSwitch, goesOn) {
   switch_.afterPublishIs(this, [this] { handlePublication(); });
 }
 
@@ -77,15 +78,17 @@ void Forwarding::configure() {
   routerPorts_.follow();
   if (active_) {
     vlans_ = forwardedVlans(switch_.configuration(), bridge_.tellsVlansApart);
-    progress_.vlansAre(vlans_, switch_, loop_.now());
+    progress_.vlansAre(vlans_, loop_.now());
   }
   examine();
 }
 
-/// What an agent that was killed had taken over is not this one's to use.
+/// What an agent that was killed had taken over is not this one's to use. It goes at once, because
+/// without [forwarding] the privilege for it goes next.
 void Forwarding::giveBackLeftover() {
   try {
     if (RulesTable::isThere()) connect();
+    while (isGivingBack()) giveBackMore();
   } catch (std::exception const& error) {
     log(Severity::warning, "forwarding: what an earlier agent left behind stays: ", error.what());
   }
@@ -159,7 +162,7 @@ void Forwarding::examine(std::optional<LinkInfo> const& bridge) {
   else
     begin(*bridge);
   if (!active_) return;
-  progress_.noteQueries(vlans_, switch_, loop_.now());
+  progress_.noteQueries(vlans_, loop_.now());
   retryFailed();
   if (!continuation_->scheduled()) advance();
 }
@@ -187,7 +190,7 @@ void Forwarding::begin(LinkInfo const& bridge) {
   mostGroups_ = 0;
   routersOf_.clear();
   progress_.clear();
-  progress_.vlansAre(vlans_, switch_, loop_.now());
+  progress_.vlansAre(vlans_, loop_.now());
   writer_->begin(bridge.index);
   routers_.clear();
   routerPorts_.follow();
@@ -404,6 +407,11 @@ void Forwarding::followRouters() {
   if (routersOf == routersOf_) return;
   routersOf_ = std::move(routersOf);
   routersAre(routersWanted(), false);
+  for (ForwardedVlan const& vlan : vlans_)
+    if (progress_.goesByEntries(vlan.vlanId) && !runRules(routersTextOf(vlan), vlan.vlanId)) {
+      putRules();
+      return;
+    }
   sweepAll();
 }
 
@@ -490,15 +498,27 @@ void Forwarding::retryFailed() {
 void Forwarding::goByEntries() {
   for (ForwardedVlan const& vlan : vlans_) {
     if (!progress_.isDue(vlan.vlanId, loop_.now())) continue;
-    if (auto const refusal =
-            control_->rules().run(byEntriesText(vlan.entryVlan, config_->unregistered))) {
-      log(Severity::warning, "forwarding: nftables refuses a rule: ", *refusal, "; VLAN ",
-          vlan.vlanId, " is flooded, and it is tried again");
+    if (!runRules(routersTextOf(vlan) + byEntriesText(vlan.entryVlan, config_->unregistered),
+                  vlan.vlanId))
       return;
-    }
     progress_.goesByEntriesIs(vlan.vlanId);
     log(Severity::info, "forwarding: streams of VLAN ", vlan.vlanId, " go where they are wanted");
   }
+}
+
+std::string Forwarding::routersTextOf(ForwardedVlan const& vlan) const {
+  std::vector<std::uint32_t> routers;
+  for (auto const& [intf, port] : ports_)
+    if (isRouterPort(vlan, intf)) routers.push_back(port);
+  return routersText(vlan.entryVlan, routers);
+}
+
+bool Forwarding::runRules(std::string const& text, VlanId vlan) {
+  auto const refusal = control_->rules().run(text);
+  if (refusal)
+    log(Severity::warning, "forwarding: nftables refuses a rule of VLAN ", vlan, ": ", *refusal,
+        "; it is tried again");
+  return !refusal;
 }
 
 /// Empty if it is none of the ports.

@@ -28,8 +28,10 @@ namespace Agent {
 /// remedy, and tried again. Single-threaded.
 class Forwarding {
  public:
-  /// Does nothing before it is configured. The loop and the switch outlive it.
-  Forwarding(Horix::EventLoop& loop, Switch& snoopingSwitch);
+  /// Does nothing before it is configured. The loop and the switch, which remembers already what it
+  /// is to, outlive it.
+  /// @param goesOn whether the switch goes on where another program has just stopped.
+  Forwarding(Horix::EventLoop& loop, Switch& snoopingSwitch, bool goesOn);
   Forwarding(Forwarding const&) = delete;
   Forwarding& operator=(Forwarding const&) = delete;
   ~Forwarding();
@@ -103,6 +105,8 @@ class Forwarding {
   void makeRoom();
   void retryFailed();
   void goByEntries();
+  std::string routersTextOf(ForwardedVlan const& vlan) const;
+  bool runRules(std::string const& text, Bridging::VlanId vlan);
   std::string portName(std::uint32_t index) const;
 
   Horix::EventLoop& loop_;

@@ -39,10 +39,15 @@ std::string sourcesText(SourceFilter const& filter) {
   return message(includes ? "" : "every source but ", enumerated(sources, "and"));
 }
 
-std::string whyOfUnjoined(Forwarding const& forwarding, std::string const& port, IpAddr group) {
+std::string whyOfUnjoined(Forwarding const& forwarding, ForwardedVlan const& vlan,
+                          IntfId const& intf, IpAddr group) {
+  std::string const port = textOf(intf);
   if (forwarding.configuration()->unregistered == Unregistered::flood)
     return message(port, " gets the streams of ", group,
                    ", because nobody has joined it and unregistered = \"flood\".");
+  if (forwarding.isRouterPort(vlan, intf))
+    return message(port, " gets the streams of ", group,
+                   ", because nobody has joined it, and it leads to a router of the VLAN.");
   return message(port, " gets no stream of ", group,
                  ", because nobody has joined it and unregistered = \"routers\".");
 }
@@ -54,13 +59,15 @@ std::optional<Destinations> destinationsOf(Forwarding const& forwarding, VlanId 
   ForwardedVlan const* const forwarded = vlanOf(forwarding, vlan);
   if (!forwarding.isActive() || !forwarded) return std::nullopt;
   auto const* const written = forwarding.entries()->group({forwarded->entryVlan, group});
+  bool const joined = written && written->joined;
   Destinations destinations;
-  destinations.everywhere = !forwarding.goesByEntries(vlan) || (written && written->failed) ||
-                            (!(written && written->joined) &&
-                             forwarding.configuration()->unregistered == Unregistered::flood);
+  destinations.everywhere =
+      !forwarding.goesByEntries(vlan) || (written && written->failed) ||
+      (!joined && forwarding.configuration()->unregistered == Unregistered::flood);
   for (auto const& [intf, port] : forwarding.ports())
     if (forwarded->receivers.contains(intf) &&
-        (destinations.everywhere || forwarding.routers().contains(intf) || entryOf(written, port)))
+        (destinations.everywhere || forwarding.routers().contains(intf) || entryOf(written, port) ||
+         (!joined && forwarding.isRouterPort(*forwarded, intf))))
       destinations.ports.push_back(textOf(intf));
   std::sort(destinations.ports.begin(), destinations.ports.end(), precedesNaturally);
   return destinations;
@@ -94,7 +101,7 @@ std::string whyForwarded(Forwarding const& forwarding, VlanId vlan, IntfId const
                    ", because the kernel refused one of its entries and so it is flooded.");
   if (forwarding.routers().contains(intf))
     return message(port, " gets every stream, because it leads to a router.");
-  if (!written || !written->joined) return whyOfUnjoined(forwarding, port, group);
+  if (!written || !written->joined) return whyOfUnjoined(forwarding, *forwarded, intf, group);
   SourceFilter const* const entry = entryOf(written, index->second);
   if (!entry)
     return message(port, " gets no stream of ", group,

@@ -80,7 +80,8 @@ void RequestSocket::transmit(NetlinkBatch& batch) {
     header =
         reinterpret_cast<nlmsghdr*>(reinterpret_cast<char*>(header) + MNL_ALIGN(header->nlmsg_len));
   }
-  if (mnl_socket_sendto(socket_.get(), batch.buffer_.data(), batch.size_) < 0)
+  auto const requests = batch.requests();
+  if (mnl_socket_sendto(socket_.get(), requests.data(), requests.size()) < 0)
     fail("send(AF_NETLINK)");
 }
 

@@ -6,6 +6,7 @@
 #include <functional>
 #include <libmnl/libmnl.h>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,9 @@ class NetlinkBatch {
   /// Whether it is time to send.
   bool isFull() const { return size_ >= full; }
   void clear();
+
+  /// One after the other, as they are sent.
+  std::span<char const> requests() const { return {buffer_.data(), size_}; }
 
   /// Begins the next request. Attributes are put into the header that it gives.
   /// @param flags beside NLM_F_REQUEST.

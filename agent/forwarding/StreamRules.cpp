@@ -33,6 +33,14 @@ std::string vlanChain(std::uint16_t vlan) {
   return message("vlan", vlan);
 }
 
+std::string leaveChain(std::uint16_t vlan) {
+  return message("leave", vlan);
+}
+
+std::string flushChain(std::string const& chain) {
+  return message("flush chain bridge ", rulesTable, ' ', chain, '\n');
+}
+
 constexpr char const* streams = "ip daddr 224.0.0.0/4 ip daddr != 224.0.0.0/24 ip protocol != igmp";
 
 // For experiments by RFC 9542 section 5.3, and seen only between the hooks of the bridge.
@@ -87,23 +95,37 @@ std::string portsText(StreamRules const& rules) {
   return text;
 }
 
-/// Sends a frame to the chain of its VLAN, or floods it if it is in none.
+/// Sends a frame to the chain of its VLAN, which a tag tells, or else the port that it came in by
+/// or leaves by.
+/// @param port iif or oif.
+/// @param elsewise what becomes of a frame of none of them.
+template <class ChainOf>
+std::string dispatchText(StreamRules const& rules, char const* chain, char const* port,
+                         ChainOf chainOf, char const* elsewise) {
+  if (rules.vlans == std::vector<std::uint16_t>{0})
+    return rule(chain, message("goto ", chainOf(std::uint16_t{0})));
+  std::string text;
+  for (std::uint16_t const vlan : rules.vlans)
+    text += rule(chain, message("ether type 8021q vlan id ", vlan, " goto ", chainOf(vlan)));
+  text += rule(chain, message("ether type 8021q ", elsewise));
+  for (PortRule const& each : rules.ports)
+    if (each.untaggedVlan)
+      text += rule(chain, message(port, ' ', each.index, " goto ", chainOf(*each.untaggedVlan)));
+  return text + rule(chain, elsewise);
+}
+
+/// What comes in of a VLAN is flooded at first, and of none always.
 std::string vlansText(StreamRules const& rules) {
   std::string text;
   for (std::uint16_t const vlan : rules.vlans) {
     text += addSet(joinedSet(vlan), "ipv4_addr");
     text += addSet(failedSet(vlan), "ipv4_addr");
-    text += addChain(vlanChain(vlan));
+    text += addSet(routersSet(vlan), "iface_index");
+    text += addChain(vlanChain(vlan)) + addChain(leaveChain(vlan));
     text += rule(vlanChain(vlan), "goto flood");
   }
-  if (rules.vlans == std::vector<std::uint16_t>{0}) return text + rule("streams", "goto vlan0");
-  for (std::uint16_t const vlan : rules.vlans)
-    text += rule("streams", message("ether type 8021q vlan id ", vlan, " goto ", vlanChain(vlan)));
-  text += rule("streams", "ether type 8021q goto flood");
-  for (PortRule const& port : rules.ports)
-    if (port.untaggedVlan)
-      text += rule("streams", message("iif ", port.index, " goto ", vlanChain(*port.untaggedVlan)));
-  return text + rule("streams", "goto flood");
+  text += dispatchText(rules, "streams", "iif", vlanChain, "goto flood");
+  return text + dispatchText(rules, "leaving", "oif", leaveChain, "accept");
 }
 
 }  // namespace
@@ -116,6 +138,10 @@ std::string failedSet(std::uint16_t vlan) {
   return message("failed", vlan);
 }
 
+std::string routersSet(std::uint16_t vlan) {
+  return message("routers", vlan);
+}
+
 std::string tableText(StreamRules const& rules, FormerSettings const& former) {
   std::string const table = message(" table bridge ", rulesTable, '\n');
   // To add it first makes the deletion right where there is none.
@@ -126,7 +152,7 @@ std::string tableText(StreamRules const& rules, FormerSettings const& former) {
   // First, for what other rules may count; last, for what they may match.
   text += addHook("prerouting", -350) + addHook("input", -350) + addHook("output", 350) +
           addHook("postrouting", -350);
-  text += addChain("flood") + addChain("hide") + addChain("streams");
+  text += addChain("flood") + addChain("hide") + addChain("streams") + addChain("leaving");
   text += rule("hide", message("ip protocol set ", hiddenProtocol));
   text += rule("hide", message("ether type 8021q ", taggedType, " set ", hiddenType, " accept"));
   text += rule("hide", message(untaggedType, " set ", hiddenType));
@@ -146,19 +172,28 @@ std::string tableText(StreamRules const& rules, FormerSettings const& former) {
   text += restore("input");
   text += restore("postrouting");
   text += rule("postrouting", message("oif @silent ", streams, " drop"));
+  text += rule("postrouting", message("oif @members ", streams, " goto leaving"));
   return text;
 }
 
 std::string floodAllText() {
-  return message("flush chain bridge ", rulesTable, " streams\n") + rule("streams", "goto flood");
+  return flushChain("leaving") + flushChain("streams") + rule("streams", "goto flood");
 }
 
 std::string byEntriesText(std::uint16_t vlan, Unregistered unregistered) {
-  std::string const test = unregistered == Unregistered::flood
-                               ? message("ip daddr != @", joinedSet(vlan))
-                               : message("ip daddr @", failedSet(vlan));
-  return message("flush chain bridge ", rulesTable, ' ', vlanChain(vlan), '\n') +
-         rule(vlanChain(vlan), test + " goto flood");
+  std::string const unjoined = message("ip daddr != @", joinedSet(vlan));
+  std::string text = flushChain(vlanChain(vlan)) + rule(vlanChain(vlan), unjoined + " goto flood");
+  text += flushChain(leaveChain(vlan));
+  if (unregistered == Unregistered::routers)
+    text += rule(leaveChain(vlan), message(unjoined, " ip daddr != @", failedSet(vlan), " oif != @",
+                                           routersSet(vlan), " drop"));
+  return text;
+}
+
+std::string routersText(std::uint16_t vlan, std::vector<std::uint32_t> const& ports) {
+  std::string text = message("flush set bridge ", rulesTable, ' ', routersSet(vlan), '\n');
+  for (std::uint32_t const port : ports) text += addElement(routersSet(vlan), message(port));
+  return text;
 }
 
 }  // namespace Agent

@@ -19,9 +19,11 @@
 /// 3. A bridge that does so sends what has no entry to router ports alone. Streams that are to go
 ///    everywhere get an Ethernet type that it floods, and their own back as they leave. All do that
 ///    of a VLAN until its entries are whole, so that nothing is cut meanwhile.
-/// 4. The bridge takes note of other queriers, and floods for a while when it first hears one. So
+/// 4. Router ports of a bridge are so in all VLANs. So streams that are to go to a VLAN's router
+///    ports alone are flooded too, and dropped where they leave by others.
+/// 5. The bridge takes note of other queriers, and floods for a while when it first hears one. So
 ///    queries are no IGMP to it: they get another protocol, are flooded, and get their own back.
-/// 5. IPv6 multicast is flooded likewise, MLD included, which is not snooped.
+/// 6. IPv6 multicast is flooded likewise, MLD included, which is not snooped.
 namespace Agent {
 
 /// What settings were before they were changed, by interface: kept in the kernel beside the rules,
@@ -52,9 +54,13 @@ struct StreamRules {
 /// Puts the whole table, with empty sets and every VLAN flooded, in the place of what there is.
 std::string tableText(StreamRules const& rules, FormerSettings const& former);
 
-/// Has a VLAN's streams go by entries: those of groups in its set `joined`, and with `routers` all
-/// but those in its set `failed`.
+/// Has a VLAN's streams go by entries, those of groups in its set `joined`. What is in neither of
+/// this and `failed` leaves with `unregistered = "routers"` by the ports in its set `routers`
+/// alone.
 std::string byEntriesText(std::uint16_t vlan, Unregistered unregistered);
+
+/// Has these, and no others, be the ports in a VLAN's set `routers`.
+std::string routersText(std::uint16_t vlan, std::vector<std::uint32_t> const& ports);
 
 /// Has every stream flooded, whatever the VLAN.
 std::string floodAllText();
@@ -64,5 +70,7 @@ inline constexpr char const* rulesTable = "igmpsnoopd";
 /// The groups of a VLAN that have entries, and those whose entries could not all be written.
 std::string joinedSet(std::uint16_t vlan);
 std::string failedSet(std::uint16_t vlan);
+/// The ports that lead to its routers.
+std::string routersSet(std::uint16_t vlan);
 
 }  // namespace Agent

@@ -13,14 +13,18 @@ namespace Agent {
 /// must have answered a query.
 class VlanProgress {
  public:
+  /// @param snoopingSwitch outlives it.
+  /// @param goesOn whether the switch goes on where another program has just stopped: then queries
+  /// of its time count too. If it only remembers what was before a pause, they do not, because the
+  /// answers of listeners that came meanwhile are missing.
+  VlanProgress(Switch const& snoopingSwitch, bool goesOn);
+
   /// Those that were there stay as they are.
-  void vlansAre(std::vector<ForwardedVlan> const& vlans, Switch const& snoopingSwitch,
-                Horix::Time now);
+  void vlansAre(std::vector<ForwardedVlan> const& vlans, Horix::Time now);
   void clear() { states_.clear(); }
 
   /// Takes note of queries that were heard or sent.
-  void noteQueries(std::vector<ForwardedVlan> const& vlans, Switch const& snoopingSwitch,
-                   Horix::Time now);
+  void noteQueries(std::vector<ForwardedVlan> const& vlans, Horix::Time now);
 
   /// Whether it is flooded, and need not be any more.
   bool isDue(Bridging::VlanId vlan, Horix::Time now) const;
@@ -36,6 +40,12 @@ class VlanProgress {
     bool byEntries = false;
   };
 
+  bool isQueried(Bridging::VlanId vlan) const;
+  Horix::Time queriedUntil(Bridging::VlanId vlan) const;
+
+  Switch const& switch_;
+  bool goesOn_;
+  std::map<Bridging::VlanId, Horix::Time> remembered_;  // of queries before the start
   std::map<Bridging::VlanId, State> states_;
 };
 

@@ -102,7 +102,7 @@ Live::Live(LiveCommand const& command, Configuration configuration,
       serviceManager_(loop_.timerWheel()),
       addressLog_(switch_, loop_.timerWheel()),
       addresses_(loop_, [this](AddressBook const& book) { handleAddresses(book); }),
-      forwarding_(loop_, switch_),
+      forwarding_(loop_, switch_, handover.has_value()),
       control_(loop_, switch_, withSocketsOf(handover, command.control)),
       metrics_(command.metrics.empty()
                    ? nullptr

@@ -12,6 +12,16 @@
 
 namespace Agent {
 
+namespace {
+
+/// Whether who started the agent named the capability, as AmbientCapabilities= does, and did not
+/// just run it as root.
+bool isGivenByName(unsigned long capability) {
+  return prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_IS_SET, capability, 0, 0) == 1;
+}
+
+}  // namespace
+
 bool isRoot() {
   return geteuid() == 0;
 }
@@ -39,7 +49,8 @@ void dropPrivileges(std::optional<User> const& user, bool setsBridge) {
   // Emptying the bounding set takes a capability itself, CAP_SETPCAP: a service manager that starts
   // us without has seen to it.
   bool const mayBound = capng_have_capability(CAPNG_EFFECTIVE, CAP_SETPCAP) != 0;
-  setsBridge = setsBridge && capng_have_capability(CAPNG_PERMITTED, CAP_NET_ADMIN) != 0;
+  setsBridge = (setsBridge || isGivenByName(CAP_NET_ADMIN)) &&
+               capng_have_capability(CAPNG_PERMITTED, CAP_NET_ADMIN) != 0;
   auto const add = [&](capng_type_t to) {
     capng_update(CAPNG_ADD, to, CAP_NET_RAW);
     if (setsBridge) capng_update(CAPNG_ADD, to, CAP_NET_ADMIN);

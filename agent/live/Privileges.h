@@ -24,8 +24,9 @@ void requirePrivileges();
 /// Keeps CAP_NET_RAW, which opening packet sockets takes whenever an interface appears, and gives
 /// up every other privilege, for good.
 /// @param user as which the process runs on; nothing: as which it was started.
-/// @param setsBridge whether to keep CAP_NET_ADMIN too, if it is there.
-/// Throws std::runtime_error or std::system_error.
+/// @param setsBridge whether to keep CAP_NET_ADMIN too, if it is there. It is kept in any case if
+/// it is an ambient one: then it was given for a bridge that a later configuration may name. Throws
+/// std::runtime_error or std::system_error.
 void dropPrivileges(std::optional<User> const& user, bool setsBridge);
 
 /// Has a program that this process becomes keep what this one may, or not. Throws

@@ -26,10 +26,13 @@ class Sender:
         threading.Thread(target=self._run, daemon=True).start()
 
     def send(self, *groups):
-        """From now on to these groups, and no others."""
-        self._groups = dict.fromkeys(groups)
+        """From now on to these groups, and no others. Returns when it has begun."""
         for group in groups:
             self._sent.setdefault(group, [])
+        before = {group: len(self._sent[group]) for group in groups}
+        self._groups = dict.fromkeys(groups)
+        while any(len(self._sent[group]) == before[group] for group in groups):
+            time.sleep(self._pause)
 
     def sent(self, group, since, until):
         """The numbers of the frames that left meanwhile."""

@@ -31,6 +31,7 @@ class Switch:
         self.name = name
         self._programs = programs
         self.options = []  # of the agent, beside those that it always has
+        self.prefix = []  # the command that starts it
         self.cpu = None  # or the processor that the agent has to itself
         self._home = pathlib.Path("/run") / f"igmpsnoopd-{name}"
         self._home.mkdir(exist_ok=True)
@@ -136,7 +137,7 @@ class Switch:
             pin = ([] if self.cpu is None else
                    ["taskset", "-c", str(self.cpu)])
             self._process = self.namespace.start(
-                [*pin, self._programs / "igmpsnoopd", "live", "--config", self._file(),
+                [*self.prefix, *pin, self._programs / "igmpsnoopd", "live", "--config", self._file(),
                  "--control", self.control, "--metrics", self._home / "metrics",
                  *self.options],
                 stdout=self._log, stderr=self._log,
@@ -193,6 +194,12 @@ class Switch:
             [self._programs / "igmpsnoopctl", "--socket", self.control,
              *command.split(), "-j"], check=True, text=True, timeout=10,
             stdout=subprocess.PIPE, stderr=self._log).stdout)
+
+    def read(self, command):
+        """What igmpsnoopctl answers, as an operator reads it."""
+        return subprocess.run(
+            [self._programs / "igmpsnoopctl", "--socket", self.control, *command.split()],
+            check=True, text=True, timeout=10, stdout=subprocess.PIPE, stderr=self._log).stdout
 
     def metric(self, name, **labels):
         """The sum of a metric's samples that have these labels."""

@@ -37,7 +37,7 @@ def run(lab):
     lab.note(f"500 joins in {told - joined:.2f} s, entries {time.time() - told:.2f} s later")
     watch.nothing_missing(groups[0], joined, time.time(), {"tv"})
     watch.nothing_missing(groups[-1], joined, time.time(), {"tv"})
-    time.sleep(0.05)
+    time.sleep(0.2)
     watch.steady(groups[0], {"tv"})
     watch.steady(groups[-1], {"tv"})
 

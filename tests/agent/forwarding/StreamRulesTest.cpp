@@ -6,6 +6,7 @@
 namespace Agent {
 namespace {
 
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -22,9 +23,33 @@ TEST(StreamRules, UnjoinedGroupsAreFlooded) {
               HasSubstr("vlan10 ip daddr != @joined10 goto flood"));
 }
 
-TEST(StreamRules, UnjoinedGroupsAreLeftToTheBridgeWhereTheyGoToRouters) {
-  EXPECT_THAT(byEntriesText(10, Unregistered::routers),
-              HasSubstr("vlan10 ip daddr @failed10 goto flood"));
+TEST(StreamRules, UnjoinedGroupsLeaveByEveryPortWhereTheyAreFlooded) {
+  EXPECT_THAT(byEntriesText(10, Unregistered::flood), Not(HasSubstr("drop")));
+}
+
+TEST(StreamRules, UnjoinedGroupsLeaveByTheVlansRouterPortsAloneWhereTheyGoToRouters) {
+  std::string const text = byEntriesText(10, Unregistered::routers);
+  EXPECT_THAT(text, HasSubstr("vlan10 ip daddr != @joined10 goto flood"));
+  EXPECT_THAT(text, HasSubstr("leave10 ip daddr != @joined10 ip daddr != @failed10 "
+                              "oif != @routers10 drop"));
+}
+
+TEST(StreamRules, RouterPortsOfOneVlanAreNoneOfAnother) {
+  EXPECT_THAT(
+      routersText(10, {3, 4}),
+      AllOf(HasSubstr("flush set bridge igmpsnoopd routers10"), HasSubstr("routers10 { 3 }"),
+            HasSubstr("routers10 { 4 }"), Not(HasSubstr("routers20"))));
+}
+
+TEST(StreamRules, FramesLeaveByTheirTagAndOthersByTheirPort) {
+  std::string const text = tableText(twoVlans(), {});
+  EXPECT_THAT(text, HasSubstr("leaving ether type 8021q vlan id 20 goto leave20"));
+  EXPECT_THAT(text, HasSubstr("leaving oif 3 goto leave10"));
+  EXPECT_THAT(text, Not(HasSubstr("leaving oif 5")));
+}
+
+TEST(StreamRules, FloodingEverythingEndsTheChoiceOfRouterPorts) {
+  EXPECT_THAT(floodAllText(), HasSubstr("flush chain bridge igmpsnoopd leaving"));
 }
 
 TEST(StreamRules, TaggedFramesGoByTheirTagAndOthersByTheirPort) {
