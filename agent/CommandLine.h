@@ -37,6 +37,7 @@ struct ReplayCommand {
   std::optional<std::string> write;
   std::optional<RecordPlace> explain;  ///< in place of the records
   bool events = false;
+  bool absoluteTimes = false;  ///< of the events
   bool json = false;
   std::vector<TraceRequest> traces;
 };

@@ -18,6 +18,7 @@
 #include "agent/live/Privileges.h"
 #include "agent/output/Json.h"
 #include "agent/output/Tables.h"
+#include "agent/replay/EventOutput.h"
 #include "agent/replay/Replay.h"
 #include "agent/text/TimeText.h"
 #include "agent/text/Wording.h"
@@ -107,14 +108,16 @@ void run(LiveCommand const& command) {
   live.run();
 }
 
+EventOutput::Form formOfEvents(ReplayCommand const& command) {
+  using Form = EventOutput::Form;
+  if (command.json) return Form::json;
+  return command.absoluteTimes ? Form::absoluteTimes : Form::relativeTimes;
+}
+
 std::string snapshotText(ReplayCommand const& command, Replay const& replay) {
   Snapshot const snapshot = snapshotOf(replay.result());
-  if (command.json) return json(snapshot, command.events ? &replay.events() : nullptr);
+  if (command.json) return json(snapshot);
   std::ostringstream out;
-  if (command.events) {
-    printEvents(out, replay.events());
-    out << '\n';
-  }
   printSnapshot(out, snapshot);
   return out.str();
 }
@@ -131,18 +134,21 @@ std::string explanationText(ReplayCommand const& command, Switch const& snooping
 void run(ReplayCommand const& command) {
   Configuration const configuration = load(command.configuration);
   requireConfiguredPorts(command.captures, configuration, command.configuration);
+  EventOutput events(formOfEvents(command));
   Tracing tracing(command.traces);
   Replay replay(configuration, command.captures);
   {
     Tracing::Run const traced(tracing, replay);
     if (command.write) replay.writeSent(*command.write);
-    if (command.events) replay.watchRecords();
+    if (command.events)
+      replay.onEventsAre([&](std::vector<ReplayEvent> const& some) { print(events.text(some)); });
     replay.run(command.until);
   }
   for (std::string const& remark : remarksOn(replay.ownFrames())) log(Severity::warning, remark);
 
-  print(command.explain ? explanationText(command, replay.result())
-                        : snapshotText(command, replay));
+  std::string const text =
+      command.explain ? explanationText(command, replay.result()) : snapshotText(command, replay);
+  print(command.events ? events.end(text) : text);
 }
 
 void run(CheckCommand const& command) {

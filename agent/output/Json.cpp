@@ -31,10 +31,9 @@ Json ignoredObject(std::vector<IgnoredInput> const& ignored) {
 
 }  // namespace
 
-std::string json(Snapshot const& snapshot, std::vector<RecordEvent> const* events) {
+std::string json(Snapshot const& snapshot) {
   Json document;
   document["time"] = seconds(snapshot.time);
-  if (events) document["events"] = list(*events, recordChangeObject);
   document["hosts"] = list(snapshot.hosts, hostObject);
   document["ignored"] = ignoredObject(snapshot.ignored);
   return document.dump(2) + '\n';

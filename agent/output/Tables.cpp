@@ -54,15 +54,6 @@ void addHost(TextTable& table, HostRecords const& host) {
   }
 }
 
-void addEvent(TextTable& table, RecordEvent const& event) {
-  RecordChange const& change = event.change;
-  SourceFilter const& shown = change.after ? *change.after : *change.before;
-  table.row({timeText(event.time), message(change.host.vlanId()), message(change.host.intfId()),
-             message(change.group), change.kind(), message(shown.mode), sourcesText(shown)});
-  if (change.before && change.after)
-    table.row({"", "", "", "", "was", message(change.before->mode), sourcesText(*change.before)});
-}
-
 void printIgnored(std::ostream& out, std::vector<IgnoredInput> const& ignored) {
   TextTable table({{"INTERFACE"}, {"IGNORED", Align::right}, {"CAUSE"}});
   for (IgnoredInput const& input : ignored) {
@@ -145,22 +136,6 @@ void printSnapshot(std::ostream& out, Snapshot const& snapshot) {
   if (snapshot.ignored.empty()) return;
   out << '\n';
   printIgnored(out, snapshot.ignored);
-}
-
-void printEvents(std::ostream& out, std::vector<RecordEvent> const& events) {
-  if (events.empty()) {
-    out << "No record has changed.\n";
-    return;
-  }
-  TextTable table({{"TIME", Align::right},
-                   {"VLAN", Align::right},
-                   {"INTERFACE"},
-                   {"GROUP"},
-                   {"CHANGE"},
-                   {"MODE"},
-                   {"SOURCES"}});
-  for (RecordEvent const& event : events) addEvent(table, event);
-  table.print(out);
 }
 
 void printExplanation(std::ostream& out, Explanation const& explanation) {

@@ -1,11 +1,9 @@
 #pragma once
 
 #include <iosfwd>
-#include <vector>
 
 #include "agent/output/Explanation.h"
 #include "agent/output/Snapshot.h"
-#include "agent/watch/RecordWatch.h"
 
 /// Output for people, in tables that fit 100 columns. What is empty is said in words.
 namespace Agent {
@@ -14,8 +12,5 @@ namespace Agent {
 void printSnapshot(std::ostream& out, Snapshot const& snapshot);
 
 void printExplanation(std::ostream& out, Explanation const& explanation);
-
-/// What has changed when. A changed record stands in two rows, as it became and as it was.
-void printEvents(std::ostream& out, std::vector<RecordEvent> const& events);
 
 }  // namespace Agent

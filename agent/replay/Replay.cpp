@@ -8,6 +8,7 @@
 
 #include "agent/text/TimeText.h"
 #include "agent/text/Wording.h"
+#include "platform/igmp/wire/FrameReader.h"
 
 namespace Agent {
 
@@ -79,12 +80,43 @@ void Replay::writeSent(std::string const& directory) {
   sent_ = std::make_unique<SentCaptures>(directory, ports, fileNames_);
 }
 
-void Replay::watchRecords() {
-  watch_ = std::make_unique<RecordWatch>(switch_.entities().hosts);
-  switch_.afterPublishIs(this, [this] {
-    for (RecordChange& change : watch_->takeChanges())
-      events_.push_back({switch_.now(), std::move(change)});
-  });
+void Replay::onEventsAre(std::function<void(std::vector<ReplayEvent>)> action) {
+  onEvents_ = std::move(action);
+  records_ = std::make_unique<RecordWatch>(switch_.entities().hosts);
+  memberships_ = std::make_unique<MembershipWatch>(switch_.entities().snoopingStatus);
+  switch_.afterPublishIs(this, [this] { tellEvents(); });
+}
+
+/// Whatever it holds: what is no IPv4 is no reporter's.
+void Replay::noteFrame(Wirex::IntfId const& port, MergedPacket const& packet) {
+  constexpr std::size_t sourceOffset = 12;  // in the IPv4 header
+  auto const frame = Igmp::parseEthernet(packet.frame);
+  if (!frame || frame->payload.size() < Igmp::ipv4HeaderSize) return;
+  Igmp::ByteReader header(frame->payload);
+  header.skip(sourceOffset);
+  frames_[{port, header.ipAddr()}] = packet.number;
+}
+
+/// A record of a secondary VLAN changes for what is learned in its primary.
+void Replay::tellEvents() {
+  std::map<std::pair<Bridging::VlanId, Wirex::IpAddr>, std::vector<EventCause>> causes;
+  for (MembershipChange const& change : memberships_->takeChanges()) {
+    EventCause cause{change.interface, change.reporter, std::nullopt};
+    auto const frame = frames_.find({change.interface, change.reporter});
+    if (frame != frames_.end()) cause.frame = frame->second;
+    causes[{change.vlan, change.group}].push_back(cause);
+  }
+  frames_.clear();
+  std::vector<ReplayEvent> events;
+  for (RecordChange& change : records_->takeChanges()) {
+    Horix::Time const now = switch_.now();
+    ReplayEvent event{{now, std::move(change)}, packets_.start() + now, {}};
+    VlanConfig const* const vlan =
+        switch_.configuration().vlanFrom(event.record.change.host.vlanId().value());
+    if (vlan) event.causes = causes[{vlan->learningVlan(), event.record.change.group}];
+    events.push_back(std::move(event));
+  }
+  if (!events.empty()) onEvents_(std::move(events));
 }
 
 void Replay::run(std::optional<Horix::Time> until) {
@@ -95,8 +127,9 @@ void Replay::run(std::optional<Horix::Time> until) {
       letTimePass(packet->time);
     }
     Wirex::IntfId const& port = ports_[packet->capture];
-    if (!ownFrames_.recognise(port, packet->time, packet->frame, packet->outgoing))
-      devices_.receive(port, packet->frame);
+    if (ownFrames_.recognise(port, packet->time, packet->frame, packet->outgoing)) continue;
+    if (onEvents_) noteFrame(port, *packet);
+    devices_.receive(port, packet->frame);
   }
   loop_.endBatch();
   if (until) letTimePass(*until);

@@ -1,15 +1,21 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "agent/Switch.h"
 #include "agent/replay/CaptureMerge.h"
 #include "agent/replay/OwnFrames.h"
 #include "agent/replay/PortCapture.h"
+#include "agent/replay/ReplayEvent.h"
 #include "agent/replay/SentCaptures.h"
+#include "agent/watch/MembershipWatch.h"
 #include "agent/watch/RecordWatch.h"
 #include "platform/horix/EventLoop.h"
 #include "platform/interface/CaptureEthDevPams.h"
@@ -33,8 +39,8 @@ class Replay {
   /// CaptureError, also if that would replace one of the captures.
   void writeSent(std::string const& directory);
 
-  /// Keeps every change of the hosts' records from now on in events().
-  void watchRecords();
+  /// Who hears of the changes of the hosts' records from now on, of those of one time at once.
+  void onEventsAre(std::function<void(std::vector<ReplayEvent>)> action);
 
   /// Feeds the captures to their end, and ends at the last packet's time; or ends at `until`, which
   /// may lie before the last packet or after it. Throws CaptureError, also if nothing is heard for
@@ -42,13 +48,14 @@ class Replay {
   void run(std::optional<Horix::Time> until);
 
   Switch const& result() const { return switch_; }
-  std::vector<RecordEvent> const& events() const { return events_; }
 
   /// What of the captures the switch itself had sent, and was left out.
   OwnFrames const& ownFrames() const { return ownFrames_; }
 
  private:
   void letTimePass(Horix::Time to);
+  void noteFrame(Wirex::IntfId const& port, MergedPacket const& packet);
+  void tellEvents();
 
   Horix::EventLoop loop_;
   Interface::CaptureEthDevPams devices_;
@@ -58,8 +65,12 @@ class Replay {
   CaptureMerge packets_;
   OwnFrames ownFrames_;
   std::unique_ptr<SentCaptures> sent_;
-  std::unique_ptr<RecordWatch> watch_;
-  std::vector<RecordEvent> events_;
+
+  std::function<void(std::vector<ReplayEvent>)> onEvents_;
+  std::unique_ptr<RecordWatch> records_;
+  std::unique_ptr<MembershipWatch> memberships_;
+  // The latest since events were told, of each reporter.
+  std::map<std::pair<Wirex::IntfId, Wirex::IpAddr>, std::uint64_t> frames_;
 };
 
 }  // namespace Agent

@@ -21,6 +21,16 @@ std::string timeText(Horix::Time time) {
   return text.str();
 }
 
+std::string utcText(Horix::Time sinceEpoch) {
+  auto const whole = std::chrono::floor<std::chrono::seconds>(sinceEpoch);
+  std::time_t const seconds = whole.count();
+  std::tm utc{};
+  gmtime_r(&seconds, &utc);
+  std::ostringstream text;
+  text << std::put_time(&utc, "%FT%T") << timeText(sinceEpoch - whole).substr(1) << 'Z';
+  return text.str();
+}
+
 std::string dateText(std::chrono::system_clock::time_point time) {
   std::time_t const seconds = std::chrono::system_clock::to_time_t(time);
   std::tm local{};

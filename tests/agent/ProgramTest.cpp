@@ -150,9 +150,10 @@ TEST_F(ProgramTest, ReplayPrintsEventsBeforeTheTable) {
   auto const outcome = replay("--events --until 300.5 swp1=" + capture());
   EXPECT_EQ(outcome.status, 0);
   EXPECT_THAT(outcome.out,
-              StartsWith("      TIME  VLAN  INTERFACE  GROUP      CHANGE   MODE     SOURCES\n"
-                         "  0.000000    10  swp2       239.1.1.1  added    exclude  -\n"
-                         "270.000000    10  swp2       239.1.1.1  removed  exclude  -\n"
+              StartsWith("0.000000 vlan 10 swp2 239.1.1.1 added: exclude nothing; by swp1 "
+                         "192.0.2.10 (frame 1)\n"
+                         "270.000000 vlan 10 swp2 239.1.1.1 removed (was exclude nothing); by swp1 "
+                         "192.0.2.10 (timer)\n"
                          "\n"
                          "Records at 300.500000 s\n"));
 }

@@ -24,12 +24,6 @@ std::string printed(Snapshot const& snapshot) {
   return out.str();
 }
 
-std::string printed(std::vector<RecordEvent> const& events) {
-  std::ostringstream out;
-  printEvents(out, events);
-  return out.str();
-}
-
 std::size_t longestLine(std::string const& text) {
   std::size_t longest = 0;
   std::istringstream lines(text);
@@ -69,23 +63,11 @@ TEST(Tables, SnapshotShowsHostsRecordsAndWhatWasIgnored) {
             "swp10            1  bad-ttl\n");
 }
 
-TEST(Tables, EventsShowWhatWasBefore) {
-  EXPECT_EQ(printed({event(1500ms, "Vlan10swp1", group, {}, include({a})),
-                     event(10s + 1ns, "Vlan10swp1", group, include({a}), exclude({a, b})),
-                     event(11s, "Vlan4094swp10", group, exclude({}), {})}),
-            "        TIME  VLAN  INTERFACE  GROUP      CHANGE   MODE     SOURCES\n"
-            "    1.500000    10  swp1       239.1.1.1  added    include  192.0.2.1\n"
-            "10.000000001    10  swp1       239.1.1.1  changed  exclude  192.0.2.1, 192.0.2.2\n"
-            "                                          was      include  192.0.2.1\n"
-            "   11.000000  4094  swp10      239.1.1.1  removed  exclude  -\n");
-}
-
 TEST(Tables, NothingIsSaidInWords) {
   EXPECT_THAT(printed(Snapshot{}), HasSubstr("There are no hosts: each takes an interface "));
   Snapshot silent;
   silent.hosts = {hostOn(10, "swp1")};
   EXPECT_THAT(printed(silent), HasSubstr("\n\nThere are no records to show.\n"));
-  EXPECT_EQ(printed(std::vector<RecordEvent>()), "No record has changed.\n");
 }
 
 TEST(Tables, FitOneHundredColumnsWhateverTheyHold) {
@@ -97,12 +79,6 @@ TEST(Tables, FitOneHundredColumnsWhateverTheyHold) {
   EXPECT_LE(longestLine(printed(snapshot)), 100u);
   EXPECT_THAT(printed(snapshot), HasSubstr(" 200.200.200.100"));
   EXPECT_THAT(printed(snapshot), HasSubstr(" 200.200.201.208\n")) << "the last one";
-
-  std::string const events =
-      printed({event(1'000'000'000s + 1ns, "Vlan4094interface-of-15", IpAddr(239, 200, 200, 200),
-                     include(manySources()), exclude(manySources()))});
-  EXPECT_LE(longestLine(events), 100u);
-  EXPECT_THAT(events, HasSubstr("1000000000.000000001  4094  interface-of-15  239.200.200.200  "));
 }
 
 TEST(Tables, NamesThatAreTooLongGoOnBelow) {

@@ -53,10 +53,16 @@ class ReplayTest : public testing::Test {
 
   void replay(std::vector<PortCapture> const& files, std::optional<Horix::Time> until) {
     Replay run(configurationIn(configuration), files);
-    run.watchRecords();
+    events.clear();
+    causes.clear();
+    run.onEventsAre([this](std::vector<ReplayEvent> some) {
+      for (ReplayEvent& event : some) {
+        events.push_back(event.record);
+        causes.push_back(std::move(event.causes));
+      }
+    });
     run.run(until);
     snapshot = snapshotOf(run.result());
-    events = run.events();
   }
 
   HostRecords const* host(std::string const& name) const {
@@ -91,6 +97,7 @@ class ReplayTest : public testing::Test {
   TemporaryDirectory directory;
   Snapshot snapshot;
   std::vector<RecordEvent> events;
+  std::vector<std::vector<EventCause>> causes;  // of the events
 };
 
 // ---- Records
@@ -502,6 +509,19 @@ TEST_F(ReplayTest, EventsTellEveryChangeOfARecordAndNothingElse) {
               ElementsAre("0: none -> include 192.0.2.1",
                           "1000: include 192.0.2.1 -> include 192.0.2.1 192.0.2.2",
                           "3000: include 192.0.2.1 192.0.2.2 -> exclude", "6000: exclude -> none"));
+}
+
+TEST_F(ReplayTest, EventsNameThePortTheReporterAndTheFrame) {
+  hear("swp1", 0s, FrameBuilder::queryV3({}).from(IpAddr(10, 0, 0, 254)));
+  hear("swp1", 1s, FrameBuilder::reportV2(group).from(tv));
+  replay(400s);
+  ASSERT_EQ(events.size(), 4u) << "two ports, added and removed";
+  for (std::size_t i = 0; i < events.size(); ++i) {
+    ASSERT_EQ(causes[i].size(), 1u);
+    EXPECT_EQ(causes[i][0].port, Wirex::IntfId("swp1"));
+    EXPECT_EQ(causes[i][0].reporter, tv);
+    EXPECT_EQ(causes[i][0].frame, i < 2 ? std::optional<std::uint64_t>(2) : std::nullopt);
+  }
 }
 
 TEST_F(ReplayTest, EventsOfOneTimeAreSortedByHostAndGroup) {
