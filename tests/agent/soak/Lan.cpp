@@ -199,7 +199,7 @@ std::optional<Failure> Lan::live(Layout const& layout, std::vector<Event> const&
       wrong += difference(known.records[box], settled.records[box]);
     }
     wrong += difference(known.belief, settled.belief);
-    if (!wrong.empty()) wrong = "what was settled, and is not at rest:\n" + wrong;
+    if (!wrong.empty()) wrong.insert(0, "what was settled, and is not at rest:\n");
   }
   if (wrong.empty()) return std::nullopt;
   return Failure{events, wrong};
