@@ -148,8 +148,21 @@ struct KeptAnswer {
   friend bool operator==(KeptAnswer const&, KeptAnswer const&) = default;
 };
 
+/// An older version that is spoken on a host's port.
+struct KeptHostVersion {
+  KeptPort host;
+  Igmp::IgmpVersion version = Igmp::IgmpVersion::v2;
+  Wirex::IpAddr querier;
+  Horix::Time until{};
+
+  static auto fields(auto& self) {
+    return std::tie(self.host, self.version, self.querier, self.until);
+  }
+  friend bool operator==(KeptHostVersion const&, KeptHostVersion const&) = default;
+};
+
 // New ones come last, so that what former programs have written can still be read.
 using KeptEntry = std::variant<KeptMembership, KeptRouter, KeptQuerier, KeptOlderVersion,
-                               KeptQueryCourse, KeptTold, KeptAnswer>;
+                               KeptQueryCourse, KeptTold, KeptAnswer, KeptHostVersion>;
 
 }  // namespace Agent

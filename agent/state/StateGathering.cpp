@@ -60,6 +60,8 @@ void StateGathering::gatherTalk(KeptPort const& host) {
   }
   for (auto const& answer : memory.answers)
     writer_.put(KeptAnswer{host, answer.group, answer.sources, answer.due});
+  for (auto const& older : memory.olderQueriers)
+    writer_.put(KeptHostVersion{host, older.version, older.querier, older.until});
 }
 
 void StateGathering::gatherRouters(Switch& snoopingSwitch) {

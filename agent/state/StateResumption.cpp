@@ -118,6 +118,12 @@ class Resumption {
       memoryOf(kept.host).answers.push_back({kept.group, kept.sources, due});
   }
 
+  void operator()(KeptHostVersion const& kept) {
+    Time const until = here(kept.until);
+    if (kept.version == Igmp::IgmpVersion::v3 || until <= now_) return;
+    memoryOf(kept.host).olderQueriers.push_back({kept.version, kept.querier, until});
+  }
+
  private:
   Igmp::HostMemory& memoryOf(KeptPort const& host) {
     return memories_[PortKey(host.vlan, host.interface).hostName()];

@@ -5,6 +5,7 @@
 
 #include "framework/types/IpAddr.h"
 #include "platform/horix/Clock.h"
+#include "platform/igmp/host/QuerierVersions.h"
 
 namespace Igmp {
 
@@ -41,6 +42,7 @@ struct HostMemory {
 
   std::vector<Told> told;
   std::vector<Answer> answers;
+  std::vector<QuerierVersions::Present> olderQueriers;  ///< on the host's own port
 
   friend bool operator==(HostMemory const&, HostMemory const&) = default;
 };

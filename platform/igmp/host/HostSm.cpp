@@ -193,10 +193,13 @@ void HostSm::updateAccess() {
 
 HostMemory HostSm::memory() const {
   if (!canSend()) return {};
-  return {unaskedReports_.told(mode_), answers_.pending()};
+  return {unaskedReports_.told(mode_), answers_.pending(), querierVersions_.present()};
 }
 
 void HostSm::goOnFrom(HostMemory const& memory) {
+  for (QuerierVersions::Present const& older : memory.olderQueriers)
+    querierVersions_.presentIs(older);
+  handleCompatibilityMode();
   if (unaskedReports_.active()) unaskedReports_.goOnFrom(memory.told, mode_);
   for (HostMemory::Answer const& answer : memory.answers) answers_.pendingIs(answer, mode_);
 }

@@ -23,6 +23,8 @@ class KEL_EXPORT QuerierVersions {
     IgmpVersion version;
     Wirex::IpAddr querier;
     Horix::Time until;
+
+    friend bool operator==(Present const&, Present const&) noexcept = default;
   };
 
   /// All of them, for whoever is to know them again.

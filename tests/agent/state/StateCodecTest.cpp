@@ -64,7 +64,9 @@ TEST(StateCodec, TakesOutWhatWasPutIn) {
                {IpAddr(192, 0, 2, 1)},
                1,
                {{IpAddr(192, 0, 2, 7), 2}}},
-      KeptAnswer{{VlanId(1), IntfId("swp3")}, IpAddr(), {IpAddr(192, 0, 2, 1)}, seconds(3)}};
+      KeptAnswer{{VlanId(1), IntfId("swp3")}, IpAddr(), {IpAddr(192, 0, 2, 1)}, seconds(3)},
+      KeptHostVersion{
+          {VlanId(1), IntfId("swp3")}, Igmp::IgmpVersion::v2, IpAddr(10, 0, 0, 253), seconds(4)}};
   std::string const bytes = bytesOf(entries);
   StateReader reader(bytes);
   EXPECT_EQ(entriesIn(reader), entries);
