@@ -1,4 +1,5 @@
-"""From a report to the entry, beside the kernel's own snooping; then 10,000 groups on 32 ports."""
+"""From a report to the entry, and joins and leaves a second, beside the kernel's own snooping; then
+10,000 groups on 32 ports."""
 
 import statistics
 import time
@@ -7,7 +8,9 @@ from rig import igmp
 from rig.mdb import MdbEvents
 
 PORTS, GROUPS, AT_ONCE = 32, 10_000, 180
-UNLIMITED = {"max_groups": 0, "max_interface_groups": 0, "max_interface_memberships": 0}
+RATE_GROUPS = 500
+UNLIMITED = {"max_groups": 0, "max_interface_groups": 0, "max_interface_memberships": 0,
+             "max_interface_sources": 0, "fast_leave": True}
 
 
 def groups(number):
@@ -47,6 +50,34 @@ def fill(ends):
     return time.monotonic() - start
 
 
+def rates(lab, switch, ends, others):
+    """Joins of four sources each, and leaves, one in each report: until the last entry is there,
+    or gone. The kernel's own snooping has done its work when a report is sent."""
+    sources = [f"192.0.2.{number}" for number in range(1, 5)]
+    wanted = groups(RATE_GROUPS)
+    changes = RATE_GROUPS * PORTS
+    before = switch.metric("forwarding_entries")
+    for what, left, record in (
+            ("joins", changes, lambda group: ("allow", group, sources)),
+            ("leaves", 0, lambda group: ("block", group, sources))):
+        start = time.monotonic()
+        send_all(ends, wanted, record)
+        lab.until(lambda left=left: switch.metric("forwarding_entries"), before + left, within=60)
+        agent = changes / (time.monotonic() - start)
+        start = time.monotonic()
+        send_all(others, wanted, record)
+        kernel = changes / (time.monotonic() - start)
+        lab.note(f"{what} of four sources on {PORTS} ports: agent {agent:.0f} a second, kernel "
+                 f"{kernel:.0f}")
+
+
+def send_all(ends, wanted, record):
+    for group in wanted:
+        message = igmp.report(record(group))
+        for end in ends:
+            end.send(end.address, igmp.ALL_IGMPV3_ROUTERS, message)
+
+
 def note_turns(lab, switch, when):
     """The longest so far."""
     lab.note(f"no turn of the loop took longer than "
@@ -66,6 +97,7 @@ def run(lab):
     lab.begin(switch)
     lab.until(lambda: "go where they are wanted" in switch.log(), True, within=10)
     latency(lab, switch, ends[0], kernel, others[0])
+    rates(lab, switch, ends, others)
     known = switch.metric("forwarding_entries")
     note_turns(lab, switch, "before")
     before = switch.resident()
