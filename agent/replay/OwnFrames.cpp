@@ -45,7 +45,7 @@ Bytes datagramOf(Igmp::EthernetFrame const& frame) {
 std::optional<Igmp::EthernetFrame> relevant(Bytes bytes) {
   auto const frame = Igmp::parseEthernet(bytes);
   if (!frame) return std::nullopt;
-  auto const protocol = Igmp::ipProtocolOf(*frame);
+  std::uint8_t const protocol = Igmp::ipProtocolOf(*frame).value_or(0);
   if (protocol != Igmp::ipProtocolIgmp && protocol != Igmp::ipProtocolPim) return std::nullopt;
   return *frame;
 }
@@ -53,7 +53,8 @@ std::optional<Igmp::EthernetFrame> relevant(Bytes bytes) {
 /// What an IPv4 datagram carries.
 Bytes messageOf(Bytes datagram) {
   if (datagram.empty()) return {};
-  std::size_t const header = (datagram[0] & 0x0f) * 4u;
+  constexpr std::size_t word = 4;
+  std::size_t const header = (datagram[0] & 0x0f) * word;
   return datagram.subspan(std::min(header, datagram.size()));
 }
 

@@ -37,10 +37,10 @@ class OwnFrames {
 
   /// Whether the frame is one that the switch had sent.
   /// @param outgoing the capture says so.
-  bool recognise(Wirex::IntfId const& port, Horix::Time time, Wirex::Bytes frame, bool outgoing);
+  bool recognise(Wirex::IntfId const& port, Horix::Time time, Wirex::Bytes bytes, bool outgoing);
 
   /// The replay's own hosts have sent this.
-  void sent(Wirex::IntfId const& port, Horix::Time time, Wirex::Bytes frame);
+  void sent(Wirex::IntfId const& port, Horix::Time time, Wirex::Bytes bytes);
 
   std::map<Wirex::IntfId, Counts> const& counts() const { return counts_; }
 
