@@ -136,6 +136,10 @@ class CommandLine {
         ->add_option("--write", command.write,
                      "Store what the hosts sent in this directory, as PORT.pcap")
         ->type_name("DIR");
+    replay_
+        ->add_option("--report", command.report,
+                     "Write a page of who feeds which record, when, and what was ignored")
+        ->type_name("FILE.html");
     auto* const events = replay_->add_flag(
         "--events", command.events, "Print every record change as it happens, and who caused it");
     replay_

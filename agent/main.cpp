@@ -20,6 +20,8 @@
 #include "agent/output/Tables.h"
 #include "agent/replay/EventOutput.h"
 #include "agent/replay/Replay.h"
+#include "agent/report/ReplayReport.h"
+#include "agent/report/ReportFile.h"
 #include "agent/text/TimeText.h"
 #include "agent/text/Wording.h"
 
@@ -131,20 +133,30 @@ std::string explanationText(ReplayCommand const& command, Switch const& snooping
   return out.str();
 }
 
+std::vector<std::string> inputsOf(ReplayCommand const& command) {
+  std::vector<std::string> inputs{command.configuration};
+  for (PortCapture const& capture : command.captures) inputs.push_back(capture.fileName);
+  return inputs;
+}
+
 void run(ReplayCommand const& command) {
   Configuration const configuration = load(command.configuration);
   requireConfiguredPorts(command.captures, configuration, command.configuration);
   EventOutput events(formOfEvents(command));
   Tracing tracing(command.traces);
   Replay replay(configuration, command.captures);
+  std::optional<ReportFile> report;
+  if (command.report) report.emplace(*command.report, inputsOf(command));
   {
     Tracing::Run const traced(tracing, replay);
     if (command.write) replay.writeSent(*command.write);
     if (command.events)
       replay.onEventsAre([&](std::vector<ReplayEvent> const& some) { print(events.text(some)); });
+    if (report) replay.watchHistory();
     replay.run(command.until);
   }
   for (std::string const& remark : remarksOn(replay.ownFrames())) log(Severity::warning, remark);
+  if (report) report->write(reportOf(replay.result(), command.configuration, replay.history()));
 
   std::string const text =
       command.explain ? explanationText(command, replay.result()) : snapshotText(command, replay);

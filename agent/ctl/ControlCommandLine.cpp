@@ -38,6 +38,7 @@ class ControlCommandLine {
     addShow();
     addExplain();
     addMonitor();
+    addReport();
     addClear();
     addTrace();
     addRestart();
@@ -90,6 +91,13 @@ class ControlCommandLine {
 
   void addMonitor() {
     addJson(*add(app_, "monitor", "Print changes of memberships and records as they happen"));
+  }
+
+  void addReport() {
+    add(app_, "report", "Write a page of who feeds which record, and what was ignored")
+        ->add_option("FILE.html", command_.reportFile, "The page")
+        ->required()
+        ->type_name("");
   }
 
   void addClear() {

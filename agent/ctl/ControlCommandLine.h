@@ -12,6 +12,7 @@ namespace Agent {
 struct ControlCommand {
   std::string socket = "/run/igmpsnoopd/control";
   Request request;
+  std::string reportFile;  ///< of "report"
   bool json = false;
 };
 

@@ -13,6 +13,8 @@
 #include "agent/ctl/ControlClient.h"
 #include "agent/ctl/ControlCommandLine.h"
 #include "agent/ctl/ControlOutput.h"
+#include "agent/report/ReportData.h"
+#include "agent/report/ReportFile.h"
 #include "agent/text/Wording.h"
 
 namespace {
@@ -62,10 +64,14 @@ class Lines {
   std::string path_;
 };
 
-void show(ControlCommand const& command, Lines& lines) {
+Json documentIn(Lines& lines) {
   ShownLists lists;
   for (Json line; lines.next(line);) lists.add(std::move(line));
-  Json const document = lists.takeDocument();
+  return lists.takeDocument();
+}
+
+void show(ControlCommand const& command, Lines& lines) {
+  Json const document = documentIn(lines);
   if (command.json) {
     print(document.dump(2) + '\n');
     return;
@@ -92,7 +98,25 @@ void printAnswer(Lines& lines) {
   }
 }
 
+void report(ControlCommand command) {
+  ReportFile file(command.reportFile, {});
+  ReportData data;
+  data.subject = command.socket;
+  command.request.command = "show";
+  for (char const* const list : reportLists) {
+    command.request.what = list;
+    Lines lines(command);
+    addList(data, list, documentIn(lines));
+  }
+  data.history = outlook(data);
+  file.write(data);
+}
+
 void run(ControlCommand& command) {
+  if (command.request.command == "report") {
+    report(command);
+    return;
+  }
   command.request.text = !command.json;
   Lines lines(command);
   if (command.request.command == "show")

@@ -94,6 +94,7 @@ Json hostAttributes(HostRecords const& host) {
     object["spoken-igmp-version"] = static_cast<unsigned>(host.spokenVersion);
   object["blocked"] = host.blocked;
   object["direction"] = message(host.direction);
+  object["source-address"] = message(host.sourceAddress);
   return object;
 }
 

@@ -15,6 +15,7 @@
 #include "agent/replay/PortCapture.h"
 #include "agent/replay/ReplayEvent.h"
 #include "agent/replay/SentCaptures.h"
+#include "agent/report/HistoryWatch.h"
 #include "agent/watch/MembershipWatch.h"
 #include "agent/watch/RecordWatch.h"
 #include "platform/horix/EventLoop.h"
@@ -42,12 +43,16 @@ class Replay {
   /// Who hears of the changes of the hosts' records from now on, of those of one time at once.
   void onEventsAre(std::function<void(std::vector<ReplayEvent>)> action);
 
+  /// Writes down from now on what history() tells.
+  void watchHistory() { historyWatch_ = std::make_unique<HistoryWatch>(switch_); }
+
   /// Feeds the captures to their end, and ends at the last packet's time; or ends at `until`, which
   /// may lie before the last packet or after it. Throws CaptureError, also if nothing is heard for
   /// longer than a month: every query that would be sent meanwhile costs time.
   void run(std::optional<Horix::Time> until);
 
   Switch const& result() const { return switch_; }
+  History history() const { return historyWatch_->history(); }
 
   /// What of the captures the switch itself had sent, and was left out.
   OwnFrames const& ownFrames() const { return ownFrames_; }
@@ -71,6 +76,7 @@ class Replay {
   std::unique_ptr<MembershipWatch> memberships_;
   // The latest since events were told, of each reporter.
   std::map<std::pair<Wirex::IntfId, Wirex::IpAddr>, std::uint64_t> frames_;
+  std::unique_ptr<HistoryWatch> historyWatch_;
 };
 
 }  // namespace Agent

@@ -54,6 +54,7 @@ HostRecords attributesOf(Igmp::IgmpHost const& host, Igmp::IgmpHostStatusDir con
     records.spokenVersion = status->compatibilityMode();
   records.blocked = host.blocked();
   records.direction = host.direction();
+  records.sourceAddress = host.settings().sourceAddress;
   return records;
 }
 

@@ -37,6 +37,7 @@ struct HostRecords {
   Igmp::IgmpVersion spokenVersion = Igmp::IgmpVersion::v3;  ///< on account of older queriers
   bool blocked = false;
   Bridging::AllowedTrafficDirection direction = Bridging::AllowedTrafficDirection::both;
+  Wirex::IpAddr sourceAddress;      ///< of its messages
   std::vector<GroupRecord> groups;  ///< ascending by address
 };
 

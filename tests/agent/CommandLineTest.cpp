@@ -59,6 +59,11 @@ TEST(CommandLine, ReplayTakesADirectoryToWriteTo) {
   EXPECT_EQ(replayed({"--write", "sent"}).write, "sent");
 }
 
+TEST(CommandLine, ReplayTakesAFileForTheReportPage) {
+  EXPECT_EQ(replayed({}).report, std::nullopt);
+  EXPECT_EQ(replayed({"--report", "page.html"}).report, "page.html");
+}
+
 TEST(CommandLine, LiveTakesAConfigurationAndSockets) {
   auto const usual = std::get<LiveCommand>(parse({"live", "--config", "switch.toml"}));
   EXPECT_EQ(usual.configuration, "switch.toml");

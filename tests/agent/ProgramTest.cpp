@@ -88,6 +88,25 @@ TEST_F(ProgramTest, MemoryThatRunsOutIsToldInOneLine) {
   EXPECT_THAT(outcome.err, HasSubstr("and a limit of 146 MB of address space; give it more"));
 }
 
+TEST_F(ProgramTest, ReplayWritesTheReportPage) {
+  auto const outcome = replay("swp1=" + capture() + " --report " + directory.file("page.html"));
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  std::string const page = contents(directory.file("page.html"));
+  EXPECT_THAT(page, HasSubstr("A replay, 1.50 s after the first packet."));
+  EXPECT_THAT(page, HasSubstr("239.1.1.1: swp2 reports every source, from swp1."));
+  EXPECT_THAT(page, HasSubstr("</html>"));
+}
+
+TEST_F(ProgramTest, ReplayDoesNotReplaceACaptureByTheReportPage) {
+  std::string const swp1 = capture();
+  std::string const before = contents(swp1);
+  auto const outcome = replay("swp1=" + swp1 + " --report " + swp1);
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_TRUE(isOneLine(outcome.err)) << outcome.err;
+  EXPECT_THAT(outcome.err, HasSubstr("would destroy"));
+  EXPECT_EQ(contents(swp1), before);
+}
+
 TEST_F(ProgramTest, ReplayPrintsATable) {
   auto const outcome = replay("swp1=" + capture());
   EXPECT_EQ(outcome.status, 0);

@@ -205,7 +205,7 @@ TEST_F(ControlServerTest, HostsAreFollowedByTheirGroups) {
   ASSERT_THAT(lines, SizeIs(4));
   EXPECT_EQ(lines[1].dump(),
             R"({"hosts":{"name":"Vlan10swp2","vlan":10,"interface":"swp2","igmp-version":3,)"
-            R"("blocked":false,"direction":"both","group":[]}})");
+            R"("blocked":false,"direction":"both","source-address":"0.0.0.0","group":[]}})");
   EXPECT_EQ(lines[2].dump(),
             R"({"more":{"hosts":{"group":[{"address":"239.1.1.1","filter-mode":"include",)"
             R"("source":["192.0.2.1"]}]}}})");

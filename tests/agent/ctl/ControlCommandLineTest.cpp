@@ -65,6 +65,7 @@ TEST(ControlCommandLine, JsonIsAskedForPerCommand) {
   EXPECT_FALSE(commandIn({"show", "vlans"}).json);
   EXPECT_TRUE(commandIn({"show", "vlans", "-j"}).json);
   EXPECT_TRUE(commandIn({"monitor", "--json"}).json);
+  EXPECT_EQ(commandIn({"report", "page.html"}).reportFile, "page.html");
 }
 
 TEST(ControlCommandLine, WrongUsageIsToldWithWhereToRead) {

@@ -184,7 +184,7 @@ TEST_F(ControlProgramTest, HostsAsJsonAreInTheFormatOfAReplay) {
   EXPECT_EQ(document.at("hosts").size(), 3u);
   EXPECT_EQ(document.at("hosts").at(1).dump(),
             R"({"name":"Vlan10swp2","vlan":10,"interface":"swp2","igmp-version":3,)"
-            R"("blocked":false,"direction":"both","group":[)"
+            R"("blocked":false,"direction":"both","source-address":"0.0.0.0","group":[)"
             R"({"address":"239.0.0.1","filter-mode":"exclude","source":[]},)"
             R"({"address":"239.1.1.1","filter-mode":"include","source":["192.0.2.1"]}]})");
 }
@@ -215,6 +215,17 @@ TEST_F(ControlProgramTest, HostsAreShownWithTheVersionThatTheySpeak) {
   auto const document = nlohmann::json::parse(out("show hosts -j --interface swp2"));
   EXPECT_EQ(document.at("hosts").at(0).at("igmp-version"), 3);
   EXPECT_EQ(document.at("hosts").at(0).at("spoken-igmp-version"), 2);
+}
+
+TEST_F(ControlProgramTest, WritesTheReportPage) {
+  test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
+  EXPECT_EQ(out("report " + directory.file("page.html")), "");
+  std::ostringstream page;
+  page << std::ifstream(directory.file("page.html")).rdbuf();
+  EXPECT_THAT(page.str(), HasSubstr("A running agent, "));
+  EXPECT_THAT(page.str(), HasSubstr("239.1.1.1: swp2 reports only 192.0.2.1, from swp1."));
+  EXPECT_THAT(page.str(), HasSubstr("hosts send from 0.0.0.0: swp1, swp2, swp3."));
+  EXPECT_THAT(page.str(), HasSubstr("</html>"));
 }
 
 TEST_F(ControlProgramTest, ExplainsInTextAndJson) {

@@ -25,6 +25,7 @@ TEST(Json, IsWhatIsPromised) {
       "igmp-version": 3,
       "blocked": false,
       "direction": "both",
+      "source-address": "0.0.0.0",
       "group": [
         {
           "address": "239.1.1.1",
