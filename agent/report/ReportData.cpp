@@ -132,6 +132,7 @@ void addRows(ReportedCounters& table, Json const& elements, std::vector<char con
              char const* part, std::array<Counter<Counters>, size> const& counters) {
   for (Json const& element : elements) {
     std::vector<std::string> row;
+    row.reserve(of.size() + size);
     for (char const* const key : of) row.push_back(cell(element, key));
     Json const& values = part ? element.at(part) : element;
     for (auto const& counter : counters) row.push_back(cell(values, counter.key));
