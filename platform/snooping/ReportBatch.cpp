@@ -11,6 +11,10 @@ void ReportBatch::add(VlanLearning& learning) {
     changed_.push_back(&learning);
 }
 
+void ReportBatch::settle() {
+  for (std::size_t i = 0; i < changed_.size(); ++i) changed_[i]->settle();
+}
+
 // What readers do may change memberships, and end the learning of VLANs that still wait.
 void ReportBatch::publish() {
   std::size_t const waiting = changed_.size();

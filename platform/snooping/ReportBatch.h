@@ -15,6 +15,11 @@ class KEL_EXPORT ReportBatch {
   void add(VlanLearning& learning);
   void forget(VlanLearning& learning) { std::erase(changed_, &learning); }
 
+  /// Has the readers of all VLANs hear what is written so far, without telling them that it is all.
+  /// To be called in the midst of a batch: activities run for every VLAN, and what one has half
+  /// said would be taken for its word.
+  void settle();
+
   void publish();
 
  private:

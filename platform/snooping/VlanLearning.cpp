@@ -168,7 +168,7 @@ std::optional<IgnoreReason> VlanLearning::admit(IntfId const& name, IpAddr addre
   };
   auto const cause = refusal();
   if (!cause || !somebodyLeaves()) return cause;
-  settle();
+  batch_.settle();
   return refusal();
 }
 

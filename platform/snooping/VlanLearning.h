@@ -66,6 +66,9 @@ class KEL_EXPORT VlanLearning final : private MembershipWriter {
   /// Has readers that are new to the status hear all of it.
   void repeat();
 
+  /// For its ReportBatch alone.
+  using MembershipWriter::settle;
+
   /// The end of a batch: readers hear what has changed.
   void publish() { MembershipWriter::publish(); }
 

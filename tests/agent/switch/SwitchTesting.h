@@ -53,8 +53,12 @@ class SwitchUnderTest {
     loop_.endBatch();
   }
   void hear(std::string const& port, IgmpTest::FrameBuilder const& frame) {
-    devices_.receive(Wirex::IntfId(port.c_str()), frame.bytes());
+    hearOnly(port, frame);
     loop_.endBatch();
+  }
+  /// Without ending the batch.
+  void hearOnly(std::string const& port, IgmpTest::FrameBuilder const& frame) {
+    devices_.receive(Wirex::IntfId(port.c_str()), frame.bytes());
   }
   void pass(Time time) { loop_.advanceTo(loop_.now() + time); }
 
