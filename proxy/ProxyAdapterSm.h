@@ -109,6 +109,8 @@ class KEL_EXPORT AdapterSm::KelAdapterConfig final : public AdapterVlanConfig::N
  public:
   KelAdapterConfig(Kel::Ptr<AdapterVlanConfig const> config, AdapterSm* adapterSm);
 
+  void adapterSmIs(AdapterSm* adapterSm) { adapterSm_ = adapterSm; }
+
   void onHostKey(PortKey const& key) override;
 
  private:
@@ -118,6 +120,8 @@ class KEL_EXPORT AdapterSm::KelAdapterConfig final : public AdapterVlanConfig::N
 class KEL_EXPORT AdapterSm::KelCoreStatus final : public IgmpContextStatus::NotifieeConst {
  public:
   KelCoreStatus(Kel::Ptr<IgmpContextStatus const> status, AdapterSm* adapterSm);
+
+  void adapterSmIs(AdapterSm* adapterSm) { adapterSm_ = adapterSm; }
 
   void notifierIs(Kel::Ptr<IgmpContextStatus const> status) override;
   void onGroup(Wirex::IpAddr address) override;
@@ -157,6 +161,7 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup final : public IgmpGroup::NotifieeConst
   bool igmpHostChanged() const { return changedLink_.isListed(); }
   void igmpHostChangedIs(bool changed);
 
+  Kel::ActivityConfig* actsm() const { return kelFwkActivity(); }
   Kel::ActivityConfig* kelFwkActivity() const override { return activity_.get(); }
   void notifierIs(Kel::Ptr<IgmpGroup const> group) override;
   void hasNotificationActiveIs(bool active) override;
@@ -238,6 +243,7 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup::KelIgmpIntf final : public IgmpIntfSta
   /// Fills a fresh `result` with what the group's other ports want.
   void subtract(SourceCount& result) const;
 
+  Kel::ActivityConfig* actsm() const { return kelFwkActivity(); }
   Kel::ActivityConfig* kelFwkActivity() const override;
   void notifierIs(Kel::Ptr<IgmpIntfStatus const> status) override;
   void hasNotificationActiveIs(bool active) override;
@@ -313,6 +319,7 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup::KelIgmpIntf::KelMembership final
 
   Wirex::IpAddr addr() const { return notifier()->addr(); }
 
+  Kel::ActivityConfig* actsm() const { return kelFwkActivity(); }
   Kel::ActivityConfig* kelFwkActivity() const override;
   void notifierIs(Kel::Ptr<IgmpMembership const> membership) override;
   void hasNotificationActiveIs(bool active) override;

@@ -263,6 +263,9 @@ class KEL_EXPORT IgmpHostStatusDir : public Kel::Entity {
     return igmpHostStatus_.is(*this, host);
   }
   void igmpHostStatusDel(Kel::Name const& host) { igmpHostStatus_.del(*this, host); }
+  void igmpHostStatusDelAll() { igmpHostStatus_.delAll(*this); }
+  void igmpHostStatusNotify(Kel::Name const& host) { igmpHostStatus_.notify(*this, host); }
+  void igmpHostStatusNotify() { notify<&NotifieeConst::onIgmpHostStatuskelImmediate>(); }
 
  private:
   Kel::Name name_;

@@ -827,4 +827,26 @@ TEST_F(EntitiesTest, IgmpHostStatusDirHasAName) {
   EXPECT_EQ(Kel::make<Igmp::IgmpHostStatusDir>("proxy")->name(), "proxy");
 }
 
+TEST_F(EntitiesTest, IgmpHostStatusDirTellsOfItsEntriesAlsoWhenAllGo) {
+  struct Listener : Igmp::IgmpHostStatusDir::NotifieeConst {
+    explicit Listener(Kel::Ptr<Igmp::IgmpHostStatusDir const> dir) { watch(std::move(dir)); }
+    void onIgmpHostStatus(Kel::Name const& host) override {
+      heard.push_back(std::string(host.stringValue().view()));
+    }
+    void onIgmpHostStatuskelImmediate() override { heard.push_back("all"); }
+    std::vector<std::string> heard;
+  };
+  auto const dir = Kel::make<Igmp::IgmpHostStatusDir>("proxy");
+  auto const listener = Kel::make<Listener>(dir);
+  dir->igmpHostStatusIs("a");
+  dir->igmpHostStatusIs("b");
+  dir->igmpHostStatusNotify("b");
+  dir->igmpHostStatusNotify();
+  EXPECT_THAT(listener->heard, testing::ElementsAre("a", "b", "b", "all"));
+  listener->heard.clear();
+  dir->igmpHostStatusDelAll();
+  EXPECT_TRUE(dir->igmpHostStatus().empty());
+  EXPECT_THAT(listener->heard, testing::UnorderedElementsAre("a", "b"));
+}
+
 }  // namespace

@@ -599,6 +599,22 @@ TEST_F(AdapterSm_Delivery, GoingInactiveCallsOffWhatIsPending) {
   EXPECT_EQ(counts(), starG(1));
 }
 
+TEST_F(AdapterSm_Delivery, TopLevelReactorsCallTheAdapterThatTheyWereGivenLast) {
+  port("swp1").reports(g1);
+  Kel::runActivities();
+  auto const otherConfig = Kel::make<AdapterVlanConfig>(vlanId);
+  auto const otherStatus = Kel::make<IgmpContextStatus>(vlanId);
+  auto const onConfig = Kel::make<AdapterSm::KelAdapterConfig>(otherConfig, nullptr);
+  auto const onStatus = Kel::make<AdapterSm::KelCoreStatus>(otherStatus, nullptr);
+  onConfig->adapterSmIs(adapter.get());
+  onStatus->adapterSmIs(adapter.get());
+  TraceCapture const trace({9});
+  otherConfig->hostKeyIs(PortKey(vlanId, IntfId("up1")), true);
+  otherStatus->newIgmpReportNotify();
+  EXPECT_THAT(trace.texts(), testing::ElementsAre("9 AdapterSm::newIgmpHost key Vlan10up1",
+                                                  "9 AdapterSm::updateIgmpHost"));
+}
+
 // ---- deletion
 
 /// Counts how often each group is taken from a host.

@@ -198,6 +198,9 @@ TEST_F(KelIgmpGroupTest, BelongsToTheActivityThatItsPortsAndReportersShare) {
   ASSERT_NE(activity, nullptr);
   EXPECT_EQ(intf("swp1")->kelFwkActivity(), activity);
   EXPECT_EQ(intf("swp1")->membership(r1)->kelFwkActivity(), activity);
+  EXPECT_EQ(group()->actsm(), activity);
+  EXPECT_EQ(intf("swp1")->actsm(), activity);
+  EXPECT_EQ(intf("swp1")->membership(r1)->actsm(), activity);
 }
 
 TEST_F(KelIgmpGroupTest, InactiveGroupAndAllBelowItHearNothing) {
