@@ -80,9 +80,12 @@ void EthDevPamManager::enabledIs(bool enabled) {
   handleIntf();
 }
 
+// A reactor that is not active hears of nothing, so one that is active again looks at all.
 void EthDevPamManager::hasNotificationActiveIs(bool active) {
+  bool const awakes = active && !desired_->hasNotificationActive();
   desired_->hasNotificationActiveIs(active);
   kernelIntfStatusDir_->hasNotificationActiveIs(active);
+  if (awakes && !desired_->isZombie()) handleIntf();
 }
 
 void EthDevPamManager::kelDoZombieReactors(bool zombie) {

@@ -103,9 +103,17 @@ Kel::Ptr<Bridging::Config const> const& DefaultVlanSm::bridgingConfig() const {
   return bridgingConfig_->notifier();
 }
 
+// A reactor that is not active hears of nothing, so one that is active again looks at all.
 void DefaultVlanSm::hasNotificationActiveIs(bool active) {
+  bool const awakes = active && !bridgingConfig_->hasNotificationActive();
   bridgingConfig_->hasNotificationActiveIs(active);
   vlanConfig_.hasNotificationActiveIs(active);
+  if (!awakes || bridgingConfig_->isZombie()) return;
+  Kel::Ptr<Wirex::PortVlanPamManager> const manager(manager_);
+  Kel::Ptr<DefaultVlanSm> const self(this);
+  handleVlan();
+  for (VlanId const vlan : vlanConfig_.keys())
+    if (auto const watcher = vlanConfig_.get(vlan)) watcher->handleIntf();
 }
 
 void DefaultVlanSm::kelDoZombieReactors(bool zombie) {

@@ -330,16 +330,31 @@ TEST_F(EthDevPamManagerTest, ZombieFollowsNothing) {
   EXPECT_TRUE(isOpen("swp1"));
 }
 
-TEST_F(EthDevPamManagerTest, InactiveFollowsNothing) {
+TEST_F(EthDevPamManagerTest, InactiveFollowsNothingAndCatchesUpWhenItIsActiveAgain) {
+  kernelHas("swp2");
+  desiredIs("swp2");
+  ASSERT_TRUE(isOpen("swp2"));
+  devices.openings.clear();
   manager->hasNotificationActiveIs(false);
   kernelHas("swp1");
   desiredIs("swp1");
+  desired->intfDesiredDel(IntfId("swp2"));
   desired->intfDesiredNotify();
   kernel->intfStatusAndDeviceNameNotify();
   EXPECT_THAT(devices.openings, IsEmpty());
+  EXPECT_TRUE(isOpen("swp2"));
   manager->hasNotificationActiveIs(true);
-  kernel->intfStatusAndDeviceNameNotify();
   EXPECT_TRUE(isOpen("swp1"));
+  EXPECT_FALSE(isOpen("swp2"));
+}
+
+TEST_F(EthDevPamManagerTest, ZombieDoesNotCatchUp) {
+  manager->hasNotificationActiveIs(false);
+  kernelHas("swp1");
+  desiredIs("swp1");
+  manager->kelDoZombieReactors(true);
+  manager->hasNotificationActiveIs(true);
+  EXPECT_THAT(devices.openings, IsEmpty());
 }
 
 TEST_F(EthDevPamManagerTest, FollowsNothingOnceItIsGone) {

@@ -207,9 +207,6 @@ TEST_F(DefaultVlanSmTest, InactiveFollowsNothingAndCatchesUpWhenItIsActiveAgain)
   EXPECT_EQ(defaultVlan("swp2"), 0u);
   EXPECT_EQ(defaultVlan("swp4"), 0u);
   sm->hasNotificationActiveIs(true);
-  config->vlanConfigNotify();
-  for (std::uint16_t const number : {std::uint16_t{10}, std::uint16_t{20}})
-    vlan(number)->intfConfigNotify();
   EXPECT_EQ(defaultVlan("swp1"), 0u);
   EXPECT_EQ(defaultVlan("swp2"), 20u);
   EXPECT_EQ(defaultVlan("swp4"), 30u);
