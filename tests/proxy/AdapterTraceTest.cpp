@@ -145,6 +145,65 @@ TEST_F(AdapterTrace, GivesTheHandlersShortNameWithEachMessage) {
   EXPECT_EQ(seen.size(), handlerOfText.size()) << "the story leaves a handler out";
 }
 
+TEST_F(AdapterTrace, GivesTheHandlersNameWithTheMessagesOfItsHelpersToo) {
+  TraceCapture const trace = TraceCapture::ofEveryLevel();
+  for (auto const* const name : {"up", "swp1", "swp3"}) proxyOn(name);
+  port("swp1").reports(g1, r1).exclude({s1, s2});
+  port("swp1").reports(g1, r2).include({s1});
+  port("swp2").reports(g1).include({s1, s2}).exclude({s3, s2});
+  port("swp3").reports(g1).exclude({s3, s4}).include({s4}).include({s3, s4}).include({s4});
+  publish();
+  port("swp1").reports(g2, r1).include({s1, s2});
+  publish();
+  port("swp1").reports(g2, r1).include({s2, s3});
+  publish();
+  port("swp1").reports(g2, r1).exclude({s2});
+  publish();
+  port("swp1").reports(g2, r2).exclude({s3});
+  publish();
+  port("swp1").reports(g2, r2).exclude({});
+  publish();
+  port("swp1").reports(g2, r1).include({});
+  port("swp1").reports(g2, r2).include({});
+  port("swp1").reports(g3).exclude({s1});
+  port("swp3").reports(g3).include({s2});
+  publish();
+  std::map<std::string, std::string> const handlerOfText{
+      {"SplitHorizon Put *,G into igmpHost", "processSplitHorizon"},
+      {"SplitHorizon exclude mode", "processSplitHorizon"},
+      {"SplitHorizon includes == 0", "processSplitHorizon"},
+      {"SplitHorizon Removing old source", "processSplitHorizon"},
+      {"SplitHorizon Adding to include", "processSplitHorizon"},
+      {"SplitHorizon Adding to exclude", "processSplitHorizon"},
+      {"AdapterSm::updateIgmpHost key", "updateIgmpHost"},
+      {"processPort in exclude mode", "processPort"},
+      {"Include case, delete any exclude", "processPort"},
+      {"Delete old include", "processPort"},
+      {"Add include", "processPort"},
+      {"Start off by deleting include", "processPort"},
+      {"All reporters want to exclude", "processPort"},
+      {"Some reporter does not want to", "processPort"},
+      {"Deleting include source from exclude", "processPort"},
+      {"Deleting exclude list source", "processPort"},
+      {"processPort: starGThere is true", "processPort"},
+      {"subtract: all ports want to", "subtract"},
+      {"subtract: some port wants", "subtract"},
+      {"subtract: all ports except ours", "subtract"},
+      {"subtract: some port does not", "subtract"},
+      {"subtract: portInclude has", "subtract"},
+      {"subtract: put it in include", "subtract"},
+  };
+  for (auto const& [text, handler] : handlerOfText) {
+    bool seen = false;
+    for (auto const& line : trace.lines()) {
+      if (!line.text.starts_with(text)) continue;
+      seen = true;
+      EXPECT_EQ(line.function, handler) << line.text;
+    }
+    EXPECT_TRUE(seen) << "the story leaves out: " << text;
+  }
+}
+
 TEST_F(AdapterTrace, LevelsThatAreOffWriteNothing) {
   TraceCapture const trace({});
   proxyOn("up");
