@@ -12,7 +12,7 @@ CI = False
 SECONDS = 20
 RATE = 3000  # frames a second, far beyond what a port of honest listeners sends
 WITHIN = 0.25
-MEMORY = 64 << 20
+MEMORY = 64 << 20  # bytes, of the whole process
 
 
 def run(lab):
@@ -22,8 +22,9 @@ def run(lab):
     attacker = lab.speaker("attacker", switch, "swp3")
     # As docs/security.md advises for ports of hosts: queries there would set everybody's version.
     switch.port_settings["swp3"] = {"querier_allowed": False, "router_allowed": False}
-    switch.vlan(10, send_query=True, querier_source="10.0.250.1")
-    lab.begin(switch)
+    switch.vlan(10, send_query=True, querier_source="10.0.250.1",
+                static_bridge_mrouter_interface=["swp2"])
+    switch.start()
     tv.do("join 239.200.1.1")
     lab.until(lambda: "239.200.1.1" in router.groups(), True, within=1)
     before = switch.resident_bytes()
@@ -41,18 +42,21 @@ def run(lab):
             tv.do(f"leave {group}")
             lab.seconds_until_said(wire, left, "to_in", group, within=5)
             answers.append(switch.seconds_to_answer("show vlans"))
-    grown = switch.resident_bytes() - before
-    lab.note(f"{flood.sent:,} frames in {SECONDS} s; memory grew by {grown / (1 << 20):.1f} MB")
+    resident = switch.resident_bytes()
+    longest_turn = switch.ask("show statistics")["agent"][0]["longest-turn"]
+    lab.note(f"{flood.sent:,} frames in {SECONDS} s; memory grew by"
+             f" {(resident - before) / (1 << 20):.1f} MB to {resident / (1 << 20):.1f} MB;"
+             f" longest turn {longest_turn * 1000:.1f} ms")
     for what, times in ("a join is told the router", joins), ("show vlans answers", answers):
         lab.note(f"{what} after {statistics.median(times) * 1000:.0f} ms in the median of"
                  f" {len(times)}, {max(times) * 1000:.0f} ms at most")
-    lab.check(grown < MEMORY, f"memory grew by {grown} bytes")
+    lab.check(resident < MEMORY, f"{resident} bytes of memory")
     lab.check(sorted(joins)[int(len(joins) * 0.99)] <= WITHIN, f"joins took up to {max(joins):.3f} s")
     lab.check(max(answers) <= WITHIN, f"an answer took {max(answers):.3f} s")
 
     # What the attacker said goes by the usual timers; the listener never notices.
     lab.until(lambda: router.groups().get("239.200.1.1"), exclude(), within=5)
-    switch.ask("clear groups")
+    switch.read("clear groups")
     lab.until(lambda: {group for group in router.groups() if group.startswith("239.200.")},
               {"239.200.1.1"}, within=15, why="the listener's group after the attack")
 
