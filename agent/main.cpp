@@ -14,6 +14,7 @@
 #include "agent/Log.h"
 #include "agent/OutOfMemory.h"
 #include "agent/config/ConfigurationReader.h"
+#include "agent/config/MemoryBound.h"
 #include "agent/live/Live.h"
 #include "agent/live/Privileges.h"
 #include "agent/output/Json.h"
@@ -167,7 +168,8 @@ void run(CheckCommand const& command) {
   Configuration const configuration = load(command.configuration);
   print(message(command.configuration, " is usable: ", counted(configuration.vlans.size(), "VLAN"),
                 ", ", proxiedVlans(configuration), " proxied, ",
-                counted(configuration.interfaces.size(), "interface"), '\n'));
+                counted(configuration.interfaces.size(), "interface"), "; ",
+                words(memoryBound(configuration)), '\n'));
 }
 
 void run(Information const& information) {

@@ -225,6 +225,12 @@ class Switch:
         fields = pathlib.Path(f"/proc/{self._process.pid}/stat").read_text(encoding="ascii")
         return sum(map(int, fields.rpartition(")")[2].split()[11:13])) / os.sysconf("SC_CLK_TCK")
 
+    def stated_bytes(self):
+        """The most memory that the agent takes, as it says of its configuration."""
+        said = subprocess.run([self._programs / "igmpsnoopd", "check", "--config", self._file()],
+                              check=True, text=True, stdout=subprocess.PIPE).stdout
+        return int(said.partition(" at most ")[2].split()[0]) << 20
+
     def resident_bytes(self):
         status = pathlib.Path(f"/proc/{self._process.pid}/status").read_text(encoding="ascii")
         return 1024 * int(status.partition("VmRSS:")[2].split()[0])

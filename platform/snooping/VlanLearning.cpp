@@ -229,20 +229,30 @@ bool VlanLearning::hasMembers(IntfId const& intf, IpAddr group) const {
   return false;
 }
 
-bool VlanLearning::wants(IntfId const& intf, IpAddr group, IpAddr source, Horix::Time end) const {
+template <class Wants>
+bool VlanLearning::isSomeoneWho(IntfId const& intf, IpAddr group, std::size_t& looks,
+                                Wants wants) const {
   LearnedIntf const* const status = this->intf(intf, group);
   if (!status) return false;
-  for (auto const& [reporter, membership] : status->membership())
-    if (static_cast<LearnedMembership&>(*membership).wantedUntil(source) > end) return true;
+  for (auto const& [reporter, membership] : status->membership()) {
+    if (looks == 0) return false;
+    --looks;
+    if (wants(static_cast<LearnedMembership&>(*membership))) return true;
+  }
   return false;
 }
 
-bool VlanLearning::wantsEverySource(IntfId const& intf, IpAddr group, Horix::Time end) const {
-  LearnedIntf const* const status = this->intf(intf, group);
-  if (!status) return false;
-  for (auto const& [reporter, membership] : status->membership())
-    if (static_cast<LearnedMembership&>(*membership).everySourceWantedUntil() > end) return true;
-  return false;
+bool VlanLearning::wants(IntfId const& intf, IpAddr group, IpAddr source, Horix::Time end,
+                         std::size_t& looks) const {
+  return isSomeoneWho(intf, group, looks,
+                      [&](auto const& membership) { return membership.wantedUntil(source) > end; });
+}
+
+bool VlanLearning::wantsEverySource(IntfId const& intf, IpAddr group, Horix::Time end,
+                                    std::size_t& looks) const {
+  return isSomeoneWho(intf, group, looks, [&](auto const& membership) {
+    return membership.everySourceWantedUntil() > end;
+  });
 }
 
 void VlanLearning::forget(LearnedMembership& membership) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <optional>
@@ -81,9 +82,12 @@ class KEL_EXPORT VlanLearning final : private MembershipWriter {
 
   /// Whether somebody on a port wants this source of a group, or every source but some, beyond a
   /// point in time if no more is heard.
-  bool wants(Wirex::IntfId const& intf, Wirex::IpAddr group, Wirex::IpAddr source,
-             Horix::Time end) const;
-  bool wantsEverySource(Wirex::IntfId const& intf, Wirex::IpAddr group, Horix::Time end) const;
+  /// @param looks at how many memberships to look at most; afterwards what is left of that. Who is
+  /// not found by then wants nothing.
+  bool wants(Wirex::IntfId const& intf, Wirex::IpAddr group, Wirex::IpAddr source, Horix::Time end,
+             std::size_t& looks) const;
+  bool wantsEverySource(Wirex::IntfId const& intf, Wirex::IpAddr group, Horix::Time end,
+                        std::size_t& looks) const;
 
   /// Remembers that something was turned away, for those who ask why.
   void noteTurnedAway(Wirex::IntfId const& intf, Wirex::IpAddr reporter, Wirex::IpAddr group,
@@ -96,6 +100,9 @@ class KEL_EXPORT VlanLearning final : private MembershipWriter {
 
  private:
   LearnedIntf* intf(Wirex::IntfId const& intf, Wirex::IpAddr group) const;
+  template <class Wants>
+  bool isSomeoneWho(Wirex::IntfId const& intf, Wirex::IpAddr group, std::size_t& looks,
+                    Wants wants) const;
   Igmp::IgnoreReason refusalOf(LearnedMembership const& membership) const;
   bool isCrowded(PortUse const& use) const;
 

@@ -13,6 +13,19 @@ using Igmp::IgmpVersion;
 using Wirex::IntfId;
 using Wirex::IpAddr;
 
+namespace {
+
+/// Where so many sources of a group are asked for, more of them wait a little for each other: each
+/// query names all.
+constexpr std::size_t manySources = 256;
+constexpr std::chrono::milliseconds together(10);
+
+/// At how many memberships at most it is looked before a query, for somebody who wants what is
+/// asked for. What comes after that is asked for as what nobody wants: whoever wants it answers.
+constexpr std::size_t mostLooks = 4096;
+
+}  // namespace
+
 /// What is still to be asked of one group on one port: how often the group, how often which sources
 /// (RFC 9776 section 6.6.3).
 class VlanQuerier::Inquiry final : public Horix::Timer {
@@ -24,17 +37,31 @@ class VlanQuerier::Inquiry final : public Horix::Timer {
     std::vector<IpAddr> doubtful;
   };
 
-  Inquiry(InquiryKey key, VlanQuerier& querier) : key_(std::move(key)), querier_(querier) {}
+  Inquiry(InquiryKey key, VlanQuerier& querier, AskedPort& port)
+      : key_(std::move(key)), querier_(querier), port_(port) {
+    ++port_.groups;
+  }
+  ~Inquiry() override {
+    --port_.groups;
+    port_.sources -= sourceCount();
+  }
 
   bool begun() const { return begun_; }
   bool ended() const { return groupQueries_ == 0 && sourceQueries_.empty(); }
 
+  bool isLong() const { return sourceQueries_.size() >= manySources; }
+
   /// Asks `times` more often for what was withdrawn. Returns whether something of it is new.
-  bool add(QueryNeed const& withdrawal, unsigned times) {
+  /// @param mostSources of the port; 0 is no limit.
+  bool add(QueryNeed const& withdrawal, unsigned times, std::uint32_t mostSources) {
     bool isNew = withdrawal.group && groupQueries_ == 0;
     if (withdrawal.group) groupQueries_ = times;
+    std::uint32_t const before = sourceCount();
+    std::uint32_t const others = port_.sources - before;
     for (IpAddr const source : withdrawal.sources)
-      isNew |= sourceQueries_.insert_or_assign(source, times).second;
+      if (mostSources == 0 || others + sourceCount() < mostSources)
+        isNew |= sourceQueries_.insert_or_assign(source, times).second;
+    port_.sources = others + sourceCount();
     return isNew;
   }
 
@@ -53,15 +80,19 @@ class VlanQuerier::Inquiry final : public Horix::Timer {
     return sources;
   }
   void sourcesAsked() {
+    port_.sources -= sourceCount();
     for (auto& [source, times] : sourceQueries_) --times;
     std::erase_if(sourceQueries_, [](auto const& entry) { return entry.second == 0; });
+    port_.sources += sourceCount();
   }
 
  private:
   void onExpiry() override { querier_.continueInquiry(key_); }
+  std::uint32_t sourceCount() const { return static_cast<std::uint32_t>(sourceQueries_.size()); }
 
   InquiryKey const key_;
   VlanQuerier& querier_;
+  AskedPort& port_;
   bool begun_ = false;
   unsigned groupQueries_ = 0;
   std::map<IpAddr, unsigned> sourceQueries_;
@@ -95,14 +126,14 @@ void VlanQuerier::settingsIs(QuerierSettings const& settings, SnoopingPolicy con
 }
 
 void VlanQuerier::portIs(VlanId vlan, QueryPort& port) {
-  ports_.insert_or_assign(PortVlan{port.intfId(), vlan}, &port);
+  ports_[PortVlan{port.intfId(), vlan}].port = &port;
   portIsUp(vlan, port);
 }
 
 void VlanQuerier::portDel(VlanId vlan, QueryPort const& port) {
   PortVlan const key{port.intfId(), vlan};
-  ports_.erase(key);
   std::erase_if(inquiries_, [&](auto const& inquiry) { return inquiry.first.port == key; });
+  ports_.erase(key);
 }
 
 void VlanQuerier::queryHeard(QueryPort const& port, OtherQuerier const& sender,
@@ -129,8 +160,8 @@ void VlanQuerier::restore(OtherQuerier const& elected, Horix::Time until) {
 std::optional<QueryCourse> VlanQuerier::course() const {
   if (!isQuerier()) return std::nullopt;
   QueryCourse course{deadline(), startupQueriesLeft_};
-  for (auto const& [key, port] : ports_)
-    if (port->canSend()) course.asked.push_back(key);
+  for (auto const& [key, asked] : ports_)
+    if (asked.port->canSend()) course.asked.push_back(key);
   return course;
 }
 
@@ -178,11 +209,29 @@ void VlanQuerier::withdrawn(VlanId vlan, QueryPort const& port, IpAddr group,
   if (settings_.version == IgmpVersion::v2) asked.sources.clear();
   if (asked.empty()) return;
   InquiryKey const key{{port.intfId(), vlan}, group};
-  if (!ports_.contains(key.port)) return;
-  auto& inquiry = inquiries_[key];
-  if (!inquiry) inquiry = std::make_unique<Inquiry>(key, *this);
+  Inquiry* const inquiry = this->inquiry(key);
+  if (!inquiry) return;
   // What is being asked for already is asked for again in its turn.
-  if (inquiry->add(asked, policy_.robustnessVariable)) continueInquiry(key);
+  if (!inquiry->add(asked, policy_.robustnessVariable, policy_.maxInterfaceSources)) {
+    if (inquiry->ended()) inquiries_.erase(key);
+    return;
+  }
+  if (!inquiry->scheduled() || !inquiry->isLong()) return continueInquiry(key);
+  Horix::Time const soon = timerWheel_->now() + together;
+  if (soon < inquiry->deadline()) timerWheel_->scheduleAt(*inquiry, soon);
+}
+
+/// What is asked of a group on a port. Null if the port is not there, or is asked for as many
+/// groups as it may be.
+VlanQuerier::Inquiry* VlanQuerier::inquiry(InquiryKey const& key) {
+  auto const port = ports_.find(key.port);
+  if (port == ports_.end()) return nullptr;
+  auto const known = inquiries_.find(key);
+  if (known != inquiries_.end()) return known->second.get();
+  if (policy_.maxInterfaceGroups != 0 && port->second.groups >= policy_.maxInterfaceGroups)
+    return nullptr;
+  return inquiries_.emplace(key, std::make_unique<Inquiry>(key, *this, port->second))
+      .first->second.get();
 }
 
 void VlanQuerier::onExpiry() {
@@ -204,8 +253,8 @@ void VlanQuerier::queryAll() {
       *this, startupQueriesLeft_ > 0 ? policy_.startupQueryInterval() : policy_.queryInterval);
   Message const message = generalQuery();
   std::set<VlanId> vlans;
-  for (auto const& [key, port] : ports_)
-    if (sendGeneral(key.vlanId, *port, message)) vlans.insert(key.vlanId);
+  for (auto const& [key, asked] : ports_)
+    if (sendGeneral(key.vlanId, *asked.port, message)) vlans.insert(key.vlanId);
   for (VlanId const vlan : vlans) tellSent(vlan, message);
 }
 
@@ -237,7 +286,7 @@ Igmp::QueryToSend VlanQuerier::query() const {
 
 void VlanQuerier::continueInquiry(InquiryKey const& asked) {
   InquiryKey const key = asked;  // lives in what ends here
-  QueryPort& port = *ports_.at(key.port);
+  QueryPort& port = *ports_.at(key.port).port;
   Inquiry& inquiry = *inquiries_.at(key);
   IntfId const& intf = key.port.intfId;
   Horix::Time const end =
@@ -252,7 +301,8 @@ void VlanQuerier::continueInquiry(InquiryKey const& asked) {
   Igmp::QueryToSend query = this->query();
   query.group = key.group;
 
-  bool const groupIsWanted = learning_.wantsEverySource(intf, key.group, end);
+  std::size_t looks = mostLooks;
+  bool const groupIsWanted = learning_.wantsEverySource(intf, key.group, end, looks);
   // RFC 2236 section 3: a report ends the queries.
   if (settings_.version == IgmpVersion::v2 && inquiry.begun() && groupIsWanted)
     inquiry.groupAnswered();
@@ -263,8 +313,8 @@ void VlanQuerier::continueInquiry(InquiryKey const& asked) {
     inquiry.groupAsked();
   }
 
-  auto const sources =
-      inquiry.sources([&](IpAddr source) { return learning_.wants(intf, key.group, source, end); });
+  auto const sources = inquiry.sources(
+      [&](IpAddr source) { return learning_.wants(intf, key.group, source, end, looks); });
   auto const askForSources = [&](std::vector<IpAddr> const& addresses, bool suppressesRouters) {
     query.suppressesRouters = suppressesRouters;
     std::size_t const atOnce = Igmp::sourcesPerQuery(port.mtu());

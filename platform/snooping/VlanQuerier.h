@@ -138,7 +138,9 @@ class KEL_EXPORT VlanQuerier : private Horix::Timer {
   using OnSent = std::function<void(VlanId, Igmp::Query const&)>;
   void onSentIs(OnSent action) { onSent_ = std::move(action); }
 
-  /// Something was withdrawn on a port, and learning knows.
+  /// Something was withdrawn on a port, and learning knows. A port is asked for as many groups and
+  /// sources at once as it may have; who withdraws more within the time that asking takes is not
+  /// asked further.
   void withdrawn(VlanId vlan, QueryPort const& port, Wirex::IpAddr group,
                  QueryNeed const& withdrawal);
 
@@ -154,6 +156,13 @@ class KEL_EXPORT VlanQuerier : private Horix::Timer {
     friend auto operator<=>(InquiryKey const&, InquiryKey const&) = default;
   };
 
+  /// A port, and what it is being asked for.
+  struct AskedPort {
+    QueryPort* port = nullptr;
+    std::uint32_t groups = 0;
+    std::uint32_t sources = 0;
+  };
+
   /// The next general query is due, or the other querier has fallen silent.
   void onExpiry() override;
 
@@ -164,6 +173,7 @@ class KEL_EXPORT VlanQuerier : private Horix::Timer {
   Message generalQuery() const;
   bool sendGeneral(VlanId vlan, QueryPort& port, Message const& message);
   void tellSent(VlanId vlan, Message const& message) const;
+  Inquiry* inquiry(InquiryKey const& key);
   void continueInquiry(InquiryKey const& asked);
   Igmp::QueryToSend query() const;
 
@@ -178,7 +188,7 @@ class KEL_EXPORT VlanQuerier : private Horix::Timer {
   OnSent onSent_ = [](VlanId, Igmp::Query const&) {};
   std::map<Igmp::IgmpVersion, Horix::Time> toldUntil_;
   QueriesSent sent_;
-  std::map<PortVlan, QueryPort*> ports_;
+  std::map<PortVlan, AskedPort> ports_;
   std::set<PortVlan> askedBefore_;
   std::map<InquiryKey, std::unique_ptr<Inquiry>> inquiries_;
 };

@@ -1,11 +1,27 @@
 #include "tests/agent/soak/Allocations.h"
 
+#include <algorithm>
 #include <cstdlib>
+#include <malloc.h>
 #include <new>
 
 namespace {
 
+constexpr long long ofAllocator = sizeof(std::size_t);
+
 long long live = 0;
+long long bytes = 0;
+long long most = 0;
+
+long long sizeOf(void* memory) {
+  return static_cast<long long>(malloc_usable_size(memory)) + ofAllocator;
+}
+
+void released(void* memory) {
+  if (!memory) return;
+  --live;
+  bytes -= sizeOf(memory);
+}
 
 }  // namespace
 
@@ -15,14 +31,16 @@ long long live = 0;
   void* const memory = std::malloc(size);
   if (!memory) throw std::bad_alloc();
   ++live;
+  bytes += sizeOf(memory);
+  most = std::max(most, bytes);
   return memory;
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
-  if (memory) --live;
+  released(memory);
   std::free(memory);
 }
 [[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-  if (memory) --live;
+  released(memory);
   std::free(memory);
 }
 
@@ -30,6 +48,18 @@ namespace Agent::Soak {
 
 long long liveAllocations() {
   return live;
+}
+
+long long liveBytes() {
+  return bytes;
+}
+
+long long mostBytes() {
+  return most;
+}
+
+void mostBytesAreLive() {
+  most = bytes;
 }
 
 }  // namespace Agent::Soak

@@ -5,4 +5,11 @@ namespace Agent::Soak {
 /// How many pieces of memory the program holds.
 long long liveAllocations();
 
+/// How many bytes these take, with what the allocator keeps of each for itself.
+long long liveBytes();
+
+/// The most that these were since the program began, or since this was told.
+long long mostBytes();
+void mostBytesAreLive();
+
 }  // namespace Agent::Soak

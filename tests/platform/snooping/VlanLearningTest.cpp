@@ -660,20 +660,23 @@ TEST_F(VlanLearningForgetTest, LearningMayEndBeforeTheBatch) {
 // ---- What is wanted for how long
 
 TEST_F(VlanLearningForgetTest, TellsWhetherASourceIsWantedBeyondATime) {
-  EXPECT_TRUE(learning->wants(swp1, group, a, 269s)) << "included, and not excluded";
-  EXPECT_FALSE(learning->wants(swp1, group, a, 270s));
-  EXPECT_FALSE(learning->wants(swp1, group, b, 1s)) << "one includes another one, one excludes it";
-  EXPECT_TRUE(learning->wants(swp1, group, c, 269s));
-  EXPECT_FALSE(learning->wants(swp2, otherGroup, a, 1s));
-  EXPECT_FALSE(learning->wants(swp1, IpAddr(232, 9, 9, 9), a, 1s));
+  std::size_t looks = 100;
+  EXPECT_TRUE(learning->wants(swp1, group, a, 269s, looks)) << "included, and not excluded";
+  EXPECT_FALSE(learning->wants(swp1, group, a, 270s, looks));
+  EXPECT_FALSE(learning->wants(swp1, group, b, 1s, looks))
+      << "one includes another one, one excludes it";
+  EXPECT_TRUE(learning->wants(swp1, group, c, 269s, looks));
+  EXPECT_FALSE(learning->wants(swp2, otherGroup, a, 1s, looks));
+  EXPECT_FALSE(learning->wants(swp1, IpAddr(232, 9, 9, 9), a, 1s, looks));
 }
 
 TEST_F(VlanLearningForgetTest, TellsWhetherEverySourceIsWantedBeyondATime) {
-  EXPECT_TRUE(learning->wantsEverySource(swp1, group, 269s));
-  EXPECT_FALSE(learning->wantsEverySource(swp1, group, 270s));
+  std::size_t looks = 100;
+  EXPECT_TRUE(learning->wantsEverySource(swp1, group, 269s, looks));
+  EXPECT_FALSE(learning->wantsEverySource(swp1, group, 270s, looks));
   learning->forget(*learning->membership(swp1, otherHost, group));
-  EXPECT_FALSE(learning->wantsEverySource(swp1, group, 1s)) << "who is left includes one";
-  EXPECT_FALSE(learning->wantsEverySource(swp2, otherGroup, 1s));
+  EXPECT_FALSE(learning->wantsEverySource(swp1, group, 1s, looks)) << "who is left includes one";
+  EXPECT_FALSE(learning->wantsEverySource(swp2, otherGroup, 1s, looks));
 }
 
 }  // namespace

@@ -857,6 +857,67 @@ TEST_F(VlanQuerierTest, SourcesThatDoNotFitTheLinkAreAskedForInSeveralQueries) {
                                        SentQuery{group, {sources.begin() + 8, sources.end()}}));
 }
 
+// ---- Many groups, sources and reporters
+
+TEST_F(VlanQuerierTest, PortIsAskedForNoMoreGroupsAtOnceThanItMayHave) {
+  policy.maxInterfaceGroups = 3;
+  start();
+  auto const withdrawsGroup = [&](Port& port, std::uint32_t number) {
+    querier().withdrawn(vlan10, port, IpAddr(group.value() + number),
+                        {.group = true, .sources = {}});
+  };
+  for (std::uint32_t i = 0; i < 5; ++i) withdrawsGroup(swp1, i);
+  EXPECT_THAT(swp1.take(), SizeIs(3));
+  withdrawsGroup(swp2, 4);
+  EXPECT_THAT(swp2.take(), SizeIs(1)) << "another port is asked for as many";
+  passes(10s);
+  swp1.take();
+  withdrawsGroup(swp1, 4);
+  EXPECT_THAT(swp1.take(), SizeIs(1)) << "there is room again when asking has come to its end";
+}
+
+TEST_F(VlanQuerierTest, PortIsAskedForNoMoreSourcesAtOnceThanItMayHave) {
+  policy.maxInterfaceSources = 2;
+  start();
+  withdraws(swp1, {a, b, c});
+  EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group, {a, b}}));
+  withdraws(swp1, {c});
+  querier().withdrawn(vlan10, swp1, otherGroup, {.group = false, .sources = {a}});
+  EXPECT_THAT(swp1.take(), IsEmpty());
+  passes(10s);
+  swp1.take();
+  withdraws(swp1, {c});
+  EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group, {c}}));
+}
+
+TEST_F(VlanQuerierTest, MoreOfManySourcesWaitForEachOther) {
+  start();
+  std::vector<IpAddr> many;
+  for (std::uint32_t i = 1; i <= 300; ++i) many.emplace_back(IpAddr(198, 51, 0, 0).value() + i);
+  withdraws(swp1, many);
+  EXPECT_THAT(swp1.take(), SizeIs(1));
+  withdraws(swp1, {a});
+  withdraws(swp1, {b});
+  EXPECT_THAT(swp1.take(), IsEmpty());
+  passes(10ms);
+  std::vector<SentQuery> const sent = swp1.take();
+  ASSERT_THAT(sent, SizeIs(1));
+  EXPECT_THAT(sent.front().sources, SizeIs(302));
+  passes(5s);
+  EXPECT_THAT(swp1.take(), SizeIs(1)) << "the later ones once more";
+  passes(5s);
+  EXPECT_THAT(swp1.take(), IsEmpty());
+}
+
+TEST_F(VlanQuerierTest, SourceThatIsNotFoundAmongVeryManyReportersIsAskedForAsUnwanted) {
+  start();
+  for (std::uint32_t i = 0; i < 5000; ++i)
+    reports(swp1, IpAddr(IpAddr(10, 5, 0, 0).value() + i), isIn(group, {b}));
+  reports(swp1, otherHost, isIn(group, {a}));
+  withdraws(swp1, {a});
+  EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group, {a}, false}));
+}
+
 // ---- Older versions
 
 TEST_F(VlanQuerierTest, Version2AsksForTheGroupOnly) {
