@@ -1,6 +1,7 @@
 #include "platform/snooping/VlanLearning.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "framework/kel/Trace.h"
@@ -67,7 +68,23 @@ VlanLearning::~VlanLearning() {
     for (auto const& [name, intf] : group->intf())
       for (auto const& [reporter, membership] : intf->membership())
         static_cast<LearnedMembership&>(*membership).cancel();
-  status()->groupDelAll();
+  groupDelAll();
+}
+
+/// Also when memory has run out, which is what ends many: whoever cannot be told any more finds
+/// nothing left.
+void VlanLearning::groupDelAll() noexcept {
+  try {
+    status()->groupDelAll();
+  } catch (std::bad_alloc const&) {
+    auto const& groups = status()->group();
+    while (!groups.empty()) {
+      try {
+        status()->groupDel(groups.keyAt(groups.size() - 1));
+      } catch (std::bad_alloc const&) {  // NOLINT(bugprone-empty-catch): it has gone all the same
+      }
+    }
+  }
 }
 
 void VlanLearning::portDel(IntfId const& intf) {

@@ -118,6 +118,7 @@ class KEL_EXPORT VlanLearning final : private MembershipWriter {
   template <class Change>
   FilterState change(LearnedMembership& membership, char const* cause, Change change);
   void forgetAll(IgmpIntfStatus const& intf);
+  void groupDelAll() noexcept;
   void hears(Wirex::IntfId const& intf, Wirex::IpAddr group);
 
   void removed(IgmpMembership& membership) override;

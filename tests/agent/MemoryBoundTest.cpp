@@ -239,7 +239,7 @@ INSTANTIATE_TEST_SUITE_P(
                              }
                            }},
                     Attack{"GroupsJoinedAndLeft", [](Attacked& attacked) { attacked.zap(40); }},
-                    Attack{"Chance", [](Attacked& attacked) { attacked.chance(20000); }},
+                    Attack{"Chance", [](Attacked& attacked) { attacked.chance(8000); }},
                     Attack{"OneAfterTheOther",
                            [](Attacked& attacked) {
                              attacked.reporters(isIn, 1);

@@ -12,6 +12,7 @@ constexpr long long ofAllocator = sizeof(std::size_t);
 long long live = 0;
 long long bytes = 0;
 long long most = 0;
+bool failing = false;
 
 long long sizeOf(void* memory) {
   return static_cast<long long>(malloc_usable_size(memory)) + ofAllocator;
@@ -28,7 +29,7 @@ void released(void* memory) {
 // Those of the whole program, shared libraries included. Not inlined: the compiler could not tell
 // any more that they belong together.
 [[gnu::noinline]] void* operator new(std::size_t size) {
-  void* const memory = std::malloc(size);
+  void* const memory = failing ? nullptr : std::malloc(size);
   if (!memory) throw std::bad_alloc();
   ++live;
   bytes += sizeOf(memory);
@@ -60,6 +61,13 @@ long long mostBytes() {
 
 void mostBytesAreLive() {
   most = bytes;
+}
+
+NoMemory::NoMemory() {
+  failing = true;
+}
+NoMemory::~NoMemory() {
+  failing = false;
 }
 
 }  // namespace Agent::Soak

@@ -12,4 +12,13 @@ long long liveBytes();
 long long mostBytes();
 void mostBytesAreLive();
 
+/// While it lives, there is no memory to be had.
+class NoMemory {
+ public:
+  NoMemory();
+  NoMemory(NoMemory const&) = delete;
+  NoMemory& operator=(NoMemory const&) = delete;
+  ~NoMemory();
+};
+
 }  // namespace Agent::Soak
