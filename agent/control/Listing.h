@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "agent/Switch.h"
 #include "agent/control/Answer.h"
 #include "agent/control/Request.h"
