@@ -25,7 +25,6 @@ using Bridging::VlanId;
 using Bridging::IgmpSnooping::IgmpGroup;
 using Bridging::IgmpSnooping::LearnedMembership;
 using Bridging::IgmpSnooping::RouterPort;
-using Bridging::IgmpSnooping::Proxy::PortKey;
 using Wirex::IntfId;
 using Wirex::IpAddr;
 
