@@ -30,10 +30,15 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${PROJECT_NAME}.pc
 if(NOT IGMPSNOOP_AGENT)
   return()
 endif()
+# What ordinary users may run is in a directory that they have in their path.
 file(RELATIVE_PATH libraries_from_agent
   ${CMAKE_INSTALL_FULL_SBINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
-set_target_properties(igmpsnoopd igmpsnoopctl PROPERTIES INSTALL_RPATH $ORIGIN/${libraries_from_agent})
-install(TARGETS igmpsnoopd igmpsnoopctl RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+file(RELATIVE_PATH libraries_from_client
+  ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+set_target_properties(igmpsnoopd PROPERTIES INSTALL_RPATH $ORIGIN/${libraries_from_agent})
+set_target_properties(igmpsnoopctl PROPERTIES INSTALL_RPATH $ORIGIN/${libraries_from_client})
+install(TARGETS igmpsnoopd RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+install(TARGETS igmpsnoopctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 # For systemd, which looks for what packages bring in the lib of the prefix /usr.
 # Its paths follow from a prefix that may be chosen as late as by `cmake --install --prefix`.

@@ -122,7 +122,7 @@ Live::Live(LiveCommand const& command, Configuration configuration,
   switch_.onLimitIs(warnOfLimit);
   switch_.onElectionIs([this](auto const& querier) { querierLog_.elected(querier); });
   followRouters();
-  warnOfMissingInterfaces();
+  warnOfWhatIsMissing();
   addressLog_.changed();
   switch_.forgetDeafPorts();
   switch_.endTakingOver();
@@ -190,7 +190,7 @@ void Live::reload() {
     switch_.configurationIs(std::move(configuration));
     configurationState_.taken();
     followRouters();
-    warnOfMissingInterfaces();
+    warnOfWhatIsMissing();
     forwarding_.configure();
     addressLog_.changed();
   }
@@ -270,7 +270,12 @@ void Live::handleInterface(IntfId const& intf, InterfaceState const& state) {
         state.forwarding ? " forwards again" : " is kept from forwarding by its bridge");
 }
 
-void Live::warnOfMissingInterfaces() {
+void Live::warnOfWhatIsMissing() {
+  if (switch_.configuration().vlans.empty())
+    log(Severity::warning, configurationName_,
+        " has no [[vlan]], so nothing is served; say there which interfaces and VLANs to serve, "
+        "and "
+        "reload");
   for (InterfaceConfig const& interface : switch_.configuration().interfaces) {
     if (switch_.interfaceState(interface.intfId).present) continue;
     if (!warnedOf_.insert(interface.intfId).second) continue;

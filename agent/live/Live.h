@@ -62,7 +62,7 @@ class Live {
   void serversAcceptIs(bool accept);
   void leave();
   void followRouters();
-  void warnOfMissingInterfaces();
+  void warnOfWhatIsMissing();
   std::string status() const;
 
   std::string const configurationName_;

@@ -363,6 +363,19 @@ TEST_F(LiveNetnsTest, InterfaceThatDoesNotExistIsWarnedOfOnce) {
 
 // ---- Standing still
 
+TEST_F(LiveNetnsTest, ConfigurationWithoutVlansIsServedAndWarnedOf) {
+  start();
+  agent->configurationIs("# nothing yet\n");
+  agent->signal(SIGHUP);
+  ASSERT_TRUE(agent->awaitNotification("READY=1"));
+  EXPECT_THAT(agent->log(), HasSubstr("switch.toml has no [[vlan]], so nothing is served"));
+  agent->configurationIs(configuration());
+  agent->signal(SIGHUP);
+  ASSERT_TRUE(agent->awaitNotification("READY=1"));
+  listener->join(group);
+  EXPECT_TRUE(router->await(allow(group)));
+}
+
 TEST_F(LiveNetnsTest, StoppedForLongerThanAMembershipLivesItForgetsNobodyWhoHasSpoken) {
   agent.emplace(*space,
                 configuration("robustness-variable = 1\nquery-interval = 2\n"
