@@ -18,6 +18,16 @@ long long sizeOf(void* memory) {
   return static_cast<long long>(malloc_usable_size(memory)) + ofAllocator;
 }
 
+/// Null where there is none.
+void* allocated(std::size_t size) {
+  void* const memory = failing ? nullptr : std::malloc(size);
+  if (!memory) return nullptr;
+  ++live;
+  bytes += sizeOf(memory);
+  most = std::max(most, bytes);
+  return memory;
+}
+
 void released(void* memory) {
   if (!memory) return;
   --live;
@@ -29,12 +39,12 @@ void released(void* memory) {
 // Those of the whole program, shared libraries included. Not inlined: the compiler could not tell
 // any more that they belong together.
 [[gnu::noinline]] void* operator new(std::size_t size) {
-  void* const memory = failing ? nullptr : std::malloc(size);
+  void* const memory = allocated(size);
   if (!memory) throw std::bad_alloc();
-  ++live;
-  bytes += sizeOf(memory);
-  most = std::max(most, bytes);
   return memory;
+}
+[[gnu::noinline]] void* operator new(std::size_t size, std::nothrow_t const& /*tag*/) noexcept {
+  return allocated(size);
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
   released(memory);
