@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -27,11 +28,19 @@ inline Agent::InterfaceState operationalInterface() {
   return state;
 }
 
+/// What a switch is told of its interfaces when it begins.
+enum class Interfaces : std::uint8_t { working, unknown };
+
 /// A switch under a virtual clock whose ports hear what the fuzzer says.
 struct FuzzSwitch {
-  explicit FuzzSwitch(Agent::Configuration const& configuration)
+  explicit FuzzSwitch(Agent::Configuration const& configuration,
+                      Interfaces interfaces = Interfaces::working)
       : loop(Kel::make<Horix::TimerWheel>(Kel::make<Horix::VirtualClock>())),
         agent(configuration, loop) {
+    if (interfaces == Interfaces::working) interfacesWork();
+  }
+
+  void interfacesWork() {
     for (Agent::InterfaceConfig const& interface : agent.configuration().interfaces)
       agent.interfaceStateIs(interface.intfId, operationalInterface());
     loop.endBatch();

@@ -41,8 +41,9 @@ unsigned numberAt(Json const& object, char const* key) {
 }
 
 Horix::Time timeAt(Json const& object) {
+  constexpr double longest = 1e9;  // what an agent says may be anything
   return std::chrono::round<std::chrono::microseconds>(
-      std::chrono::duration<double>(object.value("time", 0.0)));
+      std::chrono::duration<double>(std::clamp(object.value("time", 0.0), 0.0, longest)));
 }
 
 // ---- Sorting
@@ -382,6 +383,7 @@ void ShownLists::add(Json line) {
         list.push_back(std::move(element));
         break;
       }
+      if (list.empty()) refuse("the answer goes on with something that it has not begun");
       for (auto& [key, values] : element.items())
         for (Json& value : values) list.back().at(key).push_back(std::move(value));
     }

@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <system_error>
 
+#include "agent/netlink/Messages.h"
 #include "agent/text/Wording.h"
 
 namespace Agent {
@@ -109,19 +110,19 @@ std::vector<NetlinkFailure> RequestSocket::send(NetlinkBatch& batch, std::size_t
   last->nlmsg_flags |= NLM_F_ACK;
   transmit(batch);
   bool acknowledged = false;
-  while (int left = static_cast<int>(receive(false))) {
-    for (auto const* header = reinterpret_cast<nlmsghdr const*>(buffer_.data());
-         mnl_nlmsg_ok(header, left); header = mnl_nlmsg_next(header, &left)) {
-      if (header->nlmsg_type != NLMSG_ERROR || header->nlmsg_seq - first_ >= batch.count_) continue;
+  while (std::size_t const size = receive(false))
+    eachMessage(buffer_.data(), size, [&](nlmsghdr const& header) {
+      if (header.nlmsg_type != NLMSG_ERROR || header.nlmsg_seq - first_ >= batch.count_)
+        return true;
       acknowledged = true;
-      int const error = -static_cast<nlmsgerr const*>(mnl_nlmsg_get_payload(header))->error;
-      if (error == 0) continue;
+      int const error = errorOf(header);
+      if (error == 0) return true;
       std::string text = std::generic_category().message(error);
-      if (std::string const words = ownWords(*header); !words.empty())
+      if (std::string const words = ownWords(header); !words.empty())
         text += message(" (", words, ')');
-      failures.push_back({header->nlmsg_seq - first_, error, std::move(text)});
-    }
-  }
+      failures.push_back({header.nlmsg_seq - first_, error, std::move(text)});
+      return true;
+    });
   batch.clear();
   if (!acknowledged) fail("netlink acknowledgement", EPROTO);
   return failures;
@@ -133,21 +134,21 @@ void RequestSocket::begin(NetlinkBatch& batch) {
 }
 
 bool RequestSocket::next(std::function<void(nlmsghdr const&)> const& each) {
-  int left = static_cast<int>(receive(true));
+  std::size_t const size = receive(true);
   bool more = true;
-  for (auto const* header = reinterpret_cast<nlmsghdr const*>(buffer_.data());
-       mnl_nlmsg_ok(header, left); header = mnl_nlmsg_next(header, &left)) {
-    if (header->nlmsg_seq != sequence_) continue;
-    if (header->nlmsg_type == NLMSG_ERROR) {
-      int const error = -static_cast<nlmsgerr const*>(mnl_nlmsg_get_payload(header))->error;
+  eachMessage(buffer_.data(), size, [&](nlmsghdr const& header) {
+    if (header.nlmsg_seq != sequence_) return true;
+    if (header.nlmsg_type == NLMSG_ERROR) {
+      int const error = errorOf(header);
       if (error != 0) fail("netlink request", error);
       more = false;
-    } else if (header->nlmsg_type == NLMSG_DONE) {
+    } else if (header.nlmsg_type == NLMSG_DONE) {
       more = false;
     } else {
-      each(*header);
+      each(header);
     }
-  }
+    return true;
+  });
   return more;
 }
 
@@ -164,10 +165,11 @@ std::vector<NetlinkFailure> RequestSocket::ask(NetlinkBatch& batch,
 
 bool RequestSocket::hear(std::function<void(nlmsghdr const&)> const& each) {
   try {
-    while (int left = static_cast<int>(receive(false)))
-      for (auto const* header = reinterpret_cast<nlmsghdr const*>(buffer_.data());
-           mnl_nlmsg_ok(header, left); header = mnl_nlmsg_next(header, &left))
-        each(*header);
+    while (std::size_t const size = receive(false))
+      eachMessage(buffer_.data(), size, [&](nlmsghdr const& header) {
+        each(header);
+        return true;
+      });
     return true;
   } catch (std::system_error const& error) {
     if (error.code().value() != ENOBUFS) throw;

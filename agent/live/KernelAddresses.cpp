@@ -81,9 +81,8 @@ std::optional<Wirex::IpAddr> readAddress(nlmsghdr const& message) {
 
 class KernelAddresses::Links final : private NetlinkTable::Reader {
  public:
-  explicit Links(KernelAddresses& owner)
-      : owner_(owner),
-        table(owner.loop_, NetlinkSocket::ofKernel(RTMGRP_LINK), RTM_GETLINK, *this) {}
+  Links(KernelAddresses& owner, std::unique_ptr<NetlinkSocket> socket)
+      : owner_(owner), table(owner.loop_, std::move(socket), RTM_GETLINK, *this) {}
 
  private:
   void onEntry(nlmsghdr const& entry) override {
@@ -107,9 +106,8 @@ class KernelAddresses::Links final : private NetlinkTable::Reader {
 
 class KernelAddresses::Addresses final : private NetlinkTable::Reader {
  public:
-  explicit Addresses(KernelAddresses& owner)
-      : owner_(owner),
-        table(owner.loop_, NetlinkSocket::ofKernel(RTMGRP_IPV4_IFADDR), RTM_GETADDR, *this) {}
+  Addresses(KernelAddresses& owner, std::unique_ptr<NetlinkSocket> socket)
+      : owner_(owner), table(owner.loop_, std::move(socket), RTM_GETADDR, *this) {}
 
  private:
   void onEntry(nlmsghdr const& entry) override {
@@ -132,11 +130,15 @@ class KernelAddresses::Addresses final : private NetlinkTable::Reader {
   NetlinkTable table;
 };
 
-KernelAddresses::KernelAddresses(Horix::EventLoop& loop, Changed changed)
+KernelAddresses::Sockets KernelAddresses::ofKernel() {
+  return {NetlinkSocket::ofKernel(RTMGRP_LINK), NetlinkSocket::ofKernel(RTMGRP_IPV4_IFADDR)};
+}
+
+KernelAddresses::KernelAddresses(Horix::EventLoop& loop, Changed changed, Sockets sockets)
     : loop_(loop),
       tell_(std::move(changed)),
-      links_(std::make_unique<Links>(*this)),
-      addresses_(std::make_unique<Addresses>(*this)) {
+      links_(std::make_unique<Links>(*this, std::move(sockets.ofLinks))),
+      addresses_(std::make_unique<Addresses>(*this, std::move(sockets.ofAddresses))) {
   links_->table.awaitComplete(patience);
   addresses_->table.awaitComplete(patience);
   cancel();

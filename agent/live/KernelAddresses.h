@@ -15,9 +15,14 @@ class KernelAddresses final : private Horix::Timer {
   /// Some may be different. Many changes in a short time are told as one.
   using Changed = std::function<void(AddressBook const&)>;
 
+  struct Sockets {
+    std::unique_ptr<NetlinkSocket> ofLinks;
+    std::unique_ptr<NetlinkSocket> ofAddresses;
+  };
+
   /// Tells of the addresses that there are before it returns. Throws std::system_error.
   /// @param loop outlives it.
-  KernelAddresses(Horix::EventLoop& loop, Changed changed);
+  KernelAddresses(Horix::EventLoop& loop, Changed changed, Sockets sockets = ofKernel());
   KernelAddresses(KernelAddresses const&) = delete;
   KernelAddresses& operator=(KernelAddresses const&) = delete;
   ~KernelAddresses() override;
@@ -25,6 +30,8 @@ class KernelAddresses final : private Horix::Timer {
  private:
   class Links;
   class Addresses;
+
+  static Sockets ofKernel();
 
   void changedIs(bool changed) { changed_ |= changed; }
   void tellSoon();

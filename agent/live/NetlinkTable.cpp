@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "agent/Log.h"
+#include "agent/netlink/Messages.h"
 
 namespace Agent {
 
@@ -96,10 +97,10 @@ bool NetlinkTable::receive() {
     }
   }
   if (answering_) loop_.timerWheel()->schedule(*retry_, patience);
-  auto const* header = reinterpret_cast<nlmsghdr const*>(buffer_.data());
-  for (int left = static_cast<int>(size); input_ && mnl_nlmsg_ok(header, left);
-       header = mnl_nlmsg_next(header, &left))
-    handle(*header);
+  eachMessage(buffer_.data(), static_cast<std::size_t>(size), [this](nlmsghdr const& header) {
+    handle(header);
+    return input_ != nullptr;
+  });
   return true;
 }
 
@@ -111,7 +112,7 @@ void NetlinkTable::handle(nlmsghdr const& header) {
       break;
     case NLMSG_ERROR:
       if (mnl_nlmsg_get_payload_len(&header) >= sizeof(nlmsgerr))
-        startOver("request", -static_cast<nlmsgerr const*>(mnl_nlmsg_get_payload(&header))->error);
+        startOver("request", errorOf(header));
       break;
     default:
       if (header.nlmsg_type >= RTM_BASE) reader_.onEntry(header);

@@ -1,5 +1,6 @@
 #include "agent/state/StateCodec.h"
 
+#include <algorithm>
 #include <chrono>
 #include <ratio>
 #include <utility>
@@ -15,6 +16,7 @@ namespace {
 
 /// The resolution of times.
 using Tenths = std::chrono::duration<std::int64_t, std::deci>;
+constexpr std::int64_t latest = std::chrono::floor<Tenths>(Time::max()).count();
 constexpr std::size_t longestName = 255;
 
 /// Tells the fields of a struct from the values that have a form of their own.
@@ -46,9 +48,12 @@ struct StateWriter::Putting {
   // Zero is a time of its own, and so is "never", the only one above it: the next number.
   void value(Time time) const {
     bool const isNever = time == Time::max();
+    // What is past or beyond all that can be told is told as the nearest that can.
     auto const tenths =
-        static_cast<std::uint64_t>(isNever ? 0 : std::chrono::ceil<Tenths>(time).count());
-    value(isNever ? std::uint64_t{1} : time == Time() ? std::uint64_t{0} : tenths + 2);
+        std::chrono::ceil<Tenths>(std::clamp(time, Time(Tenths(1)), Time(Tenths(latest)))).count();
+    value(isNever          ? std::uint64_t{1}
+          : time == Time() ? std::uint64_t{0}
+                           : static_cast<std::uint64_t>(tenths) + 2);
   }
   void value(IntfId const& interface) const {
     auto const [known, isNew] = to.interfaces_.try_emplace(interface, to.interfaces_.size());
@@ -124,8 +129,7 @@ struct StateReader::Taking {
     address = IpAddr(value);
   }
   void value(Time& time) const {
-    constexpr auto most = std::chrono::floor<Tenths>(Time::max()).count();
-    auto const value = static_cast<std::int64_t>(number(most));
+    auto const value = static_cast<std::int64_t>(number(static_cast<std::uint64_t>(latest) + 2));
     time = value == 1 ? Time::max() : value == 0 ? Time() : Time(Tenths(value - 2));
   }
   void value(IntfId& interface) const {

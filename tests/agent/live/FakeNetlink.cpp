@@ -127,9 +127,19 @@ void FakeNetlink::refuse(int error) {
   nlmsghdr* const header = mnl_nlmsg_put_header(message.data());
   header->nlmsg_type = NLMSG_ERROR;
   header->nlmsg_seq = sequence_;
-  static_cast<nlmsgerr*>(mnl_nlmsg_put_extra_header(header, sizeof(nlmsgerr)))->error = -error;
+  static_cast<nlmsgerr*>(mnl_nlmsg_put_extra_header(header, sizeof(nlmsgerr)))->error =
+      static_cast<int>(0u - static_cast<unsigned>(error));
   auto const* const bytes = reinterpret_cast<std::byte const*>(message.data());
   queue_.emplace_back(bytes, bytes + header->nlmsg_len);
+  updateReadiness();
+}
+
+void FakeNetlink::claim(std::uint32_t bytes) {
+  nlmsghdr header{};
+  header.nlmsg_type = RTM_NEWLINK;
+  header.nlmsg_len = bytes;
+  auto const* const begin = reinterpret_cast<std::byte const*>(&header);
+  queue_.emplace_back(begin, begin + sizeof header);
   updateReadiness();
 }
 

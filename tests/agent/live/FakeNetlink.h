@@ -33,6 +33,9 @@ class FakeNetlink {
   void overrun();
   /// Puts a message into the queue that says that a request has failed.
   void refuse(int error);
+  /// Puts a message into the queue that says that it has so many bytes, and has no more than a
+  /// header.
+  void claim(std::uint32_t bytes);
 
   // What will happen.
   std::size_t queueSize = 100;             ///< messages

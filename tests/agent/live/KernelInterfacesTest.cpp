@@ -1,5 +1,7 @@
 #include <algorithm>
 #include <cerrno>
+#include <limits>
+#include <linux/netlink.h>
 #include <map>
 #include <optional>
 #include <string>
@@ -175,6 +177,24 @@ TEST_F(KernelInterfacesTest, InterruptedAnswersAreFollowedByGrowingPauses) {
   unsigned const requests = kernel.requests;
   pass(20s);
   EXPECT_EQ(kernel.requests, requests) << "a whole answer is enough";
+}
+
+TEST_F(KernelInterfacesTest, MessageThatGoesBeyondItsDatagramIsPassedOver) {
+  add(1, 2);
+  follow();
+  kernel.claim(NLMSG_HDRLEN + 1);
+  kernel.claim(0x80000010);
+  add(3, 3);
+  turn();
+  EXPECT_EQ(known, there);
+}
+
+TEST_F(KernelInterfacesTest, RefusalOfTheLeastNumberIsARefusalToo) {
+  add(1, 2);
+  follow();
+  kernel.refuse(std::numeric_limits<int>::min());
+  turn();
+  EXPECT_EQ(known, there);
 }
 
 TEST_F(KernelInterfacesTest, LastLinkInALongTurnIsFollowedByTheRequestAllTheSame) {

@@ -81,6 +81,22 @@ TEST(StateCodec, RoundsTimesUpToATenthOfASecond) {
   EXPECT_EQ(std::get<KeptMembership>(*reader.next()).until, milliseconds(100'100));
 }
 
+TEST(StateCodec, TimesBeyondWhatCanBeToldAreReadAsTheNearest) {
+  for (Time const time : {Time(-1), Time::min(), Time::max() - Time(1)}) {
+    KeptMembership membership = includer();
+    membership.until = time;
+    std::string const bytes = bytesOf({membership});
+    StateReader reader(bytes);
+    auto const read = reader.next();
+    ASSERT_TRUE(read) << time.count();
+    Time const until = std::get<KeptMembership>(*read).until;
+    EXPECT_EQ(until, time < Time()
+                         ? Time(milliseconds(100))
+                         : Time(std::chrono::floor<std::chrono::duration<std::int64_t, std::deci>>(
+                               Time::max())));
+  }
+}
+
 TEST(StateCodec, NamesAnInterfaceOnce) {
   std::size_t const one = bytesOf({includer()}).size();
   std::size_t const two = bytesOf({includer(), includer()}).size();
