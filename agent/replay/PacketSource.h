@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/text/Wording.h"
 #include "platform/horix/Clock.h"
 #include "platform/wirex/Ethernet.h"
 
@@ -16,8 +17,10 @@ struct CapturedInterface {
   std::size_t number = 0;  ///< in its part of the file
   int linkType = 0;        ///< as libpcap counts them
 
-  /// What a user calls it.
-  std::string text() const { return name.empty() ? std::to_string(number) : name; }
+  /// What a user calls it: by its number where its name is none or cannot be typed.
+  std::string text() const {
+    return name.empty() || onOneLine(name) != name ? std::to_string(number) : name;
+  }
 };
 
 /// A packet as it stands in a capture.

@@ -197,6 +197,15 @@ TEST_F(CaptureFileTest, PcapngOfSeveralInterfacesTakesOneToBeNamed) {
             "capture " + name + " holds no interface eth2; it holds eth0 and eth1");
 }
 
+TEST_F(CaptureFileTest, PcapngInterfaceWhoseNameCannotBeTypedIsCalledByItsNumber) {
+  PcapngWriter capture;
+  capture.interface(DLT_EN10MB, "eth0").interface(DLT_EN10MB, "eth\n1\x1b[2J");
+  capture.packet(1, 0x01010101, 0).packet(2, 0x02020202, 1);
+  std::string const name = written("a.pcapng", capture.bytes());
+  EXPECT_THAT(errorIn(name), HasSubstr(" holds several interfaces, eth0 and 1; say which"));
+  EXPECT_THAT(packetsIn(name + ":1"), ElementsAre(Pair(2ns, ByteVector{2, 2, 2, 2})));
+}
+
 TEST_F(CaptureFileTest, PacketsKeepTheirNumbersAmongThoseOfOtherInterfaces) {
   PcapngWriter capture;
   capture.interface(DLT_EN10MB, "eth0").interface(DLT_EN10MB, "eth1");
