@@ -42,8 +42,9 @@ class Sender:
         while True:
             for group in list(self._groups):
                 times = self._sent[group]
+                before = time.time()  # after the call, it may long have arrived
                 self._socket.sendto(PAYLOAD.pack(0, len(times)), (group, PORT))
-                times.append(time.time())
+                times.append(before)
             time.sleep(self._pause)
 
 
@@ -73,29 +74,25 @@ class Watch:
 
     def check(self, group, since, until, wanting):
         """Every frame that left meanwhile came out once at the hosts that want it, and at no other."""
-        time.sleep(max(0, until + 0.02 - time.time()))  # what is under way arrives
-        sent = self._sender.sent(group, since, until)
-        self._lab.check(sent, f"nothing was sent to {group}")
+        sent = self.nothing_missing(group, since, until, wanting)
         for name, tap in self._taps.items():
             heard = [number for number in tap.numbers(self._sender, group) if number in sent]
             self._lab.check(len(heard) == len(set(heard)), f"{name} hears {group} twice")
-            if name in wanting:
-                self._lab.check(set(heard) == sent,
-                                f"{name} misses {len(sent - set(heard))} of {len(sent)} frames of "
-                                f"{group}")
-            else:
-                self._lab.check(not heard, f"{name} hears {len(heard)} of {len(sent)} frames of "
-                                           f"{group}, which it does not want")
+            self._lab.check(name in wanting or not heard,
+                            f"{name} hears {len(heard)} of {len(sent)} frames of {group}, which it "
+                            f"does not want")
 
     def nothing_missing(self, group, since, until, wanting):
-        """Every frame that left meanwhile came out at the hosts that want it, wherever else."""
-        time.sleep(max(0, until + 0.02 - time.time()))
+        """Every frame that left meanwhile came out at the hosts that want it, wherever else.
+        Returns the numbers of these frames."""
+        time.sleep(max(0, until + 0.02 - time.time()))  # what is under way arrives
         sent = self._sender.sent(group, since, until)
         self._lab.check(sent, f"nothing was sent to {group}")
         for name in wanting:
-            missing = sent - set(self._taps[name].numbers(self._sender, group))
-            self._lab.check(not missing, f"{name} misses {len(missing)} of {len(sent)} frames of "
-                                         f"{group}")
+            self._lab.until(lambda tap=self._taps[name]:
+                            len(sent.difference(tap.numbers(self._sender, group))), 0, within=0.2,
+                            why=f"of {len(sent)} frames of {group} {name} misses some after")
+        return sent
 
     def steady(self, group, wanting, seconds=0.1):
         """The same for a while from now on."""
