@@ -180,11 +180,6 @@ class Switch:
         if status != 0:
             raise RuntimeError(f"igmpsnoopd ended with {status}: {self.log()}")
 
-    def kill(self):
-        """Ends the agent without a word."""
-        self._process.kill()
-        self._process.wait(10)
-
     def running(self):
         return self._process is not None and self._process.poll() is None
 
