@@ -96,6 +96,7 @@ class CommandLine {
   void addLive() {
     live_ = addCommand("live", "Run on real interfaces, in the foreground, until SIGTERM",
                        liveCommand_.configuration);
+    exampleIs(*live_, "igmpsnoopd live --config switch.toml");
     auto& command = liveCommand_;
     live_->add_option("--control", command.control, "The socket on which igmpsnoopctl asks")
         ->type_name("PATH")
@@ -119,6 +120,7 @@ class CommandLine {
     replay_ =
         addCommand("replay", "Feed captures to the ports of a switch and print what it reports",
                    replayCommand_.configuration);
+    exampleIs(*replay_, "igmpsnoopd replay --config switch.toml swp1=swp1.pcap swp2=swp2.pcap");
     auto& command = replayCommand_;
     replay_
         ->add_option("PORT=CAPTURE",
@@ -171,6 +173,7 @@ class CommandLine {
   void addCheck() {
     check_ =
         addCommand("check", "Say whether a configuration is usable", checkCommand_.configuration);
+    exampleIs(*check_, "igmpsnoopd check --config switch.toml");
   }
 
   CLI::App* addCommand(char const* name, char const* description, std::string& configuration) {

@@ -5,8 +5,6 @@
 
 namespace Agent {
 
-namespace {
-
 Kel::TraceHandle& traceHandleNamed(std::string const& name) {
   std::vector<std::string> names;
   for (Kel::TraceHandle* const handle : Kel::traceHandles()) {
@@ -15,8 +13,6 @@ Kel::TraceHandle& traceHandleNamed(std::string const& name) {
   }
   refuse("there is no trace handle ", Agent::quoted(name), ", but ", enumerated(names, "and"));
 }
-
-}  // namespace
 
 TraceRequest traceRequestIn(std::string const& handle, std::string const& levels) {
   TraceRequest request{&traceHandleNamed(handle), {}};
@@ -27,6 +23,19 @@ TraceRequest traceRequestIn(std::string const& handle, std::string const& levels
     request.levels.push_back(static_cast<int>(level));
   }
   return request;
+}
+
+std::string levelsText(Kel::TraceHandle const& handle) {
+  std::string text;
+  for (int first = 0; first < Kel::TraceHandle::levels; ++first) {
+    if (!handle.levelEnabled(first)) continue;
+    int last = first;
+    while (last + 1 < Kel::TraceHandle::levels && handle.levelEnabled(last + 1)) ++last;
+    text += message(text.empty() ? "" : ",", first);
+    if (last > first) text += message('-', last);
+    first = last;
+  }
+  return text.empty() ? "none" : text;
 }
 
 }  // namespace Agent

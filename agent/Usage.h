@@ -29,6 +29,10 @@ class WrongUsage : public std::runtime_error {
 /// @return what is to be printed in place of anything else, if there is.
 std::optional<Information> parse(CLI::App& app, int argc, char const* const* argv);
 
+/// Has the command's help, and what is said when an argument is missing, end with an example.
+/// @param line a command line that works.
+void exampleIs(CLI::App& command, std::string const& line);
+
 /// The VLAN that a text names by its number.
 std::optional<Bridging::VlanId> vlanIn(std::string const& text);
 

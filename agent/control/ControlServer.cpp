@@ -9,6 +9,7 @@
 
 #include "agent/TraceRequest.h"
 #include "agent/control/ForwardingAnswer.h"
+#include "agent/control/Known.h"
 #include "agent/control/Metrics.h"
 #include "agent/control/ShowAnswers.h"
 #include "agent/control/StatisticsAnswer.h"
@@ -76,6 +77,17 @@ class Framed final : public Answer {
  private:
   std::unique_ptr<Answer> answer_;
 };
+
+/// The levels of the handle of this name, of all if none is named.
+std::unique_ptr<Answer> traceHandlesAnswer(std::string const& name) {
+  std::string lines = oneLine({{"lists", {"trace"}}}) + '\n';
+  auto const handles = name.empty() ? Kel::traceHandles() : std::vector{&traceHandleNamed(name)};
+  for (Kel::TraceHandle const* const handle : handles)
+    lines += oneLine({{"trace",
+                       {{"handle", message(handle->name())}, {"levels", levelsText(*handle)}}}}) +
+             '\n';
+  return std::make_unique<TextAnswer>(lines + "{\"end\":true}\n");
+}
 
 /// Waits until it is decided whether the restart happens. The client may go before.
 class Restarting final : public Answer {
@@ -148,6 +160,7 @@ std::unique_ptr<Answer> ControlServer::answerTo(std::string_view request) {
 std::unique_ptr<Answer> ControlServer::answerTo(Request const& request) {
   // What was heard in the same turn before is not published yet.
   loop().endBatch();
+  refuseUnknown(request.of, switch_.configuration());
   if (request.command == "show") {
     if (request.what == "forwarding" && forwarding_)
       return forwardingAnswer(switch_, *forwarding_, request, start_);
@@ -187,9 +200,6 @@ std::unique_ptr<Answer> ControlServer::explanation(Request const& request) const
 std::unique_ptr<Answer> ControlServer::clearing(Request const& request) {
   if (request.what != "groups")
     refuse("there is nothing called ", Agent::quoted(request.what), " to clear");
-  if (request.of.vlan && !switch_.learning(*request.of.vlan))
-    refuse("VLAN ", *request.of.vlan,
-           " is not configured; igmpsnoopctl show vlans lists those that are");
   return std::make_unique<Clearing>(switch_, request.of);
 }
 
@@ -199,6 +209,7 @@ std::unique_ptr<Answer> ControlServer::restarting() const {
 }
 
 std::unique_ptr<Answer> ControlServer::tracing(Request const& request) const {
+  if (request.levels.empty()) return traceHandlesAnswer(request.handle);
   TraceRequest const trace = traceRequestIn(request.handle, request.levels);
   for (int level = 0; level < Kel::TraceHandle::levels; ++level)
     trace.handle->levelEnabledIs(level, false);

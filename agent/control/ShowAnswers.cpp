@@ -12,6 +12,7 @@
 #include "agent/control/StatisticsAnswer.h"
 #include "agent/forwarding/ForwardingWords.h"
 #include "agent/output/ExplanationWords.h"
+#include "agent/output/InterfaceCondition.h"
 #include "agent/output/JsonValues.h"
 #include "agent/text/Wording.h"
 #include "agent/watch/HostRecords.h"
@@ -34,7 +35,11 @@ class VlansListing final : public Listing {
  public:
   VlansListing(Switch const& snoopingSwitch, Request const& request, Horix::Time start)
       : Listing(snoopingSwitch, request, start, {"vlans"}),
-        walk_(snoopingSwitch, Selection{request.of.vlan, {}, {}}) {}
+        walk_(snoopingSwitch, Selection{request.of.vlan, {}, {}}) {
+    for (VlanConfig const& vlan : snoopingSwitch.configuration().vlans)
+      if (vlan.isSecondary())
+        secondaries_[vlan.privateRole.primaryVlan()].push_back(vlan.vlanId.value());
+  }
 
  private:
   bool advanceList(std::string& out) override {
@@ -50,7 +55,7 @@ class VlansListing final : public Listing {
     object["vlan"] = vlan.vlanId.value();
     object["proxy"] = theSwitch().proxy().vlanSm(vlan.vlanId) != nullptr;
     object["standing"] = name(standingOf(theSwitch(), vlan.vlanId));
-    if (vlan.isSecondary()) object["primary-vlan"] = vlan.privateRole.primaryVlan().value();
+    addPrivateRole(object, vlan);
     if (vlan.querierVersion) object["igmp-version"] = static_cast<unsigned>(*vlan.querierVersion);
     if (auto const* const querier = theSwitch().querier(vlan.vlanId)) {
       object["send-query"] = querier->settings().sendsQueries;
@@ -71,8 +76,20 @@ class VlansListing final : public Listing {
     return object;
   }
 
+  /// Of a private VLAN (RFC 5517).
+  void addPrivateRole(Json& object, VlanConfig const& vlan) const {
+    if (vlan.isSecondary()) {
+      object["private-type"] = message(vlan.privateRole.type());
+      object["primary-vlan"] = vlan.privateRole.primaryVlan().value();
+    } else if (auto const found = secondaries_.find(vlan.vlanId); found != secondaries_.end()) {
+      object["private-type"] = "primary";
+      object["secondary-vlan"] = found->second;
+    }
+  }
+
   MembershipWalk walk_;
   std::map<VlanId, std::uint64_t> counts_;
+  std::map<VlanId, std::vector<unsigned>> secondaries_;  // of primary VLANs, when it began
 };
 
 // ---- Interfaces, router ports
@@ -118,9 +135,9 @@ class InterfacesListing final : public Listing {
     object["carrier"] = state.carrier;
     object["forwarding"] = state.forwarding;
     object["blocked"] = interface.blocked || !state.operational();
-    auto const device = theSwitch().snooping().ethDevPamCol()->intfPam(interface.intfId);
-    if (std::string const why = device ? device->deafness() : ""; !why.empty())
-      object["deaf"] = why;
+    auto const [condition, because] = conditionOf(theSwitch(), interface);
+    object["state"] = condition;
+    if (!because.empty()) object["because"] = because;
     object["direction"] = message(interface.direction);
     object["mtu"] = state.mtu;
     Json& vlans = object["vlan"] = Json::array();

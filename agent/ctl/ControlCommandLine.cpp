@@ -56,6 +56,7 @@ class ControlCommandLine {
   void addShow() {
     CLI::App* const show = add(app_, "show", "Show what the agent knows");
     show->require_subcommand(1);
+    exampleIs(*show, "igmpsnoopctl show groups --vlan 10");
     CLI::App* const version = show->add_subcommand(
         "version", "Which program runs since when, and with which configuration");
     addJson(*version);
@@ -86,6 +87,7 @@ class ControlCommandLine {
     CLI::App* const explain =
         add(app_, "explain", "Say why the host on a port reports what it reports for a group");
     addOptions(*explain, vlan | interface | group, true);
+    exampleIs(*explain, "igmpsnoopctl explain --vlan 10 --interface swp1 --group 239.1.1.1");
     addJson(*explain);
   }
 
@@ -94,28 +96,32 @@ class ControlCommandLine {
   }
 
   void addReport() {
-    add(app_, "report", "Write a page of who feeds which record, and what was ignored")
-        ->add_option("FILE.html", command_.reportFile, "The page")
-        ->required()
-        ->type_name("");
+    CLI::App* const report =
+        add(app_, "report", "Write a page of who feeds which record, and what was ignored");
+    exampleIs(*report, "igmpsnoopctl report switch.html");
+    report->add_option("FILE.html", command_.reportFile, "The page")->required()->type_name("");
   }
 
   void addClear() {
     CLI::App* const clear = add(app_, "clear", "Forget what was learned");
     clear->require_subcommand(1);
+    exampleIs(*clear, "igmpsnoopctl clear groups --vlan 10");
     CLI::App* const groups = clear->add_subcommand("groups", "Forget memberships");
     addOptions(*groups, vlan | group, false);
     groups->callback([this] { command_.request.what = "groups"; });
   }
 
   void addTrace() {
-    CLI::App* const trace = add(app_, "trace", "Switch the levels of a trace handle");
-    trace->add_option("HANDLE", command_.request.handle, "The handle")->required()->type_name("");
+    CLI::App* const trace =
+        add(app_, "trace", "Switch the levels of a trace handle, or list handles and levels");
+    trace->add_option("HANDLE", command_.request.handle, "The handle; all if none is named")
+        ->type_name("");
     trace
         ->add_option("LEVELS", command_.request.levels,
                      "The levels that are on from now on, as in 0,4-9, or none")
-        ->required()
         ->type_name("");
+    addJson(*trace);
+    exampleIs(*trace, "igmpsnoopctl trace IgmpSnoopingProxyAdapter 0,4-9");
   }
 
   void addRestart() {

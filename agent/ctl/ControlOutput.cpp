@@ -148,30 +148,60 @@ void addCounts(TextTable& table, std::vector<std::string> cells, Json const& cou
 
 // ---- Lists
 
+/// "primary of 20 and 30", "isolated in 10", or nothing.
+std::string privateRole(Json const& vlan) {
+  if (vlan.contains("secondary-vlan"))
+    return message("primary of ", listCell(vlan.at("secondary-vlan")));
+  return vlan.contains("primary-vlan")
+             ? message(textAt(vlan, "private-type"), " in ", cell(vlan, "primary-vlan"))
+             : nothing;
+}
+
 void printVlans(std::ostream& out, Json const& vlans) {
-  TextTable table({{"VLAN", Align::right},
-                   {"PROXIED", Align::left, 26},
-                   {"QUERIER", Align::left, 15},
-                   number("PORTS"),
-                   number("GROUPS"),
-                   number("MEMBERS"),
-                   {"MROUTERS"}});
+  bool const somePrivate = std::any_of(
+      vlans.begin(), vlans.end(), [](auto const& vlan) { return vlan.contains("private-type"); });
+  std::vector<TextTable::Column> columns{{"VLAN", Align::right},
+                                         {"PROXIED", Align::left, 24},
+                                         {"QUERIER", Align::left, 15},
+                                         number("PORTS"),
+                                         number("GROUPS"),
+                                         number("MEMBERS"),
+                                         {"MROUTERS"}};
+  if (somePrivate) columns.insert(columns.begin() + 1, {"PRIVATE", Align::left, 17});
+  TextTable table(std::move(columns));
   for (Json const& vlan : vlans) {
     std::string const querier = textAt(vlan, "querier");
-    table.row({cell(vlan, "vlan"), vlan.value("proxy", false) ? "yes" : textAt(vlan, "standing"),
-               vlan.contains("other-querier") ? textAt(vlan, "other-querier") : querier,
-               cell(vlan, "interface-count"), cell(vlan, "entries-count"), cell(vlan, "host-count"),
-               listCell(vlan.at("bridge-mrouter-interface"))});
+    std::vector<std::string> row{
+        cell(vlan, "vlan"),
+        vlan.value("proxy", false) ? "yes" : textAt(vlan, "standing"),
+        vlan.contains("other-querier") ? textAt(vlan, "other-querier") : querier,
+        cell(vlan, "interface-count"),
+        cell(vlan, "entries-count"),
+        cell(vlan, "host-count"),
+        listCell(vlan.at("bridge-mrouter-interface"))};
+    if (somePrivate) row.insert(row.begin() + 1, privateRole(vlan));
+    table.row(std::move(row));
   }
   table.print(out);
 }
 
-std::string stateOf(Json const& interface) {
-  if (!interface.value("present", false)) return "absent";
-  if (!interface.value("carrier", false)) return "no carrier";
-  if (!interface.value("forwarding", false)) return "not forwarding";
-  if (interface.value("blocked", false)) return "blocked";
-  return interface.contains("deaf") ? "deaf" : "up";
+/// Why interfaces are not up, those with the same reason together.
+void printReasons(std::ostream& out, Json const& interfaces) {
+  std::vector<std::pair<std::string, std::vector<std::string>>> reasons;
+  for (Json const& interface : interfaces) {
+    if (!interface.contains("because")) continue;
+    std::string reason =
+        message(inWords(cell(interface, "state")), ": ", cell(interface, "because"));
+    auto const known = std::find_if(reasons.begin(), reasons.end(),
+                                    [&](auto const& each) { return each.first == reason; });
+    auto& names = known == reasons.end()
+                      ? reasons.emplace_back(std::move(reason), std::vector<std::string>()).second
+                      : known->second;
+    names.push_back(cell(interface, "name"));
+  }
+  if (!reasons.empty()) out << '\n';
+  for (auto const& [reason, names] : reasons)
+    printParagraph(out, message(enumerated(names, "and"), ": ", reason, '.'));
 }
 
 void printInterfaces(std::ostream& out, Json const& interfaces) {
@@ -181,13 +211,12 @@ void printInterfaces(std::ostream& out, Json const& interfaces) {
     for (Json const& vlan : interface.at("vlan"))
       vlans += message(vlans.empty() ? "" : ", ", cell(vlan, "id"),
                        vlan.value("tagged", false) ? " tagged" : "");
-    table.row({cell(interface, "name"), stateOf(interface), cell(interface, "direction"),
-               cell(interface, "mtu"), vlans.empty() ? nothing : vlans});
+    table.row({cell(interface, "name"), inWords(cell(interface, "state")),
+               cell(interface, "direction"), cell(interface, "mtu"),
+               vlans.empty() ? nothing : vlans});
   }
   table.print(out);
-  for (Json const& interface : interfaces)
-    if (interface.contains("deaf"))
-      out << cell(interface, "name") << " is deaf: " << cell(interface, "deaf") << '\n';
+  printReasons(out, interfaces);
 }
 
 /// Where groups go, if a bridge forwards them.
@@ -427,6 +456,13 @@ void printShown(std::ostream& out, Request const& request, Json const& document)
   } else {
     printRouterPorts(out, list);
   }
+}
+
+void printTraceHandles(std::ostream& out, Json const& document) {
+  TextTable table({{"HANDLE", Align::left, 40}, {"LEVELS"}});
+  for (Json const& each : document.at("trace"))
+    table.row({cell(each, "handle"), cell(each, "levels")});
+  table.print(out);
 }
 
 Json monitorObject(Json const& line) {

@@ -30,6 +30,9 @@ class ShownLists {
 /// A document of "show" as tables of at most 100 columns.
 void printShown(std::ostream& out, Request const& request, Json const& document);
 
+/// The levels of trace handles as a table.
+void printTraceHandles(std::ostream& out, Json const& document);
+
 /// A line of "monitor" as a line for people; nothing for one that tells no change.
 std::string monitorText(Json const& line);
 

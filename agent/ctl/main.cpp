@@ -77,8 +77,15 @@ void show(ControlCommand const& command, Lines& lines) {
     return;
   }
   std::ostringstream out;
-  printShown(out, command.request, document);
+  if (command.request.command == "trace")
+    printTraceHandles(out, document);
+  else
+    printShown(out, command.request, document);
   print(out.str());
+}
+
+bool asksForLists(Request const& request) {
+  return request.command == "show" || (request.command == "trace" && request.levels.empty());
 }
 
 void monitor(ControlCommand const& command, Lines& lines) {
@@ -119,7 +126,7 @@ void run(ControlCommand& command) {
   }
   command.request.text = !command.json;
   Lines lines(command);
-  if (command.request.command == "show")
+  if (asksForLists(command.request))
     show(command, lines);
   else if (command.request.command == "monitor")
     monitor(command, lines);

@@ -55,18 +55,10 @@ ReportedVlan vlanIn(Json const& object) {
   return vlan;
 }
 
-std::string stateOf(Json const& object) {
-  if (!object.value("present", false)) return "absent";
-  if (!object.value("carrier", false)) return "no carrier";
-  if (!object.value("forwarding", false)) return "not forwarding";
-  if (object.value("blocked", false)) return "blocked";
-  return object.contains("deaf") ? "deaf" : "up";
-}
-
 ReportedInterface interfaceIn(Json const& object) {
   ReportedInterface interface {
-    textAt(object, "name"), stateOf(object), textAt(object, "deaf"), textAt(object, "direction"),
-        numberAt(object, "mtu"), {}
+    textAt(object, "name"), inWords(textAt(object, "state")), textAt(object, "because"),
+        textAt(object, "direction"), numberAt(object, "mtu"), {}
   };
   for (Json const& vlan : object.at("vlan"))
     interface.vlans += message(interface.vlans.empty() ? "" : ", ", numberAt(vlan, "id"),

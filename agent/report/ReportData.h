@@ -31,7 +31,7 @@ struct ReportedVlan {
 struct ReportedInterface {
   std::string name;
   std::string state;    ///< "up", or the reason why not
-  std::string because;  ///< why it is deaf
+  std::string because;  ///< the same with the remedy, as a clause; empty if it is up
   std::string direction;
   unsigned mtu = 0;
   std::string vlans;

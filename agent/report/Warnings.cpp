@@ -79,30 +79,13 @@ void addVlans(std::vector<Warning>& warnings, ReportData const& data) {
          "Hosts report there only when they are asked, unless report-on = \"all\"."});
 }
 
-std::string remedyFor(std::string const& state) {
-  if (state == "absent") return "It is configured but does not exist.";
-  if (state == "deaf") return "Nothing can be heard or sent there.";
-  if (state == "not forwarding") return "The bridge keeps it from forwarding (spanning tree).";
-  if (state == "blocked") return "It is configured as blocked: nothing is heard or sent there.";
-  return "Nothing is heard or sent there.";
-}
-
 void addInterfaces(std::vector<Warning>& warnings, ReportData const& data) {
-  Places places;
-  Places causes;
-  for (ReportedInterface const& each : data.interfaces) {
-    if (each.state == "up") continue;
-    places[each.state].push_back(each.name);
-    if (!each.because.empty()) causes[each.state].push_back(each.name + ": " + each.because);
-  }
-  for (auto const& [state, names] : places) {
-    std::string remedy = remedyFor(state);
-    if (auto const found = causes.find(state); found != causes.end())
-      remedy += " " + found->second.front();
-    warnings.push_back(
-        {portsText(names, lineLength) + (names.size() == 1 ? " is " : " are ") + state + ".",
-         remedy});
-  }
+  std::map<std::pair<std::string, std::string>, std::vector<std::string>> places;
+  for (ReportedInterface const& each : data.interfaces)
+    if (each.state != "up") places[{each.state, each.because}].push_back(each.name);
+  for (auto const& [reason, names] : places)
+    warnings.push_back({portsText(names, lineLength) + ": " + reason.first + ".",
+                        "The reason: " + reason.second + "."});
 }
 
 void addAddresses(std::vector<Warning>& warnings, ReportData const& data) {

@@ -48,6 +48,11 @@ std::string quoted(std::string_view text) {
   return '"' + onOneLine(escaped) + '"';
 }
 
+std::string inWords(std::string name) {
+  std::replace(name.begin(), name.end(), '-', ' ');
+  return name;
+}
+
 std::string counted(std::size_t count, char const* noun) {
   return message(count, ' ', noun, count == 1 ? "" : "s");
 }

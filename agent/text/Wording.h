@@ -29,6 +29,9 @@ std::string onOneLine(std::string_view text);
 /// The text in double quotes, on one line; quotes and backslashes in it are escaped.
 std::string quoted(std::string_view text);
 
+/// "no carrier" for the name "no-carrier".
+std::string inWords(std::string name);
+
 /// "1 VLAN", "2 VLANs".
 std::string counted(std::size_t count, char const* noun);
 

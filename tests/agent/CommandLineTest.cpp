@@ -76,7 +76,9 @@ TEST(CommandLine, LiveTakesAConfigurationAndSockets) {
   EXPECT_EQ(other.metrics, "b");
   EXPECT_TRUE(
       std::get<LiveCommand>(parse({"live", "--config", "switch.toml", "--busy-poll"})).busyPoll);
-  EXPECT_EQ(wrongUsage({"live"}), "--config is required; try igmpsnoopd live --help");
+  EXPECT_EQ(wrongUsage({"live"}),
+            "--config FILE is required, as in igmpsnoopd live --config switch.toml; try igmpsnoopd "
+            "live --help");
 }
 
 TEST(CommandLine, ReplayTakesOptionsAnywhere) {
@@ -153,11 +155,16 @@ TEST(CommandLine, CaptureWithoutPortOrFileIsWrongUsage) {
 }
 
 TEST(CommandLine, MissingArgumentsAreNamed) {
-  EXPECT_EQ(wrongReplay({}), "PORT=CAPTURE is required; try igmpsnoopd replay --help");
-  EXPECT_EQ(wrongUsage({"replay", "swp1=one.pcap"}),
-            "--config is required; try igmpsnoopd replay --help");
-  EXPECT_EQ(wrongUsage({"check"}), "--config is required; try igmpsnoopd check --help");
-  EXPECT_EQ(wrongUsage({}), "A subcommand is required; try igmpsnoopd --help");
+  std::string const replay =
+      " required, as in igmpsnoopd replay --config switch.toml swp1=swp1.pcap swp2=swp2.pcap; try "
+      "igmpsnoopd replay --help";
+  EXPECT_EQ(wrongReplay({}), "PORT=CAPTURE is" + replay);
+  EXPECT_EQ(wrongUsage({"replay", "swp1=one.pcap"}), "--config FILE is" + replay);
+  EXPECT_EQ(wrongUsage({"replay"}), "--config FILE and PORT=CAPTURE are" + replay);
+  EXPECT_EQ(wrongUsage({"check"}),
+            "--config FILE is required, as in igmpsnoopd check --config switch.toml; try "
+            "igmpsnoopd check --help");
+  EXPECT_EQ(wrongUsage({}), "live, replay or check is required; try igmpsnoopd --help");
 }
 
 TEST(CommandLine, UnknownArgumentsAreNamed) {

@@ -372,6 +372,9 @@ TEST_F(ControlServerTest, WhatIsWrongWithARequestIsTold) {
   EXPECT_THAT(errorOf(R"({"command":"clear","what":"groups","vlan":99})"
                       "\n"),
               HasSubstr("VLAN 99 is not configured"));
+  EXPECT_THAT(errorOf(R"({"command":"show","what":"groups","group":"10.1.1.1"})"
+                      "\n"),
+              HasSubstr("10.1.1.1 is no multicast address"));
   EXPECT_THAT(errorOf(R"({"command":"trace","handle":"None","levels":"1"})"
                       "\n"),
               HasSubstr("no trace handle"));

@@ -1,3 +1,5 @@
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -52,6 +54,7 @@ TEST(ControlCommandLine, EachCommandIsARequest) {
             R"({"command":"clear","what":"groups","vlan":10})");
   EXPECT_EQ(requestIn({"trace", "Handle", "0,4-9"}),
             R"({"command":"trace","handle":"Handle","levels":"0,4-9"})");
+  EXPECT_EQ(requestIn({"trace"}), R"({"command":"trace"})");
   EXPECT_EQ(requestIn({"metrics"}), R"({"command":"metrics"})");
 }
 
@@ -76,8 +79,33 @@ TEST(ControlCommandLine, WrongUsageIsToldWithWhereToRead) {
   EXPECT_THAT(problemOf({"show", "groups", "--vlan", "4095"}), HasSubstr("1 to 4094"));
   EXPECT_THAT(problemOf({"show", "groups", "--vlan", "10-11"}), HasSubstr("1 to 4094"));
   EXPECT_THAT(problemOf({"show", "groups", "--group", "10.0.0.1"}), HasSubstr("multicast"));
-  EXPECT_THAT(problemOf({"explain", "--vlan", "10"}), HasSubstr("required"));
-  EXPECT_THAT(problemOf({"trace", "Handle"}), HasSubstr("required"));
+}
+
+TEST(ControlCommandLine, WhatIsMissingIsNamedWithAnExample) {
+  EXPECT_EQ(problemOf({"explain", "--vlan", "10"}),
+            "--interface NAME and --group ADDRESS are required, as in igmpsnoopctl explain --vlan "
+            "10 --interface swp1 --group 239.1.1.1; try igmpsnoopctl explain --help");
+  EXPECT_EQ(problemOf({"report"}),
+            "FILE.html is required, as in igmpsnoopctl report switch.html; try igmpsnoopctl report "
+            "--help");
+  EXPECT_THAT(problemOf({"show"}), testing::StartsWith("version, vlans, interfaces, groups, "));
+  EXPECT_THAT(std::get<Information>(parsed({"explain", "--help"})).text,
+              HasSubstr("--group ADDRESS REQUIRED"));
+}
+
+TEST(ControlCommandLine, ExamplesOfTheHelpAreRight) {
+  for (char const* const command : {"show", "explain", "report", "clear", "trace"}) {
+    std::string const help = std::get<Information>(parsed({command, "--help"})).text;
+    std::string const heading = "Example: igmpsnoopctl ";
+    std::size_t const begin = help.find(heading);
+    ASSERT_NE(begin, std::string::npos) << help;
+    std::istringstream line(help.substr(begin + heading.size()));
+    std::vector<std::string> const words{std::istream_iterator<std::string>(line), {}};
+    std::vector<char const*> arguments;
+    for (std::string const& word : words) arguments.push_back(word.c_str());
+    EXPECT_EQ(problemOf(arguments), "none") << help;
+    EXPECT_EQ(commandIn(arguments).request.command, command);
+  }
 }
 
 TEST(ControlCommandLine, HelpAndVersionAreInformation) {

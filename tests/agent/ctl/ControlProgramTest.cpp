@@ -125,6 +125,148 @@ TEST_F(ControlProgramTest, ShowsTables) {
   EXPECT_EQ(out("show mrouters"), "There are no mrouters to show.\n");
 }
 
+TEST_F(ControlProgramTest, ShowsTheOneReasonWhyAnInterfaceIsNotInUse) {
+  test.snooping.configurationIs(configurationIn(R"(
+    [[interface]]
+    name = "swp[1-4]"
+    [[interface]]
+    name = "swp5"
+    blocked = true
+    [[interface]]
+    name = "swp6"
+    direction = "ingress"
+    [[interface]]
+    name = "swp7"
+    direction = "none"
+    [[interface]]
+    name = "swp8"
+    [[vlan]]
+    id = 10
+    interfaces = ["swp[1-7]"]
+  )"));
+  for (char const* const name : {"swp4", "swp5", "swp6", "swp7", "swp8"})
+    test.snooping.interfaceStateIs(Wirex::IntfId(name), operationalInterface());
+  InterfaceState state = operationalInterface();
+  state.forwarding = false;
+  test.snooping.interfaceStateIs(Wirex::IntfId("swp3"), state);
+  state.carrier = false;
+  test.snooping.interfaceStateIs(Wirex::IntfId("swp2"), state);
+  test.snooping.interfaceStateIs(Wirex::IntfId("swp1"), {});
+  EXPECT_EQ(
+      out("show interfaces"),
+      "INTERFACE  STATE           DIRECTION   MTU  VLANS\n"
+      "swp1       absent          both          0  10\n"
+      "swp2       no carrier      both       1500  10\n"
+      "swp3       not forwarding  both       1500  10\n"
+      "swp4       up              both       1500  10\n"
+      "swp5       blocked         both       1500  10\n"
+      "swp6       one way         ingress    1500  10\n"
+      "swp7       closed          none       1500  10\n"
+      "swp8       no vlan         both       1500  -\n"
+      "\n"
+      "swp1: absent: the system has no interface of this name; create it, or mend the name.\n"
+      "swp2: no carrier: it is down, or nothing answers at the other end of its cable.\n"
+      "swp3: not forwarding: its bridge keeps it from forwarding (spanning tree); the bridge's own "
+      "tools\nsay why.\n"
+      "swp5: blocked: its configuration says blocked = true.\n"
+      "swp6: one way: its configuration says direction = \"ingress\": its hosts are silent.\n"
+      "swp7: closed: its configuration says direction = \"none\".\n"
+      "swp8: no vlan: no [[vlan]] names it; add it to interfaces or tagged-interfaces of one.\n");
+  auto const list = nlohmann::json::parse(out("show interfaces -j")).at("interfaces");
+  EXPECT_EQ(list.at(1).at("state"), "no-carrier");
+  EXPECT_EQ(list.at(3).at("state"), "up");
+  EXPECT_FALSE(list.at(3).contains("because"));
+}
+
+TEST_F(ControlProgramTest, InterfacesWithTheSameReasonShareALine) {
+  test.snooping.configurationIs(
+      configurationIn("[[interface]]\nname = \"swp[1-3]\"\nblocked = true\n"));
+  EXPECT_THAT(
+      out("show interfaces"),
+      EndsWith("\n\nswp1, swp2 and swp3: blocked: its configuration says blocked = true.\n"));
+}
+
+TEST_F(ControlProgramTest, ShowsPrivateRolesAndTheirPartners) {
+  test.snooping.configurationIs(configurationIn(R"(
+    [[interface]]
+    name = "swp[1-3]"
+    [[vlan]]
+    id = 10
+    querier = { igmp-version = 3 }
+    interfaces = ["swp1"]
+    [[vlan]]
+    id = 20
+    private = { type = "isolated", primary = 10 }
+    querier = { igmp-version = 3 }
+    interfaces = ["swp2"]
+    [[vlan]]
+    id = 30
+    private = { type = "community", primary = 10 }
+    querier = { igmp-version = 3 }
+    interfaces = ["swp3"]
+    [[vlan]]
+    id = 40
+  )"));
+  EXPECT_EQ(
+      out("show vlans"),
+      "VLAN  PRIVATE            PROXIED                   QUERIER  PORTS  GROUPS  MEMBERS  "
+      "MROUTERS\n"
+      "  10  primary of 20, 30  yes                       off          1       0        0  -\n"
+      "  20  isolated in 10     yes                       off          1       0        0  -\n"
+      "  30  community in 10    yes                       off          1       0        0  -\n"
+      "  40  -                  no-querier-configuration  off          0       0        0  -\n");
+  auto const list = nlohmann::json::parse(out("show vlans -j")).at("vlans");
+  EXPECT_EQ(list.at(0).at("private-type"), "primary");
+  EXPECT_EQ(list.at(0).at("secondary-vlan"), (std::vector{20, 30}));
+  EXPECT_EQ(list.at(2).at("private-type"), "community");
+  EXPECT_EQ(list.at(2).at("primary-vlan"), 10);
+  EXPECT_FALSE(list.at(3).contains("private-type"));
+}
+
+TEST_F(ControlProgramTest, UnknownNamesAreRefusedAlikeByEveryCommand) {
+  test.snooping.configurationIs(
+      configurationIn("[[interface]]\nname = \"swp[1-3]\"\n[[vlan]]\nid = \"10,20-29\"\n"
+                      "tagged-interfaces = [\"swp[1-3]\"]\n"));
+  for (std::string const what :
+       {"vlans", "interfaces", "groups", "hosts", "mrouters", "statistics"}) {
+    EXPECT_EQ(run("show " + what + " --vlan 99").err,
+              "igmpsnoopctl: VLAN 99 is not configured; there are 10 and 20-29\n");
+    EXPECT_EQ(
+        run("show " + what + " --interface swp4").err,
+        "igmpsnoopctl: interface \"swp4\" is not configured; there are swp1, swp2 and swp3\n");
+  }
+  for (std::string const command : {"explain --interface swp1 --group 239.1.1.1", "clear groups"}) {
+    auto const outcome = run(command + " --vlan 30");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.err, "igmpsnoopctl: VLAN 30 is not configured; there are 10 and 20-29\n");
+  }
+}
+
+TEST_F(ControlProgramTest, OfManyInterfacesTheOneThatWasMeantIsNamed) {
+  test.snooping.configurationIs(configurationIn("[[interface]]\nname = \"swp[1-48]\"\n"));
+  EXPECT_EQ(run("show groups --interface Swp48").err,
+            "igmpsnoopctl: interface \"Swp48\" is not configured; did you mean swp48?\n");
+  EXPECT_THAT(run("show groups --interface lan-of-the-east").err,
+              HasSubstr("there are swp1, swp2, swp3, swp4, swp5, swp6, swp7, swp8, swp9, swp10, "
+                        "swp11, swp12, swp13, swp14, swp15, swp16 and 32 more\n"));
+}
+
+TEST_F(ControlProgramTest, TraceWithoutLevelsListsThem) {
+  out("trace IgmpSnoopingProxyAdapter 0,4-9");
+  EXPECT_THAT(out("trace"), StartsWith("HANDLE "));
+  EXPECT_THAT(out("trace"), MatchesRegex("(.|\n)*\nIgmpSnoopingProxyAdapter +0,4-9\n(.|\n)*"));
+  EXPECT_EQ(out("trace IgmpSnoopingProxyAdapter"),
+            "HANDLE                    LEVELS\nIgmpSnoopingProxyAdapter  0,4-9\n");
+  EXPECT_EQ(nlohmann::json::parse(out("trace IgmpSnoopingProxyAdapter -j"))
+                .at("trace")
+                .at(0)
+                .at("levels"),
+            "0,4-9");
+  out("trace IgmpSnoopingProxyAdapter none");
+  EXPECT_THAT(out("trace IgmpSnoopingProxyAdapter"), HasSubstr("Adapter  none\n"));
+  EXPECT_THAT(run("trace Nothing").err, HasSubstr("there is no trace handle \"Nothing\", but "));
+}
+
 TEST_F(ControlProgramTest, ShowsStatisticsAsTables) {
   test.snooping.configurationIs(configurationIn(sendingOnce()));
   haveSent(test);
@@ -169,10 +311,10 @@ TEST_F(ControlProgramTest, ShowsStatisticsAsTables) {
 
 TEST_F(ControlProgramTest, WhatIsNotShownIsNotDenied) {
   test.hear("swp1", FrameBuilder::reportV2(group).from(tv));
-  EXPECT_EQ(out("show hosts --vlan 99"), "There are no hosts to show.\n");
   EXPECT_THAT(out("show hosts --interface swp1"), EndsWith("\n\nThere are no records to show.\n"))
       << "somebody listens, but on swp1 itself";
   test.snooping.configurationIs(configurationIn("[[vlan]]\nid = 10\n"));
+  EXPECT_EQ(out("show hosts --vlan 10"), "There are no hosts to show.\n");
   EXPECT_THAT(out("show hosts"), HasSubstr("There are no hosts: each takes an interface"));
 }
 
@@ -323,9 +465,7 @@ TEST_F(ControlProgramTest, MonitorTellsChangesAsObjects) {
 TEST_F(ControlProgramTest, WhatTheAgentRefusesIsOneLine) {
   auto const outcome = run("clear groups --vlan 99");
   EXPECT_EQ(outcome.status, 1);
-  EXPECT_EQ(outcome.err,
-            "igmpsnoopctl: VLAN 99 is not configured; igmpsnoopctl show vlans lists those that "
-            "are\n");
+  EXPECT_EQ(outcome.err, "igmpsnoopctl: VLAN 99 is not configured; there is 10\n");
 }
 
 TEST_F(ControlProgramTest, NoAgentIsToldWithHowToStartOne) {
