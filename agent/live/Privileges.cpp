@@ -1,5 +1,6 @@
 #include "agent/live/Privileges.h"
 
+#include <algorithm>
 #include <cap-ng.h>
 #include <cerrno>
 #include <pwd.h>
@@ -7,6 +8,7 @@
 #include <sys/prctl.h>
 #include <system_error>
 #include <unistd.h>
+#include <vector>
 
 #include "agent/text/Wording.h"
 
@@ -18,6 +20,35 @@ namespace {
 /// just run it as root.
 bool isGivenByName(unsigned long capability) {
   return prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_IS_SET, capability, 0, 0) == 1;
+}
+
+/// Whether the process can use, and pass on, these capabilities and no others.
+bool holdsExactly(std::vector<unsigned> const& capabilities) {
+  for (unsigned each = 0; each <= CAP_LAST_CAP; ++each) {
+    int const wanted = std::ranges::count(capabilities, each) != 0;
+    for (capng_type_t const in : {CAPNG_EFFECTIVE, CAPNG_PERMITTED, CAPNG_INHERITABLE})
+      if (capng_have_capability(in, each) != wanted) return false;
+  }
+  return true;
+}
+
+void keepOnly(std::vector<unsigned> const& kept, std::optional<User> const& user, bool mayBound) {
+  auto const add = [&](capng_type_t to) {
+    for (unsigned const each : kept) capng_update(CAPNG_ADD, to, each);
+  };
+  // To be passed on to the program that takes this one's place. What is not in the bounding set any
+  // more cannot become inheritable.
+  add(CAPNG_INHERITABLE);
+  capng_apply(CAPNG_SELECT_CAPS);
+  capng_clear(CAPNG_SELECT_ALL);
+  add(static_cast<capng_type_t>(CAPNG_EFFECTIVE | CAPNG_PERMITTED | CAPNG_INHERITABLE));
+  int const failed =
+      user ? capng_change_id(static_cast<int>(user->id), static_cast<int>(user->group),
+                             static_cast<capng_flags_t>(CAPNG_DROP_SUPP_GRP |
+                                                        (mayBound ? CAPNG_CLEAR_BOUNDING : 0)))
+           : capng_apply(mayBound ? CAPNG_SELECT_ALL : CAPNG_SELECT_CAPS);
+  if (failed != 0)
+    throw std::runtime_error("cannot give up privileges; start with CAP_NET_RAW alone");
 }
 
 }  // namespace
@@ -51,23 +82,10 @@ void dropPrivileges(std::optional<User> const& user, bool setsBridge) {
   bool const mayBound = capng_have_capability(CAPNG_EFFECTIVE, CAP_SETPCAP) != 0;
   setsBridge = (setsBridge || isGivenByName(CAP_NET_ADMIN)) &&
                capng_have_capability(CAPNG_PERMITTED, CAP_NET_ADMIN) != 0;
-  auto const add = [&](capng_type_t to) {
-    capng_update(CAPNG_ADD, to, CAP_NET_RAW);
-    if (setsBridge) capng_update(CAPNG_ADD, to, CAP_NET_ADMIN);
-  };
-  // To be passed on to the program that takes this one's place. What is not in the bounding set any
-  // more cannot become inheritable.
-  add(CAPNG_INHERITABLE);
-  capng_apply(CAPNG_SELECT_CAPS);
-  capng_clear(CAPNG_SELECT_ALL);
-  add(static_cast<capng_type_t>(CAPNG_EFFECTIVE | CAPNG_PERMITTED | CAPNG_INHERITABLE));
-  int const failed =
-      user ? capng_change_id(static_cast<int>(user->id), static_cast<int>(user->group),
-                             static_cast<capng_flags_t>(CAPNG_DROP_SUPP_GRP |
-                                                        (mayBound ? CAPNG_CLEAR_BOUNDING : 0)))
-           : capng_apply(mayBound ? CAPNG_SELECT_ALL : CAPNG_SELECT_CAPS);
-  if (failed != 0)
-    throw std::runtime_error("cannot give up privileges; start with CAP_NET_RAW alone");
+  std::vector<unsigned> kept{CAP_NET_RAW};
+  if (setsBridge) kept.push_back(CAP_NET_ADMIN);
+  // A service manager that gives just these need not allow the system call that changes them.
+  if (user || mayBound || !holdsExactly(kept)) keepOnly(kept, user, mayBound);
   if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0)
     throw std::system_error(errno, std::generic_category(), "prctl(PR_SET_NO_NEW_PRIVS)");
 }
