@@ -1,14 +1,20 @@
+#include <algorithm>
 #include <array>
 #include <chrono>
+#include <ctime>
+#include <iostream>
+#include <sanitizer/allocator_interface.h>
+#include <set>
 #include <string>
 #include <variant>
 #include <vector>
 
-#include "framework/types/PortKey.h"
+#include "agent/config/MemoryBound.h"
 #include "fuzz/FuzzSwitch.h"
 #include "platform/igmp/wire/FrameWriter.h"
 #include "platform/igmp/wire/PacketReader.h"
 #include "tests/agent/Addresses.h"
+#include "tests/agent/soak/RecordModel.h"
 #include "tests/platform/igmp/FrameBuilder.h"
 
 /// A whole switch: frames on several ports, right ones and raw bytes, time, interfaces that come
@@ -21,12 +27,11 @@ using Fuzz::FuzzSwitch;
 using Fuzz::require;
 using namespace IgmpTest;
 using namespace std::chrono_literals;
-using Bridging::IgmpSnooping::Proxy::PortKey;
 using Wirex::IntfId;
 
 constexpr std::size_t mtu = 1500;
 
-constexpr std::array<std::string_view, 4> configurations{
+constexpr std::array<std::string_view, 5> configurations{
     R"(
 [[interface]]
 name = "swp[1-4]"
@@ -79,12 +84,40 @@ id = 10
 proxy = false
 interfaces = ["swp[1-2]"]
 )",
+    R"(
+[defaults]
+max-groups = 8
+max-group-sources = 4
+max-interface-groups = 4
+max-interface-memberships = 6
+max-interface-sources = 10
+[[interface]]
+name = "swp[1-4]"
+[[vlan]]
+id = 10
+querier = { igmp-version = 3 }
+interfaces = ["swp[1-4]"]
+)",
+};
+
+/// The switch, and what it may take.
+struct Fuzzed : FuzzSwitch {
+  explicit Fuzzed(Agent::Configuration const& configuration) : FuzzSwitch(configuration) {
+    raiseBound();
+  }
+
+  /// Memory goes back later than a smaller configuration comes.
+  void raiseBound() { bound = std::max(bound, memoryBound(agent.configuration()).learned); }
+
+  std::size_t before = __sanitizer_get_current_allocated_bytes();  // with nothing learned
+  std::uint64_t bound = 0;
 };
 
 /// Read once, as reading them takes longer than what most inputs do.
 Agent::Configuration const& configuration(FuzzInput& input) {
   static std::vector<Agent::Configuration> const read = [] {
     std::vector<Agent::Configuration> all;
+    all.reserve(configurations.size());
     for (std::string_view const text : configurations) all.push_back(Fuzz::configurationIn(text));
     return all;
   }();
@@ -94,16 +127,20 @@ Agent::Configuration const& configuration(FuzzInput& input) {
 constexpr std::array<char const*, 4> ports{"swp1", "swp2", "swp3", "swp4"};
 constexpr std::array<Horix::Time, 6> pauses{0s, 10ms, 1s, 10s, 130s, 300s};
 
+/// Mostly one of a few, to have listeners in common.
 IpAddr group(FuzzInput& input) {
   constexpr std::array groups{IpAddr(239, 1, 1, 1), IpAddr(239, 2, 2, 2), IpAddr(232, 1, 1, 1),
                               IpAddr(224, 0, 0, 9)};
-  return groups.at(input.below(groups.size()));
+  std::uint8_t const chosen = input.byte();
+  return chosen < 224 ? groups.at(chosen % groups.size()) : IpAddr(239, 255, chosen, input.byte());
 }
 
 IpAddr reporter(FuzzInput& input) {
   constexpr std::array reporters{IpAddr(0, 0, 0, 0), IpAddr(10, 0, 0, 1), IpAddr(10, 0, 0, 2),
                                  IpAddr(10, 0, 0, 3)};
-  return reporters.at(input.below(reporters.size()));
+  std::uint8_t const chosen = input.byte();
+  return chosen < 224 ? reporters.at(chosen % reporters.size())
+                      : IpAddr(10, 1, chosen, input.byte());
 }
 
 std::vector<IpAddr> sources(FuzzInput& input) {
@@ -165,30 +202,10 @@ void changeInterface(FuzzSwitch& test, FuzzInput& input) {
   test.loop.endBatch();
 }
 
-void reconfigure(FuzzSwitch& test, FuzzInput& input) {
+void reconfigure(Fuzzed& test, FuzzInput& input) {
   test.agent.configurationIs(configuration(input));
+  test.raiseBound();
   test.loop.endBatch();
-}
-
-void step(FuzzSwitch& test, FuzzInput& input) {
-  switch (input.below(12)) {
-    case 0:
-      return hearRaw(test, input);
-    case 1:
-      return hear(test, input, olderMessage(input));
-    case 2:
-      return hear(test, input, query(input));
-    case 3:
-      return test.loop.advanceTo(test.loop.now() + pauses.at(input.below(pauses.size())));
-    case 4:
-      return changeInterface(test, input);
-    case 5:
-      return reconfigure(test, input);
-    case 6:
-      return test.loop.endBatch();
-    default:
-      return hear(test, input, report(input));
-  }
 }
 
 /// Frames that the switch sends can be read, fit the link and go where such messages go.
@@ -204,19 +221,63 @@ void requireRight(Wirex::Bytes sent) {
     require(packet->destination == Igmp::allRouters, "leaves go to 224.0.0.2");
 }
 
-/// Where one port alone has listeners, its own host has nothing to include: a port that alone
-/// excludes sources is told its own exclusion, which stays.
-void requireSplitHorizon(FuzzSwitch& test) {
-  for (auto const& [vlan, status] : test.agent.entities().snoopingStatus->contextStatus()) {
-    for (auto const& [address, group] : status->group()) {
-      if (group->intf().size() != 1) continue;
-      PortKey const port(vlan, group->intf().keyAt(0));
-      auto const found = test.agent.entities().hosts->igmpHost(port.hostName());
-      auto const record = found ? found->v3group(address) : nullptr;
-      require(!record || record->filterMode() != Wirex::IgmpV3GroupRecordType::modeIsInclude,
-              "no port hears its own membership");
-    }
+/// What each host reports is what a merge made anew of all that was learned on other ports gives.
+void requireFreshMerge(FuzzSwitch& test) {
+  using namespace Agent::Soak;
+  Records const records = recordsOf(test.agent);
+  std::set<Place> hosts;
+  for (auto const& [host, groups] : records) hosts.insert(host);
+  Records const merged =
+      expectedRecords(test.agent.configuration(), hosts, membershipsOf(test.agent));
+  for (auto const& [host, groups] : merged)
+    for (auto const& [group, filter] : groups)
+      if (auto const found = records.at(host).find(group);
+          found == records.at(host).end() || found->second != filter)
+        std::cerr << host << " is to report " << group << ": " << filter << '\n';
+  require(records == merged, "records equal a fresh merge");
+}
+
+void requireAllWell(Fuzzed& test) {
+  test.loop.endBatch();
+  requireFreshMerge(test);
+  require(__sanitizer_get_current_allocated_bytes() <= test.before + test.bound,
+          "memory stays within the stated bound");
+}
+
+void step(Fuzzed& test, FuzzInput& input) {
+  switch (input.below(12)) {
+    case 0:
+      return hearRaw(test, input);
+    case 1:
+      return hear(test, input, olderMessage(input));
+    case 2:
+      return hear(test, input, query(input));
+    case 3:
+      return test.loop.advanceTo(test.loop.now() + pauses.at(input.below(pauses.size())));
+    case 4:
+      return changeInterface(test, input);
+    case 5:
+      return reconfigure(test, input);
+    case 6:
+      return requireAllWell(test);
+    default:
+      return hear(test, input, report(input));
   }
+}
+
+std::chrono::nanoseconds processorTime() {
+  timespec time{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+/// What one frame, interface or configuration takes; hours may pass in one step.
+void stepInTime(Fuzzed& test, FuzzInput& input) {
+  constexpr auto budget = 250ms;  // the loop's 10 ms, and what sanitizers make of them
+  auto const start = processorTime();
+  auto const now = test.loop.now();
+  step(test, input);
+  require(test.loop.now() != now || processorTime() - start < budget, "no turn takes long");
 }
 
 bool isEmpty(FuzzSwitch const& test) {
@@ -228,8 +289,9 @@ bool isEmpty(FuzzSwitch const& test) {
 /// Nobody says anything for an hour, or for as long as a querier can have memberships live: seven
 /// times 31,744 s and more (RFC 9776 sections 4.1.6 and 4.1.7). Everything must have gone.
 void requireNothingLeft(FuzzSwitch& test) {
-  test.loop.advanceTo(test.loop.now() + 1h);
-  if (!isEmpty(test)) test.loop.advanceTo(test.loop.now() + 65h);
+  int hours = 0;
+  do test.loop.advanceTo(test.loop.now() + 1h);
+  while (++hours < 66 && !isEmpty(test));
   for (auto const& [vlan, status] : test.agent.entities().snoopingStatus->contextStatus())
     require(status->group().empty(), "no membership outlives an hour of silence");
   for (auto const& [name, host] : test.agent.entities().hosts->igmpHost())
@@ -240,11 +302,10 @@ void requireNothingLeft(FuzzSwitch& test) {
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t size) {
   FuzzInput input(bytes, size);
-  FuzzSwitch test(configuration(input));
+  Fuzzed test(configuration(input));
   test.devices.sentIs([](IntfId const&, Wirex::Bytes frame) { requireRight(frame); });
-  while (!input.empty()) step(test, input);
-  test.loop.endBatch();
-  requireSplitHorizon(test);
+  while (!input.empty()) stepInTime(test, input);
+  requireAllWell(test);
   requireNothingLeft(test);
   return 0;
 }

@@ -224,8 +224,8 @@ void Lan::isAtRest() {
 Lan::Known Lan::known() const {
   Known known;
   for (Box const* const box : boxes_) {
-    known.memberships.push_back(membershipsOf(*box));
-    known.records.push_back(recordsOf(*box));
+    known.memberships.push_back(membershipsOf(box->agent()));
+    known.records.push_back(recordsOf(box->agent()));
   }
   if (hasRouter()) known.belief = router().belief();
   return known;
@@ -274,7 +274,7 @@ Filter Lan::wantedByAll(Address group) const {
 std::string Lan::cutOffAtSwitches() const {
   std::ostringstream wrong;
   for (Box const* const box : boxes_) {
-    Memberships const memberships = membershipsOf(*box);
+    Memberships const memberships = membershipsOf(box->agent());
     for (std::string const& port : portsOf(*box)) {
       if (isRouterPort(*box, {port, vlan})) continue;
       for (Address const group : groups) {

@@ -9,30 +9,12 @@
 /// believe, each computed anew from who is attached and what is configured; and what is so.
 namespace Agent::Soak {
 
-/// One reporter's membership in a VLAN, a secondary one's in its primary.
-struct Membership {
-  unsigned vlan = 0;
-  Address group;
-  std::string port;
-  Address reporter;
-
-  friend auto operator<=>(Membership const&, Membership const&) = default;
-};
-using Memberships = std::map<Membership, Filter>;
-
-std::ostream& operator<<(std::ostream& out, Membership const& membership);
-
-/// By host; a host without records is there too.
-using Records = std::map<Place, std::map<Address, Filter>>;
-
 /// Of those who are attached to the switch. At rest nobody has anything to tell any more, and who
 /// is not asked has been forgotten.
 Memberships expectedMemberships(Network const& network, Box const& box);
-Memberships membershipsOf(Box const& box);
 
-/// What hosts must report when this was learned.
+/// Of the hosts that there must be: what they must report when this was learned.
 Records expectedRecords(Box const& box, Memberships const& learned);
-Records recordsOf(Box const& box);
 
 /// Whether the switch takes a place for a router's.
 bool isRouterPort(Box const& box, Place const& place);

@@ -18,16 +18,6 @@ constexpr auto betweenLosses = std::chrono::seconds(600);
 
 }  // namespace
 
-std::string nameOf(Wirex::IntfId const& intf) {
-  std::ostringstream name;
-  name << intf;
-  return name.str();
-}
-
-std::ostream& operator<<(std::ostream& out, Place const& place) {
-  return out << place.port << " in VLAN " << place.vlan;
-}
-
 void Tally::count(Message const& message) {
   switch (message.kind) {
     case Message::Kind::query:

@@ -12,21 +12,10 @@
 #include "platform/horix/EventLoop.h"
 #include "platform/interface/CaptureEthDevPams.h"
 #include "tests/agent/soak/Listener.h"
+#include "tests/agent/soak/RecordModel.h"
 #include "tests/agent/soak/Router.h"
 
 namespace Agent::Soak {
-
-/// A port in a VLAN: where somebody is attached.
-struct Place {
-  std::string port;
-  unsigned vlan = 0;
-
-  friend auto operator<=>(Place const&, Place const&) = default;
-};
-
-std::ostream& operator<<(std::ostream& out, Place const& place);
-
-std::string nameOf(Wirex::IntfId const& intf);
 
 /// IGMP frames by what they are.
 struct Tally {

@@ -166,21 +166,21 @@ bool Soak::unrest(Time end) {
 /// What must be so in the midst of events: nothing is known from ports that take nothing in, and
 /// hosts report what is known.
 bool Soak::holdsAlways() {
-  Memberships const learned = membershipsOf(box_);
+  Memberships const learned = membershipsOf(box_.agent());
   std::ostringstream heardNowhere;
   for (auto const& [key, filter] : learned)
     if (!box_.takes(key.port)) heardNowhere << "  " << key << ' ' << filter << '\n';
   bool well = holds("memberships of ports that take nothing in", heardNowhere.str());
   return holds("records of the hosts",
-               difference(recordsOf(box_), expectedRecords(box_, learned))) &&
+               difference(recordsOf(box_.agent()), expectedRecords(box_, learned))) &&
          well;
 }
 
 bool Soak::rest() {
   network_.advance(settlingTime);
   ++figures_.rests;
-  Memberships const learned = membershipsOf(box_);
-  Records const records = recordsOf(box_);
+  Memberships const learned = membershipsOf(box_.agent());
+  Records const records = recordsOf(box_.agent());
   bool well = holds("frames of the switch", network_.complaints());
   well &= holds("learned memberships", difference(learned, expectedMemberships(network_, box_)));
   well &= holds("records of the hosts", difference(records, expectedRecords(box_, learned)));
@@ -221,7 +221,7 @@ bool Soak::emptyAtNight() {
   tell("everybody leaves");
   if (!rest()) return false;
   for (auto const& [place, listener] : network_.listeners()) listener->vanish();
-  bool well = holds("memberships at night", difference(membershipsOf(box_), {}));
+  bool well = holds("memberships at night", difference(membershipsOf(box_.agent()), {}));
   auto const& wheel = box_.loop().timerWheel();
   for (int turns = 0; turns < 16 && wheel->nextExpiry(); ++turns) network_.advance(hours(1));
   well &= holds("timers at night", wheel->nextExpiry() ? "  some are left\n" : "");

@@ -73,14 +73,14 @@ class TwoSwitches : public testing::TestWithParam<Setting> {
   /// What the switch has learned on a port from its own listeners and from the other switch.
   static Filter learned(Box const& box, std::string const& port, Address address) {
     std::vector<Filter> reporters;
-    for (auto const& [key, filter] : membershipsOf(box))
+    for (auto const& [key, filter] : membershipsOf(box.agent()))
       if (key.port == port && key.group == address) reporters.push_back(filter);
     EXPECT_LE(reporters.size(), 1U);
     return reporters.empty() ? Filter() : reporters.front();
   }
 
   static Filter reported(Box const& box, std::string const& port, Address address) {
-    Records const all = recordsOf(box);
+    Records const all = recordsOf(box.agent());
     auto const host = all.find({port, vlan});
     if (host == all.end()) return {};
     auto const& records = host->second;
@@ -96,10 +96,10 @@ class TwoSwitches : public testing::TestWithParam<Setting> {
   }
 
   void expectNothingLearned() {
-    EXPECT_EQ(difference(membershipsOf(a_), {}), "");
-    EXPECT_EQ(difference(membershipsOf(b_), {}), "");
+    EXPECT_EQ(difference(membershipsOf(a_.agent()), {}), "");
+    EXPECT_EQ(difference(membershipsOf(b_.agent()), {}), "");
     for (Box const* const box : {&a_, &b_})
-      for (auto const& [place, records] : recordsOf(*box))
+      for (auto const& [place, records] : recordsOf(box->agent()))
         EXPECT_TRUE(records.empty()) << place << " reports " << records.begin()->first;
   }
 
