@@ -17,15 +17,16 @@ InterfaceCondition conditionOf(Switch const& snoopingSwitch, InterfaceConfig con
   InterfaceState const state = snoopingSwitch.interfaceState(interface.intfId);
   if (!state.present)
     return {"absent", "the system has no interface of this name; create it, or mend the name"};
+  // Before what keeps it from working now: it stays deaf when that is over.
+  auto const device = snoopingSwitch.snooping().ethDevPamCol()->intfPam(interface.intfId);
+  if (std::string why = device ? device->deafness() : ""; !why.empty())
+    return {"deaf", std::move(why)};
   if (!state.carrier)
     return {"no-carrier", "it is down, or nothing answers at the other end of its cable"};
   if (!state.forwarding)
     return {"not-forwarding",
             "its bridge keeps it from forwarding (spanning tree); the bridge's own tools say why"};
   if (interface.blocked) return {"blocked", "its configuration says blocked = true"};
-  auto const device = snoopingSwitch.snooping().ethDevPamCol()->intfPam(interface.intfId);
-  if (std::string why = device ? device->deafness() : ""; !why.empty())
-    return {"deaf", std::move(why)};
   bool const hears = allowsIngress(interface.direction);
   bool const sends = allowsEgress(interface.direction);
   if (!hears && !sends) return {"closed", "its configuration says direction = \"none\""};
