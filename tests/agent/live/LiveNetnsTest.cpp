@@ -591,7 +591,7 @@ TEST_F(LiveNetnsTest, DeviceWithoutADescriptorIsDeafAndTheAgentSaysSo) {
   ASSERT_TRUE(agent->awaitNotification("READY=1")) << agent->log();
   EXPECT_THAT(agent->log(), HasSubstr("swp1 is deaf: cannot open device swp1: socket: Too many "
                                       "open files; each device needs a descriptor"));
-  EXPECT_THAT(shown("interfaces"), HasSubstr("swp1 is deaf: cannot open device swp1"));
+  EXPECT_THAT(shown("interfaces"), HasSubstr("swp1: deaf: cannot open device swp1"));
 }
 
 TEST_F(LiveNetnsTest, SaysWhatToDoWhereTheSystemRefusesACall) {
