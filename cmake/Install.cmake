@@ -52,3 +52,31 @@ install(SCRIPT cmake/InstallUnit.cmake)
 install(FILES packaging/igmpsnoopd.sysusers DESTINATION lib/sysusers.d RENAME igmpsnoopd.conf)
 install(FILES docs/configuration.md docs/operation.md packaging/forwarding.conf
  DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
+# Manual pages and completion, made from the help texts that the programs print and the documents.
+find_package(Python3 COMPONENTS Interpreter)
+if(NOT Python3_FOUND OR CMAKE_CROSSCOMPILING OR IGMPSNOOP_SANITIZE)
+  message(STATUS "No manual pages and no completion: they take Python 3, and running what is built")
+  return()
+endif()
+set(manual ${PROJECT_BINARY_DIR}/manual)
+set(made igmpsnoopctl.1 igmpsnoopd.toml.5 igmpsnoopd.8
+  igmpsnoopctl.bash igmpsnoopd.bash _igmpsnoopctl _igmpsnoopd)
+list(TRANSFORM made PREPEND ${manual}/)
+file(GLOB makers CONFIGURE_DEPENDS packaging/manual/*)
+add_custom_command(OUTPUT ${made}
+  COMMAND ${CMAKE_COMMAND} -E env PYTHONDONTWRITEBYTECODE=1 ${Python3_EXECUTABLE}
+    ${PROJECT_SOURCE_DIR}/packaging/manual/make $<TARGET_FILE_DIR:igmpsnoopd> ${manual}
+  DEPENDS igmpsnoopd igmpsnoopctl ${makers} README.md docs/configuration.md docs/igmpsnoopctl.md
+    docs/operation.md
+  VERBATIM)
+add_custom_target(manual ALL DEPENDS ${made})
+install(FILES ${manual}/igmpsnoopctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES ${manual}/igmpsnoopd.toml.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
+install(FILES ${manual}/igmpsnoopd.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+foreach(program igmpsnoopctl igmpsnoopd)
+  install(FILES ${manual}/${program}.bash RENAME ${program}
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  install(FILES ${manual}/_${program}
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+endforeach()
