@@ -8,6 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "agent/replay/ReplayLists.h"
 #include "agent/text/Wording.h"
 
 namespace Agent {
@@ -142,6 +143,11 @@ class CommandLine {
         ->add_option("--report", command.report,
                      "Write a page of who feeds which record, when, and what was ignored")
         ->type_name("FILE.html");
+    auto* const show =
+        replay_
+            ->add_option("--show", each([&](auto& text) { command.show = listNamesIn(text); }),
+                         "Print lists of igmpsnoopctl show in place of the records")
+            ->type_name("LIST,...");
     auto* const events = replay_->add_flag(
         "--events", command.events, "Print every record change as it happens, and who caused it");
     replay_
@@ -157,7 +163,8 @@ class CommandLine {
         ->add_option("--explain", each([&](auto& text) { command.explain = recordPlaceIn(text); }),
                      "Say why the host on this port reports what it reports for this group")
         ->type_name("VLAN/INTERFACE/GROUP")
-        ->excludes(events);
+        ->excludes(events)
+        ->excludes(show);
     replay_->add_flag("-j,--json", command.json, "Print JSON");
     addTrace(*replay_, command.traces);
   }

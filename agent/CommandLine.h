@@ -36,6 +36,7 @@ struct ReplayCommand {
   std::optional<Horix::Time> until;
   std::optional<std::string> write;
   std::optional<RecordPlace> explain;  ///< in place of the records
+  std::vector<std::string> show;       ///< lists in place of the records
   std::optional<std::string> report;   ///< the file of the report page
   bool events = false;
   bool absoluteTimes = false;  ///< of the events

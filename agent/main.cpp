@@ -21,6 +21,7 @@
 #include "agent/output/Tables.h"
 #include "agent/replay/EventOutput.h"
 #include "agent/replay/Replay.h"
+#include "agent/replay/ReplayLists.h"
 #include "agent/report/ReplayReport.h"
 #include "agent/report/ReportFile.h"
 #include "agent/text/TimeText.h"
@@ -117,7 +118,10 @@ EventOutput::Form formOfEvents(ReplayCommand const& command) {
   return command.absoluteTimes ? Form::absoluteTimes : Form::relativeTimes;
 }
 
-std::string snapshotText(ReplayCommand const& command, Replay const& replay) {
+std::string stateText(ReplayCommand const& command, Replay const& replay) {
+  if (!command.show.empty())
+    return command.json ? listsJson(replay.result(), command.show)
+                        : listsText(replay.result(), command.show);
   Snapshot const snapshot = snapshotOf(replay.result());
   if (command.json) return json(snapshot);
   std::ostringstream out;
@@ -160,7 +164,7 @@ void run(ReplayCommand const& command) {
   if (report) report->write(reportOf(replay.result(), command.configuration, replay.history()));
 
   std::string const text =
-      command.explain ? explanationText(command, replay.result()) : snapshotText(command, replay);
+      command.explain ? explanationText(command, replay.result()) : stateText(command, replay);
   print(command.events ? events.end(text) : text);
 }
 

@@ -124,6 +124,21 @@ TEST(CommandLine, WhatCannotBeExplainedIsWrongUsage) {
             "--events excludes --explain; try igmpsnoopd replay --help");
 }
 
+TEST(CommandLine, ReplayTakesListsToShow) {
+  EXPECT_THAT(replayed({}).show, IsEmpty());
+  EXPECT_THAT(replayed({"--show", "groups"}).show, ElementsAre("groups"));
+  EXPECT_THAT(replayed({"--show", "mrouters,groups,mrouters"}).show,
+              ElementsAre("mrouters", "groups"));
+}
+
+TEST(CommandLine, ListThatThereIsNotIsAnsweredWithThoseThatThereAre) {
+  for (std::string const word : {"group", ""})
+    EXPECT_EQ(wrongReplay({"swp1=one.pcap", "--show", ("hosts," + word).c_str()}),
+              "\"" + word +
+                  "\" is no list; there are vlans, interfaces, groups, hosts, mrouters "
+                  "and statistics; try igmpsnoopd replay --help");
+}
+
 TEST(CommandLine, TraceTakesAHandleAndLevels) {
   Kel::TraceHandle& handle = Kel::traceHandle("CommandLineTest");
   auto const traces =

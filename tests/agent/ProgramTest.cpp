@@ -188,6 +188,39 @@ TEST_F(ProgramTest, ReplayPrintsOneJsonDocument) {
   EXPECT_EQ(document.at("hosts").at(1).at("group").at(0).at("address"), "239.1.1.1");
 }
 
+TEST_F(ProgramTest, ReplayShowsAListInPlaceOfTheRecords) {
+  auto const outcome = replay("swp1=" + capture() + " --show groups");
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_THAT(outcome.out, StartsWith("VLAN  GROUP      INTERFACE  REPORTER"));
+  EXPECT_THAT(outcome.out, HasSubstr("239.1.1.1  swp1"));
+  EXPECT_THAT(outcome.out, testing::Not(HasSubstr("Vlan10swp2")));
+}
+
+TEST_F(ProgramTest, ReplayShowsSeveralListsUnderHeadings) {
+  auto const outcome = replay("swp1=" + capture() + " --show mrouters,statistics");
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_THAT(outcome.out, StartsWith("Multicast router ports\n\nVLAN  INTERFACE"));
+  EXPECT_THAT(outcome.out, HasSubstr("\nStatistics\n\nReceived\n\n"));
+}
+
+TEST_F(ProgramTest, ReplayShowsOneListInJsonAsTheAgentDoes) {
+  auto const outcome = replay("-j --show hosts swp1=" + capture());
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(nlohmann::json::parse(outcome.out).at("hosts"),
+            nlohmann::json::parse(replay("-j swp1=" + capture()).out).at("hosts"));
+}
+
+TEST_F(ProgramTest, ReplayShowsSeveralListsInOneJsonDocumentAfterTheEvents) {
+  auto const outcome = replay("-j --events --show groups,statistics,interfaces swp1=" + capture());
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  auto const document = nlohmann::json::parse(outcome.out);
+  EXPECT_EQ(document.at("events").size(), 1u);
+  EXPECT_EQ(document.at("time"), 1.5);
+  EXPECT_EQ(document.at("groups").at(0).at("interface"), "swp1");
+  EXPECT_EQ(document.at("statistics").at("interfaces").at(0).at("name"), "swp1");
+  EXPECT_EQ(document.at("interfaces").at(1).at("state"), "up");
+}
+
 TEST_F(ProgramTest, ReplayExplainsInPlaceOfTheRecords) {
   auto const outcome = replay("--explain 10/swp2/239.1.1.1 swp1=" + capture());
   EXPECT_EQ(outcome.status, 0);
