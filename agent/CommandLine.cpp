@@ -83,6 +83,7 @@ class CommandLine {
     addLive();
     addReplay();
     addCheck();
+    addDiff();
   }
 
   Command parse(int argc, char const* const* argv) {
@@ -90,6 +91,7 @@ class CommandLine {
     liveCommand_.arguments.assign(argv, argv + argc);
     if (live_->parsed()) return liveCommand_;
     if (check_->parsed()) return checkCommand_;
+    if (diff_->parsed()) return diffCommand_;
     return replayCommand_;
   }
 
@@ -183,6 +185,18 @@ class CommandLine {
     exampleIs(*check_, "igmpsnoopd check --config switch.toml");
   }
 
+  void addDiff() {
+    diff_ =
+        app_.add_subcommand("diff", "Say what two replays, or a replay and an agent, differ in");
+    exampleIs(*diff_, "igmpsnoopd diff before.json after.json");
+    char const* const states =
+        "What replay -j or igmpsnoopctl show -j has written, - for standard input, or ctl:SOCKET "
+        "for the agent that listens there";
+    diff_->add_option("A", diffCommand_.a, states)->required()->type_name("");
+    diff_->add_option("B", diffCommand_.b, states)->required()->type_name("");
+    diff_->add_flag("-j,--json", diffCommand_.json, "Print JSON");
+  }
+
   CLI::App* addCommand(char const* name, char const* description, std::string& configuration) {
     CLI::App* const command = app_.add_subcommand(name, description);
     command->add_option("--config", configuration, "The configuration (TOML)")
@@ -195,9 +209,11 @@ class CommandLine {
   CLI::App* live_ = nullptr;
   CLI::App* replay_ = nullptr;
   CLI::App* check_ = nullptr;
+  CLI::App* diff_ = nullptr;
   LiveCommand liveCommand_;
   ReplayCommand replayCommand_;
   CheckCommand checkCommand_;
+  DiffCommand diffCommand_;
 };
 
 }  // namespace

@@ -48,7 +48,14 @@ struct CheckCommand {
   std::string configuration;
 };
 
-using Command = std::variant<LiveCommand, ReplayCommand, CheckCommand, Information>;
+/// What are compared: files that `replay -j` has written, or "ctl:SOCKET".
+struct DiffCommand {
+  std::string a;
+  std::string b;
+  bool json = false;
+};
+
+using Command = std::variant<LiveCommand, ReplayCommand, CheckCommand, DiffCommand, Information>;
 
 /// Throws WrongUsage.
 Command parseCommandLine(int argc, char const* const* argv);

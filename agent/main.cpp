@@ -13,6 +13,7 @@
 #include "agent/CommandLine.h"
 #include "agent/Log.h"
 #include "agent/OutOfMemory.h"
+#include "agent/compare/Comparison.h"
 #include "agent/config/ConfigurationReader.h"
 #include "agent/config/MemoryBound.h"
 #include "agent/live/Live.h"
@@ -100,7 +101,7 @@ class Tracing {
   Replay const* replay_ = nullptr;
 };
 
-void run(LiveCommand const& command) {
+int run(LiveCommand const& command) {
   Configuration configuration = load(command.configuration);
   requirePrivileges();
   std::string const& name = command.user.empty() ? configuration.user : command.user;
@@ -110,6 +111,7 @@ void run(LiveCommand const& command) {
   if (user) live.socketsBelongTo(*user);
   dropPrivileges(user, setsBridge);
   live.run();
+  return done;
 }
 
 EventOutput::Form formOfEvents(ReplayCommand const& command) {
@@ -144,7 +146,7 @@ std::vector<std::string> inputsOf(ReplayCommand const& command) {
   return inputs;
 }
 
-void run(ReplayCommand const& command) {
+int run(ReplayCommand const& command) {
   Configuration const configuration = load(command.configuration);
   requireConfiguredPorts(command.captures, configuration, command.configuration);
   EventOutput events(formOfEvents(command));
@@ -166,23 +168,38 @@ void run(ReplayCommand const& command) {
   std::string const text =
       command.explain ? explanationText(command, replay.result()) : stateText(command, replay);
   print(command.events ? events.end(text) : text);
+  return done;
 }
 
-void run(CheckCommand const& command) {
+int run(CheckCommand const& command) {
   Configuration const configuration = load(command.configuration);
   print(message(command.configuration, " is usable: ", counted(configuration.vlans.size(), "VLAN"),
                 ", ", proxiedVlans(configuration), " proxied, ",
                 counted(configuration.interfaces.size(), "interface"), "; ",
                 words(memoryBound(configuration)), '\n'));
-}
-
-void run(Information const& information) {
-  print(information.text);
+  return done;
 }
 
 int fail(std::exception const& error, int status) {
   log(Severity::error, error.what());
   return status;
+}
+
+/// As programs that compare do: 0 if there is no difference, 1 if there is, 2 if that is not known.
+int run(DiffCommand const& command) {
+  try {
+    Comparison const comparison = compared(comparedStateOf(command.a), comparedStateOf(command.b));
+    print(command.json ? comparisonJson(comparison)
+                       : comparisonText(comparison, command.a, command.b));
+    return comparison.differences.empty() ? 0 : 1;
+  } catch (std::exception const& error) {
+    return fail(error, 2);
+  }
+}
+
+int run(Information const& information) {
+  print(information.text);
+  return done;
 }
 
 }  // namespace
@@ -191,8 +208,8 @@ int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);  // a reader that went away is told by the write that fails
   endWhenMemoryRunsOut();
   try {
-    std::visit([](auto const& command) { run(command); }, parseCommandLine(argc, argv));
-    return done;
+    return std::visit([](auto const& command) { return run(command); },
+                      parseCommandLine(argc, argv));
   } catch (WrongUsage const& error) {
     return fail(error, wrongUsage);
   } catch (UnusableConfiguration const& configuration) {

@@ -179,7 +179,7 @@ TEST(CommandLine, MissingArgumentsAreNamed) {
   EXPECT_EQ(wrongUsage({"check"}),
             "--config FILE is required, as in igmpsnoopd check --config switch.toml; try "
             "igmpsnoopd check --help");
-  EXPECT_EQ(wrongUsage({}), "live, replay or check is required; try igmpsnoopd --help");
+  EXPECT_EQ(wrongUsage({}), "live, replay, check or diff is required; try igmpsnoopd --help");
 }
 
 TEST(CommandLine, UnknownArgumentsAreNamed) {
@@ -194,6 +194,16 @@ TEST(CommandLine, UnknownArgumentsAreNamed) {
 TEST(CommandLine, CheckTakesAConfiguration) {
   EXPECT_EQ(std::get<CheckCommand>(parse({"check", "--config", "switch.toml"})).configuration,
             "switch.toml");
+}
+
+TEST(CommandLine, DiffTakesTwoStates) {
+  auto const command = std::get<DiffCommand>(parse({"diff", "a.json", "ctl:/run/socket", "-j"}));
+  EXPECT_EQ(command.a, "a.json");
+  EXPECT_EQ(command.b, "ctl:/run/socket");
+  EXPECT_TRUE(command.json);
+  EXPECT_EQ(wrongUsage({"diff", "a.json"}),
+            "B is required, as in igmpsnoopd diff before.json after.json; try igmpsnoopd diff "
+            "--help");
 }
 
 TEST(CommandLine, HelpAndVersionAreInformation) {

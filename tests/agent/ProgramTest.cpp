@@ -334,6 +334,36 @@ TEST_F(ProgramTest, PortThatIsNotConfiguredIsToldWithTheConfiguration) {
                                               "it has swp1 and swp2\n");
 }
 
+TEST_F(ProgramTest, DiffOfTheSameReplayFindsNothing) {
+  std::string const a = directory.file("a.json");
+  std::ofstream(a) << replay("-j swp1=" + capture()).out;
+  auto const outcome = run("diff " + a + " - <" + a);
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(outcome.out, "No difference in hosts.\n");
+}
+
+TEST_F(ProgramTest, DiffOfReplaysThatDifferEndsWithOne) {
+  std::string const a = directory.file("a.json");
+  std::string const b = directory.file("b.json");
+  std::ofstream(a) << replay("-j --show hosts,mrouters swp1=" + capture()).out;
+  std::ofstream(b) << replay("-j --show hosts,mrouters --until 1 swp1=" + capture()).out;
+  auto const outcome = run("diff " + a + " " + b);
+  EXPECT_EQ(outcome.status, 1) << outcome.err;
+  EXPECT_THAT(outcome.out, HasSubstr("\n  10  swp1       querier 192.0.2.10  -"));
+  EXPECT_EQ(run("diff -j " + a + " " + b).status, 1);
+}
+
+TEST_F(ProgramTest, DiffThatCannotBeMadeEndsWithTwoAndOneLine) {
+  std::string const a = directory.file("a.json");
+  std::ofstream(a) << "{}";
+  for (std::string const& other : {directory.file("missing"), a, "ctl:" + a}) {
+    auto const outcome = run("diff " + other + " " + other);
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_TRUE(isOneLine(outcome.err)) << outcome.err;
+    EXPECT_THAT(outcome.err, HasSubstr(other.substr(other.find('/'))));
+  }
+}
+
 TEST_F(ProgramTest, WrongUsageIsOneLineWithAHint) {
   for (char const* const arguments :
        {"", "live", "replay", "check", "check --config", "--nothing", "check --config a --config b",

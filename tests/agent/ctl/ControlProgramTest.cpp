@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -14,7 +15,9 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "agent/compare/Comparison.h"
 #include "agent/control/ControlServer.h"
+#include "agent/text/Wording.h"
 #include "tests/agent/Addresses.h"
 #include "tests/agent/SwitchTesting.h"
 #include "tests/agent/control/ControlTesting.h"
@@ -329,6 +332,20 @@ TEST_F(ControlProgramTest, HostsAsJsonAreInTheFormatOfAReplay) {
             R"("blocked":false,"direction":"both","source-address":"0.0.0.0","group":[)"
             R"({"address":"239.0.0.1","filter-mode":"exclude","source":[]},)"
             R"({"address":"239.1.1.1","filter-mode":"include","source":["192.0.2.1"]}]})");
+}
+
+TEST_F(ControlProgramTest, AgentIsComparedWithWhatItSaidBefore) {
+  auto const before = Json::parse(out("show hosts -j"));
+  test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
+  auto asked = std::async(std::launch::async, [this] { return comparedStateOf("ctl:" + path); });
+  while (asked.wait_for(0s) != std::future_status::ready) test.loop.turn(test.loop.now() + 5ms);
+  ComparedState const now = asked.get();
+  EXPECT_THAT(now.lists, ElementsAre("hosts", "groups", "mrouters"));
+  auto const comparison = compared(comparedStateIn(before), now);
+  ASSERT_THAT(comparison.differences, SizeIs(2));
+  EXPECT_EQ(comparison.differences[0].place.interface, "swp2");
+  EXPECT_EQ(comparison.differences[0].a, std::nullopt);
+  EXPECT_EQ(comparison.differences[0].b, message("include ", a));
 }
 
 TEST_F(ControlProgramTest, ShowsVersionUptimeAndConfiguration) {
