@@ -21,7 +21,7 @@ constexpr double ofRecordSource = 30;
 constexpr double ofMember = 8192;  // a port in a VLAN, with nothing learned
 
 // What is kept for the next start: three times while it is written, and in the file.
-constexpr double ofKeptMembership = 4 * 24;
+constexpr double ofKeptMembership = 4 * 31;
 constexpr double ofKeptSource = 4 * 9;
 
 // Memory that was used for something of another size fits less of this.

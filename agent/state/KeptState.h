@@ -161,8 +161,17 @@ struct KeptHostVersion {
   friend bool operator==(KeptHostVersion const&, KeptHostVersion const&) = default;
 };
 
+/// Since when what the next entry holds was known: a membership, or a router's port as one.
+struct KeptSince {
+  Horix::Time since{};
+  Horix::Time before{};  ///< of what is older than the writer's clock: by how much
+
+  static auto fields(auto& self) { return std::tie(self.since, self.before); }
+  friend bool operator==(KeptSince const&, KeptSince const&) = default;
+};
+
 // New ones come last, so that what former programs have written can still be read.
 using KeptEntry = std::variant<KeptMembership, KeptRouter, KeptQuerier, KeptOlderVersion,
-                               KeptQueryCourse, KeptTold, KeptAnswer, KeptHostVersion>;
+                               KeptQueryCourse, KeptTold, KeptAnswer, KeptHostVersion, KeptSince>;
 
 }  // namespace Agent

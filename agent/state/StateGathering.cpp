@@ -1,5 +1,6 @@
 #include "agent/state/StateGathering.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "framework/types/PortKey.h"
@@ -68,9 +69,11 @@ void StateGathering::gatherRouters(Switch& snoopingSwitch) {
   for (VlanConfig const& config : snoopingSwitch.configuration().vlans) {
     Bridging::VlanId const vlan = config.vlanId;
     auto const& routers = *snoopingSwitch.routers(vlan);
-    for (auto const& heard : routers.heard())
+    for (auto const& heard : routers.heard()) {
+      gatherSince(heard.since);
       writer_.put(
           KeptRouter{vlan, heard.intfId, heard.byPim, heard.router.address, heard.router.until});
+    }
     for (auto const& present : routers.queries()->versions().present())
       writer_.put(KeptOlderVersion{vlan, present.version, present.querier, present.until});
     if (auto const& querier = *snoopingSwitch.querier(vlan); querier.vlanId() == vlan)
@@ -86,10 +89,17 @@ void StateGathering::gatherElection(Switch::VlanQuerier const& querier) {
                           other->queryInterval, querier.otherQuerierUntil()});
 }
 
+void StateGathering::gatherSince(Horix::Time since) {
+  using Horix::Time;
+  writer_.put(KeptSince{std::max(since, Time::zero()), std::max(-since, Time::zero())});
+}
+
 bool StateGathering::advance(std::size_t steps) {
   memberships_.advance(steps, [&](MembershipWalk::Place const& place, auto const& status) {
     auto const& membership = static_cast<LearnedMembership const&>(status);
-    if (!membership.withdrawn()) writer_.put(keptMembership(place, membership));
+    if (membership.withdrawn()) return;
+    gatherSince(membership.since());
+    writer_.put(keptMembership(place, membership));
   });
   return !memberships_.atEnd();
 }

@@ -29,6 +29,7 @@ class StateGathering {
  private:
   void gatherRouters(Switch& snoopingSwitch);
   void gatherTalk(KeptPort const& host);
+  void gatherSince(Horix::Time since);
   void gatherElection(Switch::VlanQuerier const& querier);
 
   Switch& switch_;

@@ -62,22 +62,26 @@ class Resumption {
       switch_.proxy().igmpHostDirSm()->memoryIs(name, std::move(memory));
   }
 
+  void operator()(KeptSince const& kept) { since_ = here(kept.since) - kept.before; }
+
   void operator()(KeptMembership const& kept) {
+    Time const since = takeSince();
     auto* const learning = switch_.learning(kept.vlan);
     if (!learning || learning->vlanId() != kept.vlan || !learnsIn(kept.interface, *learning))
       return;
     TimedFilter const filter = filterOf(kept);
     bool const excludes = filter.mode == Gmp::Igmp::IgmpFilterMode::exclude;
     if (filter.requested.empty() && !(excludes && filter.deadline > now_)) return;
-    if (!learning->restore(kept.interface, kept.reporter, kept.group, filter))
+    if (!learning->restore(kept.interface, kept.reporter, kept.group, filter, since))
       ++resumed_.memberships;
   }
 
   void operator()(KeptRouter const& kept) {
+    Time const since = takeSince();
     SnoopedPort const* const port = this->port(kept.interface);
     Time const until = here(kept.until);
     if (!port || !port->vlan().contains(kept.vlan) || until <= now_) return;
-    switch_.routers(kept.vlan)->heardIs({kept.interface, kept.byPim, {kept.address, until}});
+    switch_.routers(kept.vlan)->heardIs({kept.interface, kept.byPim, {kept.address, until}, since});
     ++resumed_.routers;
   }
 
@@ -129,6 +133,9 @@ class Resumption {
     return memories_[PortKey(host.vlan, host.interface).hostName()];
   }
 
+  /// Of what the entry holds that is taken now.
+  Time takeSince() { return std::exchange(since_, now_); }
+
   Time here(Time writers) const { return writers == Time::max() ? writers : writers - passed_; }
 
   TimedFilter filterOf(KeptMembership const& kept) const {
@@ -161,6 +168,7 @@ class Resumption {
   Time now_;
   Time passed_;
   Resumed resumed_;
+  Time since_ = now_;
   std::map<Kel::Name, Igmp::HostMemory> memories_;
 };
 

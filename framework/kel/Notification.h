@@ -264,6 +264,11 @@ class KEL_EXPORT Entity : public PtrInterface {
  protected:
   Entity() noexcept = default;
 
+  /// A number for the class that derives, of which there may be millions: it takes no room, a
+  /// member of its own would.
+  std::uint32_t ownNumber() const noexcept { return ownNumber_; }
+  void ownNumberIs(std::uint32_t number) noexcept { ownNumber_ = number; }
+
  private:
   template <class T>
   friend class NotifieeOf;
@@ -295,6 +300,7 @@ class KEL_EXPORT Entity : public PtrInterface {
     call(notifiee, [&] { (static_cast<Interface&>(notifiee).*Callback)(key...); });
   }
 
+  std::uint32_t ownNumber_ = 0;  // beside the reference count
   mutable NotifieeSlots notifiees_;
 };
 

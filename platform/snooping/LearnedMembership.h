@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -75,8 +77,10 @@ struct TimedFilter {
 /// 2. Most reports renew all that is wanted. Then `times_` is null, and all ends with the timer.
 class KEL_EXPORT LearnedMembership final : public IgmpMembership, public Horix::Timer {
  public:
-  LearnedMembership(Wirex::IpAddr reporter, LearnedIntf& intf)
-      : IgmpMembership(reporter), intf_(intf) {}
+  LearnedMembership(Wirex::IpAddr reporter, LearnedIntf& intf, Horix::Time since)
+      : IgmpMembership(reporter), intf_(intf) {
+    sinceIs(since);
+  }
 
   LearnedIntf& intf() const { return intf_; }
 
@@ -90,6 +94,13 @@ class KEL_EXPORT LearnedMembership final : public IgmpMembership, public Horix::
 
   /// Sources that are kept, published or not.
   std::uint32_t sourceCount() const;
+
+  /// Since when it has been there without a break, to the second; before this learning's time if
+  /// it was restored from a former one's.
+  Horix::Time since() const { return std::chrono::seconds(static_cast<std::int32_t>(ownNumber())); }
+  void sinceIs(Horix::Time time) {
+    ownNumberIs(static_cast<std::uint32_t>(std::chrono::round<std::chrono::seconds>(time).count()));
+  }
 
   /// When it will have ended if no more is heard.
   Horix::Time end() const;

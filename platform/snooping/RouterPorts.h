@@ -17,6 +17,7 @@ struct RouterPort {
   Horix::Time querierUntil{};  ///< zero if none was heard
   Wirex::IpAddr pimNeighbor;   ///< 0.0.0.0 if no PIM hello was heard
   Horix::Time pimUntil{};      ///< Horix::Time::max() if its neighbor never times out
+  Horix::Time since{};         ///< since when one of these has held without a break
 
   /// Whether a query is the only reason.
   bool isByQuery() const noexcept {

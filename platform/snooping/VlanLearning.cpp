@@ -132,10 +132,13 @@ void VlanLearning::leave(IntfId const& intf, IpAddr reporter, IpAddr group) {
 }
 
 std::optional<IgnoreReason> VlanLearning::restore(IntfId const& intf, IpAddr reporter, IpAddr group,
-                                                  TimedFilter const& filter) {
+                                                  TimedFilter const& filter, Horix::Time since) {
   hears(intf, group);
-  return learn(membership(intf, reporter, group), intf, reporter, group, "restored",
-               [&](FilterState& state) { state.restore(filter); });
+  auto const refusal = learn(membership(intf, reporter, group), intf, reporter, group, "restored",
+                             [&](FilterState& state) { state.restore(filter); });
+  if (LearnedMembership* const restored = membership(intf, reporter, group))
+    restored->sinceIs(std::min(since, restored->since()));
+  return refusal;
 }
 
 /// Renews what is known if a record says just that again, and speaks for the reporter alone.
@@ -353,7 +356,7 @@ Kel::Ptr<IgmpIntfStatus> VlanLearning::newIntf(IgmpGroup& status, IntfId const& 
 Kel::Ptr<IgmpMembership> VlanLearning::newMembership(IgmpIntfStatus& status, IpAddr reporter) {
   auto& intf = static_cast<LearnedIntf&>(status);
   ++intf.use().memberships;
-  return Kel::make<LearnedMembership>(reporter, intf);
+  return Kel::make<LearnedMembership>(reporter, intf, timerWheel_->now());
 }
 
 }  // namespace Bridging::IgmpSnooping

@@ -52,8 +52,10 @@ class KEL_EXPORT VlanLearning final : private MembershipWriter {
 
   /// Makes a membership that was known before, by this or a former learning, with the times that
   /// are left of it. What has ended meanwhile is not made. Returns why it was ignored, if it was.
+  /// @param since when it was known first.
   std::optional<Igmp::IgnoreReason> restore(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
-                                            Wirex::IpAddr group, TimedFilter const& filter);
+                                            Wirex::IpAddr group, TimedFilter const& filter,
+                                            Horix::Time since = Horix::Time::max());
 
   /// Forgets memberships: one, those of a group, those of a port; these piece by piece, if they are
   /// many. They want nothing any more from now on, and go when the batch is published.

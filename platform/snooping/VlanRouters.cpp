@@ -12,7 +12,8 @@ using Wirex::IpAddr;
 /// A router port, and the timer of the reason that ends first.
 class VlanRouters::Port final : public Horix::Timer {
  public:
-  Port(IntfId intf, VlanRouters& routers) : intfId(std::move(intf)), routers_(routers) {}
+  Port(IntfId intf, VlanRouters& routers)
+      : intfId(std::move(intf)), since(routers.timerWheel_->now()), routers_(routers) {}
 
   RouterPort state() const {
     auto const querier = queriers.latest();
@@ -22,6 +23,7 @@ class VlanRouters::Port final : public Horix::Timer {
   Horix::Time nextEnd() const { return std::min(queriers.nextEnd(), pimNeighbors.nextEnd()); }
 
   IntfId const intfId;
+  Horix::Time since;
   bool configured = false;
   HeardRouters queriers;
   HeardRouters pimNeighbors;
@@ -67,8 +69,10 @@ void VlanRouters::helloHeard(IntfId const& intf, Igmp::PimHello const& hello) {
 std::vector<VlanRouters::Heard> VlanRouters::heard() const {
   std::vector<Heard> heard;
   for (auto const& [intf, port] : ports_) {
-    for (auto const& router : port->queriers.all()) heard.push_back({intf, false, router});
-    for (auto const& router : port->pimNeighbors.all()) heard.push_back({intf, true, router});
+    for (auto const& router : port->queriers.all())
+      heard.push_back({intf, false, router, port->since});
+    for (auto const& router : port->pimNeighbors.all())
+      heard.push_back({intf, true, router, port->since});
   }
   return heard;
 }
@@ -76,6 +80,7 @@ std::vector<VlanRouters::Heard> VlanRouters::heard() const {
 void VlanRouters::heardIs(Heard const& heard) {
   Port& port = this->port(heard.intfId);
   (heard.byPim ? port.pimNeighbors : port.queriers).heard(heard.router);
+  port.since = std::min(port.since, heard.since);
   handlePort(port);
 }
 
@@ -97,7 +102,7 @@ void VlanRouters::handlePort(Port& port) {
   Horix::Time const now = timerWheel_->now();
   port.queriers.nowIs(now);
   port.pimNeighbors.nowIs(now);
-  RouterPort const state = port.state();
+  RouterPort state = port.state();
   IntfId const intf = port.intfId;
   if (state == RouterPort()) {
     ports_.erase(intf);
@@ -108,6 +113,7 @@ void VlanRouters::handlePort(Port& port) {
     timerWheel_->scheduleAt(port, end);
   else
     port.cancel();
+  state.since = port.since;
   routerPorts_->routerPortIs(intf, state);
 }
 

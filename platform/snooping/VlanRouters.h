@@ -41,6 +41,8 @@ class KEL_EXPORT VlanRouters {
     Wirex::IntfId intfId;
     bool byPim = false;
     HeardRouters::Router router;
+    Horix::Time
+        since{};  ///< since when the port has been a router port, for this or another reason
   };
 
   /// All routers, for whoever is to know them again, who has them heard so.

@@ -66,7 +66,9 @@ TEST(StateCodec, TakesOutWhatWasPutIn) {
                {{IpAddr(192, 0, 2, 7), 2}}},
       KeptAnswer{{VlanId(1), IntfId("swp3")}, IpAddr(), {IpAddr(192, 0, 2, 1)}, seconds(3)},
       KeptHostVersion{
-          {VlanId(1), IntfId("swp3")}, Igmp::IgmpVersion::v2, IpAddr(10, 0, 0, 253), seconds(4)}};
+          {VlanId(1), IntfId("swp3")}, Igmp::IgmpVersion::v2, IpAddr(10, 0, 0, 253), seconds(4)},
+      KeptSince{seconds(7), {}},
+      KeptSince{{}, seconds(100'000)}};
   std::string const bytes = bytesOf(entries);
   StateReader reader(bytes);
   EXPECT_EQ(entriesIn(reader), entries);
@@ -109,6 +111,8 @@ TEST(StateCodec, TakesTwentyBytesForAMembershipWithoutSources) {
   membership.until = std::chrono::hours(24 * 365);  // a machine that has run for a year
   std::size_t const one = bytesOf({membership}).size();
   EXPECT_LE(bytesOf({membership, membership}).size() - one, 20u);
+  KeptSince const since{std::chrono::hours(24 * 365)};
+  EXPECT_LE(bytesOf({membership, since, membership}).size() - one, 27u);
 }
 
 TEST(StateCodec, FailsOnBytesThatEndTooEarly) {

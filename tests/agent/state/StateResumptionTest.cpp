@@ -133,6 +133,46 @@ TEST_F(StateResumptionTest, KnowsWhatWasKnown) {
   EXPECT_EQ(recordsOf(*after), recordsKnown);
 }
 
+TEST_F(StateResumptionTest, KnowsSinceWhenItWasKnown) {
+  before->pass(50s);
+  before->hear("swp1", FrameBuilder::reportV3({toEx(otherGroup)}).from(host1));
+  before->pass(10s);
+  resumeAfter(100s);
+  start();
+  std::vector<std::string> ages;
+  MembershipWalk walk(**after, {});
+  auto const age = [&](Horix::Time since) {
+    return std::chrono::round<std::chrono::seconds>((*after)->now() - since).count();
+  };
+  walk.advance(1000, [&](MembershipWalk::Place const& place, auto const& status) {
+    ages.push_back(message(
+        place.interface, ' ', place.group, ' ',
+        age(static_cast<Bridging::IgmpSnooping::LearnedMembership const&>(status).since())));
+  });
+  EXPECT_THAT(ages, UnorderedElementsAre("swp1 239.1.1.1 160", "swp1 232.1.1.1 160",
+                                         "swp2 239.2.2.2 160", "swp1 239.2.2.2 110"));
+  auto const* const routers = (*after)->routerPorts(Bridging::VlanId(10));
+  EXPECT_EQ(age(routers->routerPort().get(Wirex::IntfId("swp3")).since), 160);
+}
+
+TEST_F(StateResumptionTest, WhatIsOlderThanTheMachineStaysAsOld) {
+  resumeAfter(100s);
+  start();
+  before.reset();
+  std::string const again = entriesOf(*after);
+  Moment written;
+  written.monotonic = (*after)->now();
+  after.reset();
+  after.emplace(configurationIn(threePorts));
+  Moment now;
+  now.sinceBoot = 50s;
+  now.monotonic = (*after)->now();
+  resume(**after, {written, again}, now);
+  auto const* const routers = (*after)->routerPorts(Bridging::VlanId(10));
+  Horix::Time const age = (*after)->now() - routers->routerPort().get(Wirex::IntfId("swp3")).since;
+  EXPECT_EQ(std::chrono::round<std::chrono::seconds>(age), 150s);
+}
+
 TEST_F(StateResumptionTest, CountsTheTimeThatHasPassedMeanwhile) {
   resumeAfter(100s);
   start();

@@ -82,6 +82,29 @@ TEST_F(VlanLearningTest, MembershipBelongsToGroupPortAndReporter) {
   EXPECT_EQ(filter(swp1, host, otherGroup), exclude({}));
 }
 
+TEST_F(VlanLearningTest, MembershipKnowsSinceWhenItIsThereWithoutABreak) {
+  auto const since = [&](IpAddr reporter) {
+    auto const membership = status->group(group)->intf(swp1)->membership(reporter);
+    return static_cast<Bridging::IgmpSnooping::LearnedMembership const&>(*membership).since();
+  };
+  advanceTo(7s);
+  record(swp1, host, isEx(group));
+  endBatch();
+  advanceTo(100s);
+  record(swp1, host, isIn(group, {a}));
+  record(swp1, otherHost, isEx(group));
+  endBatch();
+  EXPECT_EQ(since(host), 7s) << "it was renewed";
+  EXPECT_EQ(since(otherHost), 100s);
+  record(swp1, host, toIn(group));
+  record(swp1, otherHost, toIn(group));
+  endBatch();
+  advanceTo(110s);
+  record(swp1, host, isEx(group));
+  endBatch();
+  EXPECT_EQ(since(host), 110s) << "it had left";
+}
+
 TEST_F(VlanLearningTest, RecordsChangeTheReportersOwnState) {
   record(swp1, host, allow(group, {a, b}));
   record(swp1, host, block(group, {b}));

@@ -55,12 +55,25 @@ class Listener final : public RouterPorts::NotifieeConst {
 TEST_F(VlanRoutersTest, PortOfAQuerierIsOneForAsLongAsTheQuerierIsTakenToBeThere) {
   wheel->advanceTo(100s);
   routers.querierHeard(swp1, querier, 255s);
-  EXPECT_EQ(state(swp1), (RouterPort{false, querier, 355s, IpAddr(), 0s}));
+  EXPECT_EQ(state(swp1), (RouterPort{false, querier, 355s, IpAddr(), 0s, 100s}));
   EXPECT_FALSE(isRouterPort(swp2));
   wheel->advanceTo(355s - 1ms);
   EXPECT_TRUE(isRouterPort(swp1));
   wheel->advanceTo(355s);
   EXPECT_FALSE(isRouterPort(swp1));
+}
+
+TEST_F(VlanRoutersTest, PortKnowsSinceWhenItIsOneForWhateverReason) {
+  wheel->advanceTo(100s);
+  routers.querierHeard(swp1, querier, 255s);
+  wheel->advanceTo(200s);
+  routers.querierHeard(swp1, querier, 255s);
+  routers.configuredIs(swp1, true);
+  wheel->advanceTo(1000s);
+  EXPECT_EQ(state(swp1), (RouterPort{true, IpAddr(), 0s, IpAddr(), 0s, 100s}));
+  routers.configuredIs(swp1, false);
+  routers.configuredIs(swp1, true);
+  EXPECT_EQ(state(swp1).since, 1000s) << "meanwhile it was none";
 }
 
 TEST_F(VlanRoutersTest, EveryQueryStartsTheTimeAnew) {
