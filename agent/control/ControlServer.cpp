@@ -18,6 +18,7 @@
 #include "agent/output/Explanation.h"
 #include "agent/output/JsonValues.h"
 #include "agent/output/Tables.h"
+#include "agent/text/Dates.h"
 #include "agent/text/Wording.h"
 
 namespace Agent {
@@ -130,9 +131,9 @@ ControlServer::ControlServer(Horix::EventLoop& loop, Switch& snoopingSwitch, std
     : SocketServer(loop, std::move(path), limits),
       switch_(snoopingSwitch),
       start_(snoopingSwitch.now()),
-      feed_(snoopingSwitch, *loop.timerWheel(), start_, [this] { countCutOff(); }) {}
+      feeds_(snoopingSwitch, *loop.timerWheel(), start_, [this] { countCutOff(); }) {}
 
-// Monitors go before the feed that they are in.
+// Monitors go before the feeds that they are in.
 ControlServer::~ControlServer() {
   removeClients();
 }
@@ -165,12 +166,13 @@ std::unique_ptr<Answer> ControlServer::answerTo(Request const& request) {
     if (request.what == "forwarding" && forwarding_)
       return forwardingAnswer(switch_, *forwarding_, request, start_);
     if (request.what == "version") return versionAnswer(switch_.now() - start_, configuration_);
+    Epoch const epoch(start_, Dates::knownAt(switch_.now()));
     if (request.what == "statistics")
-      return statisticsAnswer(switch_, request, start_, configuration_);
-    return showAnswer(switch_, request, start_, forwarding_);
+      return statisticsAnswer(switch_, request, epoch, configuration_);
+    return showAnswer(switch_, request, epoch, forwarding_);
   }
   if (request.command == "explain") return explanation(request);
-  if (request.command == "monitor") return feed_.monitor();
+  if (request.command == "monitor") return feeds_.monitor(monitorScope(request.what, request.of));
   if (request.command == "clear") return clearing(request);
   if (request.command == "trace") return tracing(request);
   if (request.command == "restart") return restarting();
@@ -183,6 +185,7 @@ std::unique_ptr<Answer> ControlServer::explanation(Request const& request) const
   Selection const& of = request.of;
   if (!of.vlan || !of.interface || !of.group) refuse("explain takes vlan, interface and group");
   Explanation explained = explain(switch_, *of.vlan, *of.interface, *of.group);
+  explained.dates = Dates::knownAt(Horix::Time::zero());
   explained.time -= start_;
   std::string const why =
       forwarding_ ? whyForwarded(*forwarding_, *of.vlan, *of.interface, *of.group) : "";

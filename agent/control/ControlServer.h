@@ -5,7 +5,7 @@
 
 #include "agent/Switch.h"
 #include "agent/config/ConfigurationState.h"
-#include "agent/control/MonitorFeed.h"
+#include "agent/control/MonitorFeeds.h"
 #include "agent/control/Request.h"
 #include "agent/control/SocketServer.h"
 #include "agent/forwarding/Forwarding.h"
@@ -55,7 +55,7 @@ class ControlServer final : public SocketServer {
   Restart onRestart_;
   Forwarding const* forwarding_ = nullptr;
   ConfigurationState const* configuration_ = nullptr;
-  MonitorFeed feed_;
+  MonitorFeeds feeds_;
 };
 
 }  // namespace Agent

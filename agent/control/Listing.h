@@ -11,6 +11,7 @@
 #include "agent/control/Answer.h"
 #include "agent/control/Request.h"
 #include "agent/output/JsonValues.h"
+#include "agent/text/Dates.h"
 
 namespace Agent {
 
@@ -24,7 +25,8 @@ class Listing : public Answer {
   Progress advance(std::string& out) final {
     if (!std::exchange(begun_, true)) {
       Json header;
-      header["time"] = seconds(switch_.now() - start_);
+      header["time"] = seconds(switch_.now() - epoch_.start);
+      addDate(header, "date", switch_.now());
       header["lists"] = lists_;
       addLine(out, header);
     }
@@ -34,9 +36,9 @@ class Listing : public Answer {
   }
 
  protected:
-  Listing(Switch const& snoopingSwitch, Request const& request, Horix::Time start,
+  Listing(Switch const& snoopingSwitch, Request const& request, Epoch const& epoch,
           std::vector<std::string> lists)
-      : switch_(snoopingSwitch), of_(request.of), start_(start), lists_(std::move(lists)) {}
+      : switch_(snoopingSwitch), of_(request.of), epoch_(epoch), lists_(std::move(lists)) {}
 
   Switch const& theSwitch() const { return switch_; }
   Selection const& of() const { return of_; }
@@ -66,6 +68,11 @@ class Listing : public Answer {
     return true;
   }
 
+  /// Adds when something was, if it is known of which day that is.
+  void addDate(Json& object, char const* key, Horix::Time time) const {
+    if (epoch_.dates.known()) object[key] = epoch_.dates.text(time);
+  }
+
   static void addLine(std::string& out, Json const& line) { out.append(oneLine(line)) += '\n'; }
   static void add(std::string& out, char const* list, Json element) {
     Json line;
@@ -79,7 +86,7 @@ class Listing : public Answer {
 
   Switch const& switch_;
   Selection of_;
-  Horix::Time start_;
+  Epoch epoch_;
   std::vector<std::string> lists_;
   bool begun_ = false;
   unsigned nextVlan_ = 0;

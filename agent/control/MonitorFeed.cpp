@@ -1,10 +1,12 @@
 #include "agent/control/MonitorFeed.h"
 
+#include <optional>
 #include <utility>
 
 #include <nlohmann/json.hpp>
 
 #include "agent/output/JsonValues.h"
+#include "agent/text/Dates.h"
 #include "agent/text/Wording.h"
 #include "agent/watch/MembershipWatch.h"
 #include "agent/watch/RecordWatch.h"
@@ -26,6 +28,12 @@ Json membershipChangeObject(MembershipChange const& change, Horix::Time time) {
   return object;
 }
 
+/// With the time of day.
+Json dated(Json change, std::string const& date) {
+  change["date"] = date;
+  return change;
+}
+
 std::string line(char const* key, Json value) {
   Json object;
   object[key] = std::move(value);
@@ -37,24 +45,36 @@ std::string line(char const* key, Json value) {
 /// What is watched for the monitors.
 class MonitorFeed::Watches {
  public:
-  explicit Watches(SwitchEntities const& entities)
-      : records(entities.hosts), memberships(entities.snoopingStatus) {}
+  Watches(SwitchEntities const& entities, MonitorScope const& scope) {
+    if (scope.records) records_.emplace(entities.hosts, scope.of);
+    if (scope.memberships) memberships_.emplace(entities.snoopingStatus, scope.of);
+  }
 
   /// Do a piece of the work at the beginning and at the end. Return whether there is more.
   bool watchSome() {
-    return records.watchSome(recordsAtOnce) || memberships.watchSome(groupsAtOnce);
+    return (records_ && records_->watchSome(recordsAtOnce)) ||
+           (memberships_ && memberships_->watchSome(groupsAtOnce));
   }
   bool unwatchSome() {
-    return records.unwatchSome(recordsAtOnce) || memberships.unwatchSome(groupsAtOnce);
+    return (records_ && records_->unwatchSome(recordsAtOnce)) ||
+           (memberships_ && memberships_->unwatchSome(groupsAtOnce));
   }
 
-  RecordWatch records;
-  MembershipWatch memberships;
+  std::vector<MembershipChange> takeMembershipChanges() {
+    return memberships_ ? memberships_->takeChanges() : std::vector<MembershipChange>();
+  }
+  std::vector<RecordChange> takeRecordChanges() {
+    return records_ ? records_->takeChanges() : std::vector<RecordChange>();
+  }
+
   bool complete = false;
 
  private:
   static constexpr std::size_t recordsAtOnce = 256;
   static constexpr std::size_t groupsAtOnce = 64;
+
+  std::optional<RecordWatch> records_;
+  std::optional<MembershipWatch> memberships_;
 };
 
 /// Watches that nobody needs any more.
@@ -111,9 +131,19 @@ class MonitorFeed::Monitor final : public Answer {
   bool isCutOff_ = false;
 };
 
+MonitorScope monitorScope(std::string const& kind, Selection of) {
+  if (!kind.empty() && kind != "membership" && kind != "record")
+    refuse("there are no changes of the kind ", Agent::quoted(kind), ", but membership and record");
+  return {std::move(of), kind != "record", kind != "membership"};
+}
+
 MonitorFeed::MonitorFeed(Switch& snoopingSwitch, Horix::TimerWheel& timerWheel, Horix::Time start,
-                         std::function<void()> cutOff)
-    : switch_(snoopingSwitch), timerWheel_(timerWheel), start_(start), cutOff_(std::move(cutOff)) {}
+                         MonitorScope scope, std::function<void()> cutOff)
+    : switch_(snoopingSwitch),
+      timerWheel_(timerWheel),
+      start_(start),
+      scope_(std::move(scope)),
+      cutOff_(std::move(cutOff)) {}
 
 MonitorFeed::~MonitorFeed() = default;
 
@@ -125,7 +155,7 @@ std::unique_ptr<Answer> MonitorFeed::monitor() {
 }
 
 void MonitorFeed::begin() {
-  watches_ = std::make_unique<Watches>(switch_.entities());
+  watches_ = std::make_unique<Watches>(switch_.entities(), scope_);
   switch_.afterPublishIs(this, [this] { publish(); });
 }
 
@@ -151,10 +181,11 @@ bool MonitorFeed::watchSome() {
 void MonitorFeed::publish() {
   Horix::Time const time = switch_.now() - start_;
   std::string lines;
-  for (MembershipChange const& change : watches_->memberships.takeChanges())
-    lines += line("membership", membershipChangeObject(change, time));
-  for (RecordChange& change : watches_->records.takeChanges())
-    lines += line("record", recordChangeObject({time, std::move(change)}));
+  std::string const date = Dates::knownAt(time).exactText(time);
+  for (MembershipChange const& change : watches_->takeMembershipChanges())
+    lines += line("membership", dated(membershipChangeObject(change, time), date));
+  for (RecordChange& change : watches_->takeRecordChanges())
+    lines += line("record", dated(recordChangeObject({time, std::move(change)}), date));
   if (lines.empty()) return;
   for (Monitor* const monitor : monitors_) monitor->add(lines);
 }

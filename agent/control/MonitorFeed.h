@@ -7,9 +7,23 @@
 
 #include "agent/Switch.h"
 #include "agent/control/Answer.h"
+#include "agent/watch/Selection.h"
 #include "platform/horix/TimerWheel.h"
 
 namespace Agent {
+
+/// What a monitor asks for.
+struct MonitorScope {
+  Selection of;
+  bool memberships = true;
+  bool records = true;
+
+  friend bool operator==(MonitorScope const&, MonitorScope const&) = default;
+};
+
+/// Throws std::invalid_argument.
+/// @param kind "membership", "record", or empty for both.
+MonitorScope monitorScope(std::string const& kind, Selection of);
 
 /// Tells monitors of each change of memberships and records, in lines of JSON: {"time":T}, and then
 /// {"membership":{...}} and {"record":{...}} as they happen. While nobody monitors it watches
@@ -24,10 +38,15 @@ class MonitorFeed {
   /// @param snoopingSwitch outlives the feed.
   /// @param cutOff is called for each monitor that was too slow.
   MonitorFeed(Switch& snoopingSwitch, Horix::TimerWheel& timerWheel, Horix::Time start,
-              std::function<void()> cutOff);
+              MonitorScope scope, std::function<void()> cutOff);
   MonitorFeed(MonitorFeed const&) = delete;
   MonitorFeed& operator=(MonitorFeed const&) = delete;
   ~MonitorFeed();
+
+  MonitorScope const& scope() const { return scope_; }
+
+  /// Whether it has nothing to do any more.
+  bool isIdle() const { return monitors_.empty() && !ending_; }
 
   /// One more monitor. It goes when its answer does, which is before the feed does.
   std::unique_ptr<Answer> monitor();
@@ -50,6 +69,7 @@ class MonitorFeed {
   Switch& switch_;
   Horix::TimerWheel& timerWheel_;
   Horix::Time start_;
+  MonitorScope scope_;
   std::function<void()> cutOff_;
   std::vector<Monitor*> monitors_;
   std::unique_ptr<Watches> watches_;

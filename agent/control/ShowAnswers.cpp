@@ -33,8 +33,8 @@ using Wirex::IpAddr;
 
 class VlansListing final : public Listing {
  public:
-  VlansListing(Switch const& snoopingSwitch, Request const& request, Horix::Time start)
-      : Listing(snoopingSwitch, request, start, {"vlans"}),
+  VlansListing(Switch const& snoopingSwitch, Request const& request, Epoch const& epoch)
+      : Listing(snoopingSwitch, request, epoch, {"vlans"}),
         walk_(snoopingSwitch, Selection{request.of.vlan, {}, {}}) {
     for (VlanConfig const& vlan : snoopingSwitch.configuration().vlans)
       if (vlan.isSecondary())
@@ -96,8 +96,8 @@ class VlansListing final : public Listing {
 
 class InterfacesListing final : public Listing {
  public:
-  InterfacesListing(Switch const& snoopingSwitch, Request const& request, Horix::Time start)
-      : Listing(snoopingSwitch, request, start, {"interfaces"}),
+  InterfacesListing(Switch const& snoopingSwitch, Request const& request, Epoch const& epoch)
+      : Listing(snoopingSwitch, request, epoch, {"interfaces"}),
         left_(snoopingSwitch.configuration().interfaces) {
     std::reverse(left_.begin(), left_.end());
   }
@@ -152,8 +152,8 @@ class InterfacesListing final : public Listing {
 
 class RouterPortsListing final : public Listing {
  public:
-  RouterPortsListing(Switch const& snoopingSwitch, Request const& request, Horix::Time start)
-      : Listing(snoopingSwitch, request, start, {"mrouters"}) {}
+  RouterPortsListing(Switch const& snoopingSwitch, Request const& request, Epoch const& epoch)
+      : Listing(snoopingSwitch, request, epoch, {"mrouters"}) {}
 
  private:
   bool advanceList(std::string& out) override {
@@ -166,10 +166,11 @@ class RouterPortsListing final : public Listing {
     });
   }
 
-  static Json portObject(VlanId vlan, IntfId const& intf, RouterPort const& port) {
+  Json portObject(VlanId vlan, IntfId const& intf, RouterPort const& port) const {
     Json object;
     object["vlan"] = vlan.value();
     object["interface"] = message(intf);
+    addDate(object, "since", port.since);
     object["static"] = port.configured;
     if (port.querier != IpAddr()) {
       object["querier"] = message(port.querier);
@@ -189,9 +190,9 @@ class RouterPortsListing final : public Listing {
 
 class GroupsListing final : public Listing {
  public:
-  GroupsListing(Switch const& snoopingSwitch, Request const& request, Horix::Time start,
+  GroupsListing(Switch const& snoopingSwitch, Request const& request, Epoch const& epoch,
                 Forwarding const* forwarding)
-      : Listing(snoopingSwitch, request, start, {"groups"}),
+      : Listing(snoopingSwitch, request, epoch, {"groups"}),
         walk_(snoopingSwitch, request.of),
         forwarding_(forwarding) {}
 
@@ -212,8 +213,9 @@ class GroupsListing final : public Listing {
     object["interface"] = message(place.interface);
     object["host"] = message(membership.addr());
     addFilter(object, filterOf(membership));
-    Horix::Time const end = static_cast<LearnedMembership const&>(membership).end();
-    object["expire"] = seconds(std::max(end - now(), Horix::Time::zero()));
+    auto const& learned = static_cast<LearnedMembership const&>(membership);
+    addDate(object, "since", learned.since());
+    object["expire"] = seconds(std::max(learned.end() - now(), Horix::Time::zero()));
     if (auto const to =
             forwarding_ ? destinationsOf(*forwarding_, place.vlan, place.group) : std::nullopt) {
       object["flooded"] = to->everywhere;
@@ -230,8 +232,8 @@ class GroupsListing final : public Listing {
 
 class HostsListing final : public Listing {
  public:
-  HostsListing(Switch const& snoopingSwitch, Request const& request, Horix::Time start)
-      : Listing(snoopingSwitch, request, start, {"hosts"}) {
+  HostsListing(Switch const& snoopingSwitch, Request const& request, Epoch const& epoch)
+      : Listing(snoopingSwitch, request, epoch, {"hosts"}) {
     for (auto const& [name, host] : snoopingSwitch.entities().hosts->igmpHost())
       if (isSelected(*host)) hosts_.push_back(name);
   }
@@ -258,6 +260,9 @@ class HostsListing final : public Listing {
     Igmp::IgmpHost const* const host = find();
     if (!host) return;
     Json object = hostAttributes(attributesOf(*host, *theSwitch().proxy().igmpHostStatusDir()));
+    if (auto const status = theSwitch().proxy().igmpHostStatusDir()->igmpHostStatus(host_);
+        status && status->lastSent())
+      addDate(object, "last-sent", *status->lastSent());
     object["group"] = Json::array();
     add(out, "hosts", std::move(object));
     for (IpAddr const group : host->v3group().keys())
@@ -286,23 +291,23 @@ class HostsListing final : public Listing {
 
 template <class T>
 std::unique_ptr<Answer> listing(Switch const& snoopingSwitch, Request const& request,
-                                Horix::Time start) {
-  return std::make_unique<T>(snoopingSwitch, request, start);
+                                Epoch const& epoch) {
+  return std::make_unique<T>(snoopingSwitch, request, epoch);
 }
 
 }  // namespace
 
 std::unique_ptr<Answer> showAnswer(Switch const& snoopingSwitch, Request const& request,
-                                   Horix::Time start, Forwarding const* forwarding) {
-  if (request.what == "vlans") return listing<VlansListing>(snoopingSwitch, request, start);
+                                   Epoch const& epoch, Forwarding const* forwarding) {
+  if (request.what == "vlans") return listing<VlansListing>(snoopingSwitch, request, epoch);
   if (request.what == "interfaces")
-    return listing<InterfacesListing>(snoopingSwitch, request, start);
+    return listing<InterfacesListing>(snoopingSwitch, request, epoch);
   if (request.what == "groups")
-    return std::make_unique<GroupsListing>(snoopingSwitch, request, start, forwarding);
-  if (request.what == "hosts") return listing<HostsListing>(snoopingSwitch, request, start);
+    return std::make_unique<GroupsListing>(snoopingSwitch, request, epoch, forwarding);
+  if (request.what == "hosts") return listing<HostsListing>(snoopingSwitch, request, epoch);
   if (request.what == "mrouters")
-    return listing<RouterPortsListing>(snoopingSwitch, request, start);
-  if (request.what == "statistics") return statisticsAnswer(snoopingSwitch, request, start);
+    return listing<RouterPortsListing>(snoopingSwitch, request, epoch);
+  if (request.what == "statistics") return statisticsAnswer(snoopingSwitch, request, epoch);
   refuse("there is nothing called ", Agent::quoted(request.what), " to show");
 }
 

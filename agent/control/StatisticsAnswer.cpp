@@ -24,9 +24,9 @@ using Wirex::IntfId;
 
 class StatisticsListing final : public Listing {
  public:
-  StatisticsListing(Switch const& snoopingSwitch, Request const& request, Horix::Time start,
+  StatisticsListing(Switch const& snoopingSwitch, Request const& request, Epoch const& epoch,
                     ConfigurationState const* configuration)
-      : Listing(snoopingSwitch, request, start,
+      : Listing(snoopingSwitch, request, epoch,
                 {"agent", "vlans", "interfaces", "hosts", "devices"}),
         configuration_(configuration) {
     for (InterfaceConfig const& interface : snoopingSwitch.configuration().interfaces)
@@ -131,9 +131,9 @@ class StatisticsListing final : public Listing {
 }  // namespace
 
 std::unique_ptr<Answer> statisticsAnswer(Switch const& snoopingSwitch, Request const& request,
-                                         Horix::Time start,
+                                         Epoch const& epoch,
                                          ConfigurationState const* configuration) {
-  return std::make_unique<StatisticsListing>(snoopingSwitch, request, start, configuration);
+  return std::make_unique<StatisticsListing>(snoopingSwitch, request, epoch, configuration);
 }
 
 }  // namespace Agent

@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/output/JsonValues.h"
-#include "agent/text/TimeText.h"
+#include "agent/text/Dates.h"
 
 namespace Agent {
 

@@ -1,8 +1,10 @@
 #include "agent/ctl/ControlClient.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <grp.h>
 #include <poll.h>
 #include <stdexcept>
@@ -12,6 +14,7 @@
 #include <system_error>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 #include "agent/text/Wording.h"
 
@@ -33,10 +36,25 @@ std::string groupOf(std::string const& path) {
   return entry ? message("group ", entry->gr_name) : message("group ", status.st_gid);
 }
 
+/// "; beside it there are east and west": what else is in the socket's directory.
+std::string othersBeside(std::string const& path) {
+  std::vector<std::string> names;
+  std::error_code unreadable;
+  std::filesystem::path const asked(path);
+  for (auto const& entry : std::filesystem::directory_iterator(asked.parent_path(), unreadable))
+    if (std::error_code gone; entry.is_socket(gone) && entry.path() != asked)
+      names.push_back(entry.path().filename());
+  std::sort(names.begin(), names.end());
+  if (names.empty()) return {};
+  return message("; beside it there ", names.size() == 1 ? "is " : "are ",
+                 enumerated(names, "and"));
+}
+
 [[noreturn]] void failToConnect(std::string const& path, int error) {
   if (error == ENOENT || error == ECONNREFUSED)
     fail("no igmpsnoopd listens on ", path,
-         "; start one with igmpsnoopd live --config FILE, or name its socket with --socket PATH");
+         "; start one with igmpsnoopd live --config FILE, or name its socket with --socket NAME",
+         othersBeside(path));
   if (error == EACCES || error == EPERM)
     fail("you may not use ", path, "; become root or a member of ", groupOf(path));
   fail("cannot connect to ", path, ": ", std::generic_category().message(error),

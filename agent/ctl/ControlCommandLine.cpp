@@ -1,5 +1,8 @@
 #include "agent/ctl/ControlCommandLine.h"
 
+#include <charconv>
+#include <cmath>
+#include <system_error>
 #include <utility>
 
 #include <CLI/CLI.hpp>
@@ -25,6 +28,20 @@ Wirex::IpAddr selectedGroup(std::string const& text) {
   return *group;
 }
 
+std::string socketIn(std::string const& text) {
+  bool const isName = !text.empty() && text.find('/') == std::string::npos;
+  return isName ? message(socketDirectory, '/', text) : text;
+}
+
+std::chrono::milliseconds intervalIn(std::string const& text) {
+  double seconds = 0;
+  char const* const end = text.data() + text.size();
+  auto const [stop, error] = std::from_chars(text.data(), end, seconds, std::chars_format::fixed);
+  if (error != std::errc{} || stop != end || !(seconds >= 0.1 && seconds <= 86400))
+    refuse("--watch ", Agent::quoted(text), " is no number of seconds from 0.1 to 86400");
+  return std::chrono::milliseconds(std::llround(seconds * 1000));
+}
+
 /// The parser and what it fills.
 class ControlCommandLine {
  public:
@@ -32,9 +49,15 @@ class ControlCommandLine {
     app_.require_subcommand(1);
     app_.fallthrough();
     app_.set_version_flag("--version", "igmpsnoopctl " IGMPSNOOPD_VERSION, "Print the version");
-    app_.add_option("--socket", command_.socket, "The agent's control socket")
-        ->capture_default_str()
-        ->type_name("PATH");
+    app_.add_option(
+            "--socket",
+            [this](std::vector<std::string> const& texts) {
+              command_.socket = socketIn(texts.front());
+              return true;
+            },
+            "The agent's control socket; a name alone is one in /run/igmpsnoopd")
+        ->default_str("control")
+        ->type_name("NAME|PATH");
     addShow();
     addExplain();
     addMonitor();
@@ -60,6 +83,7 @@ class ControlCommandLine {
     CLI::App* const version = show->add_subcommand(
         "version", "Which program runs since when, and with which configuration");
     addJson(*version);
+    addWatch(*version);
     version->callback([this] {
       command_.request.command = "show";
       command_.request.what = "version";
@@ -77,6 +101,7 @@ class ControlCommandLine {
     CLI::App* const shown = show.add_subcommand(what, description);
     addOptions(*shown, vlan | interface | group, false);
     addJson(*shown);
+    addWatch(*shown);
     shown->callback([this, what] {
       command_.request.command = "show";
       command_.request.what = what;
@@ -89,10 +114,18 @@ class ControlCommandLine {
     addOptions(*explain, vlan | interface | group, true);
     exampleIs(*explain, "igmpsnoopctl explain --vlan 10 --interface swp1 --group 239.1.1.1");
     addJson(*explain);
+    addWatch(*explain);
   }
 
   void addMonitor() {
-    addJson(*add(app_, "monitor", "Print changes of memberships and records as they happen"));
+    CLI::App* const monitor =
+        add(app_, "monitor", "Print changes of memberships and records as they happen");
+    addOptions(*monitor, vlan | interface | group, false);
+    monitor->add_option("--kind", command_.request.what, "Only changes of this kind")
+        ->check(CLI::IsMember({"membership", "record"}))
+        ->type_name("membership|record");
+    addJson(*monitor);
+    exampleIs(*monitor, "igmpsnoopctl monitor --vlan 10 --kind membership");
   }
 
   void addReport() {
@@ -140,6 +173,12 @@ class ControlCommandLine {
 
   void addJson(CLI::App& command) { command.add_flag("-j,--json", command_.json, "Print JSON"); }
 
+  void addWatch(CLI::App& command) {
+    addOption(command, "--watch", "SECONDS", false, [this](auto& text) {
+      command_.interval = intervalIn(text);
+    }).description("Ask again after so many seconds, and so on");
+  }
+
   void addOptions(CLI::App& command, unsigned options, bool required) {
     Selection& of = command_.request.of;
     if (options & vlan)
@@ -155,16 +194,16 @@ class ControlCommandLine {
 
   /// @param parse whose std::invalid_argument is wrong usage.
   template <class Parse>
-  static void addOption(CLI::App& command, char const* name, char const* type, bool required,
-                        Parse parse) {
-    command
-        .add_option(name,
-                    [parse](std::vector<std::string> const& texts) {
-                      parse(texts.front());
-                      return true;
-                    })
-        ->required(required)
-        ->type_name(type);
+  static CLI::Option& addOption(CLI::App& command, char const* name, char const* type,
+                                bool required, Parse parse) {
+    return *command
+                .add_option(name,
+                            [parse](std::vector<std::string> const& texts) {
+                              parse(texts.front());
+                              return true;
+                            })
+                ->required(required)
+                ->type_name(type);
   }
 
   CLI::App app_{"Ask a running igmpsnoopd", "igmpsnoopctl"};

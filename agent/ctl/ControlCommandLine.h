@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <optional>
 #include <string>
 #include <variant>
 
@@ -9,11 +11,15 @@
 /// The command line of igmpsnoopctl.
 namespace Agent {
 
+/// Where agents listen whose sockets are called by their names alone.
+inline constexpr char const* socketDirectory = "/run/igmpsnoopd";
+
 struct ControlCommand {
   std::string socket = "/run/igmpsnoopd/control";
   Request request;
   std::string reportFile;  ///< of "report"
   bool json = false;
+  std::optional<std::chrono::milliseconds> interval;  ///< after which to ask again, and again
 };
 
 /// Throws WrongUsage.

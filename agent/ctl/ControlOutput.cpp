@@ -12,6 +12,7 @@
 #include "agent/output/Counters.h"
 #include "agent/output/Snapshot.h"
 #include "agent/output/Tables.h"
+#include "agent/text/Dates.h"
 #include "agent/text/NaturalOrder.h"
 #include "agent/text/TextTable.h"
 #include "agent/text/TimeText.h"
@@ -271,16 +272,46 @@ void printForwarding(std::ostream& out, Json const& document) {
   table.print(out);
 }
 
-void printGroups(std::ostream& out, Json const& groups) {
-  TextTable table({{"VLAN", Align::right},
-                   {"GROUP"},
-                   {"INTERFACE"},
-                   {"REPORTER"},
-                   {"EXPIRES", Align::right},
-                   {"MODE"},
-                   {"SOURCES"}});
+/// A table with a column of its elements' SINCE, which is left out where no time of day is known.
+class TableWithSince {
+ public:
+  /// @param place of the column.
+  TableWithSince(Json const& document, std::vector<TextTable::Column> columns, std::ptrdiff_t place)
+      : date_(textAt(document, "date")),
+        place_(place),
+        table_(with<TextTable::Column>(std::move(columns), {"SINCE"})) {}
+
+  void row(Json const& element, std::vector<std::string> cells) {
+    table_.row(with(std::move(cells), shortDate(cell(element, "since"), date_)));
+  }
+  void print(std::ostream& out) const { table_.print(out); }
+
+ private:
+  template <class Each>
+  std::vector<Each> with(std::vector<Each> all, Each each) const {
+    if (!date_.empty()) all.insert(all.begin() + place_, std::move(each));
+    return all;
+  }
+
+  std::string date_;
+  std::ptrdiff_t place_;
+  TextTable table_;
+};
+
+void printGroups(std::ostream& out, Json const& document) {
+  Json const& groups = document.at("groups");
+  TableWithSince table(document,
+                       {{"VLAN", Align::right},
+                        {"GROUP"},
+                        {"INTERFACE"},
+                        {"REPORTER"},
+                        {"EXPIRES", Align::right},
+                        {"MODE"},
+                        {"SOURCES"}},
+                       4);
   for (Json const& membership : groups)
-    table.row({cell(membership, "vlan"), cell(membership, "address"), cell(membership, "interface"),
+    table.row(membership,
+              {cell(membership, "vlan"), cell(membership, "address"), cell(membership, "interface"),
                cell(membership, "host"), secondsCell(membership, "expire"),
                cell(membership, "filter-mode"), listCell(membership.at("source"))});
   table.print(out);
@@ -310,16 +341,19 @@ void printHosts(std::ostream& out, Json const& document) {
   printSnapshot(out, snapshot);
 }
 
-void printRouterPorts(std::ostream& out, Json const& routerPorts) {
-  TextTable table({{"VLAN", Align::right},
-                   {"INTERFACE"},
-                   {"STATIC"},
-                   {"QUERIER"},
-                   {"EXPIRES", Align::right},
-                   {"PIM NEIGHBOR"},
-                   {"EXPIRES"}});
-  for (Json const& port : routerPorts)
-    table.row({cell(port, "vlan"), cell(port, "interface"), yesOrNo(port.value("static", false)),
+void printRouterPorts(std::ostream& out, Json const& document) {
+  TableWithSince table(document,
+                       {{"VLAN", Align::right},
+                        {"INTERFACE"},
+                        {"STATIC"},
+                        {"QUERIER"},
+                        {"EXPIRES", Align::right},
+                        {"PIM NEIGHBOR"},
+                        {"EXPIRES", Align::right}},
+                       2);
+  for (Json const& port : document.at("mrouters"))
+    table.row(port,
+              {cell(port, "vlan"), cell(port, "interface"), yesOrNo(port.value("static", false)),
                cell(port, "querier"), secondsCell(port, "querier-expire"),
                cell(port, "pim-neighbor"), secondsCell(port, "pim-expire")});
   table.print(out);
@@ -378,14 +412,14 @@ void printStatistics(std::ostream& out, Json const& document) {
 
 void printVersion(std::ostream& out, Json const& version) {
   out << "igmpsnoopd " << cell(version, "version") << "\nRunning for "
-      << secondsCell(version, "uptime") << ", since " << cell(version, "started") << "; it is "
-      << cell(version, "date") << " now.\n";
+      << secondsCell(version, "uptime") << ", since " << spelledDate(cell(version, "started"))
+      << "; it is " << spelledDate(cell(version, "date")) << " now.\n";
   auto const configuration = version.find("configuration");
   if (configuration == version.end()) return;
   out << "Configuration " << cell(*configuration, "file") << ", in use since "
-      << cell(*configuration, "in-use-since") << ".\n";
+      << spelledDate(cell(*configuration, "in-use-since")) << ".\n";
   if (configuration->contains("refused"))
-    out << "Read again at " << cell(*configuration, "refused")
+    out << "Read again at " << spelledDate(cell(*configuration, "refused"))
         << " and refused: " << cell(*configuration, "problem") << '\n';
 }
 
@@ -452,9 +486,9 @@ void printShown(std::ostream& out, Request const& request, Json const& document)
   } else if (what == "interfaces") {
     printInterfaces(out, list);
   } else if (what == "groups") {
-    printGroups(out, list);
+    printGroups(out, document);
   } else {
-    printRouterPorts(out, list);
+    printRouterPorts(out, document);
   }
 }
 
@@ -463,6 +497,15 @@ void printTraceHandles(std::ostream& out, Json const& document) {
   for (Json const& each : document.at("trace"))
     table.row({cell(each, "handle"), cell(each, "levels")});
   table.print(out);
+}
+
+std::string redrawn(std::string_view text) {
+  std::string drawn = "\x1b[H";  // to the first place
+  for (char const each : text) {
+    if (each == '\n') drawn += "\x1b[K";  // nothing is left of the line
+    drawn += each;
+  }
+  return drawn + "\x1b[J";  // nor of those below
 }
 
 Json monitorObject(Json const& line) {
@@ -479,8 +522,9 @@ std::string monitorText(Json const& line) {
   Json const event = monitorObject(line);
   if (event.is_null()) return {};
   std::string text =
-      message(timeText(timeAt(event)), " vlan ", cell(event, "vlan"), ' ', cell(event, "interface"),
-              ' ', cell(event, "address"), ' ', cell(event, "event"), ' ');
+      message(event.contains("date") ? timeOfDay(textAt(event, "date")) : timeText(timeAt(event)),
+              " vlan ", cell(event, "vlan"), ' ', cell(event, "interface"), ' ',
+              cell(event, "address"), ' ', cell(event, "event"), ' ');
   if (event.contains("host")) text += message("of ", cell(event, "host"), ' ');
   text += cell(event, "change");
   if (event.contains("new")) text += message(": ", filterText(event.at("new")));

@@ -2,6 +2,7 @@
 
 #include <iosfwd>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -32,6 +33,9 @@ void printShown(std::ostream& out, Request const& request, Json const& document)
 
 /// The levels of trace handles as a table.
 void printTraceHandles(std::ostream& out, Json const& document);
+
+/// A text in the place of what a terminal shows.
+std::string redrawn(std::string_view text);
 
 /// A line of "monitor" as a line for people; nothing for one that tells no change.
 std::string monitorText(Json const& line);

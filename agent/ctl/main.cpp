@@ -3,9 +3,11 @@
 #include <cstdio>
 #include <exception>
 #include <iostream>
+#include <poll.h>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
+#include <unistd.h>
 #include <utility>
 
 #include <nlohmann/json.hpp>
@@ -70,18 +72,15 @@ Json documentIn(Lines& lines) {
   return lists.takeDocument();
 }
 
-void show(ControlCommand const& command, Lines& lines) {
+std::string shownText(ControlCommand const& command, Lines& lines) {
   Json const document = documentIn(lines);
-  if (command.json) {
-    print(document.dump(2) + '\n');
-    return;
-  }
+  if (command.json) return document.dump(2) + '\n';
   std::ostringstream out;
   if (command.request.command == "trace")
     printTraceHandles(out, document);
   else
     printShown(out, command.request, document);
-  print(out.str());
+  return out.str();
 }
 
 bool asksForLists(Request const& request) {
@@ -96,12 +95,32 @@ void monitor(ControlCommand const& command, Lines& lines) {
   }
 }
 
-/// What comes as text, or as one value.
+/// Of what comes as text, or as one value.
+std::string pieceIn(Json const& line) {
+  if (auto const text = line.find("text"); text != line.end()) return text->get<std::string>();
+  auto const value = line.find("explanation");
+  return value == line.end() ? std::string() : value->dump(2) + '\n';
+}
+
 void printAnswer(Lines& lines) {
-  for (Json line; lines.next(line);) {
-    if (auto const text = line.find("text"); text != line.end()) print(text->get<std::string>());
-    if (auto const value = line.find("explanation"); value != line.end())
-      print(value->dump(2) + '\n');
+  for (Json line; lines.next(line);) print(pieceIn(line));
+}
+
+std::string answerText(ControlCommand const& command) {
+  Lines lines(command);
+  if (asksForLists(command.request)) return shownText(command, lines);
+  std::string text;
+  for (Json line; lines.next(line);) text += pieceIn(line);
+  return text;
+}
+
+/// Asks again and again until nobody reads.
+void watch(ControlCommand const& command) {
+  bool const isTerminal = isatty(STDOUT_FILENO) == 1;
+  for (pollfd reader{STDOUT_FILENO, 0, 0}; reader.revents == 0;) {
+    std::string const text = answerText(command);
+    print(isTerminal ? redrawn(text) : text + '\n');
+    poll(&reader, 1, static_cast<int>(command.interval->count()));
   }
 }
 
@@ -125,9 +144,13 @@ void run(ControlCommand& command) {
     return;
   }
   command.request.text = !command.json;
+  if (command.interval) {
+    watch(command);
+    return;
+  }
   Lines lines(command);
   if (asksForLists(command.request))
-    show(command, lines);
+    print(shownText(command, lines));
   else if (command.request.command == "monitor")
     monitor(command, lines);
   else

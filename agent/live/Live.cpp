@@ -11,7 +11,7 @@
 #include "agent/config/ConfigurationChange.h"
 #include "agent/config/ConfigurationReader.h"
 #include "agent/live/Privileges.h"
-#include "agent/text/TimeText.h"
+#include "agent/text/Dates.h"
 
 namespace Agent {
 
@@ -79,8 +79,9 @@ std::string const& withSocketsOf(std::optional<Handover> const& handover, std::s
 /// For the status of a service that goes on with the former configuration.
 std::string refusalText(ConfigurationState const& state) {
   if (!state.refused) return "";
-  return message("; configuration refused at ", dateText(*state.refused), ", the former one of ",
-                 dateText(state.inUseSince), " is in use: ", state.problem);
+  return message("; configuration refused at ", spelledDate(dateText(*state.refused)),
+                 ", the former one of ", spelledDate(dateText(state.inUseSince)),
+                 " is in use: ", state.problem);
 }
 
 }  // namespace

@@ -195,8 +195,10 @@ class Explainer {
     std::for_each(addresses.begin(), end, [&](IpAddr address) {
       auto const& learned =
           static_cast<LearnedMembership const&>(*status.membership().find(address));
-      port.reporters.push_back({address, Agent::filterOf(learned),
-                                std::max(learned.end() - explanation_.time, Horix::Time::zero())});
+      port.reporters.push_back(
+          {address, Agent::filterOf(learned),
+           std::max(learned.end() - explanation_.time, Horix::Time::zero()),
+           std::max(explanation_.time - learned.since(), Horix::Time::zero())});
     });
     port.furtherReporters = addresses.size() - told;
   }
@@ -300,8 +302,11 @@ class Explainer {
       if (status->lastSent()) sending.sinceSent = explanation_.time - *status->lastSent();
     }
     if (RouterPorts const* const routers = switch_.routerPorts(explanation_.vlan))
-      if (routers->routerPort().contains(intf_))
-        sending.routerPort = remaining(routers->routerPort().get(intf_), explanation_.time);
+      if (routers->routerPort().contains(intf_)) {
+        auto const port = routers->routerPort().get(intf_);
+        sending.routerPort = remaining(port, explanation_.time);
+        sending.routerPortFor = explanation_.time - port.since;
+      }
     return sending;
   }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "agent/Switch.h"
+#include "agent/text/Dates.h"
 #include "agent/watch/HostRecords.h"
 #include "platform/snooping/RouterPorts.h"
 
@@ -19,6 +20,7 @@ struct ExplainedReporter {
   Wirex::IpAddr address;
   SourceFilter filter;
   Horix::Time expiresIn{};
+  Horix::Time knownFor{};
 };
 
 /// A member port of the group: what counts for it in the merge, and its reporters.
@@ -86,6 +88,7 @@ struct ExplainedSending {
   bool reportsUnasked = false;
   /// With its times from now on. Nothing if the port is no router port.
   std::optional<Bridging::IgmpSnooping::RouterPort> routerPort;
+  Horix::Time routerPortFor{};  ///< for how long it has been one
   Igmp::HostCounters counters;
 };
 
@@ -102,6 +105,7 @@ enum class Standing {
 
 struct Explanation {
   Horix::Time time{};
+  Dates dates;  ///< of times that are counted from `time`; unknown at first
   Bridging::VlanId vlan;
   Bridging::VlanId learnedIn;  ///< the VLAN itself, or for a secondary one its primary
   std::string interface;

@@ -150,6 +150,11 @@ std::string why(Obstacle obstacle, std::string const& interface) {
   return {};
 }
 
+/// With what goes before it; nothing if the time of day is not known.
+std::string withDate(char const* before, Horix::Time ago, Explanation const& explanation) {
+  return explanation.dates.known() ? before + dateOf(ago, explanation) : std::string();
+}
+
 std::string whyUnasked(Explanation const& explanation) {
   std::string const& interface = explanation.interface;
   ExplainedSending const& sending = *explanation.sending;
@@ -167,7 +172,9 @@ std::string whyUnasked(Explanation const& explanation) {
       reasons.push_back(message("the PIM router ", port.pimNeighbor,
                                 " was heard on it, which counts for ", secondsText(port.pimUntil),
                                 " more"));
-    return message(interface, " is a multicast router port, because ", enumerated(reasons, "and"),
+    return message(interface, " is a multicast router port",
+                   withDate(" since ", sending.routerPortFor, explanation), ", because ",
+                   enumerated(reasons, "and"),
                    ". So the host reports changes there at once, unasked.");
   }
   if (sending.reportsUnasked)
@@ -194,10 +201,13 @@ std::string versionText(ExplainedSending const& sending) {
                  " speaks that version. ", costOf(sending.spokenVersion));
 }
 
-std::string countersText(ExplainedSending const& sending) {
+std::string countersText(Explanation const& explanation) {
+  ExplainedSending const& sending = *explanation.sending;
   Igmp::HostCounters const& counters = sending.counters;
-  std::string const last =
-      sending.sinceSent ? message(", the last ", secondsText(*sending.sinceSent), " ago") : "";
+  std::string const last = sending.sinceSent
+                               ? message(", the last ", secondsText(*sending.sinceSent), " ago",
+                                         withDate(", at ", *sending.sinceSent, explanation))
+                               : "";
   return message("So far it has heard ", counters.queriesHeard,
                  counters.queriesHeard == 1 ? " query" : " queries", " and sent ",
                  counted(counters.reportsSentV3, "IGMPv3 report"), " with ",
@@ -243,6 +253,10 @@ std::string wishText(SourceFilter const& record) {
 }
 
 }  // namespace
+
+std::string dateOf(Horix::Time ago, Explanation const& explanation) {
+  return shortDate(explanation.dates.text(-ago), explanation.dates.text(Horix::Time::zero()));
+}
 
 std::string verdictOf(Explanation const& explanation) {
   if (explanation.standing != Standing::hasHost) return whyNoHost(explanation);
@@ -340,11 +354,11 @@ std::vector<std::string> ignoredOf(Explanation const& explanation) {
     sentences.push_back(message(interface, ": ", times, times == 1 ? " report" : " reports",
                                 " of such groups ignored so far."));
   for (ExplainedRefusal const& refusal : explanation.ignored)
-    sentences.push_back(
-        message(refusal.interface, ", reporter ", refusal.reporter, ": ", refusal.times,
-                refusal.times == 1 ? " report, " : " reports, the latest ",
-                std::chrono::round<std::chrono::seconds>(refusal.sinceLatest).count(),
-                " s ago: ", why(refusal.reason), '.'));
+    sentences.push_back(message(
+        refusal.interface, ", reporter ", refusal.reporter, ": ", refusal.times,
+        refusal.times == 1 ? " report, " : " reports, the latest ",
+        std::chrono::round<std::chrono::seconds>(refusal.sinceLatest).count(), " s ago",
+        withDate(" at ", refusal.sinceLatest, explanation), ": ", why(refusal.reason), '.'));
   return sentences;
 }
 
@@ -373,7 +387,7 @@ std::vector<std::string> sendingOf(Explanation const& explanation) {
     sentences.emplace_back(
         "It sends from 0.0.0.0, and several routers ignore such reports: give the VLAN's device an "
         "address, or set sender-source-address.");
-  sentences.push_back(countersText(sending));
+  sentences.push_back(countersText(explanation));
   return sentences;
 }
 

@@ -8,6 +8,9 @@
 /// An explanation in plain English, a sentence or more each. "This port" is the one in question.
 namespace Agent {
 
+/// "21:05:09" for what began so long ago, or is as old; empty if the time of day is not known.
+std::string dateOf(Horix::Time ago, Explanation const& explanation);
+
 /// What the host reports, or why there is nothing that it could.
 std::string verdictOf(Explanation const& explanation);
 

@@ -29,7 +29,12 @@ Json filterOrNull(std::optional<SourceFilter> const& filter) {
   return filter ? filterObject(*filter) : Json();
 }
 
-Json portObject(ExplainedPort const& port) {
+/// Adds when something was, if it is known of which day that is.
+void addDate(Json& object, char const* key, Dates const& dates, Horix::Time ago) {
+  if (dates.known()) object[key] = dates.text(-ago);
+}
+
+Json portObject(ExplainedPort const& port, Dates const& dates) {
   Json object;
   object["interface"] = port.interface;
   object["own"] = port.own;
@@ -40,6 +45,7 @@ Json portObject(ExplainedPort const& port) {
     Json each;
     each["address"] = message(reporter.address);
     addFilter(each, reporter.filter);
+    addDate(each, "since", dates, reporter.knownFor);
     each["expire"] = seconds(reporter.expiresIn);
     reporters.push_back(std::move(each));
   }
@@ -65,8 +71,11 @@ Json sendingObject(Explanation const& explanation) {
   if (sending.spokenVersion != sending.configuredVersion)
     object["older-querier"] = message(sending.olderQuerier);
   object["since-sent"] = sending.sinceSent ? Json(seconds(*sending.sinceSent)) : Json();
+  if (sending.sinceSent) addDate(object, "last-sent", explanation.dates, *sending.sinceSent);
   object["reports-unasked"] = sending.reportsUnasked;
   object["mrouter"] = sending.routerPort.has_value();
+  if (sending.routerPort)
+    addDate(object, "mrouter-since", explanation.dates, sending.routerPortFor);
   Json& obstacles = object["obstacle"] = Json::array();
   for (Obstacle const obstacle : sending.obstacles) obstacles.push_back(name(obstacle));
   object["because"] = sendingOf(explanation);
@@ -122,6 +131,7 @@ Json recordChangeObject(RecordEvent const& event) {
 Json explanationObject(Explanation const& explanation) {
   Json object;
   object["time"] = seconds(explanation.time);
+  addDate(object, "date", explanation.dates, Horix::Time::zero());
   object["vlan"] = explanation.vlan.value();
   object["interface"] = explanation.interface;
   object["group"] = message(explanation.group);
@@ -133,17 +143,20 @@ Json explanationObject(Explanation const& explanation) {
   object["rule"] = name(explanation.rule);
   object["because"] = mergeOf(explanation);
   Json& ports = object["port"] = Json::array();
-  for (ExplainedPort const& port : explanation.ports) ports.push_back(portObject(port));
+  for (ExplainedPort const& port : explanation.ports)
+    ports.push_back(portObject(port, explanation.dates));
   Json& sources = object["source"] = Json::array();
   for (ExplainedSource const& source : explanation.sources)
     sources.push_back(sourceObject(source, explanation));
   Json& ignored = object["ignored"] = Json::array();
-  for (ExplainedRefusal const& refusal : explanation.ignored)
-    ignored.push_back({{"interface", refusal.interface},
-                       {"host", message(refusal.reporter)},
-                       {"cause", message(refusal.reason)},
-                       {"count", refusal.times},
-                       {"since-latest", seconds(refusal.sinceLatest)}});
+  for (ExplainedRefusal const& refusal : explanation.ignored) {
+    Json& each = ignored.emplace_back(Json{{"interface", refusal.interface},
+                                           {"host", message(refusal.reporter)},
+                                           {"cause", message(refusal.reason)},
+                                           {"count", refusal.times},
+                                           {"since-latest", seconds(refusal.sinceLatest)}});
+    addDate(each, "latest", explanation.dates, refusal.sinceLatest);
+  }
   if (explanation.sending) object["sending"] = sendingObject(explanation);
   return object;
 }

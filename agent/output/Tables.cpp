@@ -70,20 +70,49 @@ std::string expiryText(Horix::Time time) {
   return message(std::chrono::round<std::chrono::seconds>(time).count(), " s");
 }
 
-/// What counts for the port, and under it what its reporters want.
-void addPort(TextTable& table, ExplainedPort const& port) {
-  table.row({port.interface + (port.own ? " (own)" : ""), "all together", "",
-             message(port.wants.mode), sourcesText(port.wants)});
-  for (ExplainedReporter const& reporter : port.reporters)
-    table.row({"", message(reporter.address), expiryText(reporter.expiresIn),
-               message(reporter.filter.mode), sourcesText(reporter.filter)});
-  if (port.furtherReporters > 0)
-    table.row({"", message("and ", port.furtherReporters, " more"), "", "", ""});
-}
+/// The listeners' table, which has a column more where times of day are known.
+class ListenersTable {
+ public:
+  explicit ListenersTable(Explanation const& explanation)
+      : explanation_(explanation), table_(columns(explanation.dates.known())) {}
+
+  /// What counts for the port, and under it what its reporters want.
+  void add(ExplainedPort const& port) {
+    row(port.interface + (port.own ? " (own)" : ""), "all together", "", "", port.wants);
+    for (ExplainedReporter const& reporter : port.reporters)
+      row("", message(reporter.address), dateOf(reporter.knownFor, explanation_),
+          expiryText(reporter.expiresIn), reporter.filter);
+    if (port.furtherReporters > 0)
+      addRow({"", message("and ", port.furtherReporters, " more"), "", "", "", ""});
+  }
+  void print(std::ostream& out) const { table_.print(out); }
+
+ private:
+  static std::vector<TextTable::Column> columns(bool withDates) {
+    std::vector<TextTable::Column> columns{
+        {"PORT"}, {"REPORTER"}, {"EXPIRES", Align::right}, {"MODE"}, {"SOURCES"}};
+    if (withDates) columns.insert(columns.begin() + datePlace, {"SINCE"});
+    return columns;
+  }
+  void row(std::string port, std::string reporter, std::string since, std::string expires,
+           SourceFilter const& filter) {
+    addRow({std::move(port), std::move(reporter), std::move(since), std::move(expires),
+            message(filter.mode), sourcesText(filter)});
+  }
+  void addRow(std::vector<std::string> cells) {
+    if (!explanation_.dates.known()) cells.erase(cells.begin() + datePlace);
+    table_.row(std::move(cells));
+  }
+
+  static constexpr int datePlace = 2;
+
+  Explanation const& explanation_;
+  TextTable table_;
+};
 
 void printListeners(std::ostream& out, Explanation const& explanation) {
-  TextTable table({{"PORT"}, {"REPORTER"}, {"EXPIRES", Align::right}, {"MODE"}, {"SOURCES"}});
-  for (ExplainedPort const& port : explanation.ports) addPort(table, port);
+  ListenersTable table(explanation);
+  for (ExplainedPort const& port : explanation.ports) table.add(port);
   table.print(out);
   for (ExplainedPort const& port : explanation.ports)
     if (std::string const remark = remarkOn(port); !remark.empty())

@@ -1,5 +1,6 @@
 #include "agent/text/TimeText.h"
 
+#include <chrono>
 #include <ctime>
 #include <iomanip>
 #include <sstream>
@@ -28,15 +29,6 @@ std::string utcText(Horix::Time sinceEpoch) {
   gmtime_r(&seconds, &utc);
   std::ostringstream text;
   text << std::put_time(&utc, "%FT%T") << timeText(sinceEpoch - whole).substr(1) << 'Z';
-  return text.str();
-}
-
-std::string dateText(std::chrono::system_clock::time_point time) {
-  std::time_t const seconds = std::chrono::system_clock::to_time_t(time);
-  std::tm local{};
-  localtime_r(&seconds, &local);
-  std::ostringstream text;
-  text << std::put_time(&local, "%F %T %z");
   return text.str();
 }
 

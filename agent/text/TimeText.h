@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <string>
 
 #include "platform/horix/Clock.h"
@@ -12,8 +11,5 @@ std::string timeText(Horix::Time time);
 
 /// A time since the epoch in UTC: "2026-11-22T21:05:09.500000Z".
 std::string utcText(Horix::Time sinceEpoch);
-
-/// A time of day where this runs, with its distance from UTC: "2026-11-22 21:05:09 +0000".
-std::string dateText(std::chrono::system_clock::time_point time);
 
 }  // namespace Agent

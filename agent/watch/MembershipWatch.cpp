@@ -123,13 +123,7 @@ class MembershipWatch::Group final : public IgmpGroup::NotifieeConst {
     if (!notifier()) return;
     for (IntfId const& intf : notifier()->intf().keys()) follow(intf);
   }
-  void follow(IntfId const& intf) {
-    Kel::Ptr<IgmpIntfStatus const> const status = notifier() ? notifier()->intf(intf) : nullptr;
-    if (status)
-      interfaces_.watch(intf, status, [&] { return Kel::make<Interface>(status, intf, *this); });
-    else if (auto const watched = interfaces_.get(intf))
-      watched->notifierIs(nullptr);
-  }
+  void follow(IntfId const& intf);
 
   IpAddr address_;
   Vlan& vlan_;
@@ -172,13 +166,7 @@ class MembershipWatch::Vlan final : public IgmpContextStatus::NotifieeConst {
   }
 
  private:
-  void follow(IpAddr group) {
-    Kel::Ptr<IgmpGroup const> const status = notifier() ? notifier()->group(group) : nullptr;
-    if (status)
-      groups_.watch(group, status, [&] { return Kel::make<Group>(status, group, *this); });
-    else if (auto const watched = groups_.get(group))
-      watched->notifierIs(nullptr);
-  }
+  void follow(IpAddr group);
 
   VlanId id_;
   Protocol& protocol_;
@@ -195,6 +183,7 @@ class MembershipWatch::Protocol final : public IgmpProtocolStatus::NotifieeConst
   }
 
   MembershipWatch& membershipWatch() const { return watch_; }
+  Selection const& of() const { return watch_.of_; }
 
   void onContextStatus(VlanId vlan) override {
     if (!notificationActive()) return;
@@ -217,6 +206,7 @@ class MembershipWatch::Protocol final : public IgmpProtocolStatus::NotifieeConst
 
  private:
   void follow(VlanId vlan) {
+    if (!of().has(vlan)) return;
     Kel::Ptr<IgmpContextStatus const> const status = notifier()->contextStatus(vlan);
     if (status)
       vlans_.watch(vlan, status, [&] { return Kel::make<Vlan>(status, vlan, *this); });
@@ -227,6 +217,26 @@ class MembershipWatch::Protocol final : public IgmpProtocolStatus::NotifieeConst
   MembershipWatch& watch_;
   Kel::Reactors<VlanId, Vlan> vlans_;
 };
+
+// ---- Interfaces and groups
+
+void MembershipWatch::Group::follow(IntfId const& intf) {
+  if (!vlan_.protocol().of().has(intf)) return;
+  Kel::Ptr<IgmpIntfStatus const> const status = notifier() ? notifier()->intf(intf) : nullptr;
+  if (status)
+    interfaces_.watch(intf, status, [&] { return Kel::make<Interface>(status, intf, *this); });
+  else if (auto const watched = interfaces_.get(intf))
+    watched->notifierIs(nullptr);
+}
+
+void MembershipWatch::Vlan::follow(IpAddr group) {
+  if (!protocol_.of().has(group)) return;
+  Kel::Ptr<IgmpGroup const> const status = notifier() ? notifier()->group(group) : nullptr;
+  if (status)
+    groups_.watch(group, status, [&] { return Kel::make<Group>(status, group, *this); });
+  else if (auto const watched = groups_.get(group))
+    watched->notifierIs(nullptr);
+}
 
 // ---- Reporter
 
@@ -270,8 +280,8 @@ void MembershipWatch::Reporter::goIfGone() {
 
 // ---- MembershipWatch
 
-MembershipWatch::MembershipWatch(Kel::Ptr<IgmpProtocolStatus> const& protocolStatus)
-    : protocol_(Kel::make<Protocol>(protocolStatus, *this)) {}
+MembershipWatch::MembershipWatch(Kel::Ptr<IgmpProtocolStatus> const& protocolStatus, Selection of)
+    : of_(std::move(of)), protocol_(Kel::make<Protocol>(protocolStatus, *this)) {}
 
 MembershipWatch::~MembershipWatch() = default;
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "agent/watch/HostRecords.h"
+#include "agent/watch/Selection.h"
 #include "framework/entities/IgmpContextStatus.h"
 #include "framework/kel/Reactors.h"
 
@@ -28,8 +29,10 @@ struct MembershipChange {
 class MembershipWatch {
  public:
   /// Of groups that are there already nothing is told until they are taken up.
+  /// @param of which to watch; the others cost next to nothing.
   explicit MembershipWatch(
-      Kel::Ptr<Bridging::IgmpSnooping::IgmpProtocolStatus> const& protocolStatus);
+      Kel::Ptr<Bridging::IgmpSnooping::IgmpProtocolStatus> const& protocolStatus,
+      Selection of = {});
   MembershipWatch(MembershipWatch const&) = delete;
   MembershipWatch& operator=(MembershipWatch const&) = delete;
   ~MembershipWatch();
@@ -57,6 +60,7 @@ class MembershipWatch {
   class Interface;
   class Reporter;
 
+  Selection of_;
   std::vector<Kel::Ptr<Reporter>> touched_;  // each once
   Kel::Ptr<Protocol> protocol_;
 };

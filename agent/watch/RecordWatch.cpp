@@ -95,8 +95,8 @@ class RecordWatch::Directory final : public Igmp::IgmpHostDir::NotifieeConst {
 
 // ---- RecordWatch
 
-RecordWatch::RecordWatch(Kel::Ptr<Igmp::IgmpHostDir> const& hosts)
-    : directory_(Kel::make<Directory>(hosts, *this)) {}
+RecordWatch::RecordWatch(Kel::Ptr<Igmp::IgmpHostDir> const& hosts, Selection of)
+    : of_(std::move(of)), directory_(Kel::make<Directory>(hosts, *this)) {}
 
 RecordWatch::~RecordWatch() = default;
 
@@ -207,6 +207,7 @@ bool RecordWatch::Host::unwatchSome(std::size_t& records) {
 }
 
 void RecordWatch::Host::follow(IpAddr group) {
+  if (!watch_.of_.has(group)) return;
   Kel::Ptr<Igmp::IgmpV3GroupRecord const> const record =
       notifier() ? notifier()->v3group(group) : nullptr;
   if (record)
@@ -243,12 +244,11 @@ bool RecordWatch::Directory::unwatchSome(std::size_t records) {
 }
 
 void RecordWatch::Directory::follow(Kel::Name const& name) {
+  PortKey key;
+  key.handleInit(name.stringValue());
+  if (!watch_.of_.has(key.vlanId()) || !watch_.of_.has(key.intfId())) return;
   if (Kel::Ptr<Igmp::IgmpHost const> const host = notifier()->igmpHost(name)) {
-    hosts_.watch(name, host, [&] {
-      PortKey key;
-      key.handleInit(name.stringValue());
-      return Kel::make<Host>(host, std::move(key), watch_);
-    });
+    hosts_.watch(name, host, [&] { return Kel::make<Host>(host, std::move(key), watch_); });
   } else if (auto const watched = hosts_.get(name)) {
     watched->notifierIs(nullptr);
     watch_.gone_.push_back(name);

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "agent/watch/HostRecords.h"
+#include "agent/watch/Selection.h"
 #include "framework/kel/Reactors.h"
 #include "framework/types/PortKey.h"
 #include "platform/horix/Clock.h"
@@ -36,7 +37,8 @@ struct RecordEvent {
 class RecordWatch {
  public:
   /// Of records that are there already nothing is told until they are taken up.
-  explicit RecordWatch(Kel::Ptr<Igmp::IgmpHostDir> const& hosts);
+  /// @param of which to watch; the others cost next to nothing.
+  explicit RecordWatch(Kel::Ptr<Igmp::IgmpHostDir> const& hosts, Selection of = {});
   RecordWatch(RecordWatch const&) = delete;
   RecordWatch& operator=(RecordWatch const&) = delete;
   ~RecordWatch();
@@ -59,6 +61,7 @@ class RecordWatch {
   class Record;
   class SourceList;
 
+  Selection of_;
   std::vector<Record*> touched_;  // each once; a record leaves its host in takeChanges() only
   std::vector<Kel::Name> gone_;   // hosts that were removed
   Kel::Ptr<Directory> directory_;

@@ -57,6 +57,26 @@ TEST_F(RecordWatchTest, NewRecordIsTold) {
   EXPECT_THAT(changes(), IsEmpty()) << "once";
 }
 
+TEST_F(RecordWatchTest, OnlyWhatIsSelectedIsWatched) {
+  using Bridging::VlanId;
+  using Wirex::IntfId;
+  auto const otherPort = hosts->igmpHostIs("Vlan10swp2");
+  auto const otherVlan = hosts->igmpHostIs("Vlan20swp1");
+  write(otherPort, include, {a});
+  RecordWatch ofOne(hosts, {VlanId(10), IntfId("swp1"), group});
+  EXPECT_FALSE(ofOne.watchSome(100));
+  for (auto const& each : {host, otherPort, otherVlan})
+    for (IpAddr const address : {group, otherGroup}) write(each, exclude, {}, address);
+  write(hosts->igmpHostIs("Vlan30swp1"), exclude, {});
+  auto const heard = ofOne.takeChanges();
+  ASSERT_EQ(heard.size(), 1u);
+  EXPECT_EQ(message(heard[0].host, ' ', heard[0].group), "Vlan10swp1 239.1.1.1");
+  hosts->igmpHostDel("Vlan10swp2");
+  EXPECT_THAT(ofOne.takeChanges(), IsEmpty());
+  hosts->igmpHostDel("Vlan10swp1");
+  EXPECT_EQ(ofOne.takeChanges().size(), 1u);
+}
+
 TEST_F(RecordWatchTest, ChangeIsToldAsOneFromSettledToSettled) {
   write(host, include, {a});
   changes();

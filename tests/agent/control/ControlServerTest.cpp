@@ -84,9 +84,10 @@ class ControlServerTest : public testing::Test {
 
 TEST_F(ControlServerTest, AnswerBeginsWithTimeAndListsAndEndsWithAnEnd) {
   test.advance(1500ms);
-  EXPECT_THAT(ask({{"command", "show"}, {"what", "mrouters"}}),
-              ElementsAre(ordered_json::parse(R"({"time":1.5,"lists":["mrouters"]})"),
-                          ordered_json::parse(R"({"end":true})")));
+  auto answer = ask({{"command", "show"}, {"what", "mrouters"}});
+  EXPECT_EQ(answer.front().erase("date"), 1u);
+  EXPECT_THAT(answer, ElementsAre(ordered_json::parse(R"({"time":1.5,"lists":["mrouters"]})"),
+                                  ordered_json::parse(R"({"end":true})")));
 }
 
 TEST_F(ControlServerTest, TimeIsCountedFromTheStart) {
@@ -147,8 +148,9 @@ TEST_F(ControlServerTest, InterfacesTellTheirState) {
 TEST_F(ControlServerTest, GroupsTellEachMembershipAndWhatIsLeftOfIt) {
   test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
   test.advance(10s);
-  auto const memberships = shown("groups");
+  auto memberships = shown("groups");
   ASSERT_THAT(memberships, SizeIs(1));
+  EXPECT_EQ(memberships[0].erase("since"), 1u);
   EXPECT_EQ(memberships[0].dump(),
             R"({"vlan":10,"address":"239.1.1.1","interface":"swp1","host":"10.0.0.1",)"
             R"("filter-mode":"include","source":["192.0.2.1"],"expire":260.0})");
@@ -214,8 +216,9 @@ TEST_F(ControlServerTest, HostsAreFollowedByTheirGroups) {
 TEST_F(ControlServerTest, RouterPortsTellWhyAndForHowLong) {
   test.hear("swp3", FrameBuilder::queryV3({}).from(IpAddr(10, 0, 0, 254)));
   test.advance(5s);
-  auto const ports = shown("mrouters");
+  auto ports = shown("mrouters");
   ASSERT_THAT(ports, SizeIs(1));
+  EXPECT_EQ(ports[0].erase("since"), 1u);
   EXPECT_EQ(ports[0].dump(),
             R"({"vlan":10,"interface":"swp3","static":false,"querier":"10.0.0.254",)"
             R"("querier-expire":250.0})");
@@ -375,6 +378,9 @@ TEST_F(ControlServerTest, WhatIsWrongWithARequestIsTold) {
   EXPECT_THAT(errorOf(R"({"command":"show","what":"groups","group":"10.1.1.1"})"
                       "\n"),
               HasSubstr("10.1.1.1 is no multicast address"));
+  EXPECT_THAT(errorOf(R"({"command":"monitor","what":"queries"})"
+                      "\n"),
+              HasSubstr("membership and record"));
   EXPECT_THAT(errorOf(R"({"command":"trace","handle":"None","levels":"1"})"
                       "\n"),
               HasSubstr("no trace handle"));
@@ -576,14 +582,57 @@ TEST_F(ControlServerTest, MonitorHearsMembershipsAndRecordsAsTheyChange) {
   monitor.forgetHeard();
   test.advance(2s);
   test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
-  auto const lines = monitor.lines();
+  auto lines = monitor.lines();
   ASSERT_THAT(lines, SizeIs(3));
+  EXPECT_EQ(lines[0].at("membership").erase("date"), 1u);
   EXPECT_EQ(lines[0].dump(),
             R"({"membership":{"time":2.0,"vlan":10,"interface":"swp1","address":"239.1.1.1",)"
             R"("host":"10.0.0.1","change":"added",)"
             R"("new":{"filter-mode":"include","source":["192.0.2.1"]}}})");
   EXPECT_EQ(lines[1].at("record").at("name"), "Vlan10swp2");
   EXPECT_EQ(lines[2].at("record").at("name"), "Vlan10swp3");
+}
+
+TEST_F(ControlServerTest, MonitorHearsOnlyWhatItAsksFor) {
+  std::map<std::string, std::size_t> const heard{
+      {R"({"command":"monitor"})", 6},
+      {R"({"command":"monitor","what":"membership"})", 2},
+      {R"({"command":"monitor","what":"record"})", 4},
+      {R"({"command":"monitor","vlan":10,"interface":"swp1"})", 2},
+      {R"({"command":"monitor","vlan":20})", 0},
+      {R"({"command":"monitor","what":"record","interface":"swp2"})", 2},
+      {R"({"command":"monitor","what":"membership","group":"239.2.2.2"})", 1}};
+  std::map<std::string, TestClient> monitors;
+  for (auto const& [request, count] : heard) {
+    auto& monitor = monitors.emplace(request, connect().say(request + "\n")).first->second;
+    EXPECT_THAT(monitor.lines(), SizeIs(1));
+    monitor.forgetHeard();
+  }
+  test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
+  test.hear("swp1", FrameBuilder::reportV2(otherGroup).from(tv));
+  for (auto& [request, monitor] : monitors)
+    EXPECT_THAT(monitor.lines(), SizeIs(heard.at(request))) << request;
+}
+
+TEST_F(ControlServerTest, WhatNoMonitorAsksForIsNotWatched) {
+  test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
+  auto const record = [&](char const* host) {
+    return test.snooping.entities().hosts->igmpHost(host)->v3group(group);
+  };
+  {
+    auto monitor = connect().say(R"({"command":"monitor","what":"record","interface":"swp2"})"
+                                 "\n");
+    monitor.hear();
+    EXPECT_TRUE(record("Vlan10swp2")->watched());
+    EXPECT_FALSE(record("Vlan10swp3")->watched());
+    auto memberships = connect().say(R"({"command":"monitor","what":"membership"})"
+                                     "\n");
+    memberships.hear();
+    EXPECT_FALSE(record("Vlan10swp3")->watched());
+  }
+  for (int i = 0; i < 5; ++i) test.loop.turn(test.loop.now());
+  test.advance(10ms);
+  EXPECT_FALSE(record("Vlan10swp2")->watched());
 }
 
 TEST_F(ControlServerTest, MonitorHearsWhatIsClearedUnderIt) {

@@ -53,6 +53,27 @@ TEST_F(MembershipWatchTest, NewMembershipIsToldOnceWithWhatItSettledAt) {
   EXPECT_THAT(changes(), IsEmpty());
 }
 
+TEST_F(MembershipWatchTest, OnlyWhatIsSelectedIsWatched) {
+  auto const others = Kel::make<IgmpProtocolStatus>();
+  auto const of = [&](unsigned short vlanId, IpAddr address) {
+    return others->contextStatusIs(VlanId(vlanId))->groupIs(address);
+  };
+  of(10, group)->intfIs(IntfId("swp2"))->membershipIs(tv);
+  MembershipWatch ofOne(others, {VlanId(10), IntfId("swp1"), group});
+  EXPECT_FALSE(ofOne.watchSome(100));
+  of(10, group)->intfIs(IntfId("swp1"))->membershipIs(tv);
+  of(10, group)->intfIs(IntfId("swp3"))->membershipIs(tv);
+  of(10, otherGroup)->intfIs(IntfId("swp1"))->membershipIs(tv);
+  of(20, group)->intfIs(IntfId("swp1"))->membershipIs(tv);
+  auto const heard = ofOne.takeChanges();
+  ASSERT_EQ(heard.size(), 1u);
+  EXPECT_EQ(message(heard[0].vlan, ' ', heard[0].group, ' ', heard[0].interface),
+            "10 239.1.1.1 swp1");
+  EXPECT_FALSE(others->contextStatus(VlanId(20))->watched());
+  EXPECT_FALSE(of(10, otherGroup)->watched());
+  EXPECT_FALSE(of(10, group)->intf(IntfId("swp2"))->watched());
+}
+
 TEST_F(MembershipWatchTest, ChangeIsTold) {
   auto const membership = member("swp1", tv);
   changes();

@@ -50,6 +50,10 @@ TEST(ControlCommandLine, EachCommandIsARequest) {
   EXPECT_EQ(requestIn({"explain", "--vlan", "10", "--interface", "swp1", "--group", "239.1.1.1"}),
             R"({"command":"explain","vlan":10,"interface":"swp1","group":"239.1.1.1"})");
   EXPECT_EQ(requestIn({"monitor"}), R"({"command":"monitor"})");
+  EXPECT_EQ(requestIn({"monitor", "--vlan", "10", "--interface", "swp1", "--group", "239.1.1.1",
+                       "--kind", "record"}),
+            R"({"command":"monitor","what":"record","vlan":10,"interface":"swp1",)"
+            R"("group":"239.1.1.1"})");
   EXPECT_EQ(requestIn({"clear", "groups", "--vlan", "10"}),
             R"({"command":"clear","what":"groups","vlan":10})");
   EXPECT_EQ(requestIn({"trace", "Handle", "0,4-9"}),
@@ -60,8 +64,26 @@ TEST(ControlCommandLine, EachCommandIsARequest) {
 
 TEST(ControlCommandLine, SocketMayStandAnywhere) {
   EXPECT_EQ(commandIn({"metrics"}).socket, "/run/igmpsnoopd/control");
-  EXPECT_EQ(commandIn({"--socket", "here", "show", "vlans"}).socket, "here");
-  EXPECT_EQ(commandIn({"show", "vlans", "--socket", "here"}).socket, "here");
+  EXPECT_EQ(commandIn({"--socket", "./here", "show", "vlans"}).socket, "./here");
+  EXPECT_EQ(commandIn({"show", "vlans", "--socket", "/run/here"}).socket, "/run/here");
+}
+
+TEST(ControlCommandLine, SocketMayBeCalledByItsName) {
+  EXPECT_EQ(commandIn({"--socket", "east", "show", "vlans"}).socket, "/run/igmpsnoopd/east");
+  EXPECT_EQ(commandIn({"--socket", "control", "show", "vlans"}).socket,
+            commandIn({"metrics"}).socket);
+}
+
+TEST(ControlCommandLine, WhatIsShownMayBeAskedForAgainAndAgain) {
+  EXPECT_FALSE(commandIn({"show", "vlans"}).interval);
+  EXPECT_EQ(commandIn({"show", "vlans", "--watch", "2"}).interval, std::chrono::seconds(2));
+  EXPECT_EQ(commandIn({"explain", "--vlan", "10", "--interface", "swp1", "--group", "239.1.1.1",
+                       "--watch", "0.5"})
+                .interval,
+            std::chrono::milliseconds(500));
+  for (char const* const wrong : {"0", "-1", "1e3", "often", "90000"})
+    EXPECT_THAT(problemOf({"show", "vlans", "--watch", wrong}), HasSubstr("0.1 to 86400"));
+  EXPECT_THAT(problemOf({"monitor", "--watch", "1"}), HasSubstr("\"--watch\""));
 }
 
 TEST(ControlCommandLine, JsonIsAskedForPerCommand) {
@@ -78,6 +100,7 @@ TEST(ControlCommandLine, WrongUsageIsToldWithWhereToRead) {
   EXPECT_THAT(problemOf({"clear", "groups", "--interface", "swp1"}), HasSubstr("\"--interface\""));
   EXPECT_THAT(problemOf({"show", "groups", "--vlan", "4095"}), HasSubstr("1 to 4094"));
   EXPECT_THAT(problemOf({"show", "groups", "--vlan", "10-11"}), HasSubstr("1 to 4094"));
+  EXPECT_THAT(problemOf({"monitor", "--kind", "all"}), HasSubstr("--kind"));
   EXPECT_THAT(problemOf({"show", "groups", "--group", "10.0.0.1"}), HasSubstr("multicast"));
 }
 
@@ -94,7 +117,7 @@ TEST(ControlCommandLine, WhatIsMissingIsNamedWithAnExample) {
 }
 
 TEST(ControlCommandLine, ExamplesOfTheHelpAreRight) {
-  for (char const* const command : {"show", "explain", "report", "clear", "trace"}) {
+  for (char const* const command : {"show", "explain", "monitor", "report", "clear", "trace"}) {
     std::string const help = std::get<Information>(parsed({command, "--help"})).text;
     std::string const heading = "Example: igmpsnoopctl ";
     std::size_t const begin = help.find(heading);

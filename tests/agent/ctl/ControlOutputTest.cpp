@@ -24,6 +24,10 @@ TEST(ShownLists, WhatGoesOnWithoutABeginningIsRefused) {
                std::invalid_argument);
 }
 
+TEST(Redrawn, LeavesNothingOfWhatTheTerminalHasShown) {
+  EXPECT_EQ(redrawn("a\nb\n"), "\x1b[Ha\x1b[K\nb\x1b[K\n\x1b[J");
+}
+
 TEST(MonitorText, TimeThatIsNoneIsShownAsTheNearest) {
   Json const event = Json::parse(
       R"({"record":{"time":1e300,"vlan":10,"interface":"swp1","address":"239.1.1.1","change":"removed"}})");

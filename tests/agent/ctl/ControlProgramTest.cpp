@@ -238,7 +238,8 @@ TEST_F(ControlProgramTest, UnknownNamesAreRefusedAlikeByEveryCommand) {
         run("show " + what + " --interface swp4").err,
         "igmpsnoopctl: interface \"swp4\" is not configured; there are swp1, swp2 and swp3\n");
   }
-  for (std::string const command : {"explain --interface swp1 --group 239.1.1.1", "clear groups"}) {
+  for (std::string const command :
+       {"explain --interface swp1 --group 239.1.1.1", "clear groups", "monitor"}) {
     auto const outcome = run(command + " --vlan 30");
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.err, "igmpsnoopctl: VLAN 30 is not configured; there are 10 and 20-29\n");
@@ -351,7 +352,7 @@ TEST_F(ControlProgramTest, AgentIsComparedWithWhatItSaidBefore) {
 TEST_F(ControlProgramTest, ShowsVersionUptimeAndConfiguration) {
   ConfigurationState configuration("switch.toml");
   server->configurationStateIs(configuration);
-  std::string const date = "[0-9-]+ [0-9:]+ [+-][0-9]+";
+  std::string const date = "[0-9-]+ [0-9:]+ [+-][0-9:]+";
   std::string const whole = "igmpsnoopd [0-9.]+\nRunning for [0-9]+ s, since " + date + "; it is " +
                             date + " now.\nConfiguration switch.toml, in use since " + date +
                             "\\.\n";
@@ -366,6 +367,28 @@ TEST_F(ControlProgramTest, ShowsVersionUptimeAndConfiguration) {
   EXPECT_THAT(out("metrics"), HasSubstr("igmpsnoop_configuration_refusals_total 1\n"));
   configuration.taken();
   EXPECT_THAT(out("metrics"), HasSubstr("igmpsnoop_configuration_refused 0\n"));
+}
+
+TEST_F(ControlProgramTest, ShowsSinceWhen) {
+  test.hear("swp1", FrameBuilder::reportV2(group).from(tv));
+  test.hear("swp2", FrameBuilder::queryV3({}).from(IpAddr(10, 0, 0, 254)));
+  std::string const when = "([0-9:]{8}|[0-9-]{5} [0-9:]{5}|[0-9-]{10})";  // about midnight, too
+  EXPECT_THAT(out("show groups"),
+              MatchesRegex("VLAN  GROUP      INTERFACE  REPORTER  SINCE [^\n]*\n"
+                           "  10  239.1.1.1  swp1       10.0.0.1  " +
+                           when + " +[0-9]+ s  exclude  -\n"));
+  EXPECT_THAT(out("show mrouters"), MatchesRegex("VLAN  INTERFACE  SINCE [^\n]*\n"
+                                                 "  10  swp2       " +
+                                                 when + " +no .*\n"));
+  std::string const iso = "[0-9-]{10}T[0-9:]{8}[+-][0-9:]{5}";
+  auto const groups = nlohmann::json::parse(out("show groups -j"));
+  EXPECT_THAT(groups.at("date").get<std::string>(), MatchesRegex(iso));
+  EXPECT_THAT(groups.at("groups").at(0).at("since").get<std::string>(), MatchesRegex(iso));
+  auto const routers = nlohmann::json::parse(out("show mrouters -j"));
+  EXPECT_THAT(routers.at("mrouters").at(0).at("since").get<std::string>(), MatchesRegex(iso));
+  test.snooping.leave();
+  auto const hosts = nlohmann::json::parse(out("show hosts -j --interface swp2"));
+  EXPECT_THAT(hosts.at("hosts").at(0).at("last-sent").get<std::string>(), MatchesRegex(iso));
 }
 
 TEST_F(ControlProgramTest, HostsAreShownWithTheVersionThatTheySpeak) {
@@ -446,7 +469,7 @@ TEST_F(ControlProgramTest, MonitorTellsChangesInWords) {
   std::vector<std::string> lines = monitored("monitor");
   ASSERT_THAT(lines, SizeIs(9));
   for (std::string& line : lines) {
-    EXPECT_THAT(line, MatchesRegex("[0-9]+\\.[0-9]{6} .*"));
+    EXPECT_THAT(line, MatchesRegex("[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6} .*"));
     line.erase(0, line.find(' ') + 1);
   }
   EXPECT_EQ(lines[0], "vlan 10 swp1 239.1.1.1 membership of 10.0.0.1 added: include 192.0.2.1");
@@ -465,6 +488,8 @@ TEST_F(ControlProgramTest, MonitorTellsChangesAsObjects) {
     auto object = nlohmann::ordered_json::parse(line);
     EXPECT_TRUE(object.at("time").is_number());
     object.erase("time");
+    EXPECT_THAT(object.at("date").get<std::string>(), MatchesRegex("[0-9-]{10}T[0-9:.]{15}.*"));
+    object.erase("date");
     line = object.dump();
   }
   EXPECT_EQ(lines[0], R"({"event":"membership","vlan":10,"interface":"swp1","address":"239.1.1.1",)"
@@ -492,6 +517,21 @@ TEST_F(ControlProgramTest, NoAgentIsToldWithHowToStartOne) {
   EXPECT_THAT(outcome.err, StartsWith("igmpsnoopctl: no igmpsnoopd listens on " + path));
   EXPECT_THAT(outcome.err, HasSubstr("igmpsnoopd live --config FILE"));
   EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1);
+}
+
+TEST_F(ControlProgramTest, SocketsBesideOneThatNobodyListensOnAreNamed) {
+  path = directory.file("other");
+  EXPECT_THAT(run("show vlans").err, EndsWith("; beside it there is control\n"));
+}
+
+TEST_F(ControlProgramTest, WatchAsksAgainAndAgainUntilNobodyReads) {
+  auto const outcome = run("show vlans --watch 0.1 | head -n 9");
+  EXPECT_EQ(outcome.status, 0);
+  std::string const once =
+      "VLAN  PROXIED  QUERIER  PORTS  GROUPS  MEMBERS  MROUTERS\n"
+      "  10  yes      off          3       0        0  -\n"
+      "\n";
+  EXPECT_EQ(outcome.out, once + once + once);
 }
 
 TEST_F(ControlProgramTest, WrongUsageIsTwo) {

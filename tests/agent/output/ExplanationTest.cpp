@@ -10,6 +10,7 @@
 #include "agent/output/Explanation.h"
 #include "agent/output/ExplanationWords.h"
 #include "agent/output/Json.h"
+#include "agent/output/JsonValues.h"
 #include "agent/output/Tables.h"
 #include "tests/agent/Addresses.h"
 #include "tests/agent/SwitchTesting.h"
@@ -52,6 +53,25 @@ class ExplanationTest : public testing::Test {
 
   TestSwitch test{vlan10("swp[1-4]")};
 };
+
+TEST_F(ExplanationTest, TellsSinceWhenWhereTheDayIsKnown) {
+  test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a})}).from(tv));
+  test.hear("swp2", FrameBuilder::queryV3({}).from(IpAddr(10, 0, 0, 254)));
+  test.advance(60s);
+  Explanation explanation = explained("swp2");
+  ASSERT_EQ(explanation.ports.size(), 1u);
+  EXPECT_EQ(explanation.ports[0].reporters[0].knownFor, 60s);
+  EXPECT_EQ(explanation.sending->routerPortFor, 60s);
+  EXPECT_THAT(text(explanation), AllOf(Not(HasSubstr("SINCE")), Not(HasSubstr(" since "))));
+  explanation.dates = Dates::knownAt(0s);
+  std::string const since = dateOf(60s, explanation);
+  EXPECT_THAT(text(explanation),
+              AllOf(HasSubstr("REPORTER      SINCE"), HasSubstr("10.0.0.1      " + since + "  "),
+                    HasSubstr("swp2 is a multicast router port since " + since + ", because")));
+  auto const object = explanationObject(explanation);
+  EXPECT_EQ(object.at("port").at(0).at("host").at(0).at("since"), explanation.dates.text(-60s));
+  EXPECT_EQ(object.at("sending").at("mrouter-since"), explanation.dates.text(-60s));
+}
 
 TEST_F(ExplanationTest, NamesEachPortAndReporterWithItsExpiry) {
   test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a, b})}).from(tv));

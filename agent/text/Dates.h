@@ -1,0 +1,54 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+#include "platform/horix/Clock.h"
+
+namespace Agent {
+
+/// Tells the times of day of what a clock tells, where these are known: in ISO 8601, as of the
+/// place where this runs.
+class Dates {
+ public:
+  /// Of a clock that is of no day.
+  Dates() = default;
+
+  /// @param now what the clock reads at this moment.
+  static Dates knownAt(Horix::Time now);
+
+  bool known() const { return epoch_.has_value(); }
+
+  /// "2026-11-22T21:05:09+00:00"; empty if nothing is known.
+  std::string text(Horix::Time time) const;
+  /// With microseconds: "2026-11-22T21:05:09.500000+00:00".
+  std::string exactText(Horix::Time time) const;
+
+ private:
+  std::optional<Horix::Time> epoch_;  // what the clock's zero is since 1970
+};
+
+/// A time of day in the same form.
+std::string dateText(std::chrono::system_clock::time_point time);
+
+/// From when on an answer counts seconds, and of which day that is.
+struct Epoch {
+  Epoch(Horix::Time begin = {}, Dates const& known = {})  // NOLINT: a start alone is one of no day
+      : start(begin), dates(known) {}
+
+  Horix::Time start;
+  Dates dates;
+};
+
+/// As short as a table takes it, for who knows what day it is: "21:05:09" of the same day,
+/// "11-22 21:05" of the same year, else "2025-11-22".
+std::string shortDate(std::string const& date, std::string const& now);
+
+/// Of an exact one, without the day: "21:05:09.500000".
+std::string timeOfDay(std::string const& date);
+
+/// For sentences: "2026-11-22 21:05:09 +00:00".
+std::string spelledDate(std::string date);
+
+}  // namespace Agent
