@@ -177,7 +177,8 @@ std::unique_ptr<Answer> ControlServer::answerTo(Request const& request) {
   if (request.command == "trace") return tracing(request);
   if (request.command == "restart") return restarting();
   if (request.command == "metrics")
-    return std::make_unique<Framed>(metricsAnswer(switch_, *this, "", forwarding_, configuration_));
+    return std::make_unique<Framed>(
+        metricsAnswer(switch_, *this, MetricsFormat::text, "", forwarding_, configuration_));
   refuse("there is no command ", Agent::quoted(request.command));
 }
 

@@ -38,13 +38,21 @@ std::string escaped(std::string_view text) {
 
 using Label = std::pair<char const*, std::string>;
 
-/// The text of one family: its samples all carry its name.
+/// The text of one family: its samples all carry its name. A counter is called so without the
+/// suffix of its samples in OpenMetrics, and with it in the older text.
 class Family {
  public:
   enum class Type { gauge, counter };
 
-  Family(std::string& out, Type type, std::string name) : out_(out), name_(std::move(name)) {
+  Family(std::string& out, Type type, std::string name)
+      : out_(out), type_(type), name_(std::move(name)) {
     if (type == Type::counter) suffix_ = "_total";
+  }
+
+  void describe(char const* help, MetricsFormat format) {
+    std::string const name = format == MetricsFormat::text ? name_ + suffix_ : name_;
+    char const* const type = type_ == Type::counter ? "counter" : "gauge";
+    out_ += message("# TYPE ", name, ' ', type, "\n# HELP ", name, ' ', help, '\n');
   }
 
   template <class Value>
@@ -61,18 +69,21 @@ class Family {
 
  private:
   std::string& out_;
+  Type type_;
   std::string name_;
   char const* suffix_ = "";
 };
 
 class Metrics final : public Answer {
  public:
-  Metrics(Switch const& snoopingSwitch, SocketServer const& clients, std::string heading,
-          Forwarding const* forwarding, ConfigurationState const* configuration)
+  Metrics(Switch const& snoopingSwitch, SocketServer const& clients, MetricsFormat format,
+          std::string heading, Forwarding const* forwarding,
+          ConfigurationState const* configuration)
       : switch_(snoopingSwitch),
         clients_(clients),
         forwarding_(forwarding),
         configuration_(configuration),
+        format_(format),
         heading_(std::move(heading)),
         walk_(snoopingSwitch, {}) {}
 
@@ -86,7 +97,7 @@ class Metrics final : public Answer {
       if (steps >= stepsAtOnce || out.size() >= bytesAtOnce) return Progress::more;
       steps += advanceFamily(out);
     }
-    out += "# EOF\n";
+    if (format_ == MetricsFormat::openMetrics) out += "# EOF\n";
     return Progress::done;
   }
 
@@ -114,11 +125,9 @@ class Metrics final : public Answer {
   /// The samples of one VLAN, or a whole family. Returns how many ports were looked at.
   std::size_t advanceFamily(std::string& out) {
     Description const& description = families()[family_];
-    std::string const name = message("igmpsnoop_", description.name);
-    Family family(out, description.type, name);
+    Family family(out, description.type, message("igmpsnoop_", description.name));
     if (!std::exchange(begun_, true)) {
-      char const* const type = description.type == Family::Type::counter ? "counter" : "gauge";
-      out += message("# TYPE ", name, ' ', type, "\n# HELP ", name, ' ', description.help, '\n');
+      family.describe(description.help, format_);
       nextVlan_ = VlanId::min;
     }
     // The configuration may have changed since the last piece.
@@ -306,6 +315,7 @@ class Metrics final : public Answer {
   SocketServer const& clients_;
   Forwarding const* forwarding_;
   ConfigurationState const* configuration_;
+  MetricsFormat format_;
   std::string heading_;
   MembershipWalk walk_;
   std::map<std::pair<VlanId, IntfId>, std::uint64_t> memberships_;
@@ -378,9 +388,10 @@ std::vector<Metrics::Description> Metrics::fixedFamilies() {
 }  // namespace
 
 std::unique_ptr<Answer> metricsAnswer(Switch const& snoopingSwitch, SocketServer const& clients,
-                                      std::string heading, Forwarding const* forwarding,
+                                      MetricsFormat format, std::string heading,
+                                      Forwarding const* forwarding,
                                       ConfigurationState const* configuration) {
-  return std::make_unique<Metrics>(snoopingSwitch, clients, std::move(heading), forwarding,
+  return std::make_unique<Metrics>(snoopingSwitch, clients, format, std::move(heading), forwarding,
                                    configuration);
 }
 

@@ -11,14 +11,19 @@
 
 namespace Agent {
 
-/// The agent's counters and gauges in OpenMetrics text (version 1.0.0). Labels are VLANs, ports,
-/// message types and causes only, so that their number is bounded by the configuration.
+enum class MetricsFormat {
+  openMetrics,  ///< version 1.0.0
+  text          ///< Prometheus's text format, version 0.0.4, which textfile collectors read
+};
+
+/// The agent's counters and gauges. Labels are VLANs, ports, message types and causes only, so that
+/// their number is bounded by the configuration.
 /// @param clients of whose socket is told.
 /// @param heading what stands before.
 /// @param configuration of whose refusals is told where it comes from a file.
 /// @param forwarding of which is told where it is configured. They outlive the answer.
 std::unique_ptr<Answer> metricsAnswer(Switch const& snoopingSwitch, SocketServer const& clients,
-                                      std::string heading = "",
+                                      MetricsFormat format, std::string heading = "",
                                       Forwarding const* forwarding = nullptr,
                                       ConfigurationState const* configuration = nullptr);
 

@@ -5,12 +5,13 @@
 
 #include "agent/Switch.h"
 #include "agent/control/ControlServer.h"
+#include "agent/control/Metrics.h"
 #include "agent/control/SocketServer.h"
 
 namespace Agent {
 
-/// Gives whoever connects the metrics: as they are, or as an HTTP response to who sends an HTTP
-/// request.
+/// Gives whoever connects the metrics: as they are, or as an HTTP response at /metrics to who sends
+/// an HTTP request, in OpenMetrics to who accepts that by name.
 class MetricsServer final : public SocketServer {
  public:
   /// A scraper that has not begun to speak HTTP by then does not.
@@ -25,8 +26,9 @@ class MetricsServer final : public SocketServer {
  private:
   bool isComplete(std::string_view input, bool ended) const override;
   std::unique_ptr<Answer> answerToSilence(std::string_view input) override;
-  std::unique_ptr<Answer> answerTo(std::string_view request) override;
+  std::unique_ptr<Answer> answerTo(std::string_view text) override;
   std::string refusal(std::string_view reason) const override;
+  std::unique_ptr<Answer> metrics(MetricsFormat format, std::string heading) const;
 
   Switch const& switch_;
   ControlServer const& control_;

@@ -161,7 +161,9 @@ class ControlCommandLine {
     add(app_, "restart", "Have the agent start its program anew, with what it knows");
   }
 
-  void addMetrics() { add(app_, "metrics", "Print counters and gauges as OpenMetrics text"); }
+  void addMetrics() {
+    add(app_, "metrics", "Print counters and gauges in Prometheus's text format");
+  }
 
   CLI::App* add(CLI::App& parent, char const* name, char const* description) {
     CLI::App* const command = parent.add_subcommand(name, description);

@@ -112,7 +112,7 @@ def run(lab):
                          if language == "toml")
     reader.writes("switch.toml", configuration)
     reader.writes("/etc/igmpsnoopd/igmpsnoopd.toml", configuration)
-    reader.writes("/var/lib/node-exporter/igmpsnoop.prom", "")
+    reader.writes("/var/lib/prometheus/node-exporter/other.prom", "")
     os.mkdir("/run/igmpsnoopd")
 
     typed = [(where, *command) for document in DOCUMENTS

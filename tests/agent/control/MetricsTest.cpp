@@ -202,17 +202,72 @@ TEST_F(MetricsTest, NamesOfInterfacesAreEscaped) {
   EXPECT_EQ(read.sample(R"(igmpsnoop_memberships{vlan="10",interface="od\"d\\\\xc3\\xbc"})"), "0");
 }
 
-TEST_F(MetricsTest, HttpRequestGetsAnHttpResponse) {
-  std::string const response = connect().say("GET /metrics HTTP/1.1\r\nHost: x\r\n\r\n").hear();
+std::string bodyOf(std::string const& response) {
+  auto const body = response.find("\r\n\r\n");
+  return body == std::string::npos ? "no body" : response.substr(body + 4);
+}
+
+TEST_F(MetricsTest, WhoAcceptsOpenMetricsGetsItOverHttp) {
+  std::string const response = connect()
+                                   .say(
+                                       "GET /metrics HTTP/1.1\r\nHost: x\r\n"
+                                       "aCCEPT: application/openmetrics-text;version=1.0.0,"
+                                       "text/plain;version=0.0.4;q=0.5\r\n\r\n")
+                                   .hear();
   EXPECT_THAT(response, StartsWith("HTTP/1.0 200 OK\r\nContent-Type: application/openmetrics-text; "
                                    "version=1.0.0; charset=utf-8\r\n"));
-  auto const body = response.find("\r\n\r\n");
-  ASSERT_NE(body, std::string::npos);
-  EXPECT_GT(Exposition(response.substr(body + 4)).size(), 10u);
+  EXPECT_GT(Exposition(bodyOf(response)).size(), 10u);
+}
+
+TEST_F(MetricsTest, OthersGetTheOlderTextOverHttp) {
+  std::string const response = connect().say("GET /metrics HTTP/1.1\r\nHost: x\r\n\r\n").hear();
+  EXPECT_THAT(response, StartsWith("HTTP/1.0 200 OK\r\nContent-Type: text/plain; version=0.0.4"));
+  EXPECT_THAT(response, HasSubstr("\n# TYPE igmpsnoop_turns_total counter\n"
+                                  "# HELP igmpsnoop_turns_total Turns of the event loop.\n"
+                                  "igmpsnoop_turns_total "));
+  EXPECT_THAT(response, testing::Not(HasSubstr("# EOF")));
+}
+
+TEST_F(MetricsTest, HeadGetsTheHeadingAlone) {
+  std::string const response = connect().say("HEAD /metrics HTTP/1.1\r\nHost: x\r\n\r\n").hear();
+  EXPECT_THAT(response, StartsWith("HTTP/1.0 200 OK\r\n"));
+  EXPECT_EQ(bodyOf(response), "");
+}
+
+TEST_F(MetricsTest, OtherPathsAreNotFound) {
+  for (char const* const path :
+       {"/", "/metrics/", "/metric", "/metrics2", "http://x", "/?/metrics"})
+    EXPECT_THAT(connect().say(message("GET ", path, " HTTP/1.1\r\n\r\n")).hear(),
+                StartsWith("HTTP/1.0 404 "))
+        << path;
+  EXPECT_EQ(bodyOf(connect().say("HEAD / HTTP/1.1\r\n\r\n").hear()), "");
+}
+
+TEST_F(MetricsTest, QueriesAndAbsoluteTargetsAreUnderstood) {
+  for (char const* const target : {"/metrics?", "/metrics?name=x/y", "http://x:1/metrics"})
+    EXPECT_THAT(connect().say(message("GET ", target, " HTTP/1.1\r\n\r\n")).hear(),
+                StartsWith("HTTP/1.0 200 "))
+        << target;
 }
 
 TEST_F(MetricsTest, OtherMethodsAreRefused) {
-  EXPECT_THAT(connect().say("POST / HTTP/1.1\r\n\r\n").hear(), StartsWith("HTTP/1.0 405 "));
+  std::string const response = connect().say("POST /metrics HTTP/1.1\r\n\r\n").hear();
+  EXPECT_THAT(response, StartsWith("HTTP/1.0 405 "));
+  EXPECT_THAT(response, HasSubstr("\r\nAllow: GET, HEAD\r\n"));
+}
+
+TEST_F(MetricsTest, WhatIsNoHttpIsABadRequest) {
+  for (char const* const text : {"hello\n\n", "GET\r\n\r\n", "GET /metrics\r\n\r\n", "\r\n\r\n",
+                                 "GET metrics HTTP/1.1\r\n\r\n", "GET /metrics HTTP/2\r\n\r\n"})
+    EXPECT_THAT(connect().say(text).hear(), StartsWith("HTTP/1.0 400 ")) << text;
+}
+
+TEST_F(MetricsTest, EndlessHeadersAreCutShort) {
+  std::string request = "GET /metrics HTTP/1.1\r\n";
+  while (request.size() < 5000) request += "X: y\r\n";
+  auto client = connect().say(request);
+  EXPECT_THAT(client.hear(), StartsWith("HTTP/1.0 503 "));
+  EXPECT_TRUE(client.ended());
 }
 
 TEST_F(MetricsTest, HalfAnHttpRequestGoesUnanswered) {
@@ -228,7 +283,7 @@ TEST_F(MetricsTest, ManyMembershipsAreCountedInManyTurns) {
   for (std::uint32_t i = 0; i < 5000; ++i)
     test.hearOnly("swp1", FrameBuilder::reportV2(IpAddr(group.value() + i)).from(tv));
   test.loop.endBatch();
-  auto client = connect().say("GET / HTTP/1.1\r\n\r\n");
+  auto client = connect().say("GET /metrics HTTP/1.1\r\n\r\n");
   EXPECT_THAT(client.hear(),
               HasSubstr(R"(igmpsnoop_memberships{vlan="10",interface="swp1"} 5000)"));
 }
