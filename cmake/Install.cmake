@@ -51,7 +51,8 @@ install(CODE "
 install(SCRIPT cmake/InstallUnit.cmake)
 install(FILES packaging/igmpsnoopd.sysusers DESTINATION lib/sysusers.d RENAME igmpsnoopd.conf)
 install(FILES docs/configuration.md docs/operation.md packaging/forwarding.conf
- DESTINATION ${CMAKE_INSTALL_DOCDIR})
+  packaging/prometheus/igmpsnoop.rules.yml packaging/prometheus/igmpsnoop.dashboard.json
+  DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 # Manual pages and completion, made from the help texts that the programs print and the documents.
 find_package(Python3 COMPONENTS Interpreter)
