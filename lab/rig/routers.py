@@ -156,7 +156,7 @@ class PimdRouter:
         self._home.mkdir(parents=True)
         (self._home / "pimd.conf").write_text(
             f"igmp-query-interval {interval}\nphyint {interface} enable igmpv{version}\n"
-            f"bsr-candidate {interface}\nrp-candidate {interface}\n", encoding="ascii")
+            f"rp-address {address} 224.0.0.0/4\n", encoding="ascii")  # else electing one takes minutes
         # What it writes goes to fixed places under /run.
         namespace.start(["unshare", "--mount", "sh", "-c",
                          f"mount --bind {self._home} /run && exec {program} -f -N -c /run/pimd.conf"],
