@@ -8,7 +8,8 @@ import time
 
 from rig.routers import exclude, include
 
-CI = True
+CELLS = "bridge", "frr"  # the router
+CI = "bridge",
 
 
 def withdrawals(messages):
@@ -17,7 +18,10 @@ def withdrawals(messages):
             if record.kind == "block" or (record.kind == "to_in" and not record.sources)]
 
 
-def play(lab, switch, router, port):
+def run(lab, cell):
+    switch, port = lab.switch(ports=3), "swp3"
+    router = {"bridge": lab.bridge_router, "frr": lab.pim_router}[cell]("router", switch, port)
+    switch.vlan(10, sender_source_address="10.0.200.1")  # FRR drops reports from 0.0.0.0
     tv = lab.listener("tv", switch, "swp1")
     desk = lab.listener("desk", switch, "swp2")
     switch.keep_state()
@@ -54,10 +58,3 @@ def play(lab, switch, router, port):
     desk.do("leave 239.2.2.2", "leave 232.1.1.1", "leave 239.3.3.3", "leave 239.4.4.4")
     tv.do("leave 239.1.1.1")
     lab.until(router.groups, {"232.1.1.1": include("192.0.2.1", "192.0.2.2")}, within=5)
-
-
-def run(lab):
-    switch = lab.switch(ports=3)
-    router = lab.bridge_router("router", switch, "swp3")
-    switch.vlan(10)
-    play(lab, switch, router, "swp3")
