@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "framework/kel/Reactors.h"
 #include "framework/types/PortKey.h"
 
 namespace Agent {
@@ -9,15 +10,15 @@ namespace Agent {
 using Bridging::IgmpSnooping::RouterPorts;
 using Bridging::IgmpSnooping::Proxy::PortKey;
 
-class HostSettingsSm::KelHosts final : public Igmp::IgmpHostDir::NotifieeConst {
+class HostSettingsSm::KelHosts final
+    : public Kel::ActivityReactor<Igmp::IgmpHostDir::NotifieeConst> {
  public:
   KelHosts(Kel::Ptr<Igmp::IgmpHostDir> hosts, HostSettingsSm* owner)
-      : NotifieeConst(Delivery::byActivity), hosts_(std::move(hosts)), owner_(owner) {
+      : ActivityReactor(owner->activity_), hosts_(std::move(hosts)), owner_(owner) {
     watch(hosts_);
   }
 
   Kel::Ptr<Igmp::IgmpHostDir> const& hosts() const { return hosts_; }
-  Kel::ActivityConfig* kelFwkActivity() const override { return owner_->activity_.get(); }
 
   void onIgmpHost(Kel::Name const& name) override {
     if (notificationActive()) owner_->handleHost(name);
@@ -28,14 +29,13 @@ class HostSettingsSm::KelHosts final : public Igmp::IgmpHostDir::NotifieeConst {
   HostSettingsSm* owner_;
 };
 
-class HostSettingsSm::KelRouterPorts final : public RouterPorts::NotifieeConst {
+class HostSettingsSm::KelRouterPorts final
+    : public Kel::ActivityReactor<RouterPorts::NotifieeConst> {
  public:
   KelRouterPorts(Kel::Ptr<RouterPorts const> routerPorts, HostSettingsSm* owner)
-      : NotifieeConst(Delivery::byActivity), owner_(owner) {
+      : ActivityReactor(owner->activity_), owner_(owner) {
     watch(std::move(routerPorts));
   }
-
-  Kel::ActivityConfig* kelFwkActivity() const override { return owner_->activity_.get(); }
 
   void onRouterPort(Wirex::IntfId intf) override {
     if (notificationActive()) owner_->handleHost(PortKey(notifier()->vlanId(), intf).hostName());

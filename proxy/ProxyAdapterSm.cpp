@@ -410,9 +410,7 @@ void AdapterSm::KelCoreStatus::onNewIgmpReport() {
 
 AdapterSm::KelIgmpGroup::KelIgmpGroup(Kel::Ptr<Kel::ActivityConfig> activity,
                                       Kel::Ptr<IgmpGroup const> const& group, AdapterSm* adapterSm)
-    : NotifieeConst(Delivery::byActivity),
-      activity_(std::move(activity)),
-      changed_(adapterSm->changed_) {
+    : ActivityReactor(std::move(activity)), changed_(adapterSm->changed_) {
   watch(group);
   reconcileIntfs();
   handleInitialized();
@@ -428,7 +426,7 @@ Kel::Ptr<KelIgmpIntf> AdapterSm::KelIgmpGroup::igmpIntf(IntfId const& intf) cons
 
 Kel::Ptr<KelIgmpIntf> AdapterSm::KelIgmpGroup::newIgmpIntf(
     Kel::Ptr<IgmpIntfStatus const> const& status) {
-  return Kel::make<KelIgmpIntf>(activity_.get(), status, this);
+  return Kel::make<KelIgmpIntf>(kelFwkActivity(), status, this);
 }
 
 Kel::Ptr<KelIgmpIntf> AdapterSm::KelIgmpGroup::igmpIntfIs(

@@ -132,7 +132,8 @@ class KEL_EXPORT AdapterSm::KelCoreStatus final : public IgmpContextStatus::Noti
 };
 
 /// One snooped group: its member ports' reactors and what all of them together want.
-class KEL_EXPORT AdapterSm::KelIgmpGroup final : public IgmpGroup::NotifieeConst {
+class KEL_EXPORT AdapterSm::KelIgmpGroup final
+    : public Kel::ActivityReactor<IgmpGroup::NotifieeConst> {
  public:
   class KelIgmpIntf;
   using IgmpIntfs = Kel::Reactors<Wirex::IntfId, KelIgmpIntf>;
@@ -162,7 +163,6 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup final : public IgmpGroup::NotifieeConst
   void igmpHostChangedIs(bool changed);
 
   Kel::ActivityConfig* actsm() const { return kelFwkActivity(); }
-  Kel::ActivityConfig* kelFwkActivity() const override { return activity_.get(); }
   void notifierIs(Kel::Ptr<IgmpGroup const> group) override;
   void hasNotificationActiveIs(bool active) override;
   void kelDoZombieReactors(bool zombie) override;
@@ -176,7 +176,6 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup final : public IgmpGroup::NotifieeConst
 
   void reconcileIntfs();
 
-  Kel::Ptr<Kel::ActivityConfig> activity_;
   Kel::Ptr<Changed> changed_;  // the adapter's
   Changed::Link changedLink_;
   Kel::Ptr<SourceCount> record_;
@@ -244,7 +243,7 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup::KelIgmpIntf final : public IgmpIntfSta
   void subtract(SourceCount& result) const;
 
   Kel::ActivityConfig* actsm() const { return kelFwkActivity(); }
-  Kel::ActivityConfig* kelFwkActivity() const override;
+  Kel::ActivityConfig* kelFwkActivity() const override;  // the group's
   void notifierIs(Kel::Ptr<IgmpIntfStatus const> status) override;
   void hasNotificationActiveIs(bool active) override;
   void kelDoZombieReactors(bool zombie) override;
@@ -320,7 +319,7 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup::KelIgmpIntf::KelMembership final
   Wirex::IpAddr addr() const { return notifier()->addr(); }
 
   Kel::ActivityConfig* actsm() const { return kelFwkActivity(); }
-  Kel::ActivityConfig* kelFwkActivity() const override;
+  Kel::ActivityConfig* kelFwkActivity() const override;  // the port's
   void notifierIs(Kel::Ptr<IgmpMembership const> membership) override;
   void hasNotificationActiveIs(bool active) override;
   void kelDoZombieReactors(bool zombie) override;

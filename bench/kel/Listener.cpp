@@ -4,20 +4,18 @@ namespace Bench {
 
 namespace {
 
-class Watcher final : public Lamp::NotifieeConst {
+class Watcher final : public Kel::ActivityReactor<Lamp::NotifieeConst> {
  public:
   Watcher(Kel::Ptr<Lamp const> const& lamp, Kel::Ptr<Kel::ActivityConfig> const& activity)
-      : NotifieeConst(activity ? Delivery::byActivity : Delivery::immediate), activity_(activity) {
+      : ActivityReactor(activity) {
     watch(lamp);
   }
 
-  Kel::ActivityConfig* kelFwkActivity() const override { return activity_.get(); }
   void onBrightness() override {
     if (notificationActive()) seen_ += notifier()->brightness();
   }
 
  private:
-  Kel::Ptr<Kel::ActivityConfig> activity_;
   long seen_ = 0;
 };
 

@@ -2,6 +2,7 @@
 
 #include "framework/kel/Activity.h"
 #include "framework/kel/Attribute.h"
+#include "framework/kel/Reactors.h"
 
 /// Who listens in the notification benchmarks. They are defined in a file of their own, so that no
 /// compiler knows, where it compiles the calls, who will be called.

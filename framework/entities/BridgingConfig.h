@@ -48,7 +48,10 @@ class KEL_EXPORT VlanConfig : public Kel::Entity {
   VlanId vlanId() const { return vlanId_; }
 
   IntfConfigs const& intfConfig() const { return intfConfig_; }
-  Kel::Ptr<IntfConfig> intfConfig(Wirex::IntfId const& intf) const { return intfConfig_.get(intf); }
+  Kel::Ptr<IntfConfig const> intfConfig(Wirex::IntfId const& intf) const {
+    return intfConfig_.get(intf);
+  }
+  Kel::Ptr<IntfConfig> intfConfig(Wirex::IntfId const& intf) { return intfConfig_.get(intf); }
   Kel::Ptr<IntfConfig> newIntfConfig(Wirex::IntfId const& intf) const {
     return Kel::make<IntfConfig>(intf);
   }
@@ -79,7 +82,8 @@ class KEL_EXPORT Config : public Kel::Entity {
   using VlanConfigs = Kel::Members<VlanId, VlanConfig, &NotifieeConst::onVlanConfig>;
 
   VlanConfigs const& vlanConfig() const { return vlanConfig_; }
-  Kel::Ptr<VlanConfig> vlanConfig(VlanId vlan) const { return vlanConfig_.get(vlan); }
+  Kel::Ptr<VlanConfig const> vlanConfig(VlanId vlan) const { return vlanConfig_.get(vlan); }
+  Kel::Ptr<VlanConfig> vlanConfig(VlanId vlan) { return vlanConfig_.get(vlan); }
   Kel::Ptr<VlanConfig> newVlanConfig(VlanId vlan) const { return Kel::make<VlanConfig>(vlan); }
   Kel::Ptr<VlanConfig> vlanConfigIs(VlanId vlan) { return vlanConfig_.is(*this, vlan); }
   void vlanConfigDel(VlanId vlan) { vlanConfig_.del(*this, vlan); }

@@ -74,9 +74,10 @@ class KEL_EXPORT IgmpIntfStatus : public Kel::Entity {
   Wirex::IntfId const& intfId() const { return intfId_; }
 
   Memberships const& membership() const { return membership_; }
-  Kel::Ptr<IgmpMembership> membership(Wirex::IpAddr reporter) const {
+  Kel::Ptr<IgmpMembership const> membership(Wirex::IpAddr reporter) const {
     return membership_.get(reporter);
   }
+  Kel::Ptr<IgmpMembership> membership(Wirex::IpAddr reporter) { return membership_.get(reporter); }
   Kel::Ptr<IgmpMembership> newMembership(Wirex::IpAddr reporter) const {
     return Kel::make<IgmpMembership>(reporter);
   }
@@ -119,7 +120,8 @@ class KEL_EXPORT IgmpGroup : public Kel::Entity {
   Wirex::IpAddr addr() const { return addr_; }
 
   Intfs const& intf() const { return intf_; }
-  Kel::Ptr<IgmpIntfStatus> intf(Wirex::IntfId const& intf) const { return intf_.get(intf); }
+  Kel::Ptr<IgmpIntfStatus const> intf(Wirex::IntfId const& intf) const { return intf_.get(intf); }
+  Kel::Ptr<IgmpIntfStatus> intf(Wirex::IntfId const& intf) { return intf_.get(intf); }
   Kel::Ptr<IgmpIntfStatus> newIntf(Wirex::IntfId const& intf) const {
     return Kel::make<IgmpIntfStatus>(intf);
   }
@@ -159,7 +161,8 @@ class KEL_EXPORT IgmpContextStatus : public Kel::Entity {
   VlanId vlanId() const { return vlanId_; }
 
   Groups const& group() const { return group_; }
-  Kel::Ptr<IgmpGroup> group(Wirex::IpAddr group) const { return group_.get(group); }
+  Kel::Ptr<IgmpGroup const> group(Wirex::IpAddr group) const { return group_.get(group); }
+  Kel::Ptr<IgmpGroup> group(Wirex::IpAddr group) { return group_.get(group); }
   Kel::Ptr<IgmpGroup> newGroup(Wirex::IpAddr group) const { return Kel::make<IgmpGroup>(group); }
   Kel::Ptr<IgmpGroup> groupIs(Wirex::IpAddr group) { return group_.is(*this, group); }
   /// Puts a group in the place of what its address has.
@@ -195,7 +198,10 @@ class KEL_EXPORT IgmpProtocolStatus : public Kel::Entity {
   using ContextStatuses = Kel::Members<VlanId, IgmpContextStatus, &NotifieeConst::onContextStatus>;
 
   ContextStatuses const& contextStatus() const { return contextStatus_; }
-  Kel::Ptr<IgmpContextStatus> contextStatus(VlanId vlan) const { return contextStatus_.get(vlan); }
+  Kel::Ptr<IgmpContextStatus const> contextStatus(VlanId vlan) const {
+    return contextStatus_.get(vlan);
+  }
+  Kel::Ptr<IgmpContextStatus> contextStatus(VlanId vlan) { return contextStatus_.get(vlan); }
   Kel::Ptr<IgmpContextStatus> newContextStatus(VlanId vlan) const {
     return Kel::make<IgmpContextStatus>(vlan);
   }

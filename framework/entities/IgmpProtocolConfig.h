@@ -44,7 +44,10 @@ class KEL_EXPORT IgmpProtocolConfig : public Kel::Entity {
   using ContextConfigs = Kel::Members<VlanId, IgmpContextConfig, &NotifieeConst::onContextConfig>;
 
   ContextConfigs const& contextConfig() const { return contextConfig_; }
-  Kel::Ptr<IgmpContextConfig> contextConfig(VlanId vlan) const { return contextConfig_.get(vlan); }
+  Kel::Ptr<IgmpContextConfig const> contextConfig(VlanId vlan) const {
+    return contextConfig_.get(vlan);
+  }
+  Kel::Ptr<IgmpContextConfig> contextConfig(VlanId vlan) { return contextConfig_.get(vlan); }
   Kel::Ptr<IgmpContextConfig> newContextConfig(VlanId vlan) const {
     return Kel::make<IgmpContextConfig>(vlan);
   }

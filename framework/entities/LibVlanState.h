@@ -58,7 +58,8 @@ class KEL_EXPORT TopoVlan : public Kel::Entity {
   Bridging::VlanId vlanId() const { return vlanId_; }
 
   Ports const& port() const { return port_; }
-  Kel::Ptr<Port> port(Wirex::IntfId const& intf) const { return port_.get(intf); }
+  Kel::Ptr<Port const> port(Wirex::IntfId const& intf) const { return port_.get(intf); }
+  Kel::Ptr<Port> port(Wirex::IntfId const& intf) { return port_.get(intf); }
   Kel::Ptr<Port> newPort(Wirex::IntfId const& intf) const { return Kel::make<Port>(intf); }
   Kel::Ptr<Port> portIs(Wirex::IntfId const& intf) { return port_.is(*this, intf); }
   /// Puts a port in the place of what its interface has.
@@ -90,7 +91,8 @@ class KEL_EXPORT LibVlanState : public Kel::Entity {
   using TopoVlans = Kel::Members<Bridging::VlanId, TopoVlan, &NotifieeConst::onTopoVlan>;
 
   TopoVlans const& topoVlan() const { return topoVlan_; }
-  Kel::Ptr<TopoVlan> topoVlan(Bridging::VlanId vlan) const { return topoVlan_.get(vlan); }
+  Kel::Ptr<TopoVlan const> topoVlan(Bridging::VlanId vlan) const { return topoVlan_.get(vlan); }
+  Kel::Ptr<TopoVlan> topoVlan(Bridging::VlanId vlan) { return topoVlan_.get(vlan); }
   Kel::Ptr<TopoVlan> newTopoVlan(Bridging::VlanId vlan) const { return Kel::make<TopoVlan>(vlan); }
   Kel::Ptr<TopoVlan> topoVlanIs(Bridging::VlanId vlan) { return topoVlan_.is(*this, vlan); }
   void topoVlanDel(Bridging::VlanId vlan) { topoVlan_.del(*this, vlan); }

@@ -52,7 +52,10 @@ class KEL_EXPORT PortVlanMapping : public Kel::Entity {
   using PortInfos = Kel::Members<Wirex::IntfId, PortVlanInfo, &NotifieeConst::onPortInfo>;
 
   PortInfos const& portInfo() const { return portInfo_; }
-  Kel::Ptr<PortVlanInfo> portInfo(Wirex::IntfId const& intf) const { return portInfo_.get(intf); }
+  Kel::Ptr<PortVlanInfo const> portInfo(Wirex::IntfId const& intf) const {
+    return portInfo_.get(intf);
+  }
+  Kel::Ptr<PortVlanInfo> portInfo(Wirex::IntfId const& intf) { return portInfo_.get(intf); }
   Kel::Ptr<PortVlanInfo> newPortInfo(Wirex::IntfId const& intf) const {
     return Kel::make<PortVlanInfo>(intf);
   }

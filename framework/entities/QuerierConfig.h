@@ -80,9 +80,10 @@ class KEL_EXPORT QuerierConfigDir : public Kel::Entity {
   using QuerierConfigs = Kel::Members<Kel::Name, QuerierConfig, &NotifieeConst::onQuerierConfig>;
 
   QuerierConfigs const& querierConfig() const { return querierConfig_; }
-  Kel::Ptr<QuerierConfig> querierConfig(Kel::Name const& name) const {
+  Kel::Ptr<QuerierConfig const> querierConfig(Kel::Name const& name) const {
     return querierConfig_.get(name);
   }
+  Kel::Ptr<QuerierConfig> querierConfig(Kel::Name const& name) { return querierConfig_.get(name); }
   Kel::Ptr<QuerierConfig> newQuerierConfig(Kel::Name const& name,
                                            Kel::Ptr<ProtocolConfig const> const& config) const {
     return Kel::make<QuerierConfig>(name, config);

@@ -63,6 +63,7 @@ struct CallbackOf;
 template <class Interface, class... Key>
 struct CallbackOf<void (Interface::*)(Key...)> {
   using InterfaceType = Interface;
+  static constexpr std::size_t keys = sizeof...(Key);
 };
 
 template <auto Callback, class... Key>

@@ -20,6 +20,9 @@ namespace Kel {
 /// null.
 template <class T, auto Callback, auto AtOnce = nullptr>
 class Value {
+  static_assert(CallbackOf<decltype(Callback)>::keys == 0,
+                "the callback of a value or pointer attribute takes no key");
+
  public:
   Value() = default;
   explicit Value(T value) : value_(std::move(value)) {}
@@ -27,15 +30,23 @@ class Value {
   T const& get() const noexcept { return value_; }
 
   /// Storing an equal value notifies nobody.
-  void is(Entity const& owner, T value) {
+  template <class Owner>
+  void is(Owner const& owner, T value) {
     if (value_ == value) return;
     std::swap(value_, value);  // what goes may take the owner along, so it goes last
     ++mutations;
-    if constexpr (!std::is_null_pointer_v<decltype(AtOnce)>) owner.tellAtOnce<AtOnce>();
+    if constexpr (!std::is_null_pointer_v<decltype(AtOnce)>) {
+      static_assert(RaisedBy<Owner, AtOnce>, "the callback is of another entity's reactors");
+      owner.template tellAtOnce<AtOnce>();
+    }
     notify(owner);
   }
 
-  void notify(Entity const& owner) const { owner.notify<Callback>(); }
+  template <class Owner>
+  void notify(Owner const& owner) const {
+    static_assert(RaisedBy<Owner, Callback>, "the callback is of another entity's reactors");
+    owner.template notify<Callback>();
+  }
 
  private:
   T value_{};
@@ -54,13 +65,18 @@ class Pointer {
 
   Ptr<T> const& get() const noexcept { return object_.get(); }
 
+  /// Throws RangeException for null.
   /// @param ownerName, attribute how the exception names the mutator that refused null.
-  void is(Entity const& owner, Ptr<T> object, char const* ownerName, char const* attribute) {
+  template <class Owner>
+  void is(Owner const& owner, Ptr<T> object, char const* ownerName, char const* attribute) {
     nonNull(object, ownerName, attribute);
     object_.is(owner, std::move(object));
   }
 
-  void notify(Entity const& owner) const { object_.notify(owner); }
+  template <class Owner>
+  void notify(Owner const& owner) const {
+    object_.notify(owner);
+  }
 
  private:
   NullablePointer<T, Callback> object_;

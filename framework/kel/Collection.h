@@ -62,6 +62,11 @@ class Collection {
 };
 
 /// Members, entities or reactors, that the collection owns and that nobody is told of.
+///
+/// `ensure` throws RangeException where the key holds null, and NameInUseException where the
+/// member was constructed with other parameters; both leave everything as it is. A member that
+/// goes is first taken out, then made a zombie, then let go of, so what its destructor runs finds
+/// the collection without it.
 template <class Key, class Member>
 class OwnedMembers : public Collection<Key, Ptr<Member>> {
  public:
@@ -90,7 +95,7 @@ class OwnedMembers : public Collection<Key, Ptr<Member>> {
   std::pair<Ptr<Member>, bool> ensure(Key const& key, NewMember newMember,
                                       Parameters const&... parameters) {
     if (Ptr<Member> present = existing(key)) {
-      if constexpr (sizeof...(parameters) > 0) present->requireConstructedWith(parameters...);
+      if constexpr (sizeof...(parameters) > 0) requireConstructedWith(*present, parameters...);
       return {std::move(present), false};
     }
     Ptr<Member> member = newMember();
@@ -131,7 +136,26 @@ class OwnedMembers : public Collection<Key, Ptr<Member>> {
     while (!this->empty()) del(Key(this->keyAt(this->size() - 1)));
   }
 
+  /// What a machine passes on to its reactors and to the machines that it owns.
+  void hasNotificationActiveIs(bool active) const {
+    for (Key const& key : this->keys())
+      if (auto const member = get(key)) member->hasNotificationActiveIs(active);
+  }
+  void kelDoZombieReactors(bool zombie) const {
+    for (Key const& key : this->keys())
+      if (auto const member = get(key)) member->kelDoZombieReactors(zombie);
+  }
+
  private:
+  template <class... Parameters>
+  static void requireConstructedWith(Member const& present, Parameters const&... parameters) {
+    constexpr bool compares = requires {
+      present.requireConstructedWith(parameters...);
+    };
+    static_assert(compares, "requireConstructedWith() of the member takes other parameters");
+    if constexpr (compares) present.requireConstructedWith(parameters...);
+  }
+
   /// The member that find-or-create finds.
   Ptr<Member> existing(Key const& key) const {
     auto const* const present = this->table_.find(key);
@@ -147,6 +171,26 @@ class OwnedMembers : public Collection<Key, Ptr<Member>> {
   }
 };
 
+/// Raises the callback of a collection attribute for the key whose entry has changed.
+template <auto Callback, class Owner, class Key>
+void notifyOfKey(Owner const& owner, Key const& key) {
+  static_assert(CallbackOf<decltype(Callback)>::keys == 1,
+                "the callback of a collection attribute takes its key");
+  static_assert(RaisedBy<Owner, Callback>, "the callback is of another entity's reactors");
+  owner.template notify<Callback>(key);
+}
+
+/// Raises the callback of a collection attribute that is heard at once, where it has one.
+template <auto AtOnce, class Owner, class Key>
+void tellAtOnceOfKey(Owner const& owner, Key const& key) {
+  if constexpr (!std::is_null_pointer_v<decltype(AtOnce)>) {
+    static_assert(CallbackOf<decltype(AtOnce)>::keys == 1,
+                  "the callback of a collection attribute takes its key");
+    static_assert(RaisedBy<Owner, AtOnce>, "the callback is of another entity's reactors");
+    owner.template tellAtOnce<AtOnce>(key);
+  }
+}
+
 /// A collection attribute of members, whose changes raise a callback with the key.
 ///
 ///     Kel::Ptr<Port> port(Wirex::IntfId const& intf) const { return port_.get(intf); }
@@ -160,37 +204,48 @@ class Members : private OwnedMembers<Key, Member> {
 
  public:
   using Owned::absent, Owned::begin, Owned::contains, Owned::empty, Owned::end, Owned::find,
-      Owned::get, Owned::keyAt, Owned::keys, Owned::position, Owned::size;
+      Owned::keyAt, Owned::keys, Owned::position, Owned::size;
+
+  /// The member, or null. Who may only read the collection may only read its members.
+  Ptr<Member> get(Key const& key) noexcept { return Owned::get(key); }
+  Ptr<Member const> get(Key const& key) const noexcept { return Owned::get(key); }
 
   /// Find-or-create: a new member is constructed from the key and the parameters.
-  template <class... Parameters>
-  Ptr<Member> is(Entity const& owner, Key const& key, Parameters const&... parameters) {
+  template <class Owner, class... Parameters>
+  Ptr<Member> is(Owner const& owner, Key const& key, Parameters const&... parameters) {
     auto [member, isNew] = Owned::ensure(
         key, [&] { return make<Member>(key, parameters...); }, parameters...);
     if (isNew) notify(owner, key);
     return member;
   }
 
+  // Each change works in the order that Entity describes.
   // What is removed may be where the key lives, and its destructor may run handlers that let go of
   // the owner: so removals take the key by value and hold the owner.
 
   /// Sets an entry to a member made elsewhere, or to null.
-  void put(Entity const& owner, Key key, Ptr<Member> member) {
+  template <class Owner>
+  void put(Owner const& owner, Key key, Ptr<Member> member) {
     Ptr<Entity const> const self(&owner);
     if (Owned::put(key, std::move(member))) notify(owner, key);
   }
 
-  void del(Entity const& owner, Key key) {
+  template <class Owner>
+  void del(Owner const& owner, Key key) {
     Ptr<Entity const> const self(&owner);
     if (Owned::del(key)) notify(owner, key);
   }
 
-  void delAll(Entity const& owner) {
+  template <class Owner>
+  void delAll(Owner const& owner) {
     Ptr<Entity const> const self(&owner);
     for (Key const& key : this->keys()) del(owner, key);
   }
 
-  void notify(Entity const& owner, Key const& key) const { owner.notify<Callback>(key); }
+  template <class Owner>
+  void notify(Owner const& owner, Key const& key) const {
+    notifyOfKey<Callback>(owner, key);
+  }
 };
 
 /// A collection attribute of values; an absent entry reads as the default value.
@@ -202,7 +257,8 @@ class Values : public Collection<Key, T> {
     return value ? *value : T{};
   }
 
-  void is(Entity const& owner, Key const& key, T value) {
+  template <class Owner>
+  void is(Owner const& owner, Key const& key, T value) {
     if (T* const present = this->table_.find(key)) {
       if (*present == value) return;
       *present = std::move(value);
@@ -215,7 +271,8 @@ class Values : public Collection<Key, T> {
 
   /// Adds to a count, which starts at 0 where it is absent; counts wrap as their type does.
   /// Returns the new count.
-  T inc(Entity const& owner, Key const& key, T by) {
+  template <class Owner>
+  T inc(Owner const& owner, Key const& key, T by) {
     T* const present = this->table_.find(key);
     if (present && by == 0) return *present;
     T& count = present ? *present : this->table_.add(key, T{});
@@ -224,9 +281,13 @@ class Values : public Collection<Key, T> {
     notify(owner, key);
     return sum;
   }
-  T dec(Entity const& owner, Key const& key, T by) { return inc(owner, key, static_cast<T>(-by)); }
+  template <class Owner>
+  T dec(Owner const& owner, Key const& key, T by) {
+    return inc(owner, key, static_cast<T>(-by));
+  }
 
-  void del(Entity const& owner, Key key) {
+  template <class Owner>
+  void del(Owner const& owner, Key key) {
     std::uint32_t const at = this->table_.position(key);
     if (at == Table<Key, T>::absent) return;
     this->table_.takeAt(at);
@@ -234,7 +295,8 @@ class Values : public Collection<Key, T> {
     notify(owner, key);
   }
 
-  void delAll(Entity const& owner) {
+  template <class Owner>
+  void delAll(Owner const& owner) {
     if (this->empty()) return;
     if (owner.watched()) {
       delEach(owner);
@@ -247,8 +309,8 @@ class Values : public Collection<Key, T> {
   /// Empties the collection and fills it with one value for each key of another one. Whoever
   /// watches hears of every key that goes and of every key that comes.
   /// @param goes, comes are called with each key before that.
-  template <class OtherMapped, class Goes = Unheeded, class Comes = Unheeded>
-  void refill(Entity const& owner, Collection<Key, OtherMapped> const& other, T const& value,
+  template <class Owner, class OtherMapped, class Goes = Unheeded, class Comes = Unheeded>
+  void refill(Owner const& owner, Collection<Key, OtherMapped> const& other, T const& value,
               Goes const& goes = {}, Comes const& comes = {}) {
     if (owner.watched()) {
       Ptr<Entity const> const self(&owner);
@@ -268,10 +330,14 @@ class Values : public Collection<Key, T> {
     ++mutations;
   }
 
-  void notify(Entity const& owner, Key const& key) const { owner.notify<Callback>(key); }
+  template <class Owner>
+  void notify(Owner const& owner, Key const& key) const {
+    notifyOfKey<Callback>(owner, key);
+  }
 
  private:
-  void delEach(Entity const& owner) {
+  template <class Owner>
+  void delEach(Owner const& owner) {
     Ptr<Entity const> const self(&owner);
     for (Key const& key : this->keys()) del(owner, key);
   }
@@ -290,30 +356,37 @@ class Set : private Collection<Key, Nothing> {
   Key const* begin() const noexcept { return empty() ? nullptr : &keyAt(0); }
   Key const* end() const noexcept { return begin() + size(); }
 
-  void is(Entity const& owner, Key const& key) {
+  template <class Owner>
+  void is(Owner const& owner, Key const& key) {
     if (this->table_.contains(key)) return;
     this->table_.add(key, Nothing{});
     changed(owner, key);
   }
 
-  void del(Entity const& owner, Key key) {
+  template <class Owner>
+  void del(Owner const& owner, Key key) {
     std::uint32_t const at = this->table_.position(key);
     if (at == Table<Key, Nothing>::absent) return;
     this->table_.takeAt(at);
     changed(owner, key);
   }
 
-  void delAll(Entity const& owner) {
+  template <class Owner>
+  void delAll(Owner const& owner) {
     Ptr<Entity const> const self(&owner);
     for (Key const& key : this->keys()) del(owner, key);
   }
 
-  void notify(Entity const& owner, Key const& key) const { owner.notify<Callback>(key); }
+  template <class Owner>
+  void notify(Owner const& owner, Key const& key) const {
+    notifyOfKey<Callback>(owner, key);
+  }
 
  private:
-  void changed(Entity const& owner, Key const& key) const {
+  template <class Owner>
+  void changed(Owner const& owner, Key const& key) {
     ++mutations;
-    if constexpr (!std::is_null_pointer_v<decltype(AtOnce)>) owner.tellAtOnce<AtOnce>(key);
+    tellAtOnceOfKey<AtOnce>(owner, key);
     notify(owner, key);
   }
 };

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <type_traits>
 #include <vector>
 
 #include "framework/kel/Activity.h"
@@ -220,8 +221,20 @@ class KEL_EXPORT NotifieeSlots {
   std::uintptr_t content_ = 0;  // a Notifiee*, or a Many* with the tag
 };
 
-/// An object with attributes that reactors may watch. A mutator changes the attribute first and
-/// notifies last; it touches nothing of the entity afterwards.
+/// Whether a callback is one that the reactors of an entity have. An entity whose storage named
+/// another class's callback would call reactors through an interface that they do not have.
+template <class Owner, auto Callback>
+concept RaisedBy = std::is_base_of_v < typename CallbackOf<decltype(Callback)>::InterfaceType,
+typename Owner::NotifieeConst > ;
+
+/// An object with attributes that reactors may watch.
+///
+/// A mutator works in this order: it refuses what it must, by an exception, with nothing changed;
+/// it compares, and returns if nothing would change; it changes the attribute; it notifies the
+/// immediate reactors one after the other, in the order in which they began to watch, and queues
+/// the callback for those of activities. It touches nothing of the entity afterwards, so a
+/// callback may change, empty or drop the entity. What a callback throws leaves the mutator with
+/// the attribute changed and the later reactors not told.
 class KEL_EXPORT Entity : public PtrInterface {
  public:
   /// Whether some reactor is registered. Mutators of many keys may take a shorter way for an

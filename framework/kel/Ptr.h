@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <new>
 #include <ostream>
 #include <type_traits>
 #include <utility>
@@ -11,13 +12,23 @@
 
 namespace Kel {
 
+template <class T>
+class Ptr;
+template <class T, class... Arguments>
+Ptr<T> make(Arguments&&... arguments);
+
 /// The base of every entity, reactor and state machine: an object that lives as long as some
 /// `Ptr` holds it. Children refer to their owner by plain pointer, so that no cycle can form.
+///
+/// An object is born with one reference, which `make` hands to its first handle. `new` outside of
+/// `make` would lose that reference, and the object with it, so it does not compile.
 class KEL_EXPORT PtrInterface {
  public:
   PtrInterface(PtrInterface const&) = delete;
   PtrInterface& operator=(PtrInterface const&) = delete;
   virtual ~PtrInterface();
+
+  static void operator delete(void* object) noexcept { ::operator delete(object); }
 
   std::uint32_t references() const noexcept { return references_.value(); }
 
@@ -35,6 +46,10 @@ class KEL_EXPORT PtrInterface {
  private:
   template <class T>
   friend class Ptr;
+  template <class T, class... Arguments>
+  friend Ptr<T> make(Arguments&&... arguments);
+
+  static void* operator new(std::size_t size) { return ::operator new(size); }
 
   /// Destroys an object whose last handle is gone, or leaves that to the callback under way on it.
   static void lastHandleGone(PtrInterface const* object) noexcept;
@@ -104,10 +119,16 @@ std::ostream& operator<<(std::ostream& out, Ptr<T> const& handle) {
   return out << static_cast<void const*>(handle.get());
 }
 
-/// Makes an object and returns its first handle.
+/// Makes an object and returns its first handle. What the constructor throws passes through.
 template <class T, class... Arguments>
 Ptr<T> make(Arguments&&... arguments) {
-  return Ptr<T>::adopt(new T(std::forward<Arguments>(arguments)...));
+  constexpr bool constructible = std::is_constructible_v<T, Arguments...>;
+  static_assert(constructible, "no constructor of the class takes these arguments");
+  static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__, "entities are not over-aligned");
+  if constexpr (constructible)
+    return Ptr<T>::adopt(new T(std::forward<Arguments>(arguments)...));
+  else
+    return nullptr;
 }
 
 /// A callback under way, on the stack of whoever calls it: its notifier and its reactor stay alive

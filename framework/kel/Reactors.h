@@ -31,6 +31,23 @@ class ReactorFor : public NotifieeInterface {
   Owner* owner_;
 };
 
+/// A reactor of the activity that it is given; without one, it is told at once.
+template <class NotifieeInterface>
+class ActivityReactor : public NotifieeInterface {
+ public:
+  ActivityConfig* kelFwkActivity() const final { return activity_.get(); }
+
+ protected:
+  using typename NotifieeInterface::Delivery;
+
+  explicit ActivityReactor(Ptr<ActivityConfig> activity = nullptr)
+      : NotifieeInterface(activity ? Delivery::byActivity : Delivery::immediate),
+        activity_(std::move(activity)) {}
+
+ private:
+  Ptr<ActivityConfig> activity_;
+};
+
 /// The reactors that an owner keeps on the members of a watched collection, by the members' keys.
 template <class Key, class Reactor>
 class Reactors : public OwnedMembers<Key, Reactor> {
@@ -53,16 +70,6 @@ class Reactors : public OwnedMembers<Key, Reactor> {
       if (auto const member = watched.get(key)) watchMember(member);
     for (Key const& key : this->keys())
       if (!watched.find(key)) stop(key);
-  }
-
-  void hasNotificationActiveIs(bool active) const {
-    for (Key const& key : this->keys())
-      if (auto const reactor = this->get(key)) reactor->hasNotificationActiveIs(active);
-  }
-
-  void kelDoZombieReactors(bool zombie) const {
-    for (Key const& key : this->keys())
-      if (auto const reactor = this->get(key)) reactor->kelDoZombieReactors(zombie);
   }
 };
 

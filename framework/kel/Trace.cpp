@@ -5,6 +5,8 @@
 #include <string>
 #include <utility>
 
+#include "framework/kel/Exception.h"
+
 namespace Kel {
 
 namespace {
@@ -45,7 +47,8 @@ void TraceHandle::enabledIs(bool enabled) noexcept {
   updateStatements();
 }
 
-void TraceHandle::levelEnabledIs(int level, bool enabled) noexcept {
+void TraceHandle::levelEnabledIs(int level, bool enabled) {
+  if (!isLevel(level)) throw RangeException("TraceHandle::level < 0 or > 15 not allowed");
   std::uint32_t const flag = 1u << level;
   levelFlags_ = enabled ? levelFlags_ | flag : levelFlags_ & ~flag;
   updateStatements();

@@ -28,8 +28,12 @@ class KEL_EXPORT TraceHandle {
   bool enabled() const noexcept { return enabled_; }
   void enabledIs(bool enabled) noexcept;
 
-  bool levelEnabled(int level) const noexcept { return (levelFlags_ >> level & 1u) != 0; }
-  void levelEnabledIs(int level, bool enabled) noexcept;
+  /// A level that there is not is never enabled.
+  bool levelEnabled(int level) const noexcept {
+    return isLevel(level) && (levelFlags_ >> level & 1u) != 0;
+  }
+  /// Throws RangeException for a level that there is not.
+  void levelEnabledIs(int level, bool enabled);
 
   /// How often the module's statements were reached; those reached while enabled count twice.
   std::uint64_t hits() const noexcept { return hits_; }
@@ -37,13 +41,16 @@ class KEL_EXPORT TraceHandle {
   void hit() noexcept { hits_ += hitStep_; }
 
   /// Whether a statement of this level has to build its message.
-  bool wanted(int level) const noexcept { return (wantedLevels_ >> level & 1u) != 0; }
+  bool wanted(int level) const noexcept {
+    return isLevel(level) && (wantedLevels_ >> level & 1u) != 0;
+  }
 
   /// While set, every statement of every handle also writes its message here.
   static std::ostream* coverageStream() noexcept { return coverageStream_; }
   static void coverageStreamIs(std::ostream* stream) noexcept;
 
  private:
+  static constexpr bool isLevel(int level) noexcept { return level >= 0 && level < levels; }
   void updateStatements() noexcept;
 
   static std::ostream* coverageStream_;

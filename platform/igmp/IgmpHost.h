@@ -127,7 +127,10 @@ class KEL_EXPORT IgmpHost : public Kel::Entity {
   /// A look at a record through `v3group` gives the host one of its own; `v3group().peek(group)`
   /// does not.
   V3groups const& v3group() const { return v3group_; }
-  Kel::Ptr<IgmpV3GroupRecord> v3group(Wirex::IpAddr group) const { return v3group_.get(group); }
+  Kel::Ptr<IgmpV3GroupRecord const> v3group(Wirex::IpAddr group) const {
+    return v3group_.get(group);
+  }
+  Kel::Ptr<IgmpV3GroupRecord> v3group(Wirex::IpAddr group) { return v3group_.get(group); }
   Kel::Ptr<IgmpV3GroupRecord> newV3group(Wirex::IpAddr group) const {
     return Kel::make<IgmpV3GroupRecord>(group);
   }
@@ -177,7 +180,8 @@ class KEL_EXPORT IgmpHostDir : public Kel::Entity {
   using IgmpHosts = Kel::Members<Kel::Name, IgmpHost, &NotifieeConst::onIgmpHost>;
 
   IgmpHosts const& igmpHost() const { return igmpHost_; }
-  Kel::Ptr<IgmpHost> igmpHost(Kel::Name const& name) const { return igmpHost_.get(name); }
+  Kel::Ptr<IgmpHost const> igmpHost(Kel::Name const& name) const { return igmpHost_.get(name); }
+  Kel::Ptr<IgmpHost> igmpHost(Kel::Name const& name) { return igmpHost_.get(name); }
   Kel::Ptr<IgmpHost> newIgmpHost(Kel::Name const& name) const { return Kel::make<IgmpHost>(name); }
   Kel::Ptr<IgmpHost> igmpHostIs(Kel::Name const& name) { return igmpHost_.is(*this, name); }
   void igmpHostDel(Kel::Name const& name) { igmpHost_.del(*this, name); }
@@ -253,7 +257,10 @@ class KEL_EXPORT IgmpHostStatusDir : public Kel::Entity {
   Kel::Name const& name() const { return name_; }
 
   IgmpHostStatuses const& igmpHostStatus() const { return igmpHostStatus_; }
-  Kel::Ptr<IgmpHostStatus> igmpHostStatus(Kel::Name const& host) const {
+  Kel::Ptr<IgmpHostStatus const> igmpHostStatus(Kel::Name const& host) const {
+    return igmpHostStatus_.get(host);
+  }
+  Kel::Ptr<IgmpHostStatus> igmpHostStatus(Kel::Name const& host) {
     return igmpHostStatus_.get(host);
   }
   Kel::Ptr<IgmpHostStatus> newIgmpHostStatus(Kel::Name const& host) const {

@@ -25,7 +25,9 @@ class KEL_EXPORT EthDevPamCollection : public Kel::Entity {
   Kel::Name const& name() const { return name_; }
 
   IntfPams const& intfPam() const { return intfPam_; }
-  Kel::Ptr<EthDevPam> intfPam(Wirex::IntfId const& intf) const { return intfPam_.get(intf); }
+  Kel::Ptr<EthDevPam> intfPam(Wirex::IntfId const& intf) const {
+    return Kel::Ptr<EthDevPam>(intfPam_.find(intf));
+  }
   /// Puts a device in the place of what its interface has.
   void intfPamIs(Kel::Ptr<EthDevPam> const& pam) {
     auto const& added = Kel::nonNull(pam, "Interface::EthDevPamCollection", "intfPam");

@@ -10,6 +10,7 @@
 #include "framework/kel/Activity.h"
 #include "framework/kel/Exception.h"
 #include "framework/kel/Notification.h"
+#include "framework/kel/Reactors.h"
 #include "framework/kel/Trace.h"
 
 KEL_TRACE_MODULE("Interface::EthDevPam", "SocketEthDevPam")
@@ -82,21 +83,18 @@ class SocketEthDevPam::Outbox final : public Kel::Entity {
   void pendingNotify() const { notify<&NotifieeConst::onPending>(); }
 };
 
-class SocketEthDevPam::KelOutbox final : public Outbox::NotifieeConst {
+class SocketEthDevPam::KelOutbox final : public Kel::ActivityReactor<Outbox::NotifieeConst> {
  public:
   KelOutbox(Kel::Ptr<Outbox const> outbox, SocketEthDevPam* pam)
-      : NotifieeConst(Delivery::byActivity), pam_(pam) {
+      : ActivityReactor(Kel::make<Kel::ActivityConfig>()), pam_(pam) {
     watch(std::move(outbox));
   }
-
-  Kel::ActivityConfig* kelFwkActivity() const override { return activity_.get(); }
 
   void onPending() override {
     if (notificationActive()) pam_->handlePending();
   }
 
  private:
-  Kel::Ptr<Kel::ActivityConfig> activity_ = Kel::make<Kel::ActivityConfig>();
   SocketEthDevPam* pam_;
 };
 

@@ -32,7 +32,10 @@ class KEL_EXPORT PortVlanPamManager : public Kel::Entity {
   Kel::Name const& name() const { return name_; }
 
   Multiplexers const& multiplexer() const { return multiplexer_; }
-  Kel::Ptr<Multiplexer> multiplexer(IntfId const& intf) const { return multiplexer_.get(intf); }
+  Kel::Ptr<Multiplexer const> multiplexer(IntfId const& intf) const {
+    return multiplexer_.get(intf);
+  }
+  Kel::Ptr<Multiplexer> multiplexer(IntfId const& intf) { return multiplexer_.get(intf); }
   /// Find-or-create. A former multiplexer of the interface that is still in use is put back, so
   /// that who holds it can send and receive again.
   /// @param parent this manager.

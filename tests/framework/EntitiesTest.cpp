@@ -849,4 +849,17 @@ TEST_F(EntitiesTest, IgmpHostStatusDirTellsOfItsEntriesAlsoWhenAllGo) {
   EXPECT_THAT(listener->heard, testing::UnorderedElementsAre("a", "b"));
 }
 
+TEST_F(EntitiesTest, WhatIsReadThroughAConstHandleIsConst) {
+  using Topology::Library::Vlan::LibVlanState;
+  using Topology::Library::Vlan::TopoVlan;
+  auto const topology = Kel::make<LibVlanState>();
+  topology->topoVlanIs(Bridging::VlanId(10));
+  Kel::Ptr<LibVlanState const> const read = topology;
+  static_assert(
+      std::is_same_v<decltype(read->topoVlan(Bridging::VlanId(10))), Kel::Ptr<TopoVlan const>>);
+  static_assert(
+      std::is_same_v<decltype(topology->topoVlan(Bridging::VlanId(10))), Kel::Ptr<TopoVlan>>);
+  EXPECT_EQ(read->topoVlan(Bridging::VlanId(10)), topology->topoVlan(Bridging::VlanId(10)));
+}
+
 }  // namespace

@@ -125,7 +125,8 @@ class Desk : public Kel::Entity {
     using NotifieeOf::NotifieeOf;
   };
 
-  Kel::Ptr<Monitor> monitor(Bridging::VlanId vlanId) const { return monitor_.get(vlanId); }
+  Kel::Ptr<Monitor const> monitor(Bridging::VlanId vlanId) const { return monitor_.get(vlanId); }
+  Kel::Ptr<Monitor> monitor(Bridging::VlanId vlanId) { return monitor_.get(vlanId); }
   Kel::Ptr<Monitor> monitorIs(Bridging::VlanId vlanId, Kel::Ptr<Switch const> const& watched) {
     return monitor_.is(*this, vlanId, watched);
   }

@@ -8,6 +8,7 @@
 
 #include "framework/kel/Attribute.h"
 #include "framework/kel/Collection.h"
+#include "framework/kel/Reactors.h"
 #include "framework/types/IntfId.h"
 #include "framework/types/IpAddr.h"
 #include "framework/types/VlanId.h"
@@ -111,7 +112,8 @@ class Switch : public Kel::Entity {
   void mirrorIs(Kel::Ptr<Port> const& port) { mirror_.is(*this, port); }
 
   Ports const& port() const { return port_; }
-  Kel::Ptr<Port> port(Wirex::IntfId const& name) const { return port_.get(name); }
+  Kel::Ptr<Port const> port(Wirex::IntfId const& name) const { return port_.get(name); }
+  Kel::Ptr<Port> port(Wirex::IntfId const& name) { return port_.get(name); }
   Kel::Ptr<Port> portIs(Wirex::IntfId const& name, int speed = 100) {
     return port_.is(*this, name, speed);
   }
@@ -154,7 +156,7 @@ class Switch : public Kel::Entity {
 };
 
 /// Writes down every callback of a switch, and then does what a test has told it to do.
-class Recorder : public Switch::NotifieeConst {
+class Recorder : public Kel::ActivityReactor<Switch::NotifieeConst> {
  public:
   Recorder(Kel::Ptr<Switch const> watched, Journal& journal, std::string name)
       : journal_(journal), name_(std::move(name)) {
@@ -162,17 +164,12 @@ class Recorder : public Switch::NotifieeConst {
   }
   Recorder(Kel::Ptr<Kel::ActivityConfig> activity, Kel::Ptr<Switch const> watched, Journal& journal,
            std::string name)
-      : NotifieeConst(Delivery::byActivity),
-        activity_(std::move(activity)),
-        journal_(journal),
-        name_(std::move(name)) {
+      : ActivityReactor(std::move(activity)), journal_(journal), name_(std::move(name)) {
     watch(std::move(watched));
   }
   ~Recorder() override {
     if (atDestruction) atDestruction();
   }
-
-  Kel::ActivityConfig* kelFwkActivity() const override { return activity_.get(); }
 
   void onTemperature() override { hear("temperature"); }
   void onUplink() override { hear("uplink"); }
@@ -197,7 +194,6 @@ class Recorder : public Switch::NotifieeConst {
     if (react) react();
   }
 
-  Kel::Ptr<Kel::ActivityConfig> activity_;
   Journal& journal_;
   std::string name_;
 };

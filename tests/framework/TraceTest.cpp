@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "framework/kel/Exception.h"
 #include "framework/kel/Trace.h"
 
 KEL_TRACE_MODULE("Test::Trace", "TraceTest")
@@ -226,6 +227,15 @@ TEST_F(TraceTest, HelperKeepsAMessageWhoseLevelIsDisabledFromTheSink) {
       ElementsAre(AllOf(Field(&Received::object, "object"), Field(&Received::text, "a message"),
                         Field(&Received::level, 3), Field(&Received::sourceFile, "Module"),
                         Field(&Received::line, 12), Field(&Received::function, "function"))));
+}
+
+TEST_F(TraceTest, LevelsThatThereAreNotAreRefusedAndNeverEnabled) {
+  for (int const level : {-1, 16, 31, 32, 33, 64}) {
+    EXPECT_THROW(kelTraceHandle.levelEnabledIs(level, true), Kel::RangeException) << level;
+    EXPECT_FALSE(kelTraceHandle.levelEnabled(level)) << level;
+    EXPECT_FALSE(kelTraceHandle.wanted(level)) << level;
+  }
+  EXPECT_FALSE(kelTraceHandle.levelEnabled(0));
 }
 
 }  // namespace

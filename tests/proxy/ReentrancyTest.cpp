@@ -59,7 +59,7 @@ class Intruder {
     Intruder& owner_;
   };
 
-  void watch(Kel::Ptr<Igmp::IgmpV3GroupRecord> const& record) {
+  void watch(Kel::Ptr<Igmp::IgmpV3GroupRecord const> const& record) {
     reactors_.push_back(Kel::make<OfRecord>(record, *this));
     if (record->source()) watch(record->source());
   }

@@ -82,14 +82,12 @@ class HostSm::KelVlanQueries final : public Kel::ReactorFor<HostSm, VlanQueries:
   }
 };
 
-class HostSm::KelSettlement final : public HostWakeup::NotifieeConst {
+class HostSm::KelSettlement final : public Kel::ActivityReactor<HostWakeup::NotifieeConst> {
  public:
   KelSettlement(Kel::Ptr<HostWakeup const> settlement, HostSm* owner)
-      : NotifieeConst(Delivery::byActivity), owner_(owner) {
+      : ActivityReactor(owner->activity_), owner_(owner) {
     watch(std::move(settlement));
   }
-
-  Kel::ActivityConfig* kelFwkActivity() const override { return owner_->activity_.get(); }
 
   void onDue() override {
     if (!notificationActive()) return;
