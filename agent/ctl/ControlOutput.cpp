@@ -248,8 +248,9 @@ void printForwarding(std::ostream& out, Json const& document) {
     out << " is left alone: " << textAt(bridge, "obstacle") << '\n';
     return;
   }
-  out << message(" has entries for ", cell(bridge, "entries-count"),
-                 " ports of groups; groups that nobody has joined go to ",
+  auto const entries = numberAt(bridge, "entries-count");
+  out << message(" has ", entries, entries == 1 ? " entry" : " entries",
+                 ", each of a group and a port; groups that nobody has joined go to ",
                  textAt(bridge, "unregistered") == "flood" ? "all ports" : "router ports", ".\n");
   if (numberAt(bridge, "flooded-groups-count") > 0)
     out << cell(bridge, "flooded-groups-count")

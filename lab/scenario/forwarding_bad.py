@@ -19,6 +19,18 @@ def run(lab):
     def says(text, within=3):
         lab.until(lambda: text in switch.log(), True, within=within, why=f"does not say: {text}")
 
+    # Without the privilege, streams go as they would without the agent.
+    switch.prefix = ["setpriv", "--bounding-set", "-net_admin"]
+    switch.bridge()
+    switch.start()
+    says("give the agent CAP_NET_ADMIN and the kernel nf_tables")
+    source.send("239.4.4.4")
+    watch.steady("239.4.4.4", {"tv", "desk"})
+    lab.check(switch.rules() == "", f"rules without the privilege: {switch.rules()}")
+    switch.stop()
+    switch.namespace.ip("link delete br0")
+    switch.prefix = []
+
     # There is none, then one that is down, then a good one.
     lab.begin(switch)
     says("there is no interface br0; make it with: ip link add br0 type bridge")
