@@ -33,6 +33,11 @@ std::unique_ptr<Answer> lineAnswer(Json const& line) {
   return std::make_unique<TextAnswer>(lastLines(line));
 }
 
+/// Of lists in which there is nothing.
+std::unique_ptr<Answer> emptyAnswer(std::vector<std::string> const& lists) {
+  return std::make_unique<TextAnswer>(lastLines({{"lists", lists}}));
+}
+
 /// Forgets a few groups at a time, so that nothing else has to wait. Says nothing until all are
 /// forgotten, and so goes on to the end although its client may have gone.
 class Clearing final : public Answer {
@@ -163,8 +168,9 @@ std::unique_ptr<Answer> ControlServer::answerTo(Request const& request) {
   loop().endBatch();
   refuseUnknown(request.of, switch_.configuration());
   if (request.command == "show") {
-    if (request.what == "forwarding" && forwarding_)
-      return forwardingAnswer(switch_, *forwarding_, request, start_);
+    if (request.what == "forwarding")
+      return forwarding_ ? forwardingAnswer(switch_, *forwarding_, request, start_)
+                         : emptyAnswer({"forwarding", "vlans", "entries"});
     if (request.what == "version") return versionAnswer(switch_.now() - start_, configuration_);
     Epoch const epoch(start_, Dates::knownAt(switch_.now()));
     if (request.what == "statistics")

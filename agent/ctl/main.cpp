@@ -129,11 +129,13 @@ void report(ControlCommand command) {
   ReportData data;
   data.subject = command.socket;
   command.request.command = "show";
-  for (char const* const list : reportLists) {
+  auto const take = [&](char const* list) {
     command.request.what = list;
     Lines lines(command);
     addList(data, list, documentIn(lines));
-  }
+  };
+  for (char const* const list : reportLists) take(list);
+  take(forwardingList);
   data.history = outlook(data);
   file.write(data);
 }

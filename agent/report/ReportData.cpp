@@ -79,6 +79,7 @@ ReportedMembership membershipIn(Json const& object) {
           textAt(object, "interface"),
           addressAt(object, "host"),
           filterIn(object),
+          textAt(object, "since"),
           timeAt(object, "expire").value_or(Horix::Time::zero())};
 }
 
@@ -96,10 +97,15 @@ HostRecords hostIn(Json const& object) {
 }
 
 ReportedRouterPort routerPortIn(Json const& object) {
-  return {numberAt(object, "vlan"),         textAt(object, "interface"),
-          object.value("static", false),    addressAt(object, "querier"),
-          timeAt(object, "querier-expire"), addressAt(object, "pim-neighbor"),
-          timeAt(object, "pim-expire")};
+  return {numberAt(object, "vlan"),          textAt(object, "interface"),
+          textAt(object, "since"),           object.value("static", false),
+          addressAt(object, "querier"),      timeAt(object, "querier-expire"),
+          addressAt(object, "pim-neighbor"), timeAt(object, "pim-expire")};
+}
+
+ReportedEntry entryIn(Json const& object) {
+  return {numberAt(object, "vlan"), addressAt(object, "address"), textAt(object, "interface"),
+          textAt(object, "state"), filterIn(object)};
 }
 
 // ---- Counters
@@ -168,8 +174,13 @@ std::optional<Horix::Time> endOf(ReportedRouterPort const& port) {
 
 void addList(ReportData& data, std::string const& list, Json const& document) {
   data.time = timeAt(document, "time").value_or(data.time);
+  if (document.contains("date")) data.date = textAt(document, "date");
   if (list == "statistics") {
     addStatistics(data, document);
+    return;
+  }
+  if (list == forwardingList) {
+    for (Json const& each : document.at("entries")) data.entries.push_back(entryIn(each));
     return;
   }
   for (Json const& each : document.at(list))

@@ -43,17 +43,28 @@ struct ReportedMembership {
   std::string interface;
   Wirex::IpAddr reporter;
   SourceFilter filter;
+  std::string since;  ///< empty where the time of day is not known, and so below
   Horix::Time expiresIn{};
 };
 
 struct ReportedRouterPort {
   unsigned vlan = 0;
   std::string interface;
+  std::string since;
   bool configured = false;
   Wirex::IpAddr querier;  ///< 0.0.0.0 if none was heard, and so below
   std::optional<Horix::Time> querierExpiresIn;
   Wirex::IpAddr pimNeighbor;
   std::optional<Horix::Time> pimExpiresIn;  ///< nothing if it never does
+};
+
+/// What a bridge's port should have of a group, beside what the kernel has.
+struct ReportedEntry {
+  unsigned vlan = 0;
+  Wirex::IpAddr group;
+  std::string interface;
+  std::string state;
+  SourceFilter filter;
 };
 
 /// What a port did not use.
@@ -76,11 +87,13 @@ struct ReportData {
   std::string subject;  ///< what was looked at: file names, a socket
   bool isReplay = false;
   Horix::Time time{};  ///< since the first packet, or the agent's start
+  std::string date;    ///< the time of day
   std::vector<ReportedVlan> vlans;
   std::vector<ReportedInterface> interfaces;
   std::vector<ReportedMembership> memberships;
   std::vector<HostRecords> hosts;
   std::vector<ReportedRouterPort> routerPorts;
+  std::vector<ReportedEntry> entries;
   std::vector<ReportedRefusals> ignored;
   std::vector<ReportedCounters> counters;
   History history;
@@ -89,6 +102,9 @@ struct ReportData {
 /// The lists that a page is made of, as `show` calls them.
 inline constexpr std::array<char const*, 6> reportLists{"vlans", "interfaces", "groups",
                                                         "hosts", "mrouters",   "statistics"};
+
+/// What only a running agent knows.
+inline constexpr char const* forwardingList = "forwarding";
 
 /// Takes over what one of these lists says.
 /// @param document as `show LIST -j` prints it.

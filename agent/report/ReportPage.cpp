@@ -10,6 +10,7 @@
 #include "agent/report/TimeAxis.h"
 #include "agent/report/VlanSection.h"
 #include "agent/report/Warnings.h"
+#include "agent/text/Dates.h"
 #include "agent/text/Wording.h"
 
 namespace Agent {
@@ -59,7 +60,8 @@ void printSums(std::ostream& out, ReportData const& data, std::size_t warnings) 
 void printTop(std::ostream& out, ReportData const& data, std::size_t warnings) {
   out << "<header>\n<h1>IGMP report: " << escaped(data.subject) << "</h1>\n<p>"
       << (data.isReplay ? "A replay, " : "A running agent, ") << timeWords(data.time)
-      << (data.isReplay ? " after the first packet." : " after its start.") << "</p>\n";
+      << (data.isReplay ? " after the first packet." : " after its start.")
+      << (data.date.empty() ? "" : " It was " + spelledDate(data.date) + ".") << "</p>\n";
   printSums(out, data, warnings);
   out << "</header>\n<nav aria-label=\"Contents\"><ul>";
   for (std::size_t i = 0; i < std::min(data.vlans.size(), mostVlans); ++i)

@@ -9,6 +9,7 @@
 #include "agent/report/FilterWords.h"
 #include "agent/report/Markup.h"
 #include "agent/report/PortNames.h"
+#include "agent/text/Dates.h"
 #include "agent/text/TimeText.h"
 #include "agent/text/Wording.h"
 
@@ -56,12 +57,14 @@ void printRouterPorts(std::ostream& out, ReportData const& data) {
                                              {"Expires", true},
                                              {"PIM neighbor"},
                                              {"Expires", true}});
+  table.dateColumnIs(2, data.date);
   for (ReportedRouterPort const& port : data.routerPorts)
-    table.row({std::to_string(port.vlan), port.interface, port.configured ? "yes" : "no",
-               addressText(port.querier),
-               port.querierExpiresIn ? secondsText(port.querierExpiresIn) : "",
-               addressText(port.pimNeighbor),
-               port.pimNeighbor == Wirex::IpAddr() ? "" : secondsText(port.pimExpiresIn)});
+    table.row(
+        {std::to_string(port.vlan), port.interface, port.configured ? "yes" : "no",
+         addressText(port.querier), port.querierExpiresIn ? secondsText(port.querierExpiresIn) : "",
+         addressText(port.pimNeighbor),
+         port.pimNeighbor == Wirex::IpAddr() ? "" : secondsText(port.pimExpiresIn)},
+        port.since);
   table.print(out);
 }
 
@@ -75,10 +78,22 @@ void printMemberships(std::ostream& out, ReportData const& data) {
                    {"Mode"},
                    {"Wants"}},
                   "igmpsnoopctl show groups, or replay --show groups, has all");
+  table.dateColumnIs(4, data.date);
   for (ReportedMembership const& each : data.memberships)
-    table.row({std::to_string(each.vlan), message(each.group), each.interface,
-               message(each.reporter), secondsText(each.expiresIn), message(each.filter.mode),
-               wordsFor(each.filter, anyLength)});
+    table.row(
+        {std::to_string(each.vlan), message(each.group), each.interface, message(each.reporter),
+         secondsText(each.expiresIn), message(each.filter.mode), wordsFor(each.filter, anyLength)},
+        each.since);
+  table.print(out);
+}
+
+void printEntries(std::ostream& out, ReportData const& data) {
+  PageTable table("Forwarding: what the bridge is to have, beside what the kernel has",
+                  {{"VLAN", true}, {"Group"}, {"Interface"}, {"State"}, {"Mode"}, {"Lets through"}},
+                  "igmpsnoopctl show forwarding has all");
+  for (ReportedEntry const& each : data.entries)
+    table.row({std::to_string(each.vlan), message(each.group), each.interface, each.state,
+               message(each.filter.mode), wordsFor(each.filter, anyLength)});
   table.print(out);
 }
 
@@ -133,8 +148,16 @@ PageTable::PageTable(std::string caption, std::vector<Column> columns, std::stri
       all_(std::move(all)),
       atMost_(atMost) {}
 
-void PageTable::row(std::vector<std::string> cells) {
+void PageTable::dateColumnIs(std::size_t place, std::string const& now) {
+  now_ = now;
+  datePlace_ = place;
+  if (!now.empty()) columns_.insert(columns_.begin() + std::ptrdiff_t(place), {"Since"});
+}
+
+void PageTable::row(std::vector<std::string> cells, std::string const& since) {
   if (++count_ > atMost_) return;
+  if (!now_.empty())
+    cells.insert(cells.begin() + std::ptrdiff_t(datePlace_), shortDate(since, now_));
   rows_ += "<tr>";
   for (std::size_t i = 0; i < cells.size(); ++i)
     rows_.append(columns_[i].isNumber ? "<td class=n>" : "<td>").append(escaped(cells[i]));
@@ -161,6 +184,7 @@ void printTables(std::ostream& out, ReportData const& data) {
   printRouterPorts(out, data);
   printMemberships(out, data);
   printRecords(out, data);
+  printEntries(out, data);
   printInterfaces(out, data);
   for (ReportedCounters const& counters : data.counters) printCounters(out, counters);
 }

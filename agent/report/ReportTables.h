@@ -24,7 +24,11 @@ class PageTable {
   PageTable(std::string caption, std::vector<Column> columns, std::string all = {},
             std::size_t atMost = most);
 
-  void row(std::vector<std::string> cells);
+  /// Has each row tell since when, in a column more, if it is known what day it is.
+  void dateColumnIs(std::size_t place, std::string const& now);
+
+  /// @param since of the column more.
+  void row(std::vector<std::string> cells, std::string const& since = {});
   /// Prints nothing if there are no rows.
   void print(std::ostream& out) const;
 
@@ -33,6 +37,8 @@ class PageTable {
   std::vector<Column> columns_;
   std::string all_;
   std::size_t atMost_;
+  std::string now_;  // empty without the column more
+  std::size_t datePlace_ = 0;
   std::string rows_;
   std::size_t count_ = 0;
 };

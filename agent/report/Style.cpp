@@ -12,7 +12,7 @@ char const* const pageStyle = R"css(
   --p0: #0969da; --p1: #bc4c00; --p2: #1a7f37; --p3: #8250df;
   --p4: #bf3989; --p5: #0c7b83; --p6: #8a6100; --p7: #57606a;
 }
-@media (prefers-color-scheme: dark) {
+@media screen and (prefers-color-scheme: dark) {
   :root {
     --page: #0d1117; --ink: #e6edf3; --faint: #9aa4af; --rule: #3d444d; --lane: #151b23;
     --chip: #0d1117; --accent: #79c0ff; --alarm: #ff8a80; --alarm-page: #2a1715; --router: #12273d;

@@ -54,7 +54,7 @@ std::string dateText(std::chrono::system_clock::time_point time) {
 
 std::string shortDate(std::string const& date, std::string const& now) {
   if (date.size() < secondsEnd) return date;
-  std::string const timeOfDay = date.substr(dayLength + 1, secondsEnd - dayLength - 1);
+  std::string timeOfDay = date.substr(dayLength + 1, secondsEnd - dayLength - 1);
   if (date.starts_with(now.substr(0, dayLength))) return timeOfDay;
   if (!date.starts_with(now.substr(0, yearLength))) return date.substr(0, dayLength);
   return date.substr(yearLength + 1, dayLength - yearLength - 1) + " " + timeOfDay.substr(0, 5);

@@ -91,7 +91,7 @@ def headings(line):
 
 
 def check_command(lab, reader, where, command, shown):
-    endless = command.startswith("igmpsnoopctl monitor")
+    endless = command.startswith("igmpsnoopctl monitor") or " --watch " in command
     status, printed = reader.types(command, 1 if endless else 20)
     lab.check(status == (124 if endless else 0), f"{where}: {command}: {status}: {printed}")
     if "show" in command and shown:  # a table, whose headings are the same whatever it holds

@@ -51,6 +51,26 @@ TEST(ReportPageTest, HasPicturesTimeLineTablesAndWhatWasIgnored) {
   EXPECT_THAT(page, HasSubstr("No querier is heard in VLAN 10."));
 }
 
+TEST(ReportPageTest, OfARunningAgentTellsSinceWhenAndWhatTheBridgeIsToHave) {
+  ReportData data = ListenedTo().data();
+  std::string const since = "<th scope=\"col\">Since</th>";
+  std::string const forwarding = "<caption>Forwarding: what the bridge is to have";
+  EXPECT_THAT(pageOf(data), Not(HasSubstr(since)));
+  EXPECT_THAT(pageOf(data), Not(HasSubstr(forwarding)));
+  data.isReplay = false;
+  data.date = "2026-11-22T21:05:09+00:00";
+  data.memberships.at(0).since = "2026-11-22T20:00:01+00:00";
+  data.routerPorts = {{10, "swp2", "2026-11-21T07:08:09+00:00", true, {}, {}, {}, {}}};
+  data.entries = {{10, group, "swp1", "missing", {Gmp::Igmp::IgmpFilterMode::exclude, {}}}};
+  std::string const page = pageOf(data);
+  EXPECT_THAT(page, HasSubstr("It was 2026-11-22 21:05:09 +00:00."));
+  EXPECT_EQ(count(page, since), 2u);
+  EXPECT_THAT(page, HasSubstr("<td>10.0.0.1<td>20:00:01<td class=n>"));
+  EXPECT_THAT(page, HasSubstr("<td>swp2<td>11-21 07:08<td>yes"));
+  EXPECT_THAT(page, HasSubstr(forwarding));
+  EXPECT_THAT(page, HasSubstr("<td>239.1.1.1<td>swp1<td>missing<td>exclude"));
+}
+
 TEST(ReportPageTest, NeedsNothingButItself) {
   std::string const page = pageOf(ListenedTo().data());
   EXPECT_THAT(page, HasSubstr("content=\"default-src 'none';"));
@@ -92,7 +112,7 @@ TEST(ReportPageTest, HostileTextIsEscapedWhereverItStands) {
     each.name = each.state = each.because = each.direction = each.vlans = hostile;
   for (ReportedMembership& each : data.memberships) each.interface = hostile;
   for (HostRecords& each : data.hosts) each.name = each.interface = hostile;
-  data.routerPorts.push_back({10, hostile, true, {}, {}, {}, {}});
+  data.routerPorts.push_back({10, hostile, hostile, true, {}, {}, {}, {}});
   for (ReportedRefusals& each : data.ignored) each.vlan = each.interface = each.cause = hostile;
   data.ignored.push_back({hostile, hostile, "too-many-groups" + hostile, 1});
   for (HistoryRow& row : data.history.rows) {
