@@ -18,6 +18,8 @@ namespace Agent {
 /// How much of an answer is made in one turn of the event loop.
 inline constexpr std::size_t stepsAtOnce = 1000;
 inline constexpr std::size_t bytesAtOnce = 65536;
+/// Where nothing is done with a group's ports but counting what they have.
+inline constexpr std::size_t countsAtOnce = 8192;
 
 /// An answer to `show`: a frame, and a line for each element.
 class Listing : public Answer {

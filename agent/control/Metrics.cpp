@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "agent/Log.h"
-#include "agent/control/MembershipWalk.h"
+#include "agent/control/GroupWalk.h"
 #include "agent/output/Counters.h"
 #include "agent/text/Wording.h"
 
@@ -21,6 +21,7 @@ using Wirex::IntfId;
 
 constexpr std::size_t stepsAtOnce = 1000;
 constexpr std::size_t bytesAtOnce = 65536;
+constexpr std::size_t countsAtOnce = 4096;
 
 /// The value of a label: printable ASCII stays, other bytes become \xNN.
 std::string escaped(std::string_view text) {
@@ -85,12 +86,14 @@ class Metrics final : public Answer {
         configuration_(configuration),
         format_(format),
         heading_(std::move(heading)),
-        walk_(snoopingSwitch, {}) {}
+        walk_(snoopingSwitch) {}
 
   Progress advance(std::string& out) override {
-    walk_.advance(stepsAtOnce, [this](MembershipWalk::Place const& place, auto const&) {
-      ++memberships_[{place.vlan, place.interface}];
-    });
+    walk_.advance(countsAtOnce,
+                  [this](VlanId vlan, Bridging::IgmpSnooping::IgmpGroup const& group) {
+                    for (auto const& [intf, status] : group.intf())
+                      memberships_[{vlan, intf}] += status->membership().size();
+                  });
     if (!walk_.atEnd()) return Progress::more;
     out += std::exchange(heading_, {});
     for (std::size_t steps = 0; family_ < families().size();) {
@@ -317,7 +320,7 @@ class Metrics final : public Answer {
   ConfigurationState const* configuration_;
   MetricsFormat format_;
   std::string heading_;
-  MembershipWalk walk_;
+  GroupWalk walk_;
   std::map<std::pair<VlanId, IntfId>, std::uint64_t> memberships_;
   std::size_t family_ = 0;
   bool begun_ = false;

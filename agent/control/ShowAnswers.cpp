@@ -7,6 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "agent/control/GroupWalk.h"
 #include "agent/control/Listing.h"
 #include "agent/control/MembershipWalk.h"
 #include "agent/control/StatisticsAnswer.h"
@@ -34,8 +35,7 @@ using Wirex::IpAddr;
 class VlansListing final : public Listing {
  public:
   VlansListing(Switch const& snoopingSwitch, Request const& request, Epoch const& epoch)
-      : Listing(snoopingSwitch, request, epoch, {"vlans"}),
-        walk_(snoopingSwitch, Selection{request.of.vlan, {}, {}}) {
+      : Listing(snoopingSwitch, request, epoch, {"vlans"}), walk_(snoopingSwitch, request.of.vlan) {
     for (VlanConfig const& vlan : snoopingSwitch.configuration().vlans)
       if (vlan.isSecondary())
         secondaries_[vlan.privateRole.primaryVlan()].push_back(vlan.vlanId.value());
@@ -43,7 +43,9 @@ class VlansListing final : public Listing {
 
  private:
   bool advanceList(std::string& out) override {
-    walk_.advance(stepsAtOnce, [this](auto const& place, auto const&) { ++counts_[place.vlan]; });
+    walk_.advance(countsAtOnce, [this](VlanId vlan, IgmpGroup const& group) {
+      for (auto const& [intf, status] : group.intf()) counts_[vlan] += status->membership().size();
+    });
     if (!walk_.atEnd()) return false;
     return advanceVlans(out, [&](VlanConfig const& vlan) {
       if (isSelected(vlan) && knowsGroup(vlan.vlanId)) add(out, "vlans", vlanObject(vlan));
@@ -87,7 +89,7 @@ class VlansListing final : public Listing {
     }
   }
 
-  MembershipWalk walk_;
+  GroupWalk walk_;
   std::map<VlanId, std::uint64_t> counts_;
   std::map<VlanId, std::vector<unsigned>> secondaries_;  // of primary VLANs, when it began
 };

@@ -16,6 +16,7 @@ EntryWriter::Key keyOf(FoundEntry const& entry) {
 
 void EntryWriter::begin(std::uint32_t bridge) {
   bridge_ = bridge;
+  if (former_.empty()) former_.swap(groups_);
   groups_.clear();
   batch_.clear();
   changes_.clear();
@@ -24,6 +25,11 @@ void EntryWriter::begin(std::uint32_t bridge) {
   disturbed_.clear();
   lost_ = false;
   entryCount_ = sourceCount_ = failedGroups_ = 0;
+}
+
+bool EntryWriter::freeSome(std::size_t groups) {
+  for (; groups > 0 && !former_.empty(); --groups) former_.erase(former_.begin());
+  return !former_.empty();
 }
 
 void EntryWriter::portsAre(std::map<Wirex::IntfId, std::uint32_t> const& ports) {
@@ -144,7 +150,7 @@ void EntryWriter::change(Key const& key, std::uint32_t port, SourceFilter const*
   changes_.push_back({key, port, filter(after), batch_.count()});
 }
 
-std::optional<std::string> EntryWriter::flush(std::function<void(Refusal const&)> const& refused) {
+void EntryWriter::flush(std::function<void(Refusal const&)> const& refused) {
   counters_.writes += batch_.count();
   hearOfDeletions();
   auto const failures = control_.write(batch_);
@@ -162,6 +168,9 @@ std::optional<std::string> EntryWriter::flush(std::function<void(Refusal const&)
     apply(change, failed);
   }
   changes_.clear();
+}
+
+std::optional<std::string> EntryWriter::list() {
   std::vector<RulesTable::Member> members;
   listChanges(members);
   touched_.clear();

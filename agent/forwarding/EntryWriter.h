@@ -56,6 +56,8 @@ class EntryWriter {
 
   /// Of a bridge that has none of our entries, and whose sets are empty.
   void begin(std::uint32_t bridge);
+  /// Frees what is known of a former bridge, so many groups of it. Returns whether there is more.
+  bool freeSome(std::size_t groups);
   /// The ports that there are; the kernel has deleted the entries of others.
   void portsAre(std::map<Wirex::IntfId, std::uint32_t> const& ports);
   /// The sets were emptied; entries are as they were.
@@ -83,8 +85,11 @@ class EntryWriter {
   void groupIs(Key const& key, std::vector<Entry> wanted);
   bool isFull() const { return batch_.isFull(); }
 
-  /// Writes. What was refused is told one by one. Returns why the sets could not be changed.
-  std::optional<std::string> flush(std::function<void(Refusal const&)> const& refused);
+  /// Writes entries. What was refused is told one by one.
+  void flush(std::function<void(Refusal const&)> const& refused);
+  /// Has the streams of groups that were written go by their entries. That costs as much for one
+  /// as for many. Returns why the sets could not be changed.
+  std::optional<std::string> list();
 
  private:
   /// Of an entry, which takes the requests up to `end`.
@@ -105,6 +110,7 @@ class EntryWriter {
   BridgeControl& control_;
   std::uint32_t bridge_ = 0;
   Groups groups_;
+  Groups former_;  // of a bridge that was given up
   std::size_t entryCount_ = 0;
   std::size_t sourceCount_ = 0;
   std::size_t failedGroups_ = 0;

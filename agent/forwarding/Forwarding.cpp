@@ -206,15 +206,22 @@ void Forwarding::stop() {
   ending_ = std::move(watch_);
   watching_ = false;
   pending_.clear();
-  std::set<IpAddr> groups;
-  for (auto const& [key, group] : writer_->groups()) groups.insert(key.second);
-  control_->beginToGiveBack(std::move(groups));
+  control_->beginToGiveBack(groupsWithoutMark());
   givenBack_ = bridge_.name;
   writer_->begin(0);
+  freeing_ = true;
   ports_.clear();
   routers_.clear();
   progress_.clear();
   continuation_->within(atOnce);
+}
+
+/// The groups of entries that do not tell whose they are.
+std::set<IpAddr> Forwarding::groupsWithoutMark() const {
+  std::set<IpAddr> groups;
+  if (control_->entryKind() == EntryKind::singleSources)
+    for (auto const& [key, group] : writer_->groups()) groups.insert(key.second);
+  return groups;
 }
 
 void Forwarding::giveBackMore() {
@@ -374,7 +381,8 @@ void Forwarding::sweepAll() {
 
 /// A piece of what there is to do; the rest follows in the next turn.
 void Forwarding::advance() {
-  if (isGivingBack()) giveBackMore();
+  pieceEnd_ = loop_.now() + pieceOfWork;
+  while (isGivingBack() && loop_.now() < pieceEnd_) giveBackMore();
   try {
     advanceWatches();
     if (active_) {
@@ -387,16 +395,17 @@ void Forwarding::advance() {
     examination_->within(examinationPause);
     return;
   }
-  if (ending_ || watching_ || !pending_.empty() || isGivingBack()) continuation_->within(atOnce);
+  if (ending_ || freeing_ || watching_ || !pending_.empty() || isGivingBack())
+    continuation_->within(atOnce);
 }
 
 void Forwarding::advanceWatches() {
   constexpr std::size_t groupsAtOnce = 8;
-  Horix::Time const end = loop_.now() + pieceOfWork;
-  while (ending_ && loop_.now() < end)
+  while (ending_ && loop_.now() < pieceEnd_)
     if (!ending_->unwatchSome(groupsAtOnce)) ending_.reset();
+  while (freeing_ && loop_.now() < pieceEnd_) freeing_ = writer_->freeSome(groupsAtOnce);
   if (!watching_) return;
-  while (watching_ && loop_.now() < end) watching_ = watch_->watchSome(groupsAtOnce);
+  while (watching_ && loop_.now() < pieceEnd_) watching_ = watch_->watchSome(groupsAtOnce);
   if (!watching_) sweepAll();
 }
 
@@ -434,9 +443,17 @@ void Forwarding::followDeletions() {
 
 void Forwarding::writePiece() {
   if (watching_) return;
-  Horix::Time const end = loop_.now() + pieceOfWork;
   do writeSome();
-  while (!pending_.empty() && loop_.now() < end);
+  while (!pending_.empty() && loop_.now() < pieceEnd_);
+  if (auto const refusal = writer_->list()) {
+    log(Severity::warning, "forwarding: nftables refuses to list groups: ", *refusal,
+        "; the rules are put up anew");
+    putRules();
+  }
+  followDeletions();
+  if (!pending_.empty()) return;
+  if (auto routers = routersWanted(); routers != routers_) routersAre(std::move(routers), true);
+  goByEntries();
 }
 
 /// As many groups as one system call takes with ease.
@@ -448,19 +465,10 @@ void Forwarding::writeSome() {
     if (!learned) break;
     compare(*learned);
   }
-  auto const refusal = writer_->flush([this](EntryWriter::Refusal const& each) {
+  writer_->flush([this](EntryWriter::Refusal const& each) {
     std::string const name = portName(each.port);
     complaints_.refused(each, name.empty() ? "a port" : name, loop_.now());
   });
-  if (refusal) {
-    log(Severity::warning, "forwarding: nftables refuses to list groups: ", *refusal,
-        "; the rules are put up anew");
-    putRules();
-  }
-  followDeletions();
-  if (!pending_.empty()) return;
-  if (auto routers = routersWanted(); routers != routers_) routersAre(std::move(routers), true);
-  goByEntries();
 }
 
 void Forwarding::compare(PendingGroups::Learned const& learned) {

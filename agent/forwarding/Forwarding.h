@@ -83,6 +83,7 @@ class Forwarding {
   void isObstructed(std::string const& why);
   void begin(LinkInfo const& bridge);
   void stop();
+  std::set<Wirex::IpAddr> groupsWithoutMark() const;
   void giveBackMore();
   void correct(LinkInfo const& bridge);
   void correctSettings(LinkInfo const& bridge);
@@ -137,7 +138,9 @@ class Forwarding {
   std::uint32_t mostGroups_ = 0;
   std::uint64_t disturbances_ = 0;
 
-  bool watching_ = false;  // what was there in the beginning is not all watched yet
+  Horix::Time pieceEnd_{};  // when a piece of work has taken long enough
+  bool freeing_ = false;    // what was written to a former bridge
+  bool watching_ = false;   // what was there in the beginning is not all watched yet
   PendingGroups pending_;
   Horix::Time nextRetry_{};
   Complaints complaints_;

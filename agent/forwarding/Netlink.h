@@ -22,8 +22,8 @@ class NetlinkBatch {
 
   bool empty() const { return count_ == 0; }
   std::size_t count() const { return count_; }
-  /// Whether it is time to send.
-  bool isFull() const { return size_ >= full; }
+  /// Whether it is time to send: the kernel does all that is sent before it returns.
+  bool isFull() const { return size_ >= full || count_ >= most; }
   void clear();
 
   /// One after the other, as they are sent.
@@ -48,6 +48,7 @@ class NetlinkBatch {
 
   static constexpr std::size_t largest = 4096;  // bytes of a request
   static constexpr std::size_t full = 16384;
+  static constexpr std::size_t most = 64;  // requests, of some tens of microseconds each
 
   std::vector<char> buffer_;
   std::size_t size_ = 0;
