@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <filesystem>
 #include <system_error>
 #include <utility>
 
 #include <CLI/CLI.hpp>
 
+#include "agent/replay/CaptureName.h"
 #include "agent/replay/ReplayLists.h"
 #include "agent/text/Wording.h"
 
@@ -42,6 +44,17 @@ TraceRequest traceRequestIn(std::string const& text) {
 PortCapture portCaptureIn(std::string const& text) {
   auto const [port, fileName] = assignmentIn(text, "PORT=CAPTURE, as in swp1=swp1.pcap");
   return {Wirex::IntfId(Kel::String8(port)), fileName};
+}
+
+/// A capture without a port is named for it: by the selected interface, or by its file.
+PortCapture namedCaptureIn(std::string const& text) {
+  if (text.find('=') != std::string::npos) return portCaptureIn(text);
+  auto const [fileName, interface] = captureName(text);
+  std::string const stem = std::filesystem::path(fileName).filename().string();
+  std::string const port = interface.empty() ? stem.substr(0, stem.find('.')) : interface;
+  if (port.empty() || text == "-")
+    refuse(Agent::quoted(text), " names no port; put PORT= before it");
+  return {Wirex::IntfId(Kel::String8(port)), text};
 }
 
 void addCapture(std::vector<PortCapture>& captures, PortCapture capture) {
@@ -84,6 +97,7 @@ class CommandLine {
     addReplay();
     addCheck();
     addDiff();
+    addGuess();
   }
 
   Command parse(int argc, char const* const* argv) {
@@ -92,6 +106,7 @@ class CommandLine {
     if (live_->parsed()) return liveCommand_;
     if (check_->parsed()) return checkCommand_;
     if (diff_->parsed()) return diffCommand_;
+    if (guess_->parsed()) return guessCommand_;
     return replayCommand_;
   }
 
@@ -197,6 +212,21 @@ class CommandLine {
     diff_->add_flag("-j,--json", diffCommand_.json, "Print JSON");
   }
 
+  void addGuess() {
+    guess_ = app_.add_subcommand("guess", "Write the configuration that captures suggest");
+    exampleIs(*guess_, "igmpsnoopd guess swp1=swp1.pcap swp2=swp2.pcap");
+    guess_
+        ->add_option("PORT=CAPTURE", each([&](auto& text) {
+                       addCapture(guessCommand_.captures, namedCaptureIn(text));
+                     }),
+                     "Captures of Ethernet frames, and the ports on which they were taken; without "
+                     "PORT= the file's name or the selected interface is the port's")
+        ->required()
+        ->expected(-1)  // or more
+        ->take_all()
+        ->type_name("");
+  }
+
   CLI::App* addCommand(char const* name, char const* description, std::string& configuration) {
     CLI::App* const command = app_.add_subcommand(name, description);
     command->add_option("--config", configuration, "The configuration (TOML)")
@@ -210,10 +240,12 @@ class CommandLine {
   CLI::App* replay_ = nullptr;
   CLI::App* check_ = nullptr;
   CLI::App* diff_ = nullptr;
+  CLI::App* guess_ = nullptr;
   LiveCommand liveCommand_;
   ReplayCommand replayCommand_;
   CheckCommand checkCommand_;
   DiffCommand diffCommand_;
+  GuessCommand guessCommand_;
 };
 
 }  // namespace

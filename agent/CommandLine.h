@@ -55,7 +55,12 @@ struct DiffCommand {
   bool json = false;
 };
 
-using Command = std::variant<LiveCommand, ReplayCommand, CheckCommand, DiffCommand, Information>;
+struct GuessCommand {
+  std::vector<PortCapture> captures;
+};
+
+using Command =
+    std::variant<LiveCommand, ReplayCommand, CheckCommand, DiffCommand, GuessCommand, Information>;
 
 /// Throws WrongUsage.
 Command parseCommandLine(int argc, char const* const* argv);

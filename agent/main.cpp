@@ -16,6 +16,7 @@
 #include "agent/compare/Comparison.h"
 #include "agent/config/ConfigurationReader.h"
 #include "agent/config/MemoryBound.h"
+#include "agent/guess/ConfigurationGuess.h"
 #include "agent/live/Live.h"
 #include "agent/live/Privileges.h"
 #include "agent/output/Json.h"
@@ -195,6 +196,11 @@ int run(DiffCommand const& command) {
   } catch (std::exception const& error) {
     return fail(error, 2);
   }
+}
+
+int run(GuessCommand const& command) {
+  print(configurationGuessedFrom(command.captures));
+  return done;
 }
 
 int run(Information const& information) {

@@ -179,7 +179,8 @@ TEST(CommandLine, MissingArgumentsAreNamed) {
   EXPECT_EQ(wrongUsage({"check"}),
             "--config FILE is required, as in igmpsnoopd check --config switch.toml; try "
             "igmpsnoopd check --help");
-  EXPECT_EQ(wrongUsage({}), "live, replay, check or diff is required; try igmpsnoopd --help");
+  EXPECT_EQ(wrongUsage({}),
+            "live, replay, check, diff or guess is required; try igmpsnoopd --help");
 }
 
 TEST(CommandLine, UnknownArgumentsAreNamed) {
@@ -204,6 +205,18 @@ TEST(CommandLine, DiffTakesTwoStates) {
   EXPECT_EQ(wrongUsage({"diff", "a.json"}),
             "B is required, as in igmpsnoopd diff before.json after.json; try igmpsnoopd diff "
             "--help");
+}
+
+TEST(CommandLine, GuessNamesAPortByItsCaptureWhereNothingElseDoes) {
+  auto const command = std::get<GuessCommand>(
+      parse({"guess", "swp7=a.pcap", "captures/swp2.pcap", "/dev/null:eth1", "swp3=b.pcap"}));
+  std::vector<std::string> ports;
+  for (PortCapture const& each : command.captures)
+    ports.emplace_back(each.port.stringValue().view());
+  EXPECT_THAT(ports, ElementsAre("swp7", "swp2", "eth1", "swp3"));
+  EXPECT_EQ(command.captures[1].fileName, "captures/swp2.pcap");
+  EXPECT_EQ(command.captures[2].fileName, "/dev/null:eth1");
+  EXPECT_THAT(wrongUsage({"guess", "-"}), HasSubstr("\"-\" names no port; put PORT= before it"));
 }
 
 TEST(CommandLine, HelpAndVersionAreInformation) {

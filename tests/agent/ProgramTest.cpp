@@ -334,6 +334,19 @@ TEST_F(ProgramTest, PortThatIsNotConfiguredIsToldWithTheConfiguration) {
                                               "it has swp1 and swp2\n");
 }
 
+TEST_F(ProgramTest, ReplayRunsWithTheConfigurationGuessedFromTheBundledCaptures) {
+  std::string captures;
+  for (char const* const port : {"swp1", "swp2", "swp3", "swp4"})
+    captures += std::string(" ") + CAPTURES + port + ".pcap";
+  auto const guessed = run("guess" + captures);
+  EXPECT_EQ(guessed.status, 0) << guessed.err;
+  auto const guess = configuration(guessed.out);
+  EXPECT_EQ(run("check --config " + guess).status, 0);
+  std::string const swp1 = std::string("swp1=") + CAPTURES + "swp1.pcap";
+  EXPECT_THAT(run("replay --config " + guess + " --show groups " + swp1).out,
+              HasSubstr("239.1.1.1  swp1       10.0.10.11"));
+}
+
 TEST_F(ProgramTest, DiffOfTheSameReplayFindsNothing) {
   std::string const a = directory.file("a.json");
   std::ofstream(a) << replay("-j swp1=" + capture()).out;
