@@ -5,7 +5,10 @@
 #include <utility>
 #include <vector>
 
+#include "framework/kel/Trace.h"
 #include "platform/igmp/wire/FrameWriter.h"
+
+KEL_TRACE_MODULE("IgmpSnooping::VlanQuerier", "VlanQuerier")
 
 namespace Bridging::IgmpSnooping {
 
@@ -108,8 +111,15 @@ void VlanQuerier::settingsIs(QuerierSettings const& settings, SnoopingPolicy con
   bool const wasQuerier = isQuerier();
   settings_ = settings;
   policy_ = policy;
+  if (wasOn != settings_.sendsQueries)
+    KEL_TRACE(4, "VLAN " << vlanId() << ": " << settings_.source
+                         << (wasOn ? " is no querier any more: it is switched off"
+                                   : " may be querier: it is switched on"));
   bool const wins =
       settings_.sendsQueries && otherQuerier_ && precedes(settings_.source, otherQuerier_->address);
+  if (wins)
+    KEL_TRACE(4, "VLAN " << vlanId() << ": " << otherQuerier_->address
+                         << " is not elected any more: " << settings_.source << " precedes it");
   otherQuerierIs(wins ? std::nullopt : otherQuerier_);
   if (!isQuerier()) {
     inquiries_.clear();
@@ -143,6 +153,9 @@ void VlanQuerier::queryHeard(QueryPort const& port, OtherQuerier const& sender,
   bool const isOther = !otherQuerier_ || !otherQuerier_->isSame(sender);
   startupQueriesLeft_ = 0;
   inquiries_.clear();
+  if (isOther)
+    KEL_TRACE(4, "VLAN " << vlanId() << ": " << sender.address << " on " << sender.intfId
+                         << " is elected: its query is heard");
   timerWheel_->schedule(*this, std::min(policy_.otherQuerierPresentInterval(query),
                                         policy_.otherQuerierPresentInterval()));
   otherQuerierIs(sender);
@@ -151,6 +164,8 @@ void VlanQuerier::queryHeard(QueryPort const& port, OtherQuerier const& sender,
 
 void VlanQuerier::restore(OtherQuerier const& elected, Horix::Time until) {
   if (settings_.sendsQueries && precedes(settings_.source, elected.address)) return;
+  KEL_TRACE(4, "VLAN " << vlanId() << ": " << elected.address << " on " << elected.intfId
+                       << " is elected: it was before");
   startupQueriesLeft_ = 0;
   timerWheel_->scheduleAt(*this, until);
   otherQuerierIs(elected);
@@ -236,7 +251,11 @@ VlanQuerier::Inquiry* VlanQuerier::inquiry(InquiryKey const& key) {
 
 void VlanQuerier::onExpiry() {
   bool const isElection = otherQuerier_.has_value();
-  if (isElection) otherQuerierIs(std::nullopt);
+  if (isElection) {
+    KEL_TRACE(4, "VLAN " << vlanId() << ": " << otherQuerier_->address
+                         << " is not elected any more: it is heard no longer");
+    otherQuerierIs(std::nullopt);
+  }
   if (settings_.sendsQueries) queryAll();
   if (isElection) onElection_(*this);
 }

@@ -4,10 +4,50 @@
 #include <memory>
 #include <utility>
 
+#include "framework/kel/Trace.h"
+
+KEL_TRACE_MODULE("IgmpSnooping::VlanRouters", "VlanRouters")
+
 namespace Bridging::IgmpSnooping {
 
 using Wirex::IntfId;
 using Wirex::IpAddr;
+
+namespace {
+
+/// Why a port is a router port, without how long: "configured, querier 192.0.2.1", in traces.
+struct Reasons {
+  RouterPort const& port;
+
+  bool operator==(Reasons const& other) const {
+    return port.configured == other.port.configured && port.querier == other.port.querier &&
+           port.pimNeighbor == other.port.pimNeighbor;
+  }
+
+  friend std::ostream& operator<<(std::ostream& out, Reasons const& reasons) {
+    RouterPort const& port = reasons.port;
+    char const* separator = "";
+    if (port.configured) out << std::exchange(separator, ", ") << "configured";
+    if (port.querier != IpAddr())
+      out << std::exchange(separator, ", ") << "querier " << port.querier;
+    if (port.pimNeighbor != IpAddr()) out << separator << "PIM router " << port.pimNeighbor;
+    return out;
+  }
+};
+
+void traceChange(VlanId vlan, IntfId const& intf, RouterPort const& former,
+                 RouterPort const& state) {
+  if (Reasons{state} == Reasons{former}) return;
+  if (state == RouterPort())
+    KEL_TRACE_OF("handlePort", 4,
+                 "VLAN " << vlan << ": " << intf
+                         << " is no router port any more, which it was by: " << Reasons{former});
+  else
+    KEL_TRACE_OF("handlePort", 4,
+                 "VLAN " << vlan << ": " << intf << " is a router port: " << Reasons{state});
+}
+
+}  // namespace
 
 /// A router port, and the timer of the reason that ends first.
 class VlanRouters::Port final : public Horix::Timer {
@@ -104,6 +144,7 @@ void VlanRouters::handlePort(Port& port) {
   port.pimNeighbors.nowIs(now);
   RouterPort state = port.state();
   IntfId const intf = port.intfId;
+  traceChange(routerPorts_->vlanId(), intf, routerPorts_->routerPort().get(intf), state);
   if (state == RouterPort()) {
     ports_.erase(intf);
     routerPorts_->routerPortDel(intf);

@@ -6,7 +6,10 @@
 #include <utility>
 #include <variant>
 
+#include "framework/kel/Trace.h"
 #include "platform/igmp/wire/PacketReader.h"
+
+KEL_TRACE_MODULE("Igmp::HostSm", "HostSm")
 
 namespace Igmp {
 
@@ -14,6 +17,18 @@ using Direction = IgmpHost::Direction;
 using Wirex::Bytes;
 
 namespace {
+
+/// Why a host reports unasked or does not, in traces.
+char const* whyOrWhyNot(IgmpHost const& host) {
+  if (!host.enabled()) return "it is disabled";
+  if (host.blocked()) return "its port is blocked";
+  if (host.direction() != Direction::both && host.direction() != Direction::egress)
+    return "nothing may leave through its port";
+  if (!host.pam()) return "it has no packet access";
+  if (host.vlanId() == 0) return "it has no VLAN";
+  if (host.settings().macAddress == Wirex::MacAddress{}) return "it has no MAC address";
+  return host.settings().reportsUnasked ? "it can, and is set to" : "it is set not to";
+}
 
 /// The type of the IGMP message in a frame, without a check of anything that is not on the way to
 /// it: most frames that a port hears are not for its host.
@@ -177,6 +192,9 @@ void HostSm::updateAccess() {
   bool const couldSend = std::exchange(couldSend_, canSend());
   bool const reports = canSend() && host()->settings().reportsUnasked;
   bool const begins = reports && !unaskedReports_.active();
+  if (reports != unaskedReports_.active())
+    KEL_TRACE(4, host()->name() << (reports ? " reports unasked" : " reports unasked no longer")
+                                << ": " << whyOrWhyNot(*host()));
   unaskedReports_.activeIs(reports);
   if (memory_ && canSend()) {
     goOnFrom(*std::exchange(memory_, std::nullopt));
@@ -284,6 +302,12 @@ bool HostSm::followMode() {
   IgmpVersion const mode = std::min(host()->igmpVersion(), queriers.oldest());
   if (mode < host()->igmpVersion()) status_->olderQuerierIs(queriers.oldestQuerier());
   if (mode == mode_) return false;
+  if (mode < host()->igmpVersion())
+    KEL_TRACE(4, host()->name() << " speaks IGMPv" << mode << " from now on: the querier "
+                                << queriers.oldestQuerier() << " does");
+  else
+    KEL_TRACE(4, host()->name() << " speaks IGMPv" << mode
+                                << " from now on: it is configured, and no querier is older");
   mode_ = mode;
   status_->compatibilityModeIs(mode);
   return true;

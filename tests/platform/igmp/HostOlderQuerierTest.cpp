@@ -1,4 +1,5 @@
 #include "tests/platform/igmp/HostTesting.h"
+#include "tests/proxy/TraceCapture.h"
 
 /// A host among older queriers (RFC 9776 section 7.2; RFC 2236; RFC 1112 appendix I).
 namespace IgmpTest {
@@ -475,6 +476,39 @@ TEST_F(HostOlderQuerier, MessagesAreCountedByVersion) {
   EXPECT_EQ(status().counters().leavesSent, 1u);
   fallsBackToV1();
   EXPECT_EQ(status().counters().reportsSentV1, 1u);
+}
+
+// ---- Traces
+
+TEST_F(HostOlderQuerier, EachChangeOfTheVersionIsTracedWithItsCause) {
+  auto const traces =
+      Bridging::IgmpSnooping::Proxy::Testing::TraceCapture::ofEveryLevel("Igmp::HostSm");
+  hears(FrameBuilder::queryV2({}, 100));
+  hears(FrameBuilder::queryV2({}, 100));
+  pass(seconds(350));
+  std::ostringstream querier;
+  querier << status().olderQuerier();
+  EXPECT_THAT(
+      traces.texts(),
+      ElementsAre("4 Vlan10swp1 speaks IGMPv2 from now on: the querier " + querier.str() + " does",
+                  "4 Vlan10swp1 speaks IGMPv3 from now on: it is configured, and no "
+                  "querier is older"));
+}
+
+TEST_F(HostOlderQuerier, ReportingUnaskedIsTracedWithItsCause) {
+  auto const traces =
+      Bridging::IgmpSnooping::Proxy::Testing::TraceCapture::ofEveryLevel("Igmp::HostSm");
+  host->blockedIs(true);
+  host->blockedIs(false);
+  reportsUnaskedIs(false);
+  reportsUnaskedIs(true);
+  host->enabledIs(false);
+  EXPECT_THAT(traces.texts(),
+              ElementsAre("4 Vlan10swp1 reports unasked no longer: its port is blocked",
+                          "4 Vlan10swp1 reports unasked: it can, and is set to",
+                          "4 Vlan10swp1 reports unasked no longer: it is set not to",
+                          "4 Vlan10swp1 reports unasked: it can, and is set to",
+                          "4 Vlan10swp1 reports unasked no longer: it is disabled"));
 }
 
 }  // namespace IgmpTest

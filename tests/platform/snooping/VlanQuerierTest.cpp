@@ -10,6 +10,7 @@
 
 #include "tests/platform/snooping/MembershipTesting.h"
 #include "tests/platform/snooping/SnoopedVlans.h"
+#include "tests/proxy/TraceCapture.h"
 
 namespace {
 
@@ -25,6 +26,7 @@ using Bridging::IgmpSnooping::QueryPort;
 using Bridging::IgmpSnooping::ReportBatch;
 using Bridging::IgmpSnooping::SnoopingPolicy;
 using Bridging::IgmpSnooping::VlanQuerier;
+using Bridging::IgmpSnooping::Proxy::Testing::TraceCapture;
 using Igmp::IgmpVersion;
 using testing::AllOf;
 using testing::ElementsAre;
@@ -965,6 +967,37 @@ TEST_F(VlanQuerierTest, QueriesLowerNobodysTime) {
   batch.publish();
   EXPECT_TRUE(vlan.learning.membership(swp1.intfId(), otherHost, group));
   EXPECT_FALSE(vlan.learning.membership(swp1.intfId(), host, group));
+}
+
+// ---- Traces
+
+TEST_F(VlanQuerierTest, EachTransitionIsTracedWithItsCause) {
+  auto const traces = TraceCapture::ofEveryLevel("IgmpSnooping::VlanQuerier");
+  apply();
+  hears(lower);
+  hears(lower);
+  passes(policy.otherQuerierPresentInterval() + 1s);
+  hears(lower);
+  settings.source = IpAddr{192, 0, 2, 48};
+  apply();
+  settings.sendsQueries = false;
+  apply();
+  EXPECT_THAT(traces.texts(),
+              ElementsAre("4 VLAN 10: 192.0.2.50 may be querier: it is switched on",
+                          "4 VLAN 10: 192.0.2.49 on swp1 is elected: its query is heard",
+                          "4 VLAN 10: 192.0.2.49 is not elected any more: it is heard no longer",
+                          "4 VLAN 10: 192.0.2.49 on swp1 is elected: its query is heard",
+                          "4 VLAN 10: 192.0.2.49 is not elected any more: 192.0.2.48 precedes it",
+                          "4 VLAN 10: 192.0.2.48 is no querier any more: it is switched off"));
+}
+
+TEST_F(VlanQuerierTest, RestoredElectionIsTraced) {
+  apply();
+  auto const traces = TraceCapture::ofEveryLevel("IgmpSnooping::VlanQuerier");
+  OtherQuerier elected{lower, {2, 0, 0, 0, 0, 9}, swp1.intfId(), IgmpVersion::v3, 0, {}};
+  querier().restore(elected, wheel->now() + 100s);
+  EXPECT_THAT(traces.texts(),
+              ElementsAre("4 VLAN 10: 192.0.2.49 on swp1 is elected: it was before"));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/snooping/VlanRouters.h"
+#include "tests/proxy/TraceCapture.h"
 
 namespace {
 
@@ -13,6 +14,7 @@ using namespace std::chrono_literals;
 using Bridging::IgmpSnooping::RouterPort;
 using Bridging::IgmpSnooping::RouterPorts;
 using Bridging::IgmpSnooping::VlanRouters;
+using Bridging::IgmpSnooping::Proxy::Testing::TraceCapture;
 using Igmp::PimHello;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -234,6 +236,32 @@ TEST_F(VlanRoutersTest, PortsStayWhereTheyAreWhenTheirKeeperGoes) {
   }
   wheel->advanceTo(300s);
   EXPECT_TRUE(own->routerPort().contains(swp1)) << "and no timer is left";
+}
+
+// ---- Traces
+
+TEST_F(VlanRoutersTest, EachChangeOfTheReasonsIsTracedOnce) {
+  auto const traces = TraceCapture::ofEveryLevel("IgmpSnooping::VlanRouters");
+  routers.configuredIs(swp1, true);
+  routers.querierHeard(swp1, querier, 255s);
+  wheel->advanceTo(100s);
+  routers.querierHeard(swp1, querier, 255s);
+  PimHello hello;
+  hello.source = router;
+  hello.holdtime = 105s;
+  routers.helloHeard(swp1, hello);
+  routers.configuredIs(swp1, false);
+  wheel->advanceTo(500s);
+  EXPECT_THAT(traces.texts(),
+              ElementsAre("4 VLAN 10: swp1 is a router port: configured",
+                          "4 VLAN 10: swp1 is a router port: configured, querier 192.0.2.1",
+                          "4 VLAN 10: swp1 is a router port: configured, querier 192.0.2.1, "
+                          "PIM router 192.0.2.3",
+                          "4 VLAN 10: swp1 is a router port: querier 192.0.2.1, "
+                          "PIM router 192.0.2.3",
+                          "4 VLAN 10: swp1 is a router port: querier 192.0.2.1",
+                          "4 VLAN 10: swp1 is no router port any more, which it was by: "
+                          "querier 192.0.2.1"));
 }
 
 }  // namespace
