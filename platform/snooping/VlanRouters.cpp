@@ -17,15 +17,15 @@ namespace {
 
 /// Why a port is a router port, without how long: "configured, querier 192.0.2.1", in traces.
 struct Reasons {
-  RouterPort const& port;
+  RouterPort const& of;
 
   bool operator==(Reasons const& other) const {
-    return port.configured == other.port.configured && port.querier == other.port.querier &&
-           port.pimNeighbor == other.port.pimNeighbor;
+    return of.configured == other.of.configured && of.querier == other.of.querier &&
+           of.pimNeighbor == other.of.pimNeighbor;
   }
 
   friend std::ostream& operator<<(std::ostream& out, Reasons const& reasons) {
-    RouterPort const& port = reasons.port;
+    RouterPort const& port = reasons.of;
     char const* separator = "";
     if (port.configured) out << std::exchange(separator, ", ") << "configured";
     if (port.querier != IpAddr())
