@@ -1,5 +1,7 @@
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,6 +23,13 @@ Json host(char const* interface, char const* records) {
   object["interface"] = interface;
   object["group"] = Json::parse(records);
   return object;
+}
+
+/// Compilers do not agree on whether a single value in braces is a list.
+Json listOfOne(Json element) {
+  Json list = Json::array();
+  list.push_back(std::move(element));
+  return list;
 }
 
 Json hosts(std::vector<Json> const& all) {
@@ -81,8 +90,9 @@ TEST(Comparison, HostThatIsBlockedDiffers) {
 }
 
 TEST(Comparison, MembershipsAreComparedByReporterWithoutTheirTimes) {
-  Json const a = {{"groups", {Json::parse(R"({"vlan": 10, "address": "239.1.1.1", "interface":
-      "swp1", "host": "10.0.0.1", "filter-mode": "exclude", "source": [], "expire": 200.5})")}}};
+  Json const a = {
+      {"groups", listOfOne(Json::parse(R"({"vlan": 10, "address": "239.1.1.1", "interface":
+      "swp1", "host": "10.0.0.1", "filter-mode": "exclude", "source": [], "expire": 200.5})"))}};
   Json b = a;
   b["groups"][0]["expire"] = 3;
   EXPECT_TRUE(comparisonOf(a, b).differences.empty());
@@ -95,8 +105,9 @@ TEST(Comparison, MembershipsAreComparedByReporterWithoutTheirTimes) {
 }
 
 TEST(Comparison, RouterPortsAreComparedByWhatMakesThem) {
-  Json const a = {{"mrouters", {Json::parse(R"({"vlan": 10, "interface": "swp4", "static": true,
-      "querier": "10.0.0.100", "querier-expire": 200.5})")}}};
+  Json const a = {
+      {"mrouters", listOfOne(Json::parse(R"({"vlan": 10, "interface": "swp4", "static": true,
+      "querier": "10.0.0.100", "querier-expire": 200.5})"))}};
   Json b = a;
   b["mrouters"][0].erase("querier");
   EXPECT_THAT(textOf(a, b), HasSubstr("  10  swp4       configured and querier 10.0.0.100  "
@@ -106,7 +117,7 @@ TEST(Comparison, RouterPortsAreComparedByWhatMakesThem) {
 TEST(Comparison, OnlyListsThatBothHaveAreCompared) {
   Json a = hosts({host("swp1", includes)});
   Json const b = a;
-  a["mrouters"] = {Json::parse(R"({"vlan": 10, "interface": "swp4", "static": true})")};
+  a["mrouters"] = listOfOne(Json::parse(R"({"vlan": 10, "interface": "swp4", "static": true})"));
   EXPECT_THAT(comparisonOf(a, b).lists, ElementsAre("hosts"));
   EXPECT_TRUE(comparisonOf(b, a).differences.empty());
 }
@@ -119,7 +130,7 @@ TEST(Comparison, StatesWithNothingInCommonAreRefused) {
 TEST(Comparison, DocumentOfAnotherFormIsRefused) {
   EXPECT_EQ(refusalOf(Json::array()), "it is no JSON object");
   EXPECT_EQ(refusalOf({{"time", 1}}), "it has none of hosts, groups and mrouters");
-  EXPECT_THAT(refusalOf({{"hosts", {1}}}), HasSubstr("it has another form: "));
+  EXPECT_THAT(refusalOf({{"hosts", listOfOne(1)}}), HasSubstr("it has another form: "));
   EXPECT_THAT(refusalOf(hosts({host("swp1", "[{}]")})), HasSubstr("it has another form: "));
 }
 
