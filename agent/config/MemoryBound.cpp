@@ -20,9 +20,11 @@ constexpr double ofRecord = 170;  // a host's, of a group
 constexpr double ofRecordSource = 30;
 constexpr double ofMember = 8192;  // a port in a VLAN, with nothing learned
 
-// What is kept for the next start: three times while it is written, and in the file.
-constexpr double ofKeptMembership = 4 * 31;
-constexpr double ofKeptSource = 4 * 9;
+// In the file that is kept for the next start, which may lie in memory too. While it is written, it
+// takes three times as much on the heap.
+constexpr double ofKeptMembership = 31;
+constexpr double ofKeptSource = 9;
+constexpr double timesWhileWritten = 3;
 
 // Memory that was used for something of another size fits less of this.
 constexpr double fragmentation = 1.4;
@@ -46,8 +48,13 @@ double portsLearnedFrom(Configuration const& configuration, VlanConfig const& pr
   return static_cast<double>(ports);
 }
 
-/// What a VLAN takes that learns from so many ports.
-double learnedBytes(SnoopingSettings const& settings, double ports, bool forwards) {
+/// What a VLAN takes that learns from so many ports, on the heap and in the file.
+struct Learned {
+  double heap;
+  double file;
+};
+
+Learned learnedFrom(SnoopingSettings const& settings, double ports, bool forwards) {
   double const portGroups = std::min(limit(settings.maxInterfaceGroups), limit(settings.maxGroups));
   double const groups = std::min(limit(settings.maxGroups), ports * portGroups);
   // Further reporters of a group are merged into one more membership.
@@ -56,10 +63,12 @@ double learnedBytes(SnoopingSettings const& settings, double ports, bool forward
                                   memberships * limit(settings.maxGroupSources));
   // Each host reports what all other ports want. So does what the bridge is told of each port.
   double const readers = ports * (forwards ? 2 : 1);
-  return fragmentation * (groups * ofGroup + ports * portGroups * ofGroupOnPort +
-                          memberships * ofMembership + sources * ofSource +
-                          readers * groups * ofRecord + readers * sources * ofRecordSource) +
-         memberships * ofKeptMembership + sources * ofKeptSource;
+  double const file = memberships * ofKeptMembership + sources * ofKeptSource;
+  return {fragmentation * (groups * ofGroup + ports * portGroups * ofGroupOnPort +
+                           memberships * ofMembership + sources * ofSource +
+                           readers * groups * ofRecord + readers * sources * ofRecordSource) +
+              timesWhileWritten * file,
+          file};
 }
 
 /// The limits of a VLAN for want of which there is no bound.
@@ -84,17 +93,20 @@ std::uint64_t bytes(double exact) {
 MemoryBound memoryBound(Configuration const& configuration) {
   MemoryBound bound;
   double learned = 0;
+  double files = 0;
   for (VlanConfig const& vlan : configuration.vlans) {
     learned += static_cast<double>(vlan.members.size()) * ofMember;
     if (vlan.members.empty() || vlan.isSecondary()) continue;
     for (std::string const& missing : missingLimits(vlan.settings))
       bound.unlimited.push_back(message(missing, " of VLAN ", vlan.vlanId));
-    if (bound.unlimited.empty())
-      learned += learnedBytes(vlan.settings, portsLearnedFrom(configuration, vlan),
-                              configuration.forwarding.has_value());
+    if (!bound.unlimited.empty()) continue;
+    Learned const vlans = learnedFrom(vlan.settings, portsLearnedFrom(configuration, vlan),
+                                      configuration.forwarding.has_value());
+    learned += vlans.heap;
+    files += vlans.file;
   }
   bound.learned = bytes(learned);
-  bound.total = bytes(learned + ofProgram + ofClients +
+  bound.total = bytes(learned + files + ofProgram + ofClients +
                       static_cast<double>(configuration.interfaces.size()) * ofInterface);
   return bound;
 }
