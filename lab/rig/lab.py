@@ -1,7 +1,9 @@
 """A scenario's laboratory: makes what it asks for, and compares what it expects."""
 
+import contextlib
 import itertools
 import pathlib
+import subprocess
 import tempfile
 import time
 
@@ -240,10 +242,14 @@ class Lab:
         return f"{len(frames)} frames sent, dissected"
 
     def logs(self):
-        """What may explain a failure: the agents' own words, and what they last sent and heard."""
+        """What may explain a failure: the agents' own words, what they know, and what they last sent
+        and heard."""
         lines = []
         for switch in self.switches:
             lines += [f"--- {switch.name}", switch.log()]
+            if switch.running():
+                with contextlib.suppress(subprocess.SubprocessError):  # it may be what has failed
+                    lines.append(switch.read("show groups"))
             for port in switch.captured_ports():
                 told = [(message.time, "sent", message) for message in switch.wire(port).sent()]
                 told += [(message.time, "heard", message) for message in switch.wire(port).heard()]
