@@ -62,7 +62,11 @@ class Resumption {
       switch_.proxy().igmpHostDirSm()->memoryIs(name, std::move(memory));
   }
 
-  void operator()(KeptSince const& kept) { since_ = here(kept.since) - kept.before; }
+  // A file may say anything: nothing began later than now, and nothing is that old.
+  void operator()(KeptSince const& kept) {
+    constexpr Time oldest = std::chrono::years(50);
+    since_ = std::min(here(kept.since), now_) - std::min(kept.before, oldest);
+  }
 
   void operator()(KeptMembership const& kept) {
     Time const since = takeSince();

@@ -99,7 +99,9 @@ class KEL_EXPORT LearnedMembership final : public IgmpMembership, public Horix::
   /// it was restored from a former one's.
   Horix::Time since() const { return std::chrono::seconds(static_cast<std::int32_t>(ownNumber())); }
   void sinceIs(Horix::Time time) {
-    ownNumberIs(static_cast<std::uint32_t>(std::chrono::round<std::chrono::seconds>(time).count()));
+    constexpr auto half = std::chrono::milliseconds(500);  // the nearest second
+    ownNumberIs(
+        static_cast<std::uint32_t>(std::chrono::floor<std::chrono::seconds>(time + half).count()));
   }
 
   /// When it will have ended if no more is heard.

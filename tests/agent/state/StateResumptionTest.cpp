@@ -173,6 +173,29 @@ TEST_F(StateResumptionTest, WhatIsOlderThanTheMachineStaysAsOld) {
   EXPECT_EQ(std::chrono::round<std::chrono::seconds>(age), 150s);
 }
 
+TEST_F(StateResumptionTest, NothingIsOlderThanFiftyYears) {
+  StateWriter writer;
+  writer.put(KeptSince{Horix::Time(), Horix::Time::max() - 1h});
+  writer.put(KeptRouter{Bridging::VlanId(10), Wirex::IntfId("swp3"), false, router, 200s});
+  before.reset();
+  after.emplace(configurationIn(threePorts));
+  resume(**after, {Moment(), writer.take()}, Moment());
+  auto const* const routers = (*after)->routerPorts(Bridging::VlanId(10));
+  Horix::Time const age = (*after)->now() - routers->routerPort().get(Wirex::IntfId("swp3")).since;
+  EXPECT_EQ(age, std::chrono::years(50));
+}
+
+TEST_F(StateResumptionTest, NothingBeganLaterThanNow) {
+  StateWriter writer;
+  writer.put(KeptSince{Horix::Time::max(), Horix::Time()});
+  writer.put(KeptRouter{Bridging::VlanId(10), Wirex::IntfId("swp3"), false, router, 200s});
+  before.reset();
+  after.emplace(configurationIn(threePorts));
+  resume(**after, {Moment(), writer.take()}, Moment());
+  auto const* const routers = (*after)->routerPorts(Bridging::VlanId(10));
+  EXPECT_EQ(routers->routerPort().get(Wirex::IntfId("swp3")).since, (*after)->now());
+}
+
 TEST_F(StateResumptionTest, CountsTheTimeThatHasPassedMeanwhile) {
   resumeAfter(100s);
   start();
