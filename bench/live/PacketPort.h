@@ -22,6 +22,9 @@ class PacketPort {
 
   static Time now();
 
+  /// For poll(2) and its like.
+  int descriptor() const { return socket_; }
+
   /// Sends all, with as few system calls as sendmmsg(2) allows.
   void send(std::span<Frame const> frames) const;
 

@@ -5,6 +5,7 @@
 
 #include "bench/live/Load.h"
 #include "bench/live/PacketPort.h"
+#include "bench/live/Relay.h"
 
 /// Puts load on the ports of whatever snoops IGMP at the other end of the cables, and times it.
 /// Prints JSON.
@@ -53,6 +54,12 @@ int main(int argc, char** argv) {
   auto* const query = app.add_subcommand("query", "one general query");
   query->add_option("interface", router, "the router's")->required();
 
+  std::string in;
+  std::string out;
+  auto* const relays = app.add_subcommand("relay", "what comes in on one interface out of another");
+  relays->add_option("from", in, "a port towards a listener")->required();
+  relays->add_option("to", out, "the port towards the router")->required();
+
   CLI11_PARSE(app, argc, argv);
   try {
     if (loads->parsed()) {
@@ -60,6 +67,8 @@ int main(int argc, char** argv) {
       std::cout << "{\"sent\": " << result.sent << ", \"seconds\": " << result.seconds << "}\n";
     } else if (latencies->parsed()) {
       printLatency(Bench::latency(latency));
+    } else if (relays->parsed()) {
+      Bench::relay(in, out);
     } else {
       Bench::Frame const frame = Bench::generalQuery();
       Bench::PacketPort(router, false).send({&frame, 1});
