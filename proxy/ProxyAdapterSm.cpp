@@ -115,6 +115,7 @@ AdapterSm::AdapterSm(VlanId vlanId, Kel::Ptr<AdapterVlanConfig const> const& ada
     : vlanId_(vlanId),
       activity_(Kel::make<Kel::ActivityConfig>()),
       igmpHostDir_(std::move(igmpHostDir)),
+      groupNumbers_(Kel::make<Igmp::GroupNumbers>()),
       changed_(Kel::make<Changed>(this)) {
   if (adapterConfig) adapterConfig_ = Kel::make<KelAdapterConfig>(adapterConfig, this);
   if (coreStatus) coreStatus_ = Kel::make<KelCoreStatus>(coreStatus, this);
@@ -239,8 +240,7 @@ void AdapterSm::updateRecords(KelIgmpGroup& group) {
     std::uint32_t const keyPlace = hostKeys.position(key, formerPlace++);
     if (keyPlace == hostKeys.absent) continue;
     KEL_TRACE_OF("updateIgmpHost", 4, "AdapterSm::updateIgmpHost key " << key);
-    processSplitHorizon(key, group, hostPlaces_.of(keyPlace, hostKeys.size()),
-                        group.recordPlaces_.of(keyPlace, hostKeys.size()));
+    processSplitHorizon(key, group, hostPlaces_.of(keyPlace, hostKeys.size()));
   }
   group.igmpHostChangedIs(false);
 }
@@ -253,8 +253,7 @@ void AdapterSm::newIgmpHost(PortKey const& key) {
     for (IpAddr const address : igmpGroup_.keys()) {
       if (!adapterConfig()->hostKey(key)) break;
       Kel::Ptr<KelIgmpGroup> const group = kelIgmpGroup(address);
-      std::uint32_t recordPlace = PlaceHints::unknown;
-      if (group && !group->isZombie()) processSplitHorizon(key, *group, hostPlace, recordPlace);
+      if (group && !group->isZombie()) processSplitHorizon(key, *group, hostPlace);
     }
   } else if (auto const host = igmpHostDir_->igmpHost(key.hostName())) {
     host->v3groupDelAll();
@@ -265,10 +264,12 @@ void AdapterSm::clearGroup(IpAddr group) {
   KEL_TRACE(9, "AdapterSm::clearGroup " << group);
   Kel::Ptr<AdapterSm> const self(this);
   AdapterVlanConfig::HostKeys const& hostKeys = adapterConfig()->hostKey();
+  std::uint32_t formerPlace = 0;
   for (PortKey const& key : hostKeys.keys()) {
-    if (!hostKeys.contains(key)) continue;
+    std::uint32_t const keyPlace = hostKeys.position(key, formerPlace++);
+    if (keyPlace == hostKeys.absent) continue;
     KEL_TRACE(4, "AdapterSm::clearGroup key " << key);
-    auto const host = igmpHostDir_->igmpHost(key.hostName());
+    auto const host = igmpHost(key, hostPlaces_.of(keyPlace, hostKeys.size()));
     if (!host) {
       // The hosts of a VLAN go together: where one is missing the others are about to go too.
       KEL_TRACE(0, "No igmpHost");
@@ -280,19 +281,18 @@ void AdapterSm::clearGroup(IpAddr group) {
 
 void AdapterSm::processSplitHorizon(PortKey const& key, IpAddr group) {
   std::uint32_t hostPlace = PlaceHints::unknown;
-  std::uint32_t recordPlace = PlaceHints::unknown;
-  processSplitHorizon(key, *kelIgmpGroup(group), hostPlace, recordPlace);
+  processSplitHorizon(key, *kelIgmpGroup(group), hostPlace);
 }
 
 void AdapterSm::processSplitHorizon(PortKey const& key, KelIgmpGroup& group,
-                                    std::uint32_t& hostPlace, std::uint32_t& recordPlace) {
+                                    std::uint32_t& hostPlace) {
   IpAddr const groupAddress = group.addr();
   KEL_TRACE(8, "KelIgmpIntf::processSplitHorizon() g: " << groupAddress << " hostKey " << key);
   Kel::Ptr<AdapterSm> const self(this);
   KelIgmpIntf const* const memberPort = group.igmpIntf().find(key.intfId());
   if (!memberPort && !kelTraceHandle.wanted(4)) {
-    Kel::Ptr<Igmp::IgmpHost> const host(igmpHostDir_->igmpHost().find(key.hostName(), hostPlace));
-    if (host && shareRecord(*host, group, recordPlace)) return;
+    auto const host = igmpHost(key, hostPlace);
+    if (host && shareRecord(*host, group)) return;
   }
   ScratchCounts const merged(spareCounts_);
   if (memberPort) {
@@ -301,20 +301,27 @@ void AdapterSm::processSplitHorizon(PortKey const& key, KelIgmpGroup& group,
     KEL_TRACE(4, "non Group Intf: our excludes did not match others g: " << groupAddress);
     merged->starGCountIs(1);
   }
-  Kel::Ptr<Igmp::IgmpHost> const host(igmpHostDir_->igmpHost().find(key.hostName(), hostPlace));
+  auto const host = igmpHost(key, hostPlace);
   if (!host) {
     KEL_TRACE(0, "No igmpHost");
     return;
   }
   bool const ownPortAlone = memberPort && group.igmpIntf().size() == 1;
-  writeRecord(*host, groupAddress, recordPlace, *merged, ownPortAlone);
+  writeRecord(*host, group, *merged, ownPortAlone);
+}
+
+/// @param place where it was found before, if it was; afterwards where it is.
+Kel::Ptr<Igmp::IgmpHost> AdapterSm::igmpHost(PortKey const& key, std::uint32_t& place) const {
+  Kel::Ptr<Igmp::IgmpHost> host(igmpHostDir_->igmpHost().find(key.hostName(), place));
+  if (host) host->v3groupNumbersIs(groupNumbers_);
+  return host;
 }
 
 /// Gives a host whose port has no listener the record that all such hosts share. Returns false
 /// where that could be noticed.
-bool AdapterSm::shareRecord(Igmp::IgmpHost& host, KelIgmpGroup& group, std::uint32_t& recordPlace) {
+bool AdapterSm::shareRecord(Igmp::IgmpHost& host, KelIgmpGroup& group) {
   if (CommonRecord::Record const common = commonRecord(group))
-    return host.v3groupShare(common, recordPlace);
+    return host.v3groupShare(common, group.recordNumber_);
   Igmp::IgmpV3GroupRecord const* const present = host.v3group().peek(group.addr());
   if (!present) return !host.watched();
   if (!present->isShared() && present->isInUse()) return false;
@@ -356,16 +363,16 @@ bool AdapterSm::mergeMemberPorts(KelIgmpGroup& group, SourceCount& merged) const
   return someoneDoesNotExclude && merged.exclude().empty();
 }
 
-void AdapterSm::writeRecord(Igmp::IgmpHost& host, IpAddr group, std::uint32_t& recordPlace,
-                            SourceCount& merged, bool ownPortAlone) {
-  Kel::Ptr<Igmp::IgmpV3GroupRecord> record(host.v3group().find(group, recordPlace));
-  if (!record) record = host.v3groupIs(group);
+void AdapterSm::writeRecord(Igmp::IgmpHost& host, KelIgmpGroup& group, SourceCount& merged,
+                            bool ownPortAlone) {
+  Kel::Ptr<Igmp::IgmpV3GroupRecord> record(host.v3group().find(group.addr(), group.recordNumber_));
+  if (!record) record = host.v3groupIs(group.addr());
   record->sourceIs();
   record->heardBackIs(ownPortAlone);
   if (auto const mode = modeOf(merged))
     fill(*record, *mode, merged);
   else
-    host.v3groupDel(group);
+    host.v3groupDel(group.addr());
 }
 
 // ---- KelAdapterConfig and KelCoreStatus

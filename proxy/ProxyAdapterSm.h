@@ -9,6 +9,7 @@
 #include "framework/entities/IgmpContextStatus.h"
 #include "framework/kel/Activity.h"
 #include "framework/kel/Reactors.h"
+#include "platform/igmp/GroupNumbers.h"
 #include "platform/igmp/IgmpHost.h"
 #include "proxy/ChangedGroups.h"
 #include "proxy/CommonRecord.h"
@@ -85,13 +86,13 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   using PlacedGroup = std::pair<std::uint32_t, Wirex::IpAddr>;
   void addChangedGroups(std::vector<PlacedGroup>& groups, std::uint32_t firstPlace) const;
   void updateRecords(KelIgmpGroup& group);
-  void processSplitHorizon(PortKey const& key, KelIgmpGroup& group, std::uint32_t& hostPlace,
-                           std::uint32_t& recordPlace);
-  bool shareRecord(Igmp::IgmpHost& host, KelIgmpGroup& group, std::uint32_t& recordPlace);
+  void processSplitHorizon(PortKey const& key, KelIgmpGroup& group, std::uint32_t& hostPlace);
+  Kel::Ptr<Igmp::IgmpHost> igmpHost(PortKey const& key, std::uint32_t& place) const;
+  bool shareRecord(Igmp::IgmpHost& host, KelIgmpGroup& group);
   CommonRecord::Record commonRecord(KelIgmpGroup& group);
   bool mergeMemberPorts(KelIgmpGroup& group, SourceCount& merged) const;
-  void writeRecord(Igmp::IgmpHost& host, Wirex::IpAddr group, std::uint32_t& recordPlace,
-                   SourceCount& merged, bool ownPortAlone);
+  void writeRecord(Igmp::IgmpHost& host, KelIgmpGroup& group, SourceCount& merged,
+                   bool ownPortAlone);
 
   VlanId vlanId_;
   bool initialized_ = false;
@@ -101,6 +102,7 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   Kel::Ptr<KelCoreStatus> coreStatus_;
   Kel::Ptr<SourceCount> spareCounts_;
   PlaceHints hostPlaces_;  // of the hosts of all keys, in the order of `hostKey`
+  Kel::Ptr<Igmp::GroupNumbers> const groupNumbers_;
   Kel::Ptr<Changed> changed_;
   IgmpGroups igmpGroup_;
 };
@@ -180,7 +182,7 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup final
   Changed::Link changedLink_;
   Kel::Ptr<SourceCount> record_;
   CommonRecord commonRecord_;
-  PlaceHints recordPlaces_;  // of the hosts' records of the group, in the order of `hostKey`
+  std::uint32_t recordNumber_ = Igmp::GroupNumbers::none;  // in most hosts, where they have one
   IgmpIntfs igmpIntf_;
 };
 

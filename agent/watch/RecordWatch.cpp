@@ -69,7 +69,7 @@ class RecordWatch::Host final : public Igmp::IgmpHost::NotifieeConst {
 
   PortKey key_;
   RecordWatch& watch_;
-  ChunkedWalk left_;  // to be taken up
+  std::uint32_t taken_ = 0;  // the records with numbers below it are taken up
   Kel::Reactors<IpAddr, Record> records_;
 };
 
@@ -177,7 +177,7 @@ std::optional<RecordChange> RecordWatch::Record::takeChange() {
 // ---- Host
 
 RecordWatch::Host::Host(Kel::Ptr<Igmp::IgmpHost const> const& host, PortKey key, RecordWatch& watch)
-    : key_(std::move(key)), watch_(watch), left_(host->v3group().size()) {
+    : key_(std::move(key)), watch_(watch) {
   NotifieeConst::watch(host);
 }
 
@@ -197,8 +197,10 @@ void RecordWatch::Host::followAll() {
 }
 
 bool RecordWatch::Host::watchSome(std::size_t& records) {
-  return notifier() &&
-         left_.advance(notifier()->v3group(), records, [this](IpAddr group) { follow(group); });
+  for (; notifier() && records > 0; --records)
+    if (!notifier()->v3group().visitNext(taken_, [this](IpAddr group) { follow(group); }))
+      return false;
+  return notifier() != nullptr;
 }
 
 bool RecordWatch::Host::unwatchSome(std::size_t& records) {

@@ -1,99 +1,143 @@
 #pragma once
 
 #include <cstdint>
+#include <utility>
+#include <vector>
 
-#include "framework/kel/Collection.h"
-#include "platform/igmp/IgmpV3GroupRecord.h"
+#include "framework/kel/Notification.h"
+#include "platform/igmp/GroupNumbers.h"
+#include "platform/igmp/RecordPages.h"
 
 namespace Igmp {
 
 /// The records of a host, by group. Most hosts of a VLAN report the same of a group, so they share
 /// one record; nobody can tell, because a host gets a copy of its own when somebody looks at its
-/// record, and keeps it while somebody holds or watches that.
+/// record, and keeps it while somebody holds or watches that. They also share the groups' numbers,
+/// by which each keeps its records.
 template <auto Callback>
-class HostGroupRecords : private Kel::OwnedMembers<Wirex::IpAddr, IgmpV3GroupRecord> {
-  using Owned = Kel::OwnedMembers<Wirex::IpAddr, IgmpV3GroupRecord>;
+class HostGroupRecords {
+ public:
   using Record = Kel::Ptr<IgmpV3GroupRecord>;
 
- public:
-  using Owned::absent, Owned::contains, Owned::empty, Owned::keyAt, Owned::keys, Owned::position,
-      Owned::size;
-
   struct Entry {
-    Wirex::IpAddr const& key;
-    Record const& mapped;
+    Wirex::IpAddr key;
+    Record mapped;
   };
   struct End {};
 
+  /// Visits the records in the order of their numbers, whatever happens to them meanwhile.
   class Cursor {
    public:
-    explicit Cursor(HostGroupRecords const& records) noexcept : records_(records) {}
-    Entry operator*() const { return {records_.keyAt(place_), records_.ownAt(place_)}; }
+    explicit Cursor(HostGroupRecords const& records) noexcept
+        : records_(records), number_(records.pages_.next(0)) {}
+    Entry operator*() const { return {records_.numbers_->group(number_), records_.ownAt(number_)}; }
     Cursor& operator++() noexcept {
-      ++place_;
+      number_ = records_.pages_.next(number_ + 1);
       return *this;
     }
-    friend bool operator==(Cursor const& cursor, End) noexcept {
-      return cursor.place_ >= cursor.records_.size();
-    }
+    friend bool operator==(Cursor const& cursor, End) noexcept { return cursor.isAtEnd(); }
 
    private:
+    bool isAtEnd() const noexcept { return number_ >= records_.pages_.end(); }
+
     HostGroupRecords const& records_;
-    std::uint32_t place_ = 0;
+    std::uint32_t number_;
   };
+
+  HostGroupRecords() = default;
+  HostGroupRecords(HostGroupRecords const&) = delete;
+  HostGroupRecords& operator=(HostGroupRecords const&) = delete;
+  ~HostGroupRecords() {
+    while (!empty()) retireAt(pages_.next(0));
+  }
+
+  std::uint32_t size() const noexcept { return pages_.size(); }
+  bool empty() const noexcept { return size() == 0; }
+  bool contains(Wirex::IpAddr group) const noexcept { return pages_.find(numberOf(group)); }
 
   Cursor begin() const noexcept { return Cursor(*this); }
   End end() const noexcept { return {}; }
 
+  /// The groups as they are now, for loops that change the collection.
+  std::vector<Wirex::IpAddr> keys() const {
+    std::vector<Wirex::IpAddr> groups;
+    groups.reserve(size());
+    for (std::uint32_t at = pages_.next(0); at < pages_.end(); at = pages_.next(at + 1))
+      groups.push_back(numbers_->group(at));
+    return groups;
+  }
+
+  /// For a walk in pieces, from the number 0 on: visits the group of the first record that is not
+  /// below `number`, and lets `number` say where the walk goes on. Returns whether there was one.
+  template <class Visit>
+  bool visitNext(std::uint32_t& number, Visit visit) const {
+    number = pages_.next(number);
+    if (number >= pages_.end()) return false;
+    visit(numbers_->group(number++));
+    return true;
+  }
+
   /// The host's own record, or null.
   IgmpV3GroupRecord* find(Wirex::IpAddr group) const {
-    std::uint32_t place = absent;
-    return find(group, place);
+    std::uint32_t number = GroupNumbers::none;
+    return find(group, number);
   }
-  /// @param place where it was found before, if it was; afterwards where it is.
-  IgmpV3GroupRecord* find(Wirex::IpAddr group, std::uint32_t& place) const {
-    place = position(group, place);
-    return place == absent ? nullptr : ownAt(place).get();
+  /// @param number of the group where it was found before, if it was; afterwards what it is now.
+  IgmpV3GroupRecord* find(Wirex::IpAddr group, std::uint32_t& number) const {
+    number = numberOf(group, number);
+    return pages_.find(number) ? ownAt(number).get() : nullptr;
   }
   Record get(Wirex::IpAddr group) const { return Record(find(group)); }
 
   /// For reading at once, neither to be held nor watched: the record may be shared. May be null.
-  IgmpV3GroupRecord const* peek(Wirex::IpAddr group) const noexcept { return Owned::find(group); }
+  IgmpV3GroupRecord const* peek(Wirex::IpAddr group) const noexcept {
+    Record const* const record = pages_.find(numberOf(group));
+    return record ? record->get() : nullptr;
+  }
+
+  /// Has the host keep its records by the numbers that other hosts use, from when it has none on.
+  void numbersIs(Kel::Ptr<GroupNumbers> const& numbers) {
+    if (numbers_ != numbers && empty()) numbers_ = numbers;
+  }
 
   /// Find-or-create.
   Record is(Kel::Entity const& owner, Wirex::IpAddr group) {
     if (contains(group)) return get(group);
-    auto made = Owned::ensure(group, [group] { return Kel::make<IgmpV3GroupRecord>(group); }).first;
+    auto made = Kel::make<IgmpV3GroupRecord>(group);
+    add(made, numberOf(group));
     notify(owner, group);
     return made;
   }
 
   /// Lets the host share a record, where nobody could tell.
-  /// @param place as for find()
+  /// @param number as for find()
   /// @return whether nothing is left to do. If not, the host's own record is to be written.
-  bool share(Kel::Entity const& owner, Record const& common, std::uint32_t& place) {
+  bool share(Kel::Entity const& owner, Record const& common, std::uint32_t& number) {
     Wirex::IpAddr const group = common->group();
-    place = position(group, place);
-    if (place == absent && owner.watched()) {
+    number = numberOf(group, number);
+    Record* present = pages_.find(number);
+    if (!present && owner.watched()) {
       is(owner, group);
-      place = position(group);
-      if (place == absent) return true;  // whoever heard of it removed it
+      number = numberOf(group);
+      present = pages_.find(number);
+      if (!present) return true;  // whoever heard of it removed it
     }
-    if (place == absent) {
-      place = size();
-      this->table_.add(group, common);
-    } else {
-      Record& present = this->table_.mappedAt(place);
-      if (!present->isShared() && present->isInUse()) return false;
-      present = common;
+    if (!present) {
+      number = add(common, number);
+      return true;
     }
+    if (!(*present)->isShared() && (*present)->isInUse()) return false;
+    *present = common;
     ++Kel::mutations;
     return true;
   }
 
   void del(Kel::Entity const& owner, Wirex::IpAddr group) {
+    std::uint32_t const number = numberOf(group);
+    if (!pages_.find(number)) return;
     Kel::Ptr<Kel::Entity const> const self(&owner);
-    if (Owned::del(group)) notify(owner, group);
+    retireAt(number);
+    notify(owner, group);
   }
 
   void delAll(Kel::Entity const& owner) {
@@ -106,12 +150,35 @@ class HostGroupRecords : private Kel::OwnedMembers<Wirex::IpAddr, IgmpV3GroupRec
   }
 
  private:
-  Record const& ownAt(std::uint32_t place) const {
+  std::uint32_t numberOf(Wirex::IpAddr group, std::uint32_t former = GroupNumbers::none) const {
+    return numbers_ ? numbers_->find(group, former) : GroupNumbers::none;
+  }
+
+  std::uint32_t add(Record const& record, std::uint32_t number) {
+    if (!numbers_) numbers_ = Kel::make<GroupNumbers>();
+    ++Kel::mutations;
+    number = numbers_->use(record->group(), number);
+    pages_.add(number, record);
+    return number;
+  }
+
+  /// A removed record's reactors stop calling handlers before it goes.
+  void retireAt(std::uint32_t number) {
+    ++Kel::mutations;
+    numbers_->disuse(number);
+    Record const removed = pages_.take(number);
+    removed->kelDoZombieReactors(true);
+  }
+
+  Record const& ownAt(std::uint32_t number) const {
     // Nobody can tell a shared record from a copy, so that looking is const.
-    Record& record = const_cast<HostGroupRecords*>(this)->table_.mappedAt(place);
+    Record& record = *pages_.find(number);
     if (record->isShared()) record = record->copy();
     return record;
   }
+
+  Kel::Ptr<GroupNumbers> numbers_;
+  RecordPages pages_;
 };
 
 }  // namespace Igmp

@@ -137,9 +137,11 @@ class KEL_EXPORT IgmpHost : public Kel::Entity {
   Kel::Ptr<IgmpV3GroupRecord> v3groupIs(Wirex::IpAddr group) { return v3group_.is(*this, group); }
   /// Lets the host share a record of several hosts (`HostGroupRecords::share`). Returns false where
   /// somebody would notice: then its own record is to be written.
-  bool v3groupShare(Kel::Ptr<IgmpV3GroupRecord> const& common, std::uint32_t& place) {
-    return v3group_.share(*this, common, place);
+  bool v3groupShare(Kel::Ptr<IgmpV3GroupRecord> const& common, std::uint32_t& number) {
+    return v3group_.share(*this, common, number);
   }
+  /// The groups' numbers that it shares with other hosts (`HostGroupRecords::numbersIs`).
+  void v3groupNumbersIs(Kel::Ptr<GroupNumbers> const& numbers) { v3group_.numbersIs(numbers); }
   void v3groupDel(Wirex::IpAddr group) { v3group_.del(*this, group); }
   void v3groupDelAll() { v3group_.delAll(*this); }
   void v3groupNotify(Wirex::IpAddr group) { v3group_.notify(*this, group); }

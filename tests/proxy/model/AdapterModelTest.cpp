@@ -94,8 +94,7 @@ class PassingWatchers {
     for (auto const& [name, host] : driver.hostDir().igmpHost()) {
       if (random_() % 32 != 0 || host->v3group().empty()) continue;
       auto const& records = host->v3group();
-      auto const record =
-          records.get(records.keyAt(static_cast<std::uint32_t>(random_() % records.size())));
+      auto const record = records.get(records.keys()[random_() % records.size()]);
       if (record->source()) mirrors_.emplace_back(record);
       ++watched_;
     }
