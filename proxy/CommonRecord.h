@@ -8,8 +8,9 @@
 
 namespace Bridging::IgmpSnooping::Proxy {
 
-/// A group's record for the hosts whose own port is no member: the same for all of them, and made
-/// once for each state of the group's counts.
+/// A group's record for the hosts that leave nothing out, because their own port is no member or
+/// wants only what others want too: the same for all of them, and made once for each state of the
+/// group's counts.
 class CommonRecord {
  public:
   using Record = Kel::Ptr<Igmp::IgmpV3GroupRecord>;

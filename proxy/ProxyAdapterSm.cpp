@@ -98,6 +98,68 @@ class CountedPort {
   Kel::Ptr<AdapterSm::KelIgmpGroup> group_;
 };
 
+/// Whether every wish of a port is also one of another port. May be false where ports exclude
+/// sources.
+bool everyWishIsShared(AdapterSm::KelIgmpGroup& group) {
+  SourceCount const& counts = *group.recordIs();
+  if (group.igmpIntf().size() < 2) return false;
+  if (counts.starGCount() != 0) return counts.starGCount() > 1;
+  if (!counts.exclude().empty()) return false;
+  for (auto const [source, including] : counts.include())
+    if (including < 2) return false;
+  return true;
+}
+
+/// Whether a port's host leaves something out that the hosts of other ports report. May be true
+/// also where ports exclude sources, and is for the group's only port.
+bool leavesSomethingOut(KelIgmpIntf const& port) {
+  SourceCount const& counts = *port.kelIgmpGroup().recordIs();
+  if (port.kelIgmpGroup().igmpIntf().size() < 2) return true;
+  if (counts.starGCount() != 0) return counts.starGCount() <= (port.starG() ? 1 : 0);
+  if (!counts.exclude().empty()) return true;
+  for (auto const [source, including] : counts.include())
+    if (including < 2 && including <= (port.portInclude(source) != 0 ? 1 : 0)) return true;
+  return false;
+}
+
+/// The member ports of a group whose hosts leave something out that other hosts report. Found anew
+/// whenever the group's counts have changed.
+class PortsApart {
+ public:
+  explicit PortsApart(AdapterSm::KelIgmpGroup& group) : group_(group) {}
+
+  bool contains(IntfId const& intf) {
+    if (!isUpToDate()) find();
+    return ports_.contains(intf);
+  }
+
+ private:
+  bool isUpToDate() const {
+    return counts_ && counts_ == group_.record() && version_ == counts_->version() &&
+           memberPorts_ == group_.igmpIntf().size();
+  }
+  void find() {
+    counts_ = group_.recordIs();
+    version_ = counts_->version();
+    memberPorts_ = group_.igmpIntf().size();
+    ports_.clear();
+    if (everyWishIsShared(group_)) return;
+    for (auto const& [intf, port] : group_.igmpIntf())
+      if (leavesSomethingOut(*port)) ports_.add(intf, {});
+  }
+
+  AdapterSm::KelIgmpGroup& group_;
+  Kel::Ptr<SourceCount> counts_;
+  std::uint32_t version_ = SourceCount::noVersion;
+  std::uint32_t memberPorts_ = 0;
+  Kel::Table<IntfId, Kel::Nothing> ports_;
+};
+
+/// Whether a decision on a record is traced step by step.
+bool decisionsAreTraced() {
+  return kelTraceHandle.wanted(4) || kelTraceHandle.wanted(8) || kelTraceHandle.wanted(9);
+}
+
 }  // namespace
 
 // ---- AdapterSm
@@ -235,12 +297,17 @@ void AdapterSm::addChangedGroups(std::vector<PlacedGroup>& groups, std::uint32_t
 void AdapterSm::updateRecords(KelIgmpGroup& group) {
   AdapterVlanConfig::HostKeys const& hostKeys = adapterConfig()->hostKey();
   std::uint32_t formerPlace = 0;
+  PortsApart apart(group);
   for (PortKey const& key : hostKeys.keys()) {
     if (group.isZombie()) break;
     std::uint32_t const keyPlace = hostKeys.position(key, formerPlace++);
     if (keyPlace == hostKeys.absent) continue;
     KEL_TRACE_OF("updateIgmpHost", 4, "AdapterSm::updateIgmpHost key " << key);
-    processSplitHorizon(key, group, hostPlaces_.of(keyPlace, hostKeys.size()));
+    // A copy, because handlers may have the adapter update again, for more hosts.
+    std::uint32_t hostPlace = hostPlaces_.of(keyPlace, hostKeys.size());
+    if (decisionsAreTraced() || apart.contains(key.intfId()) || !shareRecord(key, group, hostPlace))
+      processSplitHorizon(key, group, hostPlace);
+    hostPlaces_.of(keyPlace, hostKeys.size()) = hostPlace;
   }
   group.igmpHostChangedIs(false);
 }
@@ -253,7 +320,7 @@ void AdapterSm::newIgmpHost(PortKey const& key) {
     for (IpAddr const address : igmpGroup_.keys()) {
       if (!adapterConfig()->hostKey(key)) break;
       Kel::Ptr<KelIgmpGroup> const group = kelIgmpGroup(address);
-      if (group && !group->isZombie()) processSplitHorizon(key, *group, hostPlace);
+      if (group && !group->isZombie()) rewriteRecord(key, *group, hostPlace);
     }
   } else if (auto const host = igmpHostDir_->igmpHost(key.hostName())) {
     host->v3groupDelAll();
@@ -269,7 +336,7 @@ void AdapterSm::clearGroup(IpAddr group) {
     std::uint32_t const keyPlace = hostKeys.position(key, formerPlace++);
     if (keyPlace == hostKeys.absent) continue;
     KEL_TRACE(4, "AdapterSm::clearGroup key " << key);
-    auto const host = igmpHost(key, hostPlaces_.of(keyPlace, hostKeys.size()));
+    Kel::Ptr<Igmp::IgmpHost> const host(igmpHost(key, hostPlaces_.of(keyPlace, hostKeys.size())));
     if (!host) {
       // The hosts of a VLAN go together: where one is missing the others are about to go too.
       KEL_TRACE(0, "No igmpHost");
@@ -281,7 +348,16 @@ void AdapterSm::clearGroup(IpAddr group) {
 
 void AdapterSm::processSplitHorizon(PortKey const& key, IpAddr group) {
   std::uint32_t hostPlace = PlaceHints::unknown;
-  processSplitHorizon(key, *kelIgmpGroup(group), hostPlace);
+  rewriteRecord(key, *kelIgmpGroup(group), hostPlace);
+}
+
+/// Rewrites a single host's record.
+void AdapterSm::rewriteRecord(PortKey const& key, KelIgmpGroup& group, std::uint32_t& hostPlace) {
+  Kel::Ptr<AdapterSm> const self(this);
+  KelIgmpIntf const* const memberPort = group.igmpIntf().find(key.intfId());
+  bool const isApart = memberPort && leavesSomethingOut(*memberPort);
+  if (decisionsAreTraced() || isApart || !shareRecord(key, group, hostPlace))
+    processSplitHorizon(key, group, hostPlace);
 }
 
 void AdapterSm::processSplitHorizon(PortKey const& key, KelIgmpGroup& group,
@@ -290,10 +366,6 @@ void AdapterSm::processSplitHorizon(PortKey const& key, KelIgmpGroup& group,
   KEL_TRACE(8, "KelIgmpIntf::processSplitHorizon() g: " << groupAddress << " hostKey " << key);
   Kel::Ptr<AdapterSm> const self(this);
   KelIgmpIntf const* const memberPort = group.igmpIntf().find(key.intfId());
-  if (!memberPort && !kelTraceHandle.wanted(4)) {
-    auto const host = igmpHost(key, hostPlace);
-    if (host && shareRecord(*host, group)) return;
-  }
   ScratchCounts const merged(spareCounts_);
   if (memberPort) {
     memberPort->subtract(*merged);
@@ -301,7 +373,7 @@ void AdapterSm::processSplitHorizon(PortKey const& key, KelIgmpGroup& group,
     KEL_TRACE(4, "non Group Intf: our excludes did not match others g: " << groupAddress);
     merged->starGCountIs(1);
   }
-  auto const host = igmpHost(key, hostPlace);
+  Kel::Ptr<Igmp::IgmpHost> const host(igmpHost(key, hostPlace));
   if (!host) {
     KEL_TRACE(0, "No igmpHost");
     return;
@@ -311,27 +383,28 @@ void AdapterSm::processSplitHorizon(PortKey const& key, KelIgmpGroup& group,
 }
 
 /// @param place where it was found before, if it was; afterwards where it is.
-Kel::Ptr<Igmp::IgmpHost> AdapterSm::igmpHost(PortKey const& key, std::uint32_t& place) const {
-  Kel::Ptr<Igmp::IgmpHost> host(igmpHostDir_->igmpHost().find(key.hostName(), place));
+Igmp::IgmpHost* AdapterSm::igmpHost(PortKey const& key, std::uint32_t& place) const {
+  Igmp::IgmpHost* const host = igmpHostDir_->igmpHost().find(key.hostName(), place);
   if (host) host->v3groupNumbersIs(groupNumbers_);
   return host;
 }
 
-/// Gives a host whose port has no listener the record that all such hosts share. Returns false
-/// where that could be noticed.
-bool AdapterSm::shareRecord(Igmp::IgmpHost& host, KelIgmpGroup& group) {
-  if (CommonRecord::Record const common = commonRecord(group))
-    return host.v3groupShare(common, group.recordNumber_);
-  Igmp::IgmpV3GroupRecord const* const present = host.v3group().peek(group.addr());
-  if (!present) return !host.watched();
+/// Gives a host that leaves nothing out the record of what all member ports want, which all such
+/// hosts share. Returns false where that could be noticed, or there is no such host.
+bool AdapterSm::shareRecord(PortKey const& key, KelIgmpGroup& group, std::uint32_t& hostPlace) {
+  Igmp::IgmpHost* const host = igmpHost(key, hostPlace);
+  if (!host) return false;
+  if (CommonRecord::Record const& common = commonRecord(group))
+    return host->v3groupShare(common, group.recordNumber_);
+  Igmp::IgmpV3GroupRecord const* const present = host->v3group().peek(group.addr());
+  if (!present) return !host->watched();
   if (!present->isShared() && present->isInUse()) return false;
-  host.v3groupDel(group.addr());
+  host->v3groupDel(group.addr());
   return true;
 }
 
-CommonRecord::Record AdapterSm::commonRecord(KelIgmpGroup& group) {
-  Kel::Ptr<SourceCount> const counts = group.recordIs();
-  return group.commonRecord_.of(*counts, group.igmpIntf().size(), [&]() -> CommonRecord::Record {
+CommonRecord::Record const& AdapterSm::commonRecord(KelIgmpGroup& group) {
+  auto const make = [&]() -> CommonRecord::Record {
     ScratchCounts const merged(spareCounts_);
     if (mergeMemberPorts(group, *merged)) merged->starGCountIs(1);
     auto const mode = modeOf(*merged);
@@ -339,7 +412,8 @@ CommonRecord::Record AdapterSm::commonRecord(KelIgmpGroup& group) {
     auto record = Kel::make<Igmp::IgmpV3GroupRecord>(group.addr());
     fill(*record, *mode, *merged);
     return record;
-  });
+  };
+  return group.commonRecord_.of(*group.recordIs(), group.igmpIntf().size(), make);
 }
 
 /// Merges what all member ports want, for a host whose own port has no listener. Returns whether

@@ -86,10 +86,11 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   using PlacedGroup = std::pair<std::uint32_t, Wirex::IpAddr>;
   void addChangedGroups(std::vector<PlacedGroup>& groups, std::uint32_t firstPlace) const;
   void updateRecords(KelIgmpGroup& group);
+  void rewriteRecord(PortKey const& key, KelIgmpGroup& group, std::uint32_t& hostPlace);
   void processSplitHorizon(PortKey const& key, KelIgmpGroup& group, std::uint32_t& hostPlace);
-  Kel::Ptr<Igmp::IgmpHost> igmpHost(PortKey const& key, std::uint32_t& place) const;
-  bool shareRecord(Igmp::IgmpHost& host, KelIgmpGroup& group);
-  CommonRecord::Record commonRecord(KelIgmpGroup& group);
+  Igmp::IgmpHost* igmpHost(PortKey const& key, std::uint32_t& place) const;
+  bool shareRecord(PortKey const& key, KelIgmpGroup& group, std::uint32_t& hostPlace);
+  CommonRecord::Record const& commonRecord(KelIgmpGroup& group);
   bool mergeMemberPorts(KelIgmpGroup& group, SourceCount& merged) const;
   void writeRecord(Igmp::IgmpHost& host, KelIgmpGroup& group, SourceCount& merged,
                    bool ownPortAlone);

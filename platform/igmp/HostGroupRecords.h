@@ -113,22 +113,10 @@ class HostGroupRecords {
   /// @param number as for find()
   /// @return whether nothing is left to do. If not, the host's own record is to be written.
   bool share(Kel::Entity const& owner, Record const& common, std::uint32_t& number) {
-    Wirex::IpAddr const group = common->group();
-    number = numberOf(group, number);
-    Record* present = pages_.find(number);
-    if (!present && owner.watched()) {
-      is(owner, group);
-      number = numberOf(group);
-      present = pages_.find(number);
-      if (!present) return true;  // whoever heard of it removed it
-    }
-    if (!present) {
-      number = add(common, number);
-      return true;
-    }
-    if (!(*present)->isShared() && (*present)->isInUse()) return false;
-    *present = common;
-    ++Kel::mutations;
+    number = numberOf(common->group(), number);
+    if (Record* const present = pages_.find(number)) return shareIn(*present, common);
+    if (owner.watched()) return shareNew(owner, common);
+    number = add(common, number);
     return true;
   }
 
@@ -152,6 +140,21 @@ class HostGroupRecords {
  private:
   std::uint32_t numberOf(Wirex::IpAddr group, std::uint32_t former = GroupNumbers::none) const {
     return numbers_ ? numbers_->find(group, former) : GroupNumbers::none;
+  }
+
+  static bool shareIn(Record& present, Record const& common) {
+    if (!present->isShared() && present->isInUse()) return false;
+    present = common;
+    ++Kel::mutations;
+    return true;
+  }
+
+  /// Whoever watches hears of the record, and may remove the host, the record and the common one.
+  bool shareNew(Kel::Entity const& owner, Record common) {
+    Kel::Ptr<Kel::Entity const> const self(&owner);
+    is(owner, common->group());
+    Record* const present = pages_.find(numberOf(common->group()));
+    return !present || shareIn(*present, common);
   }
 
   std::uint32_t add(Record const& record, std::uint32_t number) {

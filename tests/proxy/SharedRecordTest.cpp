@@ -1,5 +1,7 @@
+#include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -15,7 +17,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-/// Hosts whose ports are no members share a group's record as long as nobody could tell.
+/// Hosts that leave nothing out share a group's record as long as nobody could tell.
 class SharedRecord : public SnoopedVlan {
  protected:
   SharedRecord() {
@@ -81,6 +83,109 @@ TEST_F(SharedRecord, MemberPortHasItsOwn) {
   EXPECT_NE(peek("swp1"), peek("up1"));
   EXPECT_EQ(record("swp1"), including({s2}));
   EXPECT_EQ(record("up1"), including({s1, s2}));
+}
+
+TEST_F(SharedRecord, MemberPortThatWantsWhatAnotherWantsTooSharesIt) {
+  for (auto const* const name : {"swp1", "swp2", "swp3"}) proxyOn(name);
+  port("swp2").reports(g1).include({s1});
+  port("swp3").reports(g1).include({s1, s2});
+  publish();
+  EXPECT_EQ(peek("swp1"), peek("up1"));
+  EXPECT_EQ(peek("swp2"), peek("up1"));
+  EXPECT_EQ(record("up1"), including({s1, s2}));
+  EXPECT_NE(peek("swp3"), peek("up2"));
+  EXPECT_EQ(record("swp3"), including({s1}));
+}
+
+TEST_F(SharedRecord, MemberPortPartsFromItWhenItComesToWantASourceAlone) {
+  proxyOn("swp1");
+  proxyOn("swp2");
+  port("swp2").reports(g1).include({s1});
+  publish();
+  ASSERT_EQ(peek("swp1"), peek("up1"));
+  reporter.include({s1, s2});
+  publish();
+  EXPECT_EQ(record("swp1"), including({s1}));
+  EXPECT_EQ(record("swp2"), including({s1, s2}));
+  reporter.include({s1});
+  publish();
+  EXPECT_EQ(peek("swp1"), peek("swp2"));
+  EXPECT_EQ(record("swp1"), including({s1}));
+}
+
+TEST_F(SharedRecord, PortThatAloneWantsEverySourceHasItsOwn) {
+  proxyOn("swp2");
+  proxyOn("swp3");
+  auto const everySource = port("swp2").reports(g1).exclude({});
+  publish();
+  EXPECT_EQ(record("swp2"), including({s1}));
+  EXPECT_EQ(record("up1"), everything);
+  port("swp3").reports(g1).exclude({});
+  publish();
+  EXPECT_EQ(peek("swp2"), peek("up2"));
+  EXPECT_EQ(peek("swp3"), peek("up2"));
+  EXPECT_EQ(record("swp2"), everything);
+}
+
+TEST_F(SharedRecord, MemberPortsHaveTheirOwnWhilePortsExcludeSources) {
+  proxyOn("swp1");
+  proxyOn("swp2");
+  reporter.exclude({s1, s2});
+  port("swp2").reports(g1).exclude({s2, s3});
+  publish();
+  EXPECT_EQ(record("swp1"), excluding({s2, s3}));
+  EXPECT_EQ(record("swp2"), excluding({s1, s2}));
+  EXPECT_EQ(record("up1"), excluding({s2}));
+  EXPECT_NE(peek("swp1"), peek("up1"));
+}
+
+TEST_F(SharedRecord, OnlyPortLeftHasItsOwnThoughTheOneThatWentIsStillCounted) {
+  proxyOn("swp1");
+  port("swp2").reports(g1).include({s1});
+  publish();
+  port("swp2").isTakenOutOf(g1);
+  group()->igmpHostChangedIs(true);
+  publish();
+  EXPECT_EQ(record("swp1"), including({s1}));
+  EXPECT_TRUE(host("swp1")->v3group(g1)->heardBack());
+  EXPECT_FALSE(host("up1")->v3group(g1)->heardBack());
+}
+
+TEST_F(SharedRecord, HeldRecordOfAMemberPortIsTheOneThatIsWritten) {
+  proxyOn("swp1");
+  port("swp2").reports(g1).include({s1});
+  publish();
+  auto const held = host("swp1")->v3group(g1);
+  port("swp2").reports(g1).include({s1, s2});
+  publish();
+  EXPECT_EQ(host("swp1")->v3group(g1), held);
+  EXPECT_EQ(record("swp1"), including({s1, s2}));
+}
+
+TEST_F(SharedRecord, MemberPortWhoseKeyComesLaterSharesToo) {
+  port("swp2").reports(g1).include({s1});
+  publish();
+  proxyOn("swp1");
+  EXPECT_EQ(peek("swp1"), peek("up1"));
+}
+
+TEST_F(SharedRecord, HostsThatComeInTheMiddleOfAnUpdateGetTheirs) {
+  struct Grower : Igmp::IgmpHost::NotifieeConst {
+    Grower(Kel::Ptr<Igmp::IgmpHost> const& host, std::function<void()> grow)
+        : grow_(std::move(grow)) {
+      watch(host);
+    }
+    void onV3group(IpAddr /*group*/) override { grow_(); }
+    std::function<void()> grow_;
+  };
+  auto const grower = Kel::make<Grower>(host("up1"), [this] {
+    for (int i = 0; i < 40; ++i) proxyOn(("new" + std::to_string(i)).c_str());
+    status->newIgmpReportNotify();
+  });
+  port("swp1").reports(g2).include({s1});
+  publish();
+  for (auto const* const name : {"up1", "up2", "new0", "new39"})
+    EXPECT_EQ(record(name, g2), including({s1})) << name;
 }
 
 TEST_F(SharedRecord, HostThatIsLookedAtGetsItsOwnWithTheSameContent) {
