@@ -50,7 +50,7 @@ install(CODE "
   set(doc [[${CMAKE_INSTALL_DOCDIR}]])")
 install(SCRIPT cmake/InstallUnit.cmake)
 install(FILES packaging/igmpsnoopd.sysusers DESTINATION lib/sysusers.d RENAME igmpsnoopd.conf)
-install(FILES docs/configuration.md docs/operation.md packaging/forwarding.conf
+install(FILES docs/configuration.md docs/operation.md packaging/forwarding.conf packaging/metrics.conf
   packaging/prometheus/igmpsnoop.rules.yml packaging/prometheus/igmpsnoop.dashboard.json
   DESTINATION ${CMAKE_INSTALL_DOCDIR})
 

@@ -149,6 +149,9 @@ struct Configuration {
   /// As which the program runs on where it was started as root; empty: as root.
   std::string user;
 
+  /// On which the metrics are served by TCP, "127.0.0.1:9643"; empty: on none.
+  std::string metricsAddress;
+
   /// Nothing: what is forwarded is somebody else's business.
   std::optional<ForwardingConfig> forwarding;
 

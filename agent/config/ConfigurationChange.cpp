@@ -64,6 +64,9 @@ std::string describeChange(Configuration const& before, Configuration const& aft
     parts.emplace_back(!before.forwarding  ? "forwarding added"
                        : !after.forwarding ? "forwarding removed"
                                            : "forwarding changed");
+  if (before.metricsAddress != after.metricsAddress)
+    parts.push_back("metrics-address " +
+                    (after.metricsAddress.empty() ? "removed" : "is " + after.metricsAddress));
   std::string text;
   for (std::string const& part : parts) text += (text.empty() ? "" : "; ") + part;
   return text.empty() ? "nothing changed" : text;

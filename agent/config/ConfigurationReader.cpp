@@ -18,6 +18,7 @@
 #include "agent/config/NamePattern.h"
 #include "agent/config/NumberRanges.h"
 #include "agent/config/TableReader.h"
+#include "agent/config/TcpAddress.h"
 #include "agent/text/Wording.h"
 
 namespace Agent {
@@ -123,6 +124,12 @@ ConfigurationOrErrors ConfigurationReader::read(toml::table const& file) {
 void ConfigurationReader::readAgent(toml::table const& toml) {
   TableReader table(toml, "[agent]", errors_);
   table.read("user", configuration_.user);
+  std::string& address = configuration_.metricsAddress;
+  if (auto const* const node = table.read("metrics-address", address);
+      node && !tcpAddressIn(address))
+    errors_.add(node->source().begin, "metrics-address ", quoted(address),
+                " is no address with a port; give one in quotes, as in \"127.0.0.1:9643\" or "
+                "\"[::1]:9643\"");
   table.refuseUnknownKeys();
 }
 

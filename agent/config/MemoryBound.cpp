@@ -33,6 +33,7 @@ constexpr double mebibyte = 1 << 20;
 constexpr double ofProgram = 12 * mebibyte;
 constexpr double ofInterface = 3 * mebibyte;  // its ring, and frames that wait for a full cable
 constexpr double ofClients = 18 * mebibyte;   // sixteen monitors that read nothing
+constexpr double ofStrangers = 2 * mebibyte;  // sixteen who ask for metrics over TCP
 
 constexpr double unlimited = std::numeric_limits<double>::infinity();
 
@@ -107,6 +108,7 @@ MemoryBound memoryBound(Configuration const& configuration) {
   }
   bound.learned = bytes(learned);
   bound.total = bytes(learned + files + ofProgram + ofClients +
+                      (configuration.metricsAddress.empty() ? 0 : ofStrangers) +
                       static_cast<double>(configuration.interfaces.size()) * ofInterface);
   return bound;
 }

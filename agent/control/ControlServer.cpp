@@ -13,6 +13,7 @@
 #include "agent/control/Metrics.h"
 #include "agent/control/ShowAnswers.h"
 #include "agent/control/StatisticsAnswer.h"
+#include "agent/control/UnixSocket.h"
 #include "agent/control/VersionAnswer.h"
 #include "agent/forwarding/ForwardingWords.h"
 #include "agent/output/Explanation.h"
@@ -133,7 +134,7 @@ class Restarting final : public Answer {
 
 ControlServer::ControlServer(Horix::EventLoop& loop, Switch& snoopingSwitch, std::string path,
                              Limits const& limits)
-    : SocketServer(loop, std::move(path), limits),
+    : SocketServer(loop, std::make_unique<UnixSocket>(std::move(path)), limits),
       switch_(snoopingSwitch),
       start_(snoopingSwitch.now()),
       feeds_(snoopingSwitch, *loop.timerWheel(), start_, [this] { countCutOff(); }) {}

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "agent/control/HttpRequest.h"
+#include "agent/control/UnixSocket.h"
 #include "agent/text/Wording.h"
 
 namespace Agent {
@@ -50,9 +51,21 @@ SocketServer::Limits MetricsServer::limitsOfScrapers() {
   return limits;
 }
 
+SocketServer::Limits MetricsServer::limitsOfStrangers() {
+  Limits limits;
+  limits.wholeTime = std::chrono::seconds(30);
+  return limits;
+}
+
+MetricsServer::MetricsServer(Horix::EventLoop& loop, Switch const& snoopingSwitch,
+                             ControlServer const& control, std::unique_ptr<ListeningSocket> socket,
+                             Limits const& limits)
+    : SocketServer(loop, std::move(socket), limits), switch_(snoopingSwitch), control_(control) {}
+
 MetricsServer::MetricsServer(Horix::EventLoop& loop, Switch const& snoopingSwitch,
                              ControlServer const& control, std::string path, Limits const& limits)
-    : SocketServer(loop, std::move(path), limits), switch_(snoopingSwitch), control_(control) {}
+    : MetricsServer(loop, snoopingSwitch, control, std::make_unique<UnixSocket>(std::move(path)),
+                    limits) {}
 
 MetricsServer::~MetricsServer() = default;
 

@@ -16,9 +16,13 @@ class MetricsServer final : public SocketServer {
  public:
   /// A scraper that has not begun to speak HTTP by then does not.
   static Limits limitsOfScrapers();
+  /// Of a network: whoever reaches the address may come, and be slow on purpose.
+  static Limits limitsOfStrangers();
 
-  /// Throws std::runtime_error if the path cannot be listened on.
   /// @param control of whose clients is told. Outlives this, and so does the switch.
+  MetricsServer(Horix::EventLoop& loop, Switch const& snoopingSwitch, ControlServer const& control,
+                std::unique_ptr<ListeningSocket> socket, Limits const& limits);
+  /// On a Unix socket. Throws std::runtime_error if the path cannot be listened on.
   MetricsServer(Horix::EventLoop& loop, Switch const& snoopingSwitch, ControlServer const& control,
                 std::string path, Limits const& limits = limitsOfScrapers());
   ~MetricsServer() override;

@@ -28,7 +28,10 @@ class SocketServer::Client final : private Descriptor,
                                    private Horix::Timer {
  public:
   Client(SocketServer& server, Descriptor descriptor)
-      : Descriptor(std::move(descriptor)), Watch(server.loop_, value()), server_(server) {
+      : Descriptor(std::move(descriptor)),
+        Watch(server.loop_, value()),
+        server_(server),
+        begun_(server.loop_.now()) {
     schedule(server.limits_.requestTime);
   }
 
@@ -64,7 +67,13 @@ class SocketServer::Client final : private Descriptor,
     end();
   }
 
-  void schedule(Horix::Time time) { server_.loop_.timerWheel()->schedule(*this, time); }
+  void schedule(Horix::Time time) {
+    if (Horix::Time const whole = server_.limits_.wholeTime; whole != Horix::Time{}) {
+      Horix::Time const left = begun_ + whole - server_.loop_.now();
+      time = std::clamp(left, Horix::Time{}, time);
+    }
+    server_.loop_.timerWheel()->schedule(*this, time);
+  }
 
   void read() {
     std::array<char, 4096> bytes;
@@ -147,6 +156,7 @@ class SocketServer::Client final : private Descriptor,
   }
 
   SocketServer& server_;
+  Horix::Time begun_;
   std::string input_;
   std::unique_ptr<Answer> answer_;
   std::string output_;
@@ -154,9 +164,10 @@ class SocketServer::Client final : private Descriptor,
   bool asleep_ = false;  // until the answer has more
 };
 
-SocketServer::SocketServer(Horix::EventLoop& loop, std::string path, Limits const& limits)
-    : UnixSocket(std::move(path)),
-      Watch(loop, descriptor()),
+SocketServer::SocketServer(Horix::EventLoop& loop, std::unique_ptr<ListeningSocket> socket,
+                           Limits const& limits)
+    : Watch(loop, socket->descriptor()),
+      socket_(std::move(socket)),
       loop_(loop),
       limits_(limits),
       spare_(newSpare()) {}

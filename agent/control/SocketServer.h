@@ -10,17 +10,18 @@
 
 #include "agent/control/Answer.h"
 #include "agent/control/Descriptor.h"
-#include "agent/control/UnixSocket.h"
+#include "agent/control/ListeningSocket.h"
 #include "platform/horix/EventLoop.h"
 
 namespace Agent {
 
-/// Serves clients of a Unix socket on the event loop: one request, one answer, end. Nothing blocks,
-/// and nothing that a client does or leaves undone holds up the loop: clients, what they say, what
-/// waits for them, and the time they take are bounded, and each turn of the loop makes at most one
-/// piece of each answer. Where there are as many clients as there may be, one that has said nothing
-/// makes room for the next. Derive to say what requests and answers are. Single-threaded.
-class SocketServer : private UnixSocket, private Horix::EventLoop::Watch {
+/// Serves clients of a stream socket on the event loop: one request, one answer, end. Nothing
+/// blocks, and nothing that a client does or leaves undone holds up the loop: clients, what they
+/// say, what waits for them, and the time they take are bounded, and each turn of the loop makes at
+/// most one piece of each answer. Where there are as many clients as there may be, one that has
+/// said nothing makes room for the next. Derive to say what requests and answers are.
+/// Single-threaded.
+class SocketServer : private Horix::EventLoop::Watch {
  public:
   struct Limits {
     std::size_t clients = 16;
@@ -28,6 +29,8 @@ class SocketServer : private UnixSocket, private Horix::EventLoop::Watch {
     Horix::Time requestTime = std::chrono::seconds(5);
     /// How long a client may read nothing while there is something to read.
     Horix::Time idleTime = std::chrono::seconds(30);
+    /// How long a client may take all in all; zero: as long as it likes.
+    Horix::Time wholeTime{};
   };
 
   struct Counters {
@@ -37,9 +40,9 @@ class SocketServer : private UnixSocket, private Horix::EventLoop::Watch {
     std::uint64_t cutOff = 0;    ///< too slow for what went on meanwhile
   };
 
-  using UnixSocket::descriptor;
-  using UnixSocket::giveTo;
-  using UnixSocket::path;
+  int descriptor() const { return socket_->descriptor(); }
+  std::string const& path() const { return socket_->path(); }
+  void giveTo(uid_t user, gid_t group) const { socket_->giveTo(user, group); }
   std::size_t clients() const { return clients_.size(); }
 
   /// Whether to serve clients that come. Those that come meanwhile wait, and are not refused.
@@ -48,8 +51,8 @@ class SocketServer : private UnixSocket, private Horix::EventLoop::Watch {
   Counters const& counters() const { return counters_; }
 
  protected:
-  /// Throws std::runtime_error if the path cannot be listened on.
-  SocketServer(Horix::EventLoop& loop, std::string path, Limits const& limits);
+  SocketServer(Horix::EventLoop& loop, std::unique_ptr<ListeningSocket> socket,
+               Limits const& limits);
   ~SocketServer() override;
 
   Horix::EventLoop& loop() const { return loop_; }
@@ -77,6 +80,7 @@ class SocketServer : private UnixSocket, private Horix::EventLoop::Watch {
   void turnAway(Descriptor const& connection, std::string_view reason);
   void remove(Client& client);
 
+  std::unique_ptr<ListeningSocket> socket_;
   Horix::EventLoop& loop_;
   Limits limits_;
   Descriptor spare_;  // given up for a moment when the process has no other left

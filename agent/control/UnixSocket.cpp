@@ -83,7 +83,7 @@ Descriptor takeInherited(std::string const& path) {
 UnixSocket::UnixSocket(std::string path)
     : path_(std::move(path)), descriptor_(takeInherited(path_)) {
   struct stat status {};
-  if (descriptor() < 0) listen();
+  if (descriptor_.value() < 0) listen();
   if (stat(path_.c_str(), &status) != 0) return;
   device_ = status.st_dev;
   inode_ = status.st_ino;

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "agent/control/Descriptor.h"
+#include "agent/control/ListeningSocket.h"
 
 namespace Agent {
 
@@ -12,7 +13,7 @@ namespace Agent {
 /// there before its program was started anew, with those who wait to be served. It replaces a
 /// socket that nobody listens on any more, refuses to replace anything else, and removes its own
 /// when it goes.
-class UnixSocket {
+class UnixSocket final : public ListeningSocket {
  public:
   /// Mode 0660: for the owner and the group of the process. Makes the directory if only that is
   /// missing. Throws std::runtime_error.
@@ -24,14 +25,13 @@ class UnixSocket {
 
   UnixSocket(UnixSocket const&) = delete;
   UnixSocket& operator=(UnixSocket const&) = delete;
-  ~UnixSocket();
+  ~UnixSocket() override;
 
-  /// Has the socket, and its directory if it was made for it, belong to somebody else, who may
-  /// remove them. Throws std::system_error.
-  void giveTo(uid_t user, gid_t group) const;
+  /// The socket, and its directory if it was made for it.
+  void giveTo(uid_t user, gid_t group) const override;
 
-  std::string const& path() const { return path_; }
-  int descriptor() const { return descriptor_.value(); }
+  std::string const& path() const override { return path_; }
+  int descriptor() const override { return descriptor_.value(); }
 
  private:
   void listen();

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <stdexcept>
 #include <sys/resource.h>
 #include <utility>
 #include <variant>
@@ -10,6 +11,9 @@
 #include "agent/Log.h"
 #include "agent/config/ConfigurationChange.h"
 #include "agent/config/ConfigurationReader.h"
+#include "agent/config/TcpAddress.h"
+#include "agent/control/TcpSocket.h"
+#include "agent/control/UnixSocket.h"
 #include "agent/live/Privileges.h"
 #include "agent/text/Dates.h"
 
@@ -131,6 +135,7 @@ Live::Live(LiveCommand const& command, Configuration configuration,
   control_.forwardingIs(forwarding_);
   control_.configurationStateIs(configurationState_);
   forwarding_.configure();
+  serveMetrics();
 }
 
 Live::~Live() {
@@ -194,6 +199,7 @@ void Live::reload() {
     warnOfWhatIsMissing();
     forwarding_.configure();
     addressLog_.changed();
+    serveMetrics();
   }
   serviceManager_.ready(status());
 }
@@ -236,7 +242,23 @@ void Live::replaceProgram(std::string const& path) try {
 
 void Live::serversAcceptIs(bool accept) {
   control_.acceptsIs(accept);
-  if (metrics_) metrics_->acceptsIs(accept);
+  for (auto const* const server : {&metrics_, &metricsByTcp_})
+    if (*server) (*server)->acceptsIs(accept);
+}
+
+/// Snooping does not depend on it: where the address cannot be had, the log says so.
+void Live::serveMetrics() try {
+  std::string const& address = switch_.configuration().metricsAddress;
+  if (metricsByTcp_ && metricsByTcp_->path() == address) return;
+  metricsByTcp_.reset();
+  auto const read = tcpAddressIn(address);
+  if (!read) return;
+  metricsByTcp_ = std::make_unique<MetricsServer>(loop_, switch_, control_,
+                                                  std::make_unique<TcpSocket>(*read, address),
+                                                  MetricsServer::limitsOfStrangers());
+  log(Severity::info, "metrics are served at http://", address, "/metrics");
+} catch (std::runtime_error const& error) {
+  log(Severity::error, error.what());
 }
 
 void Live::followRouters() {

@@ -60,6 +60,7 @@ class Live {
   void saveAndReplaceProgram(std::string const& path);
   void replaceProgram(std::string const& path);
   void serversAcceptIs(bool accept);
+  void serveMetrics();
   void leave();
   void followRouters();
   void warnOfWhatIsMissing();
@@ -83,7 +84,8 @@ class Live {
   KernelAddresses addresses_;
   Forwarding forwarding_;
   ControlServer control_;
-  std::unique_ptr<MetricsServer> metrics_;  // null if none are served
+  std::unique_ptr<MetricsServer> metrics_;       // null if none are served
+  std::unique_ptr<MetricsServer> metricsByTcp_;  // on the configuration's address
   std::vector<std::string> const arguments_;
   Restart restart_;
   KernelInterfaces interfaces_;

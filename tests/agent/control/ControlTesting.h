@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <string>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -29,6 +30,12 @@ class TestClient {
     EXPECT_EQ(connect(descriptor_.value(), reinterpret_cast<sockaddr*>(&address), sizeof address),
               0)
         << std::strerror(errno);
+  }
+
+  /// @param descriptor connected.
+  TestClient(Horix::EventLoop& loop, Descriptor descriptor)
+      : loop_(&loop), descriptor_(std::move(descriptor)) {
+    fcntl(descriptor_.value(), F_SETFL, O_NONBLOCK);
   }
 
   TestClient&& say(std::string const& text) && {
