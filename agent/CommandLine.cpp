@@ -9,6 +9,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "agent/control/SocketName.h"
 #include "agent/replay/CaptureName.h"
 #include "agent/replay/ReplayLists.h"
 #include "agent/text/Wording.h"
@@ -116,9 +117,12 @@ class CommandLine {
                        liveCommand_.configuration);
     exampleIs(*live_, "igmpsnoopd live --config switch.toml");
     auto& command = liveCommand_;
-    live_->add_option("--control", command.control, "The socket on which igmpsnoopctl asks")
-        ->type_name("PATH")
-        ->capture_default_str();
+    live_
+        ->add_option("--control", each([&](auto& text) { command.control = socketPath(text); }),
+                     "The socket on which igmpsnoopctl asks; a name alone is one in "
+                     "/run/igmpsnoopd")
+        ->type_name("NAME|PATH")
+        ->default_str("control");
     live_->add_option("--metrics", command.metrics, "A socket on which metrics are served")
         ->type_name("PATH");
     live_
@@ -206,7 +210,7 @@ class CommandLine {
     exampleIs(*diff_, "igmpsnoopd diff before.json after.json");
     char const* const states =
         "What replay -j or igmpsnoopctl show -j has written, - for standard input, or ctl:SOCKET "
-        "for the agent that listens there";
+        "for the agent that listens there; a name alone is a socket in /run/igmpsnoopd";
     diff_->add_option("A", diffCommand_.a, states)->required()->type_name("");
     diff_->add_option("B", diffCommand_.b, states)->required()->type_name("");
     diff_->add_flag("-j,--json", diffCommand_.json, "Print JSON");

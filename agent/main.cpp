@@ -6,6 +6,7 @@
 #include <optional>
 #include <sstream>
 #include <system_error>
+#include <unistd.h>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -16,12 +17,14 @@
 #include "agent/compare/Comparison.h"
 #include "agent/config/ConfigurationReader.h"
 #include "agent/config/MemoryBound.h"
+#include "agent/control/Known.h"
 #include "agent/guess/ConfigurationGuess.h"
 #include "agent/live/Live.h"
 #include "agent/live/Privileges.h"
 #include "agent/output/Json.h"
 #include "agent/output/Tables.h"
 #include "agent/replay/EventOutput.h"
+#include "agent/replay/ProgressLine.h"
 #include "agent/replay/Replay.h"
 #include "agent/replay/ReplayLists.h"
 #include "agent/report/ReplayReport.h"
@@ -141,6 +144,29 @@ std::string explanationText(ReplayCommand const& command, Switch const& snooping
   return out.str();
 }
 
+/// As igmpsnoopctl explain does.
+void requireConfigured(RecordPlace const& place, Configuration const& configuration) {
+  refuseUnknown({place.vlan, place.interface, place.group}, configuration);
+}
+
+/// Nobody looks on at what is no terminal; and on one that shows other lines as well it would tear
+/// them apart.
+bool showsProgress(ReplayCommand const& command) {
+  bool const hasOtherLines =
+      !command.traces.empty() || (command.events && isatty(STDOUT_FILENO) == 1);
+  return isatty(STDERR_FILENO) == 1 && !hasOtherLines;
+}
+
+void runShowingProgress(Replay& replay, ReplayCommand const& command) {
+  std::optional<ProgressLine> line;
+  if (showsProgress(command)) {
+    line.emplace(std::cerr);
+    replay.onProgressIs([&](CaptureMerge const& packets) { line->show(packets); });
+  }
+  replay.run(command.until);
+  replay.onProgressIs(nullptr);
+}
+
 std::vector<std::string> inputsOf(ReplayCommand const& command) {
   std::vector<std::string> inputs{command.configuration};
   for (PortCapture const& capture : command.captures) inputs.push_back(capture.fileName);
@@ -150,6 +176,7 @@ std::vector<std::string> inputsOf(ReplayCommand const& command) {
 int run(ReplayCommand const& command) {
   Configuration const configuration = load(command.configuration);
   requireConfiguredPorts(command.captures, configuration, command.configuration);
+  if (command.explain) requireConfigured(*command.explain, configuration);
   EventOutput events(formOfEvents(command));
   Tracing tracing(command.traces);
   Replay replay(configuration, command.captures);
@@ -161,7 +188,7 @@ int run(ReplayCommand const& command) {
     if (command.events)
       replay.onEventsAre([&](std::vector<ReplayEvent> const& some) { print(events.text(some)); });
     if (report) replay.watchHistory();
-    replay.run(command.until);
+    runShowingProgress(replay, command);
   }
   for (std::string const& remark : remarksOn(replay.ownFrames())) log(Severity::warning, remark);
   if (report) report->write(reportOf(replay.result(), command.configuration, replay.history()));

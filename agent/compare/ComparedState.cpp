@@ -10,7 +10,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/ctl/ControlClient.h"
+#include "agent/control/SocketName.h"
+#include "agent/ctl/AnswerLines.h"
 #include "agent/ctl/ControlOutput.h"
 #include "agent/text/NaturalOrder.h"
 #include "agent/text/Wording.h"
@@ -102,16 +103,10 @@ Json shownBy(std::string const& socket, std::string const& list) {
   Request request;
   request.command = "show";
   request.what = list;
-  ControlClient client(socket, request);
-  ShownLists lists;
-  while (auto const text = client.nextLine()) {
-    Json line = Json::parse(*text, nullptr, /* allow_exceptions */ false);
-    if (!line.is_object()) break;
-    if (line.contains("error")) refuse(line.at("error").get<std::string>());
-    if (line.contains("end")) return lists.takeDocument();
-    lists.add(std::move(line));
-  }
-  refuse("what listens on ", socket, " gave no whole answer; ask again");
+  AnswerLines lines(socket, request);
+  ShownLists shown;
+  for (Json line; lines.next(line);) shown.add(std::move(line));
+  return shown.takeDocument();
 }
 
 ComparedState stateOfAgent(std::string const& socket) {
@@ -148,7 +143,7 @@ ComparedState comparedStateIn(Json const& document) {
 
 ComparedState comparedStateOf(std::string const& given) {
   if (given.starts_with(agentPrefix))
-    return stateOfAgent(given.substr(std::string_view(agentPrefix).size()));
+    return stateOfAgent(socketPath(given.substr(std::string_view(agentPrefix).size())));
   Json const document = documentOf(given);
   try {
     return comparedStateIn(document);

@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "agent/control/SocketName.h"
 #include "agent/text/Wording.h"
 
 namespace Agent {
@@ -28,11 +29,6 @@ Wirex::IpAddr selectedGroup(std::string const& text) {
   return *group;
 }
 
-std::string socketIn(std::string const& text) {
-  bool const isName = !text.empty() && text.find('/') == std::string::npos;
-  return isName ? message(socketDirectory, '/', text) : text;
-}
-
 std::chrono::milliseconds intervalIn(std::string const& text) {
   double seconds = 0;
   char const* const end = text.data() + text.size();
@@ -52,7 +48,7 @@ class ControlCommandLine {
     app_.add_option(
             "--socket",
             [this](std::vector<std::string> const& texts) {
-              command_.socket = socketIn(texts.front());
+              command_.socket = socketPath(texts.front());
               return true;
             },
             "The agent's control socket; a name alone is one in /run/igmpsnoopd")

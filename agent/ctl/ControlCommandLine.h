@@ -11,9 +11,6 @@
 /// The command line of igmpsnoopctl.
 namespace Agent {
 
-/// Where agents listen whose sockets are called by their names alone.
-inline constexpr char const* socketDirectory = "/run/igmpsnoopd";
-
 struct ControlCommand {
   std::string socket = "/run/igmpsnoopd/control";
   Request request;

@@ -12,7 +12,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/ctl/ControlClient.h"
+#include "agent/ctl/AnswerLines.h"
 #include "agent/ctl/ControlCommandLine.h"
 #include "agent/ctl/ControlOutput.h"
 #include "agent/report/ReportData.h"
@@ -36,43 +36,13 @@ void print(std::string const& text) {
                 "; make room or keep its reader running"));
 }
 
-/// The lines of an answer. Throws what the agent says if it could not do it, and if it falls silent
-/// before the end.
-class Lines {
- public:
-  explicit Lines(ControlCommand const& command)
-      : client_(command.socket, command.request),
-        patient_(command.request.command == "monitor"),
-        path_(command.socket) {}
-
-  /// Returns whether there was one.
-  bool next(Json& line) {
-    auto const text = client_.nextLine(patient_);
-    if (!text)
-      throw std::runtime_error(
-          message("igmpsnoopd on ", path_, " ended in the midst of its answer; ask again"));
-    line = Json::parse(*text, nullptr, /* allow_exceptions */ false);
-    if (!line.is_object())
-      throw std::runtime_error(
-          message("what listens on ", path_, " is no igmpsnoopd of this version; restart it"));
-    if (auto const error = line.find("error"); error != line.end())
-      throw std::runtime_error(error->get<std::string>());
-    return !line.contains("end");
-  }
-
- private:
-  ControlClient client_;
-  bool patient_;
-  std::string path_;
-};
-
-Json documentIn(Lines& lines) {
+Json documentIn(AnswerLines& lines) {
   ShownLists lists;
   for (Json line; lines.next(line);) lists.add(std::move(line));
   return lists.takeDocument();
 }
 
-std::string shownText(ControlCommand const& command, Lines& lines) {
+std::string shownText(ControlCommand const& command, AnswerLines& lines) {
   Json const document = documentIn(lines);
   if (command.json) return document.dump(2) + '\n';
   std::ostringstream out;
@@ -87,7 +57,7 @@ bool asksForLists(Request const& request) {
   return request.command == "show" || (request.command == "trace" && request.levels.empty());
 }
 
-void monitor(ControlCommand const& command, Lines& lines) {
+void monitor(ControlCommand const& command, AnswerLines& lines) {
   for (Json line; lines.next(line);) {
     std::string text = monitorText(line);
     if (text.empty()) continue;
@@ -102,12 +72,12 @@ std::string pieceIn(Json const& line) {
   return value == line.end() ? std::string() : value->dump(2) + '\n';
 }
 
-void printAnswer(Lines& lines) {
+void printAnswer(AnswerLines& lines) {
   for (Json line; lines.next(line);) print(pieceIn(line));
 }
 
 std::string answerText(ControlCommand const& command) {
-  Lines lines(command);
+  AnswerLines lines(command.socket, command.request);
   if (asksForLists(command.request)) return shownText(command, lines);
   std::string text;
   for (Json line; lines.next(line);) text += pieceIn(line);
@@ -131,7 +101,7 @@ void report(ControlCommand command) {
   command.request.command = "show";
   auto const take = [&](char const* list) {
     command.request.what = list;
-    Lines lines(command);
+    AnswerLines lines(command.socket, command.request);
     addList(data, list, documentIn(lines));
   };
   for (char const* const list : reportLists) take(list);
@@ -150,7 +120,7 @@ void run(ControlCommand& command) {
     watch(command);
     return;
   }
-  Lines lines(command);
+  AnswerLines lines(command.socket, command.request);
   if (asksForLists(command.request))
     print(shownText(command, lines));
   else if (command.request.command == "monitor")

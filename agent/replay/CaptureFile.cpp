@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -93,6 +94,13 @@ std::unique_ptr<PacketSource> openFile(std::string const& fileName) {
   }
 }
 
+std::optional<std::uintmax_t> sizeOf(std::string const& fileName) {
+  std::error_code unknown;
+  auto const size = std::filesystem::file_size(fileName, unknown);
+  if (unknown) return std::nullopt;
+  return size;
+}
+
 /// ", 1234 bytes into the file", or nothing where the input has no places, as a pipe.
 std::string place(long offset) {
   return offset < 0 ? "" : message(", ", offset, " bytes into the file");
@@ -123,7 +131,7 @@ std::string listOf(std::vector<CapturedInterface> const& interfaces) {
 }  // namespace
 
 CaptureFile::CaptureFile(std::string const& given)
-    : name_(captureName(given)), source_(openFile(name_.fileName)) {
+    : name_(captureName(given)), source_(openFile(name_.fileName)), size_(sizeOf(name_.fileName)) {
   lookAtInterfaces();
 }
 

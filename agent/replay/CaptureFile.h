@@ -43,6 +43,12 @@ class CaptureFile {
   /// The next packet; nothing after the last one.
   std::optional<CapturedPacket> next();
 
+  /// In bytes, when it was opened; nothing for what is no regular file, as a pipe.
+  std::optional<std::uintmax_t> size() const { return size_; }
+
+  /// How many of its bytes come before what was read last; less than 0 without a size().
+  long offset() const { return source_->offset(); }
+
  private:
   bool isSelected(CapturedInterface const& interface) const;
   bool isSelected(std::uint32_t cookedInterface);
@@ -56,6 +62,7 @@ class CaptureFile {
 
   CaptureName name_;
   std::unique_ptr<PacketSource> source_;
+  std::optional<std::uintmax_t> size_;
   std::size_t interfacesSeen_ = 0;
   std::optional<std::uint32_t> cookedInterface_;  // of the first packet
   bool selectedSeen_ = false;

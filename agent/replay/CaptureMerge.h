@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -35,6 +36,13 @@ class CaptureMerge {
   /// The next packet; nothing after the last one.
   std::optional<MergedPacket> next();
 
+  /// How many packets next() has given.
+  std::uint64_t given() const { return count_; }
+
+  /// How much of all captures together has been read, from 0 to 1; nothing if one has no size, as a
+  /// pipe.
+  std::optional<double> shareRead() const;
+
  private:
   struct Input {
     CaptureFile file;
@@ -48,6 +56,7 @@ class CaptureMerge {
 
   // The input that gave the last packet, whose bytes are in use until the next one is asked for.
   Input* given_ = nullptr;
+  std::uint64_t count_ = 0;
 };
 
 }  // namespace Agent

@@ -14,6 +14,8 @@ namespace Agent {
 
 namespace {
 
+constexpr std::uint64_t packetsBetweenLooks = 64;
+
 /// What is read, whichever of its interfaces.
 std::vector<std::string> fileNamesOf(std::vector<PortCapture> const& captures) {
   std::vector<std::string> fileNames;
@@ -122,6 +124,7 @@ void Replay::tellEvents() {
 void Replay::run(std::optional<Horix::Time> until) {
   Horix::Time const end = until.value_or(Horix::Time::max());
   for (auto packet = packets_.next(); packet && packet->time <= end; packet = packets_.next()) {
+    if (onProgress_ && packets_.given() % packetsBetweenLooks == 0) onProgress_(packets_);
     if (packet->time > switch_.now()) {
       loop_.endBatch();
       letTimePass(packet->time);

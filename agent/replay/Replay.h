@@ -46,6 +46,11 @@ class Replay {
   /// Writes down from now on what history() tells.
   void watchHistory() { historyWatch_ = std::make_unique<HistoryWatch>(switch_); }
 
+  /// Who hears every few packets how far the captures have been read.
+  void onProgressIs(std::function<void(CaptureMerge const&)> action) {
+    onProgress_ = std::move(action);
+  }
+
   /// Feeds the captures to their end, and ends at the last packet's time; or ends at `until`, which
   /// may lie before the last packet or after it. Throws CaptureError, also if nothing is heard for
   /// longer than a month: every query that would be sent meanwhile costs time.
@@ -71,6 +76,7 @@ class Replay {
   OwnFrames ownFrames_;
   std::unique_ptr<SentCaptures> sent_;
 
+  std::function<void(CaptureMerge const&)> onProgress_;
   std::function<void(std::vector<ReplayEvent>)> onEvents_;
   std::unique_ptr<RecordWatch> records_;
   std::unique_ptr<MembershipWatch> memberships_;

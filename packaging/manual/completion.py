@@ -2,16 +2,28 @@
 
 # What to offer for a value: a shell function of both files.
 ASKED = {"NUMBER": "vlans 1", "NAME": "interfaces 1", "ADDRESS": "groups 2"}
-FILES = ("FILE", "PATH", "DIR", "FILE.html", "PORT=CAPTURE")
+FILES = ("FILE", "PATH", "NAME|PATH", "DIR", "FILE.html", "PORT=CAPTURE")
 
 HEADER = """# Made from the help texts of {name}: completion for {shell}.
 """
 
-# A column of a table that the running agent shows, which is waited for no longer than a second.
+# A column of a table that a running agent shows, the one whose socket the line names, which is
+# waited for no longer than a second.
 # What a shell might take for more than a word is left out.
 ASK = """
 _{name}_ask() {{
-  timeout 1 igmpsnoopctl show "$1" 2>/dev/null | awk -v column="$2" '
+  local what=$1 column=$2 word previous=""
+  local -a socket=()
+  shift 2
+  for word in "$@"; do
+    case "$previous:$word" in
+      --socket:=) continue ;;
+      --socket:?*) socket=(--socket "$word") ;;
+      *:--socket=?*) socket=("$word") ;;
+    esac
+    previous=$word
+  done
+  timeout 1 igmpsnoopctl "${{socket[@]}}" show "$what" 2>/dev/null | awk -v column="$column" '
     NR == 1 {{ next }}
     NF == 0 {{ exit }}
     $column ~ /^[[:alnum:]._:@-]+$/ && !seen[$column]++ {{ print $column }}'
@@ -94,7 +106,7 @@ def bash(program):
 
     def value(takes):
         if takes in ASKED and name == "igmpsnoopctl":
-            return f'_{name}_words "$(_{name}_ask {ASKED[takes]})" "$word"; '
+            return f'_{name}_words "$(_{name}_ask {ASKED[takes]} "${{COMP_WORDS[@]}}")" "$word"; '
         if takes in FILES:
             return f'_{name}_files "$word"; '
         if "|" in takes and takes.islower():
@@ -122,7 +134,7 @@ def zsh(program):
 
     def value(takes):
         if takes in ASKED and name == "igmpsnoopctl":
-            return f'offered=(${{(f)"$(_{name}_ask {ASKED[takes]})"}}); compadd -a offered; '
+            return f'offered=(${{(f)"$(_{name}_ask {ASKED[takes]} $words)"}}); compadd -a offered; '
         if takes in FILES:
             return "_files; "
         if "|" in takes and takes.islower():

@@ -71,8 +71,8 @@ TEST(CommandLine, LiveTakesAConfigurationAndSockets) {
   EXPECT_EQ(usual.metrics, "");
   EXPECT_FALSE(usual.busyPoll);
   auto const other = std::get<LiveCommand>(
-      parse({"live", "--config", "switch.toml", "--control", "a", "--metrics", "b"}));
-  EXPECT_EQ(other.control, "a");
+      parse({"live", "--config", "switch.toml", "--control", "./a", "--metrics", "b"}));
+  EXPECT_EQ(other.control, "./a");
   EXPECT_EQ(other.metrics, "b");
   EXPECT_TRUE(
       std::get<LiveCommand>(parse({"live", "--config", "switch.toml", "--busy-poll"})).busyPoll);

@@ -1,10 +1,13 @@
+#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <pty.h>
 #include <sstream>
 #include <string>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,6 +24,7 @@ using namespace std::chrono_literals;
 using namespace IgmpTest;
 using testing::EndsWith;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 class ProgramTest : public testing::Test {
@@ -232,6 +236,73 @@ TEST_F(ProgramTest, ReplayExplainsInPlaceOfTheRecords) {
       nlohmann::ordered_json::parse(replay("-j --explain 10/swp2/239.1.1.1 swp1=" + capture()).out);
   EXPECT_EQ(document.at("time"), 1.5);
   EXPECT_EQ(document.at("rule"), "every-source");
+}
+
+TEST_F(ProgramTest, ExplainRefusesWhatIsNotConfigured) {
+  auto const vlan = replay("--explain 99/swp2/239.1.1.1 swp1=" + capture());
+  EXPECT_EQ(vlan.status, 1);
+  EXPECT_EQ(vlan.err, "igmpsnoopd: VLAN 99 is not configured; there is 10\n");
+  auto const interface = replay("--explain 10/swp9/239.1.1.1 swp1=" + capture());
+  EXPECT_EQ(interface.status, 1);
+  EXPECT_EQ(interface.err,
+            "igmpsnoopd: interface \"swp9\" is not configured; there are swp1 and swp2\n");
+}
+
+/// What a command of the shell writes to a terminal.
+std::string shownOnTerminal(std::string const& command) {
+  int terminal = -1;
+  pid_t const child = forkpty(&terminal, nullptr, nullptr, nullptr);
+  if (child == 0) {
+    execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+    _exit(127);
+  }
+  std::string shown;
+  std::array<char, 4096> bytes;
+  for (ssize_t count = 0; (count = read(terminal, bytes.data(), bytes.size())) > 0;)
+    shown.append(bytes.data(), static_cast<std::size_t>(count));
+  close(terminal);
+  waitpid(child, nullptr, 0);
+  return shown;
+}
+
+/// Makes a replay take longer than a second: the second half of its capture comes late.
+class SlowReplayTest : public ProgramTest {
+ protected:
+  std::string command(std::string const& arguments) const {
+    CaptureBuilder builder;
+    for (int i = 0; i < 400; ++i) builder.at(someTime, FrameBuilder::reportV2(group));
+    std::string const file = builder.write(directory.file("swp1.pcap"));
+    std::string const half = std::to_string(std::filesystem::file_size(file) / 2);
+    return "{ head -c " + half + " " + file + "; sleep 1.2; tail -c +" + half + " " + file +
+           " | tail -c +2; } | " + IGMPSNOOPD + " replay --config " + configuration(twoPorts) +
+           " swp1=- " + arguments;
+  }
+};
+
+TEST_F(SlowReplayTest, TellsItsProgressOnATerminalAndTakesItBack) {
+  std::string const shown = shownOnTerminal(command(">" + directory.file("out")));
+  EXPECT_THAT(shown, StartsWith("\r\x1b[K"));
+  EXPECT_THAT(shown, HasSubstr(" packets read\r\x1b[K"));
+  EXPECT_THAT(contents(directory.file("out")), HasSubstr("239.1.1.1"));
+}
+
+TEST_F(SlowReplayTest, TellsNothingInAFile) {
+  ASSERT_EQ(std::system((command(">/dev/null 2>") + directory.file("err")).c_str()), 0);
+  EXPECT_EQ(contents(directory.file("err")), "");
+}
+
+TEST_F(SlowReplayTest, TellsNothingBetweenTheEventsOnATerminal) {
+  EXPECT_THAT(shownOnTerminal(command("--events")), Not(HasSubstr("read")));
+}
+
+TEST_F(ProgramTest, GuessFromAFileWhoseNameIsNoUtf8IsAConfigurationThatCanBeUsed) {
+  std::string const name = directory.file("swp1\xff\xfe.pcap");
+  std::filesystem::rename(capture(), name);
+  for (std::string const& given : {name, "swp1=" + name}) {
+    std::string const guess = run("guess '" + given + "'").out;
+    auto const outcome = run("check --config " + configuration(guess));
+    EXPECT_EQ(outcome.status, 0) << given << '\n' << guess << outcome.err;
+  }
 }
 
 TEST_F(ProgramTest, TracesGoToStandardErrorWithTheReplaysTime) {
