@@ -120,6 +120,18 @@ TEST(TcpSocketTest, AnotherProgramOnTheSamePortIsTold) {
   }
 }
 
+TEST(TcpSocketTest, UnitThatForbidsTheFamilyIsTold) {
+  TcpAddress address = anyPort();
+  address.socketAddress.ss_family = AF_MAX;  // refused as the unit refuses AF_INET
+  try {
+    TcpSocket const refused(address, "127.0.0.1:9");
+    ADD_FAILURE() << "it listens";
+  } catch (std::runtime_error const& error) {
+    EXPECT_THAT(error.what(), HasSubstr("Address family not supported"));
+    EXPECT_THAT(error.what(), HasSubstr("metrics.conf"));
+  }
+}
+
 TEST(TcpSocketTest, AddressMayComeLater) {
   TcpAddress address = anyPort();
   reinterpret_cast<sockaddr_in&>(address.socketAddress).sin_addr.s_addr = htonl(0xc0000201);
