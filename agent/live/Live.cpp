@@ -14,6 +14,7 @@
 #include "agent/config/TcpAddress.h"
 #include "agent/control/TcpSocket.h"
 #include "agent/control/UnixSocket.h"
+#include "agent/live/Heap.h"
 #include "agent/live/Privileges.h"
 #include "agent/text/Dates.h"
 
@@ -67,6 +68,7 @@ std::unique_ptr<StateKeeper> keeperOf(std::string const& file, Switch& snoopingS
 std::shared_ptr<Interface::SocketHelpers> helpersOf(LiveCommand const& command,
                                                     Horix::EventLoop& loop) {
   raiseDescriptorLimit();
+  freeMemoryInSmallSteps();
   traceToLog(command.traces);
   return std::make_shared<Interface::SocketHelpers>(loop, descriptorsLeft);
 }
