@@ -4,6 +4,8 @@ import dataclasses
 import re
 import subprocess
 
+COLUMN = 30  # where descriptions begin
+
 
 @dataclasses.dataclass
 class Option:
@@ -41,12 +43,14 @@ def _entries(text, heading):
     """(left column, right column) of each entry below a heading."""
     section = re.search(rf"^{heading}:\n((?:  .*\n)*)", text, re.MULTILINE)
     entries = []
-    for line in section.group(1).splitlines() if section else []:
-        if line.startswith(" " * 10):  # the right column of an entry that left no room for it
+    lines = section.group(1).splitlines() if section else []
+    for line, following in zip(lines, [*lines[1:], ""]):
+        if line.startswith(" " * 10):  # the right column of the entry above, which left no room
             entries[-1][1] = line.strip()
+        elif following.startswith(" " * 10):
+            entries.append([line.strip(), ""])
         else:
-            left, _, right = line.strip().partition("  ")
-            entries.append([left, right.strip()])
+            entries.append([line[:COLUMN].strip(), line[COLUMN:].strip()])
     return entries
 
 
@@ -54,9 +58,9 @@ def _option(left, right):
     left = re.sub(r" Excludes: .*", "", left)
     form = left.removesuffix(" REQUIRED")
     names, _, value = form.partition(" ")
-    value, _, default = value.partition("=/")
-    if default:
-        right += f"; /{default} if it is not given"
+    if default := re.search(r"=([/a-z].*)", value):
+        value = value[:default.start()]
+        right += f"; {default.group(1)} if it is not given"
     return Option(names.split(","), value, form != left, right)
 
 
