@@ -135,9 +135,11 @@ std::string stateText(ReplayCommand const& command, Replay const& replay) {
   return out.str();
 }
 
-std::string explanationText(ReplayCommand const& command, Switch const& snoopingSwitch) {
+std::string explanationText(ReplayCommand const& command, Replay const& replay) {
   auto const& [vlan, interface, group] = *command.explain;
-  Explanation const explanation = explain(snoopingSwitch, vlan, interface, group);
+  Explanation explanation = explain(replay.result(), vlan, interface, group);
+  if (explanation.sending)
+    explanation.sending->ofGroup = replay.groupSendings()->explained(explanation.time);
   if (command.json) return json(explanation);
   std::ostringstream out;
   printExplanation(out, explanation);
@@ -188,13 +190,15 @@ int run(ReplayCommand const& command) {
     if (command.events)
       replay.onEventsAre([&](std::vector<ReplayEvent> const& some) { print(events.text(some)); });
     if (report) replay.watchHistory();
+    if (auto const& place = command.explain)
+      replay.watchSendings(place->vlan, place->interface, place->group);
     runShowingProgress(replay, command);
   }
   for (std::string const& remark : remarksOn(replay.ownFrames())) log(Severity::warning, remark);
   if (report) report->write(reportOf(replay.result(), command.configuration, replay.history()));
 
   std::string const text =
-      command.explain ? explanationText(command, replay.result()) : stateText(command, replay);
+      command.explain ? explanationText(command, replay) : stateText(command, replay);
   print(command.events ? events.end(text) : text);
   return done;
 }

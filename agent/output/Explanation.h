@@ -77,6 +77,16 @@ enum class Obstacle {
   noMacAddress,
 };
 
+/// What the host has sent for the group alone.
+struct ExplainedGroupSendings {
+  std::uint64_t recordsV3 = 0;
+  std::uint64_t reportsV2 = 0;
+  std::uint64_t reportsV1 = 0;
+  std::uint64_t leaves = 0;
+  std::string latest;  ///< "v3 TO_IN 192.0.2.1"; empty: nothing was sent
+  Horix::Time sinceLatest{};
+};
+
 /// Whether and how the host sends what it has to report.
 struct ExplainedSending {
   Igmp::IgmpVersion configuredVersion{};
@@ -90,6 +100,8 @@ struct ExplainedSending {
   std::optional<Bridging::IgmpSnooping::RouterPort> routerPort;
   Horix::Time routerPortFor{};  ///< for how long it has been one
   Igmp::HostCounters counters;
+  /// Nothing where nobody has written that down: in a running agent.
+  std::optional<ExplainedGroupSendings> ofGroup;
 };
 
 /// Why the port has a host, or has none.

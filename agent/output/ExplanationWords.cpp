@@ -217,6 +217,18 @@ std::string countersText(Explanation const& explanation) {
                  counted(counters.leavesSent, "leave"), " for all its groups together", last, '.');
 }
 
+std::string groupSendingsText(ExplainedGroupSendings const& sendings,
+                              Explanation const& explanation) {
+  if (sendings.latest.empty()) return message("Nothing of it was for ", explanation.group, '.');
+  return message(
+      "For ", explanation.group, " it has sent ",
+      counted(sendings.recordsV3, "IGMPv3 group record"), ", ",
+      counted(sendings.reportsV2, "IGMPv2 report"), ", ",
+      counted(sendings.reportsV1, "IGMPv1 report"), " and ", counted(sendings.leaves, "leave"),
+      ", the last ", secondsText(sendings.sinceLatest), " ago",
+      withDate(", at ", sendings.sinceLatest, explanation), ": \"", sendings.latest, "\".");
+}
+
 /// What a port's wish does to a source, and what the proxy counts if that is something else.
 std::string countRemark(ExplainedSource const& source) {
   std::string remark;
@@ -388,6 +400,7 @@ std::vector<std::string> sendingOf(Explanation const& explanation) {
         "It sends from 0.0.0.0, and several routers ignore such reports: give the VLAN's device an "
         "address, or set sender-source-address.");
   sentences.push_back(countersText(explanation));
+  if (sending.ofGroup) sentences.push_back(groupSendingsText(*sending.ofGroup, explanation));
   return sentences;
 }
 

@@ -63,6 +63,19 @@ Json sourceObject(ExplainedSource const& source, Explanation const& explanation)
   return object;
 }
 
+Json groupSendingsObject(ExplainedGroupSendings const& sendings, Explanation const& explanation) {
+  Json object;
+  object["records-v3"] = sendings.recordsV3;
+  object["reports-v2"] = sendings.reportsV2;
+  object["reports-v1"] = sendings.reportsV1;
+  object["leaves"] = sendings.leaves;
+  if (sendings.latest.empty()) return object;
+  object["latest"] = sendings.latest;
+  object["since-sent"] = seconds(sendings.sinceLatest);
+  addDate(object, "last-sent", explanation.dates, sendings.sinceLatest);
+  return object;
+}
+
 Json sendingObject(Explanation const& explanation) {
   ExplainedSending const& sending = *explanation.sending;
   Json object;
@@ -72,6 +85,7 @@ Json sendingObject(Explanation const& explanation) {
     object["older-querier"] = message(sending.olderQuerier);
   object["since-sent"] = sending.sinceSent ? Json(seconds(*sending.sinceSent)) : Json();
   if (sending.sinceSent) addDate(object, "last-sent", explanation.dates, *sending.sinceSent);
+  if (sending.ofGroup) object["of-group"] = groupSendingsObject(*sending.ofGroup, explanation);
   object["reports-unasked"] = sending.reportsUnasked;
   object["mrouter"] = sending.routerPort.has_value();
   if (sending.routerPort)

@@ -66,6 +66,7 @@ Replay::Replay(Configuration const& configuration, std::vector<PortCapture> cons
   }
   devices_.sentIs([this](Wirex::IntfId const& from, Wirex::Bytes frame) {
     ownFrames_.sent(from, switch_.now(), frame);
+    if (groupSendings_) groupSendings_->sent(from, switch_.now(), frame);
     if (sent_) sent_->write(from, packets_.start() + switch_.now(), frame);
   });
 }

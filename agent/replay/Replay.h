@@ -11,6 +11,7 @@
 
 #include "agent/Switch.h"
 #include "agent/replay/CaptureMerge.h"
+#include "agent/replay/GroupSendings.h"
 #include "agent/replay/OwnFrames.h"
 #include "agent/replay/PortCapture.h"
 #include "agent/replay/ReplayEvent.h"
@@ -46,6 +47,12 @@ class Replay {
   /// Writes down from now on what history() tells.
   void watchHistory() { historyWatch_ = std::make_unique<HistoryWatch>(switch_); }
 
+  /// Writes down from now on what groupSendings() tells: what the host of a port sends for a group.
+  void watchSendings(Bridging::VlanId vlan, Wirex::IntfId const& interface, Wirex::IpAddr group) {
+    groupSendings_.emplace(switch_.configuration(), vlan, interface, group);
+  }
+  std::optional<GroupSendings> const& groupSendings() const { return groupSendings_; }
+
   /// Who hears every few packets how far the captures have been read.
   void onProgressIs(std::function<void(CaptureMerge const&)> action) {
     onProgress_ = std::move(action);
@@ -75,6 +82,7 @@ class Replay {
   CaptureMerge packets_;
   OwnFrames ownFrames_;
   std::unique_ptr<SentCaptures> sent_;
+  std::optional<GroupSendings> groupSendings_;
 
   std::function<void(CaptureMerge const&)> onProgress_;
   std::function<void(std::vector<ReplayEvent>)> onEvents_;

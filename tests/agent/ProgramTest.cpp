@@ -238,6 +238,23 @@ TEST_F(ProgramTest, ReplayExplainsInPlaceOfTheRecords) {
   EXPECT_EQ(document.at("rule"), "every-source");
 }
 
+TEST_F(ProgramTest, ExplainTellsWhatTheReplaysHostSentForTheGroup) {
+  std::string const router =
+      CaptureBuilder()
+          .at(someTime - 1s, FrameBuilder::queryV3({}).from(IpAddr(10, 0, 0, 254)))
+          .write(directory.file("swp2.pcap"));
+  std::string const captures = "swp1=" + capture() + " swp2=" + router;
+  auto const document =
+      nlohmann::json::parse(replay("-j --explain 10/swp2/239.1.1.1 " + captures).out);
+  auto const& sent = document.at("sending").at("of-group");
+  EXPECT_EQ(sent.at("records-v3"), 2);  // a change is said as often as the robustness variable says
+  EXPECT_EQ(sent.at("reports-v2"), 0);
+  EXPECT_EQ(sent.at("latest"), "v3 TO_EX of no source");
+
+  EXPECT_THAT(replay("--explain 10/swp2/239.9.9.9 " + captures).out,
+              HasSubstr("Nothing of it was for 239.9.9.9.\n"));
+}
+
 TEST_F(ProgramTest, ExplainRefusesWhatIsNotConfigured) {
   auto const vlan = replay("--explain 99/swp2/239.1.1.1 swp1=" + capture());
   EXPECT_EQ(vlan.status, 1);
