@@ -12,6 +12,9 @@ foreach(library kel igmpplatform igmpproxy)
     INSTALL_RPATH $ORIGIN)
   target_include_directories(${library} INTERFACE $<INSTALL_INTERFACE:${headers}>)
   target_compile_features(${library} PUBLIC cxx_std_20)
+  # Symbols have the soname as their version, so that a program that was linked with one release is
+  # never bound to the symbols of another one that some library of its own has brought along.
+  target_link_options(${library} PRIVATE -Wl,--default-symver)
 endforeach()
 install(TARGETS kel igmpplatform igmpproxy EXPORT ${PROJECT_NAME}
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
