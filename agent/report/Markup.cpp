@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <ostream>
 
 namespace Agent {
 
@@ -103,6 +104,11 @@ std::string grouped(std::uint64_t number) {
   std::string digits = std::to_string(number);
   for (std::size_t place = digits.size(); place > 3; place -= 3) digits.insert(place - 3, ",");
   return digits;
+}
+
+void beginScrolled(std::ostream& out, std::string_view name) {
+  out << R"(<div class="scroll" role="region" tabindex="0" aria-label=")" << escaped(name)
+      << "\">\n";
 }
 
 }  // namespace Agent

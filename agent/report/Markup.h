@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <iosfwd>
 #include <string>
 #include <string_view>
 
@@ -18,5 +19,9 @@ std::string shortened(std::string const& text, std::size_t most);
 
 /// "1,000", as people write numbers.
 std::string grouped(std::uint64_t number);
+
+/// Opens a <div> whose content is moved with the keyboard, too, where it is too wide.
+/// @param name what it holds, for who does not see it.
+void beginScrolled(std::ostream& out, std::string_view name);
 
 }  // namespace Agent

@@ -171,8 +171,8 @@ void PageTable::print(std::ostream& out) const {
   if (count_ > atMost_)
     out << "<p>The first " << grouped(atMost_) << " rows; " << grouped(count_ - atMost_)
         << " more are left out" << (all_.empty() ? "" : ": " + escaped(all_)) << ".</p>\n";
-  out << "<div class=\"scroll\" role=\"region\" tabindex=\"0\" aria-label=\"" << escaped(caption_)
-      << "\"><table><caption>" << escaped(caption_) << "</caption><thead><tr>";
+  beginScrolled(out, caption_);
+  out << "<table><caption>" << escaped(caption_) << "</caption><thead><tr>";
   for (Column const& column : columns_)
     out << "<th scope=\"col\"" << (column.isNumber ? " class=n" : "") << '>'
         << escaped(column.header) << "</th>";

@@ -79,9 +79,9 @@ class VlanSection {
 
   void printFlows() {
     if (vlan_.ports.size() > manyPorts) {
-      figure(
-          "Ports at a glance: groups to which somebody listens there, and groups that the "
-          "switch\u2019s host on the port reports for all others.");
+      figure(message("VLAN ", vlan_.id, ": ports"),
+             "Ports at a glance: groups to which somebody listens there, and groups that the "
+             "switch\u2019s host on the port reports for all others.");
       drawPorts(out_, id_ + "-ports", data_, vlan_, colours_);
       out_ << "</div></figure>\n";
     }
@@ -91,11 +91,11 @@ class VlanSection {
     }
     out_ << "<h3>Who feeds which record</h3>\n";
     std::size_t const first = std::min(flows_.size(), flowsAtOnce);
-    figure(
-        "On the left who listens on which port; on the right what the switch\u2019s host on "
-        "each port reports to whoever is beyond it. A line leads from listeners to each record "
-        "that they feed. It is crossed out where a port would hear its own listeners: split "
-        "horizon.");
+    figure(flowsTitle(),
+           "On the left who listens on which port; on the right what the switch\u2019s host on "
+           "each port reports to whoever is beyond it. A line leads from listeners to each record "
+           "that they feed. It is crossed out where a port would hear its own listeners: split "
+           "horizon.");
     draw(id_ + "-flows", 0, first);
     out_ << "</div></figure>\n";
     printMoreFlows(first);
@@ -106,7 +106,8 @@ class VlanSection {
     if (first == end) return;
     out_ << "<details><summary>" << grouped(end - first)
          << (end < flows_.size() ? message(" of ", grouped(flows_.size() - first)) : "")
-         << " more pictures of groups</summary>\n<div class=\"scroll\">\n";
+         << " more pictures of groups</summary>\n";
+    beginScrolled(out_, flowsTitle() + ", more groups");
     draw(id_ + "-more", first, end);
     out_ << "</div></details>\n";
   }
@@ -114,8 +115,10 @@ class VlanSection {
   void draw(std::string const& id, std::size_t begin, std::size_t end) {
     std::vector<Flow> const some(flows_.begin() + static_cast<std::ptrdiff_t>(begin),
                                  flows_.begin() + static_cast<std::ptrdiff_t>(end));
-    drawFlows(out_, id, message("VLAN ", vlan_.id, ": who feeds which record"), some, colours_);
+    drawFlows(out_, id, flowsTitle(), some, colours_);
   }
+
+  std::string flowsTitle() const { return message("VLAN ", vlan_.id, ": who feeds which record"); }
 
   // ---- Time line
 
@@ -130,11 +133,12 @@ class VlanSection {
                                     : message("VLAN ", vlan_.id, ": what held from when to when");
     out_ << "<h3>" << (ahead ? "The time to come" : "The course of time") << "</h3>\n";
     if (rows.size() > rowsAtOnce) {
-      figure("How many there were.");
+      figure(message("VLAN ", vlan_.id, ": how many there were"), "How many there were.");
       drawCounts(out_, id_ + "-counts", title, data_.history, rows);
       out_ << "</div></figure>\n";
     }
-    figure(ahead ? "Until when each membership and router port holds if no more is heard."
+    figure(title,
+           ahead ? "Until when each membership and router port holds if no more is heard."
                  : "Full bars: who listened, and where routers were. Hollow bars: what the host on "
                    "a port had to report.");
     std::size_t const first = std::min(rows.size(), rowsAtOnce);
@@ -144,15 +148,17 @@ class VlanSection {
     if (first == last) return;
     out_ << "<details><summary>" << grouped(last - first)
          << (last < rows.size() ? message(" of ", grouped(rows.size() - first)) : "")
-         << " more rows</summary>\n<div class=\"scroll\">\n";
+         << " more rows</summary>\n";
+    beginScrolled(out_, title + ", more rows");
     drawTimeLine(out_, id_ + "-later", title, data_.history, rows.subspan(first, last - first),
                  colours_);
     out_ << "</div></details>\n";
   }
 
   /// Opens a figure, in which a picture that is too wide can be moved.
-  void figure(char const* caption) {
-    out_ << "<figure><figcaption>" << caption << "</figcaption><div class=\"scroll\">\n";
+  void figure(std::string const& title, char const* caption) {
+    out_ << "<figure><figcaption>" << caption << "</figcaption>";
+    beginScrolled(out_, title);
   }
 
   std::ostream& out_;
