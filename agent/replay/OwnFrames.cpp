@@ -152,11 +152,12 @@ std::vector<std::string> remarksOn(OwnFrames const& frames) {
                                 enumerated(why, "and"),
                                 "); capture what is heard alone: tcpdump -Q in"));
     if (counts.alike)
-      remarks.push_back(message(
-          text(port), ": ", counted(counts.alike, "message"),
-          " said what the port's own host had just said, the last one from ", counts.alikeFrom,
-          "; if that is the switch, name it as sender-source-address, or capture with "
-          "tcpdump -Q in"));
+      remarks.push_back(
+          message(text(port), ": ", counted(counts.alike, "message"),
+                  " said what the port's own host had just said, the last one from ",
+                  counts.alikeFrom, "; if that is the switch, ",
+                  counts.alikeFrom == IpAddr() ? "" : "name it as sender-source-address, or ",
+                  "capture with tcpdump -Q in"));
   }
   return remarks;
 }

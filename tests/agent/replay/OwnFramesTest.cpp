@@ -88,6 +88,15 @@ TEST_F(OwnFramesTest, WhatRepeatsThePortsHostIsRemarkedOn) {
                                               "just said, the last one from 10.0.0.")));
 }
 
+TEST_F(OwnFramesTest, NobodyIsToldToNameTheAddressThatIsNone) {
+  auto const report = FrameBuilder::reportV3({toEx(group)}).from(IpAddr());
+  frames.sent(swp1, 0s, report.bytes());
+  EXPECT_FALSE(recognise(swp1, 1ms, report));
+  EXPECT_THAT(remarksOn(frames),
+              ElementsAre(testing::EndsWith("the last one from 0.0.0.0; if that is the switch, "
+                                            "capture with tcpdump -Q in")));
+}
+
 TEST_F(OwnFramesTest, WhatIsNoIgmpIsNotCounted) {
   ByteVector const other(60);
   EXPECT_TRUE(frames.recognise(swp1, 0s, other, true));
