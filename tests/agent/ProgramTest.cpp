@@ -282,7 +282,8 @@ std::string shownOnTerminal(std::string const& command) {
   return shown;
 }
 
-/// Makes a replay take longer than a second: the second half of its capture comes late.
+/// Makes a replay take longer than a second, also one that a busy machine starts late: the second
+/// half of its capture comes late.
 class SlowReplayTest : public ProgramTest {
  protected:
   std::string command(std::string const& arguments) const {
@@ -290,7 +291,7 @@ class SlowReplayTest : public ProgramTest {
     for (int i = 0; i < 400; ++i) builder.at(someTime, FrameBuilder::reportV2(group));
     std::string const file = builder.write(directory.file("swp1.pcap"));
     std::string const half = std::to_string(std::filesystem::file_size(file) / 2);
-    return "{ head -c " + half + " " + file + "; sleep 1.2; tail -c +" + half + " " + file +
+    return "{ head -c " + half + " " + file + "; sleep 4; tail -c +" + half + " " + file +
            " | tail -c +2; } | " + IGMPSNOOPD + " replay --config " + configuration(twoPorts) +
            " swp1=- " + arguments;
   }
