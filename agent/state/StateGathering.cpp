@@ -97,7 +97,7 @@ void StateGathering::gatherSince(Horix::Time since) {
 bool StateGathering::advance(std::size_t steps) {
   memberships_.advance(steps, [&](MembershipWalk::Place const& place, auto const& status) {
     auto const& membership = static_cast<LearnedMembership const&>(status);
-    if (membership.withdrawn()) return;
+    if (membership.isForgotten()) return;
     gatherSince(membership.since());
     writer_.put(keptMembership(place, membership));
   });

@@ -67,7 +67,7 @@ void FilterState::hear(GroupRecord const& record, Times times) {
 
 bool FilterState::hearRepeated(GroupRecord const& record, LearnedMembership& membership,
                                Horix::TimerWheel const& timerWheel, Time end) {
-  if (membership.isOfMany() || membership.withdrawn() ||
+  if (membership.isOfMany() || membership.isForgotten() ||
       record.type == IgmpV3GroupRecordType::blockOldSources ||
       isOfExcludeMode(record) == membership.includes() ||
       !isRepeatedBy(record.sources, membership.source()))

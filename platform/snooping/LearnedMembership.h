@@ -73,7 +73,7 @@ struct TimedFilter {
 /// readers see is A or Y.
 ///
 /// 1. The timer is due no later than the first of these times at which something changes. It runs
-///    unless the membership was withdrawn.
+///    unless the membership was forgotten.
 /// 2. Most reports renew all that is wanted. Then `times_` is null, and all ends with the timer.
 class KEL_EXPORT LearnedMembership final : public IgmpMembership, public Horix::Timer {
  public:
@@ -90,7 +90,7 @@ class KEL_EXPORT LearnedMembership final : public IgmpMembership, public Horix::
   bool isOfMany() const { return addr() == Wirex::IpAddr(); }
 
   /// Whether it was forgotten, and goes at the end of the batch: its timer does not run.
-  bool withdrawn() const { return !scheduled(); }
+  bool isForgotten() const { return !scheduled(); }
 
   /// Sources that are kept, published or not.
   std::uint32_t sourceCount() const;

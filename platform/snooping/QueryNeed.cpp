@@ -27,8 +27,8 @@ std::vector<IpAddr> difference(IgmpMembership::Sources const& sources,
 // own state, so it stands in the rows where a router has the state of the whole link: A is what
 // the reporter includes, Y what it excludes, and X is empty.
 QueryNeed queryNeededBy(Igmp::GroupRecord const& record, IgmpMembership const* membership) {
-  QueryNeed withdrawn;
-  if (!membership) return withdrawn;
+  QueryNeed need;
+  if (!membership) return need;
   bool const includes = membership->filterMode() == IgmpFilterMode::include;
   switch (record.type) {
     // INCLUDE (A)    BLOCK (B)    Send Q(G,A*B)       EXCLUDE (X,Y)  BLOCK (A)    Send Q(G,A-Y)
@@ -36,19 +36,19 @@ QueryNeed queryNeededBy(Igmp::GroupRecord const& record, IgmpMembership const* m
     case IgmpV3GroupRecordType::blockOldSources:
     case IgmpV3GroupRecordType::changeToExcludeMode:
       for (IpAddr const source : record.sources)
-        if (membership->source(source) == includes) withdrawn.sources.push_back(source);
+        if (membership->source(source) == includes) need.sources.push_back(source);
       break;
     // INCLUDE (A)    TO_IN (B)    Send Q(G,A-B)       EXCLUDE (X,Y)  TO_IN (A)    Send Q(G)
     case IgmpV3GroupRecordType::changeToIncludeMode:
-      withdrawn.group = !includes;
-      if (includes) withdrawn.sources = difference(membership->source(), record.sources);
+      need.group = !includes;
+      if (includes) need.sources = difference(membership->source(), record.sources);
       break;
     case IgmpV3GroupRecordType::modeIsInclude:
     case IgmpV3GroupRecordType::modeIsExclude:
     case IgmpV3GroupRecordType::allowNewSources:
       break;
   }
-  return withdrawn;
+  return need;
 }
 
 }  // namespace Bridging::IgmpSnooping

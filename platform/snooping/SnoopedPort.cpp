@@ -198,7 +198,7 @@ void SnoopedPort::hear(VlanId vlan, SnoopedVlan const& snooped, IpAddr reporter,
   countIfIgnored(cause);
   // A limit refuses what a record adds, not what it withdraws.
   if (!withdrawal.empty() && (!cause || isLimit(*cause)))
-    withdrawn(vlan, snooped, record.group, withdrawal);
+    inquire(vlan, snooped, record.group, withdrawal);
 }
 
 void SnoopedPort::hear(VlanId vlan, SnoopedVlan const& snooped, IpAddr reporter,
@@ -208,15 +208,15 @@ void SnoopedPort::hear(VlanId vlan, SnoopedVlan const& snooped, IpAddr reporter,
   // Somebody whose report another one's made unnecessary is no known member, but may leave.
   bool const hasMembers = snooped.learning->hasMembers(intfId_, leave.group);
   snooped.learning->leave(intfId_, reporter, leave.group);
-  if (hasMembers) withdrawn(vlan, snooped, leave.group, {.group = true, .sources = {}});
+  if (hasMembers) inquire(vlan, snooped, leave.group, {.group = true, .sources = {}});
 }
 
 /// Where leaves are fast, the last one needs no confirmation.
-void SnoopedPort::withdrawn(VlanId vlan, SnoopedVlan const& snooped, IpAddr group,
-                            QueryNeed const& withdrawal) {
+void SnoopedPort::inquire(VlanId vlan, SnoopedVlan const& snooped, IpAddr group,
+                          QueryNeed const& withdrawal) {
   VlanLearning const& learning = *snooped.learning;
   if (learning.policy().fastLeave && !learning.hasMembers(intfId_, group)) return;
-  snooped.querier->withdrawn(vlan, *this, group, withdrawal);
+  snooped.querier->inquire(vlan, *this, group, withdrawal);
 }
 
 void SnoopedPort::countIfIgnored(std::optional<Igmp::IgnoreReason> cause) {

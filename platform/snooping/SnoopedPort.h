@@ -89,8 +89,8 @@ class KEL_EXPORT SnoopedPort final : private QueryPort {
             Igmp::GroupRecord const& record);
   void hear(VlanId vlan, SnoopedVlan const& snooped, Wirex::IpAddr reporter,
             Igmp::Leave const& leave);
-  void withdrawn(VlanId vlan, SnoopedVlan const& snooped, Wirex::IpAddr group,
-                 QueryNeed const& withdrawal);
+  void inquire(VlanId vlan, SnoopedVlan const& snooped, Wirex::IpAddr group,
+               QueryNeed const& withdrawal);
   void countIfIgnored(std::optional<Igmp::IgnoreReason> cause);
 
   Wirex::IntfId intfId_;

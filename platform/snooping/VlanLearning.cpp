@@ -123,7 +123,7 @@ std::optional<IgnoreReason> VlanLearning::report(IntfId const& intf, IpAddr repo
 void VlanLearning::leave(IntfId const& intf, IpAddr reporter, IpAddr group) {
   hears(intf, group);
   LearnedMembership* const known = membership(intf, reporter, group);
-  if (!known || known->withdrawn()) return;
+  if (!known || known->isForgotten()) return;
   // One of many cannot leave for the others.
   if (policy_.fastLeave && !known->isOfMany())
     forget(*known);
@@ -245,7 +245,7 @@ bool VlanLearning::hasMembers(IntfId const& intf, IpAddr group) const {
   LearnedIntf const* const status = this->intf(intf, group);
   if (!status) return false;
   for (auto const& [reporter, membership] : status->membership())
-    if (!static_cast<LearnedMembership&>(*membership).withdrawn()) return true;
+    if (!static_cast<LearnedMembership&>(*membership).isForgotten()) return true;
   return false;
 }
 
@@ -276,7 +276,7 @@ bool VlanLearning::wantsEverySource(IntfId const& intf, IpAddr group, Horix::Tim
 }
 
 void VlanLearning::forget(LearnedMembership& membership) {
-  if (membership.withdrawn()) return;
+  if (membership.isForgotten()) return;
   change(membership, "forgotten", [](FilterState& state) { state.withdraw(); });
 }
 

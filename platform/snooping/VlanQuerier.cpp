@@ -215,8 +215,8 @@ void VlanQuerier::tellOtherVersion(OtherQuerier const& sender) {
   onOtherVersion_({vlanId(), sender.intfId, sender.address, sender.version, settings_.version});
 }
 
-void VlanQuerier::withdrawn(VlanId vlan, QueryPort const& port, IpAddr group,
-                            QueryNeed const& withdrawal) {
+void VlanQuerier::inquire(VlanId vlan, QueryPort const& port, IpAddr group,
+                          QueryNeed const& withdrawal) {
   // Leaves are nothing to an IGMPv1 querier, and an IGMPv2 one cannot ask for sources
   // (RFC 9776 section 7.3.1).
   if (!isQuerier() || settings_.version == IgmpVersion::v1) return;

@@ -138,11 +138,11 @@ class KEL_EXPORT VlanQuerier : private Horix::Timer {
   using OnSent = std::function<void(VlanId, Igmp::Query const&)>;
   void onSentIs(OnSent action) { onSent_ = std::move(action); }
 
-  /// Something was withdrawn on a port, and learning knows. A port is asked for as many groups and
-  /// sources at once as it may have; who withdraws more within the time that asking takes is not
-  /// asked further.
-  void withdrawn(VlanId vlan, QueryPort const& port, Wirex::IpAddr group,
-                 QueryNeed const& withdrawal);
+  /// Asks on a port who still wants what was withdrawn there; learning has heard of it before. A
+  /// port is asked for as many groups and sources at once as it may have: what is withdrawn beyond
+  /// that, while the asking lasts, is not asked for.
+  void inquire(VlanId vlan, QueryPort const& port, Wirex::IpAddr group,
+               QueryNeed const& withdrawal);
 
  private:
   class Inquiry;

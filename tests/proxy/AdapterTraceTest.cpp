@@ -9,8 +9,8 @@
 
 #include "framework/kel/Trace.h"
 #include "proxy/ProxyAdapterSm.h"
+#include "tests/TraceCapture.h"
 #include "tests/proxy/SnoopedVlan.h"
-#include "tests/proxy/TraceCapture.h"
 
 namespace Bridging::IgmpSnooping::Proxy::Testing {
 namespace {

@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "proxy/ProxyPam.h"
+#include "tests/TraceCapture.h"
 #include "tests/platform/interface/RecordedPams.h"
 #include "tests/platform/wirex/Wiring.h"
-#include "tests/proxy/TraceCapture.h"
 
 namespace Bridging::IgmpSnooping::Proxy::Testing {
 

@@ -5,9 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/TraceCapture.h"
 #include "tests/proxy/ControlObserver.h"
 #include "tests/proxy/ProxiedSwitch.h"
-#include "tests/proxy/TraceCapture.h"
 
 namespace Bridging::IgmpSnooping::Proxy::Testing {
 namespace {

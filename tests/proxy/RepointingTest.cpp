@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 
 #include "proxy/ProxyAdapterSm.h"
+#include "tests/TraceCapture.h"
 #include "tests/proxy/SnoopedVlan.h"
-#include "tests/proxy/TraceCapture.h"
 
 namespace Bridging::IgmpSnooping::Proxy::Testing {
 namespace {

@@ -1,5 +1,5 @@
+#include "tests/TraceCapture.h"
 #include "tests/platform/igmp/HostTesting.h"
-#include "tests/proxy/TraceCapture.h"
 
 /// A host among older queriers (RFC 9776 section 7.2; RFC 2236; RFC 1112 appendix I).
 namespace IgmpTest {

@@ -8,9 +8,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/TraceCapture.h"
 #include "tests/platform/snooping/MembershipTesting.h"
 #include "tests/platform/snooping/SnoopedVlans.h"
-#include "tests/proxy/TraceCapture.h"
 
 namespace {
 
@@ -138,10 +138,10 @@ class VlanQuerierTest : public testing::Test {
   /// An IGMPv2 leave.
   void leaves(Port& port, IpAddr reporter) {
     vlan.learning.leave(port.intfId(), reporter, group);
-    querier().withdrawn(vlan10, port, group, {.group = true, .sources = {}});
+    querier().inquire(vlan10, port, group, {.group = true, .sources = {}});
   }
   void withdraws(Port& port, std::vector<IpAddr> sources) {
-    querier().withdrawn(vlan10, port, group, {.group = false, .sources = std::move(sources)});
+    querier().inquire(vlan10, port, group, {.group = false, .sources = std::move(sources)});
   }
 
   ReportBatch batch;
@@ -769,7 +769,7 @@ TEST_F(VlanQuerierTest, PortsAndGroupsAreAskedForOnTheirOwn) {
   joins(swp2, host);
   leaves(swp1, host);
   leaves(swp2, host);
-  querier().withdrawn(vlan10, swp1, otherGroup, {.group = true, .sources = {}});
+  querier().inquire(vlan10, swp1, otherGroup, {.group = true, .sources = {}});
   EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group}, SentQuery{otherGroup}));
   EXPECT_THAT(swp2.take(), ElementsAre(SentQuery{group}));
 }
@@ -844,7 +844,7 @@ TEST_F(VlanQuerierTest, GroupAndSourcesAreAskedForTogether) {
   reports(swp1, otherHost, isIn(group, {a}));
   withdraws(swp1, {a, b});
   swp1.take();
-  querier().withdrawn(vlan10, swp1, group, {.group = true, .sources = {}});
+  querier().inquire(vlan10, swp1, group, {.group = true, .sources = {}});
   // RFC 9776 section 6.6.3.2: the one for the wanted sources may be left out.
   EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group}, SentQuery{group, {b}}));
 }
@@ -865,8 +865,7 @@ TEST_F(VlanQuerierTest, PortIsAskedForNoMoreGroupsAtOnceThanItMayHave) {
   policy.maxInterfaceGroups = 3;
   start();
   auto const withdrawsGroup = [&](Port& port, std::uint32_t number) {
-    querier().withdrawn(vlan10, port, IpAddr(group.value() + number),
-                        {.group = true, .sources = {}});
+    querier().inquire(vlan10, port, IpAddr(group.value() + number), {.group = true, .sources = {}});
   };
   for (std::uint32_t i = 0; i < 5; ++i) withdrawsGroup(swp1, i);
   EXPECT_THAT(swp1.take(), SizeIs(3));
@@ -884,7 +883,7 @@ TEST_F(VlanQuerierTest, PortIsAskedForNoMoreSourcesAtOnceThanItMayHave) {
   withdraws(swp1, {a, b, c});
   EXPECT_THAT(swp1.take(), ElementsAre(SentQuery{group, {a, b}}));
   withdraws(swp1, {c});
-  querier().withdrawn(vlan10, swp1, otherGroup, {.group = false, .sources = {a}});
+  querier().inquire(vlan10, swp1, otherGroup, {.group = false, .sources = {a}});
   EXPECT_THAT(swp1.take(), IsEmpty());
   passes(10s);
   swp1.take();

@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/snooping/VlanRouters.h"
-#include "tests/proxy/TraceCapture.h"
+#include "tests/TraceCapture.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "platform/snooping/VlanLearning.h"
+#include "tests/TraceCapture.h"
 #include "tests/proxy/ProxiedSwitch.h"
-#include "tests/proxy/TraceCapture.h"
 #include "tests/proxy/scenario/Story.h"
 
 namespace Bridging::IgmpSnooping::Proxy::Testing {
