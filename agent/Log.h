@@ -7,7 +7,7 @@
 #include "agent/text/Wording.h"
 
 /// The messages of a running agent, for its operator: lines on standard error, which carry their
-/// severity where the journal reads them. Nothing waits for who reads them: see LogOutput. May be
+/// severity where the journal reads them. Nothing waits for their reader: see LogOutput. May be
 /// called from anywhere on the event loop's thread.
 namespace Agent {
 

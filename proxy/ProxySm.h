@@ -383,7 +383,7 @@ class KEL_EXPORT ProxySm : public Kel::PtrInterface {
                        Kel::Ptr<Igmp::IgmpHostStatusDir> const& igmpHostStatusDir,
                        Kel::Ptr<Horix::TimerWheel const> const& timerWheel);
 
-  /// Of the hosts' reports, in bytes, for whoever asks. The hosts go by their own port's
+  /// Of the hosts' reports, in bytes. It is only kept here: hosts use that of their own port
   /// (HostSettings::mtu).
   static constexpr std::uint32_t mtuDefault = 1500;
   std::uint32_t mtu() const { return mtu_; }

@@ -10,7 +10,7 @@
 
 namespace Agent {
 
-/// Of what something is said in a state.
+/// Where in a state something is said.
 struct ComparedPlace {
   std::string list;  ///< "hosts", "groups" or "mrouters", as `show` calls them
   unsigned vlan = 0;

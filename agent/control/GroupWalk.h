@@ -8,9 +8,9 @@
 
 namespace Agent {
 
-/// Visits the groups of a switch piece by piece, while it changes: for who counts memberships and
-/// need not look at each. Groups that are there from beginning to end are visited once; those that
-/// come or go meanwhile may be or not.
+/// Visits the groups of a switch piece by piece, while it changes: for counts that
+/// need not look at each membership. Groups that are there from beginning to end are visited once;
+/// those that come or go meanwhile may be or not.
 class GroupWalk {
  public:
   using Group = Bridging::IgmpSnooping::IgmpGroup;

@@ -18,10 +18,11 @@ enum class MetricsFormat {
 
 /// The agent's counters and gauges. Labels are VLANs, ports, message types and causes only, so that
 /// their number is bounded by the configuration.
-/// @param clients of whose socket is told.
-/// @param heading what stands before.
-/// @param configuration of whose refusals is told where it comes from a file.
-/// @param forwarding of which is told where it is configured. They outlive the answer.
+/// @param clients the server whose clients are counted.
+/// @param heading text before the first family.
+/// @param forwarding counted where it is configured; may be null.
+/// @param configuration whose refused reloads are counted; null where it is not from a file.
+/// The switch, `clients`, `forwarding` and `configuration` outlive the answer.
 std::unique_ptr<Answer> metricsAnswer(Switch const& snoopingSwitch, SocketServer const& clients,
                                       MetricsFormat format, std::string heading = "",
                                       Forwarding const* forwarding = nullptr,

@@ -19,7 +19,7 @@ class MetricsServer final : public SocketServer {
   /// Of a network: whoever reaches the address may come, and be slow on purpose.
   static Limits limitsOfStrangers();
 
-  /// @param control of whose clients is told. Outlives this, and so does the switch.
+  /// @param control whose clients are counted. It and the switch outlive this.
   MetricsServer(Horix::EventLoop& loop, Switch const& snoopingSwitch, ControlServer const& control,
                 std::unique_ptr<ListeningSocket> socket, Limits const& limits);
   /// On a Unix socket. Throws std::runtime_error if the path cannot be listened on.

@@ -10,10 +10,11 @@ namespace Agent {
 /// What a client of the control socket asks for.
 struct Request {
   std::string command;  ///< "show", "explain", "monitor", "clear", "trace", "restart" or "metrics"
-  std::string what;     ///< of "show" and "clear"; the kind of changes of "monitor", empty for all
+  std::string
+      what;  ///< list that "show" or "clear" names, kind of changes for "monitor"; may be empty
   Selection of;
   bool text = false;   ///< explain in words
-  std::string handle;  ///< of "trace"
+  std::string handle;  ///< trace handle, for "trace"
   std::string levels;
 };
 

@@ -65,7 +65,7 @@ void monitor(ControlCommand const& command, AnswerLines& lines) {
   }
 }
 
-/// Of what comes as text, or as one value.
+/// What a line of an answer says: text, or one value.
 std::string pieceIn(Json const& line) {
   if (auto const text = line.find("text"); text != line.end()) return text->get<std::string>();
   auto const value = line.find("explanation");

@@ -51,7 +51,7 @@ class BridgeControl {
 
   /// Has everything flooded at once. The entries then go piece by piece, and at last the settings
   /// are put back and the rules taken away.
-  /// @param groups of the entries, for kernels that keep no mark of whose entries they are.
+  /// @param groups that the entries are for: some kernels do not remember who made an entry.
   void beginToGiveBack(std::set<Wirex::IpAddr> groups);
   bool isGivingBack() const { return removal_ != nullptr; }
   /// A piece. Returns whether there is more. Throws std::system_error, and has ended then.

@@ -72,7 +72,7 @@ void EntryWriter::hearOfDeletions(std::span<Change const> own) {
   if (!control_.events().takeDeleted(deleted)) lost_ = true;
   for (FoundEntry const& entry : deleted) {
     if (entry.place.bridge != bridge_ || entry.derived || !believesIn(entry)) continue;
-    // Of what is written, the kernel also tells what a new list of sources replaces.
+    // For an entry that we wrote, the kernel also reports the list of sources that it replaced.
     if (std::any_of(own.begin(), own.end(), [&](Change const& change) {
           return change.port == entry.place.port && change.key == keyOf(entry);
         }))

@@ -79,7 +79,7 @@ class RequestSocket {
   std::vector<NetlinkFailure> ask(NetlinkBatch& batch,
                                   std::function<void(nlmsghdr const&)> const& each);
 
-  /// Begins such an answer, for who takes it in pieces: `next` returns false at its end.
+  /// Begins such an answer, to be taken in pieces: `next` returns false at its end.
   void begin(NetlinkBatch& batch);
   bool next(std::function<void(nlmsghdr const&)> const& each);
 

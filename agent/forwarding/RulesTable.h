@@ -28,7 +28,7 @@ class RulesTable {
   RulesTable();
 
   bool exists();
-  /// The same, for who has none of these.
+  /// The same without an open table.
   static bool isThere();
 
   /// What an earlier agent kept; nothing without a table.

@@ -15,7 +15,7 @@ namespace Agent {
 /// configuration usable, so that one that cannot run does not get the place of one that does.
 class Restart final : private Horix::Timer {
  public:
-  /// Told once: nothing if the restart is about to happen, else why it does not.
+  /// Called once: with nothing if the restart is about to happen, else with what prevents it.
   using Told = std::function<void(std::string const& problem)>;
 
   /// @param arguments with which the program was started, its name first.

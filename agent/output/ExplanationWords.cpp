@@ -108,7 +108,7 @@ std::string secondsText(Horix::Time time) {
   return counted(static_cast<std::size_t>(std::max<decltype(seconds)>(seconds, 0)), "second");
 }
 
-/// Of what names a group and was not learned as it was said.
+/// Why something that names a group was not learned as it was said.
 std::string why(Igmp::IgnoreReason reason) {
   switch (reason) {
     case Igmp::IgnoreReason::tooManyGroups:

@@ -13,8 +13,8 @@
 
 namespace Agent {
 
-/// Has a switch take up what is sealed, and tells the log of it, or why it does not.
-/// @param name of where the state comes from.
+/// Restores a switch from sealed state, and logs that, or why the state cannot be used.
+/// @param name what the log calls the place that the state comes from.
 void resumeOrWarn(Switch& snoopingSwitch, std::string const& name, std::string_view sealed);
 
 /// What a switch knows and has said, sealed, for one that goes on in its place at once.

@@ -137,7 +137,7 @@ class Resumption {
     return memories_[PortKey(host.vlan, host.interface).hostName()];
   }
 
-  /// Of what the entry holds that is taken now.
+  /// Since when what is taken now has been known.
   Time takeSince() { return std::exchange(since_, now_); }
 
   Time here(Time writers) const { return writers == Time::max() ? writers : writers - passed_; }

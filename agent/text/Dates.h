@@ -41,7 +41,7 @@ struct Epoch {
   Dates dates;
 };
 
-/// As short as a table takes it, for who knows what day it is: "21:05:09" of the same day,
+/// The shortest form that is clear to a reader who knows the date: "21:05:09" of the same day,
 /// "11-22 21:05" of the same year, else "2025-11-22".
 std::string shortDate(std::string const& date, std::string const& now);
 

@@ -49,7 +49,7 @@ class MembershipWatch {
   /// reporter. To be called when memberships have settled.
   std::vector<MembershipChange> takeChanges();
 
-  /// The same for who does not need to know how: the groups of which something may have changed,
+  /// The same without saying how they changed: the groups of which something may have changed,
   /// in no order, and some of them several times.
   std::vector<std::pair<Bridging::VlanId, Wirex::IpAddr>> takeChangedGroups();
 

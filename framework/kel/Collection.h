@@ -11,7 +11,7 @@
 
 namespace Kel {
 
-/// Is told of a key and does nothing about it.
+/// A visitor of keys that does nothing.
 struct Unheeded {
   template <class Key>
   void operator()(Key const& /*key*/) const noexcept {}
@@ -61,7 +61,7 @@ class Collection {
   Table<Key, Mapped> table_;
 };
 
-/// Members, entities or reactors, that the collection owns and that nobody is told of.
+/// Members that the collection owns: entities or reactors. No callback is raised for them.
 ///
 /// `ensure` throws RangeException where the key holds null, and NameInUseException where the
 /// member was constructed with other parameters; both leave everything as it is. A member that
@@ -80,8 +80,8 @@ class OwnedMembers : public Collection<Key, Ptr<Member>> {
     auto const* const member = this->table_.find(key);
     return member ? member->get() : nullptr;
   }
-  /// The same, for who comes again: `place` is where the member was found before, if it was, and
-  /// says afterwards where it is.
+  /// The same, for repeated lookups. @param place where the member was found before, or anything;
+  /// afterwards where it is.
   Member* find(Key const& key, std::uint32_t& place) const noexcept {
     place = this->position(key, place);
     return place == this->absent ? nullptr : this->table_.mappedAt(place).get();

@@ -35,8 +35,9 @@ class KEL_EXPORT EventLoop {
   /// Timers make a batch after this time, because what follows from them may take much longer.
   static constexpr Time timerBatch = std::chrono::microseconds(200);
 
-  /// A file descriptor that the loop watches: derive, override onReady(). The descriptor belongs
-  /// to who derives, and is open for as long as this lives. It may be destroyed at any time.
+  /// A file descriptor that the loop watches: derive, override onReady(). The derived
+  /// class owns the descriptor and keeps it open for as long as the watch lives. A watch may be
+  /// destroyed at any time.
   class KEL_EXPORT Watch {
    public:
     Watch(Watch const&) = delete;

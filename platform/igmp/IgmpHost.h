@@ -26,8 +26,9 @@ struct HostSettings {
   std::uint8_t robustnessVariable = 2;  ///< 1 to 7 (RFC 9776 section 8.1)
   /// Whether it says of itself how its records change. Queries are answered in any case.
   bool reportsUnasked = false;
-  /// Whether only a query is why it does. A host that begins for that reason waits like one that
-  /// answers (RFC 9776 section 5.2), so that all that hear a new querier do not speak together.
+  /// Whether it reports unasked only because a query was heard on its port. Such a host begins
+  /// after a random time, like one that answers (RFC 9776 section 5.2), so that the hosts that hear
+  /// a new querier do not all report at once.
   bool reportsSinceQuery = false;
   /// Whether it heeds queries on its port; those that it follows in its VLAN it heeds anyway.
   bool hearsQueries = true;

@@ -17,8 +17,7 @@ class KEL_EXPORT SocketOpener {
   using Result = std::variant<std::unique_ptr<PacketSocket>, FailedCall>;
   using Opened = std::function<void(Result)>;
 
-  /// A request to open a socket: without it, nobody is told of the result any more. The opener
-  /// outlives it.
+  /// A request to open a socket. Destroying it cancels the callback. The opener outlives it.
   class KEL_EXPORT Request {
    public:
     Request(Request const&) = delete;
@@ -43,7 +42,7 @@ class KEL_EXPORT SocketOpener {
   SocketOpener() = default;
 };
 
-/// Does it at once, and returns when it is done: for who has one device and time.
+/// Opens the socket at once and returns when that is done. For programs with few devices.
 class KEL_EXPORT DirectSocketOpener final : public SocketOpener {
  public:
   /// @param system outlives it.

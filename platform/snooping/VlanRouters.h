@@ -45,7 +45,7 @@ class KEL_EXPORT VlanRouters {
         since{};  ///< since when the port has been a router port, for this or another reason
   };
 
-  /// All routers, for whoever is to know them again, who has them heard so.
+  /// All routers, to be restored by heardIs().
   std::vector<Heard> heard() const;
   void heardIs(Heard const& heard);
 

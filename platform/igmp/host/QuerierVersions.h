@@ -27,7 +27,7 @@ class KEL_EXPORT QuerierVersions {
     friend bool operator==(Present const&, Present const&) noexcept = default;
   };
 
-  /// All of them, for whoever is to know them again.
+  /// All queriers that are present, to be restored by presentIs().
   std::vector<Present> present() const;
   void presentIs(Present const& present);
 
