@@ -5,6 +5,8 @@
 #include <utility>
 
 #include "agent/text/NaturalOrder.h"
+#include "agent/text/Wording.h"
+#include "platform/igmp/RecordNames.h"
 #include "platform/snooping/LearnedMembership.h"
 #include "proxy/ProxyAdapterSm.h"
 
@@ -31,6 +33,23 @@ std::string textOf(IntfId const& intf) {
 bool names(SourceFilter const& filter, IgmpFilterMode mode, IpAddr source) {
   return filter.mode == mode &&
          std::binary_search(filter.sources.begin(), filter.sources.end(), source);
+}
+
+/// "v3 TO_EX of 2 sources", "v2 report", "leave"
+std::string wordsFor(Igmp::SentRecords::Sent const& sent) {
+  switch (sent.message) {
+    case Igmp::MessageType::reportV1:
+      return "v1 report";
+    case Igmp::MessageType::reportV2:
+      return "v2 report";
+    case Igmp::MessageType::reportV3:
+      return message("v3 ", Igmp::nameOf(sent.record), " of ",
+                     sent.sources == 0 ? "no source" : counted(sent.sources, "source"));
+    case Igmp::MessageType::leave:
+    case Igmp::MessageType::query:  // which hosts do not send
+      break;
+  }
+  return "leave";
 }
 
 /// So many reporters of a port are told one by one: a port may have very many.
@@ -301,6 +320,9 @@ class Explainer {
       sending.olderQuerier = status->olderQuerier();
       if (status->lastSent()) sending.sinceSent = explanation_.time - *status->lastSent();
     }
+    if (auto const sent =
+            switch_.proxy().igmpHostDirSm()->lastSent(host.name(), explanation_.group))
+      sending.ofGroup = {std::nullopt, wordsFor(*sent), explanation_.time - sent->time};
     if (RouterPorts const* const routers = switch_.routerPorts(explanation_.vlan))
       if (routers->routerPort().contains(intf_)) {
         auto const port = routers->routerPort().get(intf_);

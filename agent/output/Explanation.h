@@ -79,11 +79,15 @@ enum class Obstacle {
 
 /// What the host has sent for the group alone.
 struct ExplainedGroupSendings {
-  std::uint64_t recordsV3 = 0;
-  std::uint64_t reportsV2 = 0;
-  std::uint64_t reportsV1 = 0;
-  std::uint64_t leaves = 0;
-  std::string latest;  ///< "v3 TO_IN 192.0.2.1"; empty: nothing was sent
+  struct Counts {
+    std::uint64_t recordsV3 = 0;
+    std::uint64_t reportsV2 = 0;
+    std::uint64_t reportsV1 = 0;
+    std::uint64_t leaves = 0;
+  };
+  std::optional<Counts> counts;  ///< in a replay
+  /// "v3 TO_IN 192.0.2.1", of a running agent "v3 TO_IN of 1 source"; empty: nothing was sent
+  std::string latest;
   Horix::Time sinceLatest{};
 };
 
@@ -100,7 +104,7 @@ struct ExplainedSending {
   std::optional<Bridging::IgmpSnooping::RouterPort> routerPort;
   Horix::Time routerPortFor{};  ///< for how long it has been one
   Igmp::HostCounters counters;
-  /// Nothing where nobody has written that down: in a running agent.
+  /// Nothing where a running agent does not remember.
   std::optional<ExplainedGroupSendings> ofGroup;
 };
 

@@ -220,13 +220,17 @@ std::string countersText(Explanation const& explanation) {
 std::string groupSendingsText(ExplainedGroupSendings const& sendings,
                               Explanation const& explanation) {
   if (sendings.latest.empty()) return message("Nothing of it was for ", explanation.group, '.');
+  std::string const when = message(secondsText(sendings.sinceLatest), " ago",
+                                   withDate(", at ", sendings.sinceLatest, explanation));
+  auto const& counts = sendings.counts;
+  if (!counts)
+    return message("For ", explanation.group, " it last sent \"", sendings.latest, "\", ", when,
+                   '.');
   return message(
-      "For ", explanation.group, " it has sent ",
-      counted(sendings.recordsV3, "IGMPv3 group record"), ", ",
-      counted(sendings.reportsV2, "IGMPv2 report"), ", ",
-      counted(sendings.reportsV1, "IGMPv1 report"), " and ", counted(sendings.leaves, "leave"),
-      ", the last ", secondsText(sendings.sinceLatest), " ago",
-      withDate(", at ", sendings.sinceLatest, explanation), ": \"", sendings.latest, "\".");
+      "For ", explanation.group, " it has sent ", counted(counts->recordsV3, "IGMPv3 group record"),
+      ", ", counted(counts->reportsV2, "IGMPv2 report"), ", ",
+      counted(counts->reportsV1, "IGMPv1 report"), " and ", counted(counts->leaves, "leave"),
+      ", the last ", when, ": \"", sendings.latest, "\".");
 }
 
 /// What a port's wish does to a source, and what the proxy counts if that is something else.

@@ -65,10 +65,12 @@ Json sourceObject(ExplainedSource const& source, Explanation const& explanation)
 
 Json groupSendingsObject(ExplainedGroupSendings const& sendings, Explanation const& explanation) {
   Json object;
-  object["records-v3"] = sendings.recordsV3;
-  object["reports-v2"] = sendings.reportsV2;
-  object["reports-v1"] = sendings.reportsV1;
-  object["leaves"] = sendings.leaves;
+  if (auto const& counts = sendings.counts) {
+    object["records-v3"] = counts->recordsV3;
+    object["reports-v2"] = counts->reportsV2;
+    object["reports-v1"] = counts->reportsV1;
+    object["leaves"] = counts->leaves;
+  }
   if (sendings.latest.empty()) return object;
   object["latest"] = sendings.latest;
   object["since-sent"] = seconds(sendings.sinceLatest);

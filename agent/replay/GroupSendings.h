@@ -25,8 +25,9 @@ class GroupSendings {
   bool tagged_ = false;
   Wirex::IntfId interface_;
   Wirex::IpAddr group_;
-  ExplainedGroupSendings sendings_;
-  Horix::Time latest_{};
+  ExplainedGroupSendings::Counts counts_;
+  std::string latest_;
+  Horix::Time at_{};
 };
 
 }  // namespace Agent

@@ -70,8 +70,9 @@ void IgmpHostDirSm::handleIgmpHost(Kel::Name const& name) {
       hosts_
           .ensure(name,
                   [&] {
-                    return Kel::make<HostSm>(
-                        activity_, host, igmpHostStatusDir_->igmpHostStatusIs(name), timerWheel_);
+                    return Kel::make<HostSm>(activity_, host,
+                                             igmpHostStatusDir_->igmpHostStatusIs(name), sent_,
+                                             timerWheel_);
                   })
           .first;
   if (auto const at = memories_.position(name); at != memories_.absent)
@@ -81,6 +82,12 @@ void IgmpHostDirSm::handleIgmpHost(Kel::Name const& name) {
 HostMemory IgmpHostDirSm::memory(Kel::Name const& host) const {
   HostSm const* const machine = hosts_.find(host);
   return machine ? machine->memory() : HostMemory();
+}
+
+std::optional<SentRecords::Sent> IgmpHostDirSm::lastSent(Kel::Name const& host,
+                                                         Wirex::IpAddr group) const {
+  HostSm const* const machine = hosts_.find(host);
+  return machine ? machine->lastSent(group) : std::nullopt;
 }
 
 void IgmpHostDirSm::memoryIs(Kel::Name const& host, HostMemory memory) {

@@ -5,6 +5,7 @@
 #include "platform/horix/TimerWheel.h"
 #include "platform/igmp/HostMemory.h"
 #include "platform/igmp/IgmpHost.h"
+#include "platform/igmp/SentRecords.h"
 
 namespace Igmp {
 
@@ -36,6 +37,9 @@ class KEL_EXPORT IgmpHostDirSm : public Kel::PtrInterface {
   /// Who has not gone on by now begins as new.
   void memoryDelAll();
 
+  /// What a host last sent of a group, if that is remembered.
+  std::optional<SentRecords::Sent> lastSent(Kel::Name const& host, Wirex::IpAddr group) const;
+
   void hasNotificationActiveIs(bool active) override;
   void kelDoZombieReactors(bool zombie) override;
 
@@ -50,6 +54,7 @@ class KEL_EXPORT IgmpHostDirSm : public Kel::PtrInterface {
   Kel::Ptr<IgmpHostDir> igmpHostDir_;
   Kel::Ptr<IgmpHostStatusDir> igmpHostStatusDir_;
   Kel::Ptr<Horix::TimerWheel const> timerWheel_;
+  Kel::Ptr<SentRecords> sent_ = Kel::make<SentRecords>();
   Kel::Table<Kel::Name, HostMemory> memories_;
   Kel::OwnedMembers<Kel::Name, HostSm> hosts_;
   Kel::Ptr<KelIgmpHostDir> kelIgmpHostDir_;

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "framework/kel/Trace.h"
+#include "platform/igmp/RecordNames.h"
 
 KEL_TRACE_MODULE("IgmpSnooping::VlanLearning", "VlanLearning")
 
@@ -18,24 +19,6 @@ using Wirex::IpAddr;
 namespace {
 
 constexpr IpAddr manyReporters{};
-
-char const* nameOf(IgmpV3GroupRecordType type) {
-  switch (type) {
-    case IgmpV3GroupRecordType::modeIsInclude:
-      return "IS_IN";
-    case IgmpV3GroupRecordType::modeIsExclude:
-      return "IS_EX";
-    case IgmpV3GroupRecordType::changeToIncludeMode:
-      return "TO_IN";
-    case IgmpV3GroupRecordType::changeToExcludeMode:
-      return "TO_EX";
-    case IgmpV3GroupRecordType::allowNewSources:
-      return "ALLOW";
-    case IgmpV3GroupRecordType::blockOldSources:
-      return "BLOCK";
-  }
-  return "record of no known type";
-}
 
 /// "swp1 239.1.1.1 of 192.0.2.9: INCLUDE(198.51.100.1)", in traces.
 struct Told {
@@ -102,7 +85,7 @@ std::optional<IgnoreReason> VlanLearning::record(IntfId const& intf, IpAddr repo
   LearnedMembership* const known = membership(intf, reporter, record.group);
   if (renewIfRepeated(known, reporter, record)) return std::nullopt;
   if (!known && !FilterState::begins(record)) return std::nullopt;
-  return learn(known, intf, reporter, record.group, nameOf(record.type),
+  return learn(known, intf, reporter, record.group, Igmp::nameOf(record.type),
                [&](FilterState& state) { state.hear(record, times()); });
 }
 

@@ -125,9 +125,12 @@ class HostSm::PauseTimer final : public Horix::Timer {
 };
 
 HostSm::HostSm(Kel::Ptr<Kel::ActivityConfig> activity, Kel::Ptr<IgmpHost const> host,
-               Kel::Ptr<IgmpHostStatus> status, Kel::Ptr<Horix::TimerWheel const> timerWheel)
+               Kel::Ptr<IgmpHostStatus> status, Kel::Ptr<SentRecords> sent,
+               Kel::Ptr<Horix::TimerWheel const> timerWheel)
     : activity_(std::move(activity)),
       status_(std::move(status)),
+      sent_(std::move(sent)),
+      number_(sent_->newHost()),
       mode_(host->igmpVersion()),
       querierVersions_(timerWheel, [this] { handleCompatibilityMode(); }),
       answers_(*host, timerWheel, delays_, settlement_),
@@ -361,6 +364,10 @@ void HostSm::handleOtherReport(Bytes frame) {
 }
 
 // ---- What it says
+
+ReportWriter HostSm::newWriter() const {
+  return {host()->settings(), {status_->counters(), *sent_, number_, timerWheel_->now()}};
+}
 
 void HostSm::handleSettlement() {
   if (!canSend()) {

@@ -26,7 +26,8 @@ namespace Igmp {
 class HostSm final : public Kel::PtrInterface {
  public:
   HostSm(Kel::Ptr<Kel::ActivityConfig> activity, Kel::Ptr<IgmpHost const> host,
-         Kel::Ptr<IgmpHostStatus> status, Kel::Ptr<Horix::TimerWheel const> timerWheel);
+         Kel::Ptr<IgmpHostStatus> status, Kel::Ptr<SentRecords> sent,
+         Kel::Ptr<Horix::TimerWheel const> timerWheel);
   ~HostSm() override;
 
   Kel::Ptr<IgmpHost const> const& host() const;
@@ -34,6 +35,11 @@ class HostSm final : public Kel::PtrInterface {
   HostMemory memory() const;
   /// Has the host go on from there as soon as it can send. Nothing: it begins as new.
   void memoryIs(std::optional<HostMemory> memory) { memory_ = std::move(memory); }
+
+  /// What it last sent of a group, if that is remembered.
+  std::optional<SentRecords::Sent> lastSent(Wirex::IpAddr group) const {
+    return sent_->find(number_, group);
+  }
 
   /// Leaves the groups that the host has reported of its own accord, at once, if it can still send.
   void leave();
@@ -68,13 +74,15 @@ class HostSm final : public Kel::PtrInterface {
   void seedDelays();
   void handleQuery(Wirex::Bytes frame);
   void handleOtherReport(Wirex::Bytes frame);
-  ReportWriter newWriter() const { return {host()->settings(), status_->counters()}; }
+  ReportWriter newWriter() const;
   std::vector<Wirex::Pkt::Ptr> leaves();
   void send(std::vector<Wirex::Pkt::Ptr> frames);
 
   Kel::Ptr<Kel::ActivityConfig> activity_;
   Kel::Ptr<IgmpHostStatus> status_;
-  IgmpVersion mode_;  // that the host speaks
+  Kel::Ptr<SentRecords> sent_;
+  std::uint32_t number_;  // among those who have sent
+  IgmpVersion mode_;      // that the host speaks
   RandomDelays delays_;
   Kel::Ptr<HostWakeup const> settlement_ = Kel::make<HostWakeup>();
   QuerierVersions querierVersions_;

@@ -19,10 +19,10 @@ void putAddress(std::uint8_t* bytes, IpAddr address) {
 
 }  // namespace
 
-ReportWriter::ReportWriter(HostSettings const& settings, HostCounters& counters)
+ReportWriter::ReportWriter(HostSettings const& settings, Notes const& notes)
     : sender_{settings.macAddress, settings.sourceAddress},
       capacity_(greatestMessageSize(settings.mtu)),
-      counters_(counters) {}
+      notes_(notes) {}
 
 // RFC 9776 section 4.2.16: "If a single Group Record contains so many source addresses that it does
 // not fit within the size limit of a single Report message ..."
@@ -73,7 +73,8 @@ void ReportWriter::append(RecordType type, IpAddr group, std::span<IpAddr const>
     at += addressSize;
   }
   ++records_;
-  ++counters_.groupRecordsSent;
+  ++notes_.counters.groupRecordsSent;
+  note(group, MessageType::reportV3, type, sources.size());
   if (room() < groupRecordHeaderSize) closeReport();
 }
 
@@ -81,28 +82,34 @@ void ReportWriter::closeReport() {
   Wirex::putBigEndian16(&message_[recordCountOffset], std::exchange(records_, std::uint16_t{0}));
   frames_.push_back(igmpFrame(sender_, allIgmpv3Routers, message_));
   message_.clear();
-  ++counters_.reportsSentV3;
+  ++notes_.counters.reportsSentV3;
 }
 
 void ReportWriter::report(IgmpVersion version, IpAddr group) {
   if (version == IgmpVersion::v1) {
     groupMessage(MessageType::reportV1, group, group);
-    ++counters_.reportsSentV1;
+    ++notes_.counters.reportsSentV1;
   } else {
     groupMessage(MessageType::reportV2, group, group);
-    ++counters_.reportsSentV2;
+    ++notes_.counters.reportsSentV2;
   }
 }
 
 void ReportWriter::leave(IpAddr group) {
   groupMessage(MessageType::leave, group, allRouters);
-  ++counters_.leavesSent;
+  ++notes_.counters.leavesSent;
+}
+
+void ReportWriter::note(IpAddr group, MessageType message, RecordType record, std::size_t sources) {
+  notes_.sent.note(notes_.host, group,
+                   {notes_.now, message, record, static_cast<std::uint16_t>(sources)});
 }
 
 void ReportWriter::groupMessage(MessageType type, IpAddr group, IpAddr destination) {
   std::array<std::uint8_t, messageSize> message{static_cast<std::uint8_t>(type)};
   putAddress(&message[messageSize - addressSize], group);
   frames_.push_back(igmpFrame(sender_, destination, message));
+  note(group, type);
 }
 
 std::vector<Wirex::Pkt::Ptr> ReportWriter::takeFrames() {

@@ -6,6 +6,7 @@
 
 #include "framework/types/IgmpV3GroupRecordType.h"
 #include "platform/igmp/IgmpHost.h"
+#include "platform/igmp/SentRecords.h"
 #include "platform/igmp/wire/FrameWriter.h"
 #include "platform/igmp/wire/Message.h"
 
@@ -17,8 +18,16 @@ class ReportWriter {
  public:
   using RecordType = Wirex::IgmpV3GroupRecordType;
 
-  /// @param counters outlives the writer.
-  ReportWriter(HostSettings const& settings, HostCounters& counters);
+  /// Where it is noted what is written.
+  struct Notes {
+    HostCounters& counters;
+    SentRecords& sent;
+    std::uint32_t host;  ///< the host's number there
+    Horix::Time now;
+  };
+
+  /// What `notes` refers to outlives the writer.
+  ReportWriter(HostSettings const& settings, Notes const& notes);
 
   /// A group record of an IGMPv3 report; its sources are ascending.
   void record(RecordType type, Wirex::IpAddr group, std::span<Wirex::IpAddr const> sources);
@@ -42,11 +51,13 @@ class ReportWriter {
   std::size_t room() const { return capacity_ - message_.size(); }
   void append(RecordType type, Wirex::IpAddr group, std::span<Wirex::IpAddr const> sources);
   void closeReport();
+  void note(Wirex::IpAddr group, MessageType message, RecordType record = {},
+            std::size_t sources = 0);
   void groupMessage(MessageType type, Wirex::IpAddr group, Wirex::IpAddr destination);
 
   Sender sender_;
   std::size_t capacity_;  // of an IGMP message
-  HostCounters& counters_;
+  Notes notes_;
   std::uint16_t records_ = 0;
   std::vector<std::uint8_t> message_;  // the IGMPv3 report that is being written; empty if none is
   std::vector<Wirex::Pkt::Ptr> frames_;

@@ -73,6 +73,19 @@ TEST_F(ExplanationTest, TellsSinceWhenWhereTheDayIsKnown) {
   EXPECT_EQ(object.at("sending").at("mrouter-since"), explanation.dates.text(-60s));
 }
 
+TEST_F(ExplanationTest, TellsWhatTheHostLastSentOfTheGroup) {
+  test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a, b})}).from(tv));
+  EXPECT_FALSE(explained("swp2").sending->ofGroup);
+  test.hear("swp2", FrameBuilder::queryV3({}).from(IpAddr(10, 0, 0, 254)));
+  test.advance(60s);
+  auto const explanation = explained("swp2");
+  ASSERT_TRUE(explanation.sending->ofGroup);
+  EXPECT_THAT(text(explanation), HasSubstr("it last sent \"v3 IS_IN of 2 sources\", "));
+  auto const object = explanationObject(explanation).at("sending").at("of-group");
+  EXPECT_EQ(object.at("latest"), "v3 IS_IN of 2 sources");
+  EXPECT_FALSE(object.contains("records-v3"));
+}
+
 TEST_F(ExplanationTest, NamesEachPortAndReporterWithItsExpiry) {
   test.hear("swp1", FrameBuilder::reportV3({isIn(group, {a, b})}).from(tv));
   test.advance(10s);

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "framework/kel/Export.h"
+#include "framework/kel/Ptr.h"
+#include "framework/types/IgmpV3GroupRecordType.h"
+#include "framework/types/IpAddr.h"
+#include "platform/horix/Clock.h"
+#include "platform/igmp/wire/Message.h"
+
+namespace Igmp {
+
+/// What hosts last sent of each group, so that an operator can ask for it afterwards. It takes
+/// memory once a host has sent something, and no more after that: where hosts have sent of more
+/// groups, those that were sent longest ago are forgotten.
+class KEL_EXPORT SentRecords : public Kel::PtrInterface {
+ public:
+  struct Sent {
+    Horix::Time time{};
+    MessageType message{};                  ///< a report of one of the versions, or a leave
+    Wirex::IgmpV3GroupRecordType record{};  ///< of an IGMPv3 report
+    std::uint16_t sources = 0;              ///< of that record
+  };
+
+  /// The number of another host.
+  std::uint32_t newHost() noexcept { return ++hosts_; }
+
+  void note(std::uint32_t host, Wirex::IpAddr group, Sent const& sent);
+
+  std::optional<Sent> find(std::uint32_t host, Wirex::IpAddr group) const;
+
+ private:
+  static constexpr std::size_t sets = 4096;
+
+  struct Entry {
+    std::uint32_t host = 0;
+    Wirex::IpAddr group;
+    Sent sent;
+  };
+  /// The entries in which a group of a host may stand.
+  using Set = std::array<Entry, 4>;
+
+  static std::size_t setOf(std::uint32_t host, Wirex::IpAddr group) noexcept;
+
+  std::uint32_t hosts_ = 0;
+  std::vector<Set> sets_;
+};
+
+}  // namespace Igmp
