@@ -486,9 +486,9 @@ class KEL_EXPORT ProxySm::KelContext final : public IgmpContextConfig::NotifieeC
 ///   throws Kel::NameInUseException.
 /// - Names of queriers are VLAN numbers in decimal. Another name throws Kel::RangeException out of
 ///   the change that brought it.
-/// - Names of interfaces do not begin with a digit, since a host's name is the VLAN's number and the
-///   interface's name without anything between them. With such a name the process may abort with
-///   the assertion "portKey().intfId() == intfId()", namely where the digits together are the
+/// - Names of interfaces do not begin with a digit, since a host's name is the VLAN's number and
+///   the interface's name without anything between them. With such a name the process may abort
+///   with the assertion "portKey().intfId() == intfId()", namely where the digits together are the
 ///   number of another VLAN: VLAN 10 with "1/1", but not VLAN 410.
 /// - No argument but timerWheel is null. All changes come from one thread, that of the activities.
 ///
