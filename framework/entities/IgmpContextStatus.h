@@ -141,7 +141,8 @@ class KEL_EXPORT IgmpGroup : public Kel::Entity {
   Intfs intf_;
 };
 
-/// The snooping status of one VLAN.
+/// The snooping status of one VLAN. Its readers need its changes in a certain order, which
+/// MembershipWriter keeps: write memberships through one.
 class KEL_EXPORT IgmpContextStatus : public Kel::Entity {
  public:
   class NotifieeConst : public Kel::NotifieeOf<IgmpContextStatus const> {
