@@ -41,10 +41,11 @@ TEST_F(GroupSendingsTest, EachVersionIsCountedAndTheLatestIsTold) {
   send(5s, FrameBuilder::reportV3({toIn(group, {a, b})}));
 
   auto const explained = sendings.explained(10s);
-  EXPECT_EQ(explained.recordsV3, 2u);
-  EXPECT_EQ(explained.reportsV2, 1u);
-  EXPECT_EQ(explained.reportsV1, 1u);
-  EXPECT_EQ(explained.leaves, 1u);
+  ASSERT_TRUE(explained.counts);
+  EXPECT_EQ(explained.counts->recordsV3, 2u);
+  EXPECT_EQ(explained.counts->reportsV2, 1u);
+  EXPECT_EQ(explained.counts->reportsV1, 1u);
+  EXPECT_EQ(explained.counts->leaves, 1u);
   EXPECT_EQ(explained.latest, "v3 TO_IN 192.0.2.1, 192.0.2.2");
   EXPECT_EQ(explained.sinceLatest, 5s);
 }
@@ -54,7 +55,7 @@ TEST_F(GroupSendingsTest, OtherGroupsPortsAndVlansDoNotCount) {
   send(1s, FrameBuilder::reportV2(group), "swp1");
   send(1s, FrameBuilder::reportV2(group), "swp2", 20);
   EXPECT_EQ(sendings.explained(2s).latest, "");
-  EXPECT_EQ(sendings.explained(2s).reportsV2, 0u);
+  EXPECT_EQ(sendings.explained(2s).counts->reportsV2, 0u);
 }
 
 }  // namespace
