@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "agent/text/Wording.h"
+#include "platform/igmp/SentRecords.h"
 
 namespace Agent {
 
@@ -107,9 +108,10 @@ MemoryBound memoryBound(Configuration const& configuration) {
     files += vlans.file;
   }
   bound.learned = bytes(learned);
-  bound.total = bytes(learned + files + ofProgram + ofClients +
-                      (configuration.metricsAddress.empty() ? 0 : ofStrangers) +
-                      static_cast<double>(configuration.interfaces.size()) * ofInterface);
+  bound.total =
+      bytes(learned + files + static_cast<double>(Igmp::SentRecords::mostBytes()) + ofProgram +
+            ofClients + (configuration.metricsAddress.empty() ? 0 : ofStrangers) +
+            static_cast<double>(configuration.interfaces.size()) * ofInterface);
   return bound;
 }
 

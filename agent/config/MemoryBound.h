@@ -14,7 +14,8 @@ struct MemoryBound {
   /// What is learned and reported, on the heap, with what a heap loses that was used for something
   /// else before.
   std::uint64_t learned = 0;
-  /// That, the file of the next start, the program itself, its interfaces and its clients.
+  /// That, what hosts last sent, the file of the next start, the program itself, its interfaces and
+  /// its clients.
   std::uint64_t total = 0;
   /// Why there is no bound, as words: the limits that are 0. Empty if there is one.
   std::vector<std::string> unlimited;

@@ -8,6 +8,10 @@ namespace Igmp {
 
 using Wirex::IpAddr;
 
+std::size_t SentRecords::mostBytes() noexcept {
+  return sets * sizeof(Set);
+}
+
 void SentRecords::note(std::uint32_t host, IpAddr group, Sent const& sent) {
   if (sets_.empty()) sets_.resize(sets);
   Set& set = sets_[setOf(host, group)];

@@ -26,6 +26,9 @@ class KEL_EXPORT SentRecords : public Kel::PtrInterface {
     std::uint16_t sources = 0;              ///< of that record
   };
 
+  /// The bytes it takes once a host has sent something.
+  static std::size_t mostBytes() noexcept;
+
   /// The number of another host.
   std::uint32_t newHost() noexcept { return ++hosts_; }
 
