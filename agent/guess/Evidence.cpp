@@ -5,6 +5,7 @@
 #include <variant>
 
 #include "agent/replay/CaptureMerge.h"
+#include "agent/replay/LookAhead.h"
 #include "platform/igmp/wire/FrameReader.h"
 #include "platform/igmp/wire/Pim.h"
 
@@ -44,7 +45,10 @@ void noteReport(VlanEvidence& vlan, IgmpVersion version) {
 Evidence::Evidence(std::vector<PortCapture> const& captures) : frames_(captures.size()) {
   CaptureMerge packets(namesOf(captures));
   OwnFrames ownFrames{Configuration()};
-  while (auto const packet = packets.next()) {
+  LookAhead ahead(packets, [&](MergedPacket const& packet) {
+    ownFrames.foresee(captures[packet.capture].port, packet.time, packet.frame, packet.outgoing);
+  });
+  while (auto const packet = ahead.next()) {
     ++frames_[packet->capture];
     duration_ = packet->time;
     auto const frame = Igmp::parseEthernet(packet->frame);

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "agent/text/Wording.h"
+#include "framework/kel/Hash.h"
 
 namespace Agent {
 
@@ -58,15 +59,19 @@ Bytes messageOf(Bytes datagram) {
   return datagram.subspan(std::min(header, datagram.size()));
 }
 
-/// A query that is alike is another querier's.
-bool isReport(Bytes message) {
+bool isQuery(Bytes message) {
   constexpr std::uint8_t query = 0x11;
-  return !message.empty() && message[0] != query;
+  return !message.empty() && message[0] == query;
 }
 
 IpAddr sourceOf(Bytes datagram) {
   return IpAddr(static_cast<std::uint32_t>(Wirex::bigEndian16(&datagram[sourceOffset])) << 16 |
                 Wirex::bigEndian16(&datagram[sourceOffset + 2]));
+}
+
+/// The hosts of several ports say the same at the same time.
+std::size_t saidHash(IntfId const& port, Bytes message) {
+  return hashOf(message) ^ Kel::hash(port) << 1;
 }
 
 std::string text(IntfId const& port) {
@@ -75,7 +80,12 @@ std::string text(IntfId const& port) {
 
 }  // namespace
 
-OwnFrames::OwnFrames(Configuration const& configuration) : heard_(tableSize), sent_(tableSize) {
+bool OwnFrames::isAgain(Late const& late, Late const& now, Horix::Time within) {
+  return late.hash == now.hash && late.time != Horix::Time::min() && now.time - late.time <= within;
+}
+
+OwnFrames::OwnFrames(Configuration const& configuration)
+    : heard_(tableSize), sent_(tableSize), asked_(tableSize) {
   for (VlanConfig const& vlan : configuration.vlans) {
     for (VlanMember const& member : vlan.members)
       if (!member.tagged) untagged_.emplace(member.intfId, vlan.vlanId);
@@ -84,58 +94,79 @@ OwnFrames::OwnFrames(Configuration const& configuration) : heard_(tableSize), se
   }
 }
 
+/// A query goes out on every port at once, from each port's own MAC address. A router's that is
+/// forwarded keeps the router's.
+void OwnFrames::foresee(IntfId const& port, Horix::Time time, Bytes bytes, bool outgoing) {
+  if (outgoing) return;
+  auto const frame = relevant(bytes);
+  if (!frame) return;
+  Bytes const datagram = datagramOf(*frame);
+  if (datagram.size() < Igmp::ipv4HeaderSize || !isQuery(messageOf(datagram))) return;
+  Address const sender = senderOf(port, *frame, datagram);
+  Late const query{hashOf(datagram), time, port, hashOf(frame->source)};
+  Late& late = asked_[query.hash % asked_.size()];
+  if (isAgain(late, query, forwardingTime) && late.port != port && late.sender != query.sender)
+    takeForOwn(sender);
+  late = query;
+}
+
+void OwnFrames::takeForOwn(Address const& address) {
+  if (address.second != IpAddr() && ownAddresses_.size() < tableSize) ownAddresses_.insert(address);
+}
+
 bool OwnFrames::recognise(IntfId const& port, Horix::Time time, Bytes bytes, bool outgoing) {
   auto const frame = relevant(bytes);
   if (!frame) return outgoing;
   if (outgoing) return ++counts_[port].outgoing > 0;
   Bytes const datagram = datagramOf(*frame);
   if (datagram.size() < Igmp::ipv4HeaderSize) return false;
-  if (isFromOwnAddress(port, *frame, datagram)) return ++counts_[port].fromOwnAddress > 0;
+  Address const sender = senderOf(port, *frame, datagram);
+  if (ownAddresses_.contains(sender)) return ++counts_[port].fromOwnAddress > 0;
   if (wasForwarded(port, time, *frame, datagram)) return ++counts_[port].forwarded > 0;
-  if (isAlike(port, time, messageOf(datagram))) {
-    ++counts_[port].alike;
-    counts_[port].alikeFrom = sourceOf(datagram);
-  }
+  if (isAlike(port, time, messageOf(datagram))) noteAlike(port, sender);
   return false;
+}
+
+/// A listener says on its own port alone what others want.
+void OwnFrames::noteAlike(IntfId const& port, Address const& from) {
+  ++counts_[port].alike;
+  counts_[port].alikeFrom = from.second;
+  if (alike_.size() < tableSize && alike_.try_emplace(from, port).first->second != port)
+    takeForOwn(from);
 }
 
 /// Tags may differ from port to port, so that they are left out.
 bool OwnFrames::wasForwarded(IntfId const& port, Horix::Time time, Igmp::EthernetFrame const& frame,
                              Bytes datagram) {
-  std::size_t const hash = hashOf(datagram) ^ hashOf(frame.source) << 1;
-  Late& late = heard_[hash % heard_.size()];
-  bool const again = late.hash == hash && late.port != port && late.time != Horix::Time::min() &&
-                     time - late.time <= forwardingTime;
-  if (!again) late = {hash, time, port};
-  return again;
+  std::size_t const sender = hashOf(frame.source);
+  Late const heard{hashOf(datagram) ^ sender << 1, time, port, sender};
+  Late& late = heard_[heard.hash % heard_.size()];
+  bool const wasForwarded = late.port != port && isAgain(late, heard, forwardingTime);
+  if (!wasForwarded) late = heard;
+  return wasForwarded;
 }
 
-VlanId OwnFrames::vlanOf(IntfId const& port, Igmp::EthernetFrame const& frame) const {
-  if (frame.vlan) return *frame.vlan;
-  auto const vlan = untagged_.find(port);
-  return vlan == untagged_.end() ? VlanId() : vlan->second;
-}
-
-bool OwnFrames::isFromOwnAddress(IntfId const& port, Igmp::EthernetFrame const& frame,
-                                 Bytes datagram) const {
-  return !ownAddresses_.empty() &&
-         ownAddresses_.contains({vlanOf(port, frame), sourceOf(datagram)});
+OwnFrames::Address OwnFrames::senderOf(IntfId const& port, Igmp::EthernetFrame const& frame,
+                                       Bytes datagram) const {
+  VlanId vlan = frame.vlan.value_or(VlanId());
+  if (auto const untagged = untagged_.find(port); !frame.vlan && untagged != untagged_.end())
+    vlan = untagged->second;
+  return {vlan, sourceOf(datagram)};
 }
 
 bool OwnFrames::isAlike(IntfId const& port, Horix::Time time, Bytes message) const {
-  std::size_t const hash = hashOf(message);
-  Late const& late = sent_[hash % sent_.size()];
-  return late.hash == hash && late.port == port && late.time != Horix::Time::min() &&
-         time - late.time <= sayingTime;
+  Late const said{saidHash(port, message), time, port, 0};
+  Late const& late = sent_[said.hash % sent_.size()];
+  return isAgain(late, said, sayingTime) && late.port == port;
 }
 
 void OwnFrames::sent(IntfId const& port, Horix::Time time, Bytes bytes) {
   auto const frame = relevant(bytes);
   if (!frame) return;
   Bytes const message = messageOf(datagramOf(*frame));
-  if (!isReport(message)) return;
-  std::size_t const hash = hashOf(message);
-  sent_[hash % sent_.size()] = {hash, time, port};
+  if (isQuery(message)) return;  // one that is alike is another querier's
+  std::size_t const hash = saidHash(port, message);
+  sent_[hash % sent_.size()] = {hash, time, port, 0};
 }
 
 std::vector<std::string> remarksOn(OwnFrames const& frames) {

@@ -17,7 +17,9 @@ namespace Agent {
 /// Recognises in captures of a switch's ports what the switch itself had sent there, which no port
 /// has heard: what a capture marks as outgoing, what was heard on another port just before and so
 /// was forwarded, and what comes from an address that its hosts and queriers are configured to
-/// have. IGMP and PIM alone are looked at, and nothing else is counted. Memory is constant.
+/// have, or turns out to be the switch's: queries come from it on several ports at once, or reports
+/// that say on several ports what their hosts have just said. IGMP and PIM alone are looked at, and
+/// nothing else is counted. Memory is constant.
 class OwnFrames {
  public:
   /// How many frames of a port were left out, by what they were recognised by.
@@ -35,6 +37,9 @@ class OwnFrames {
 
   explicit OwnFrames(Configuration const& configuration);
 
+  /// Looks at a frame before those are decided about that were captured just before it.
+  void foresee(Wirex::IntfId const& port, Horix::Time time, Wirex::Bytes bytes, bool outgoing);
+
   /// Whether the frame is one that the switch had sent.
   /// @param outgoing the capture says so.
   bool recognise(Wirex::IntfId const& port, Horix::Time time, Wirex::Bytes bytes, bool outgoing);
@@ -45,25 +50,33 @@ class OwnFrames {
   std::map<Wirex::IntfId, Counts> const& counts() const { return counts_; }
 
  private:
+  using Address = std::pair<Bridging::VlanId, Wirex::IpAddr>;
+
   /// A frame of late. Where two have the same place in the table the later one stays.
   struct Late {
     std::size_t hash = 0;
     Horix::Time time = Horix::Time::min();
     Wirex::IntfId port;
+    std::size_t sender = 0;  // its MAC address, hashed
   };
   using Lately = std::vector<Late>;
 
+  static bool isAgain(Late const& late, Late const& now, Horix::Time within);
+
+  void takeForOwn(Address const& address);
   bool wasForwarded(Wirex::IntfId const& port, Horix::Time time, Igmp::EthernetFrame const& frame,
                     Wirex::Bytes datagram);
-  bool isFromOwnAddress(Wirex::IntfId const& port, Igmp::EthernetFrame const& frame,
-                        Wirex::Bytes datagram) const;
   bool isAlike(Wirex::IntfId const& port, Horix::Time time, Wirex::Bytes message) const;
-  Bridging::VlanId vlanOf(Wirex::IntfId const& port, Igmp::EthernetFrame const& frame) const;
+  void noteAlike(Wirex::IntfId const& port, Address const& from);
+  Address senderOf(Wirex::IntfId const& port, Igmp::EthernetFrame const& frame,
+                   Wirex::Bytes datagram) const;
 
   std::map<Wirex::IntfId, Bridging::VlanId> untagged_;
-  std::set<std::pair<Bridging::VlanId, Wirex::IpAddr>> ownAddresses_;
+  std::set<Address> ownAddresses_;
   Lately heard_;
   Lately sent_;
+  Lately asked_;
+  std::map<Address, Wirex::IntfId> alike_;  // on which port first
   std::map<Wirex::IntfId, Counts> counts_;
 };
 

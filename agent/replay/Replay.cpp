@@ -55,7 +55,10 @@ Replay::Replay(Configuration const& configuration, std::vector<PortCapture> cons
       switch_(configuration, loop_),
       fileNames_(fileNamesOf(captures)),
       packets_(namesOf(captures)),
-      ownFrames_(configuration) {
+      ownFrames_(configuration),
+      ahead_(packets_, [this](MergedPacket const& packet) {
+        ownFrames_.foresee(ports_[packet.capture], packet.time, packet.frame, packet.outgoing);
+      }) {
   std::size_t port = 0;
   for (InterfaceConfig const& interface : configuration.interfaces)
     switch_.interfaceStateIs(interface.intfId, portState(++port));
@@ -124,8 +127,9 @@ void Replay::tellEvents() {
 
 void Replay::run(std::optional<Horix::Time> until) {
   Horix::Time const end = until.value_or(Horix::Time::max());
-  for (auto packet = packets_.next(); packet && packet->time <= end; packet = packets_.next()) {
-    if (onProgress_ && packets_.given() % packetsBetweenLooks == 0) onProgress_(packets_);
+  std::uint64_t given = 0;
+  for (auto packet = ahead_.next(); packet && packet->time <= end; packet = ahead_.next()) {
+    if (onProgress_ && ++given % packetsBetweenLooks == 0) onProgress_(packets_);
     if (packet->time > switch_.now()) {
       loop_.endBatch();
       letTimePass(packet->time);

@@ -12,6 +12,7 @@
 #include "agent/Switch.h"
 #include "agent/replay/CaptureMerge.h"
 #include "agent/replay/GroupSendings.h"
+#include "agent/replay/LookAhead.h"
 #include "agent/replay/OwnFrames.h"
 #include "agent/replay/PortCapture.h"
 #include "agent/replay/ReplayEvent.h"
@@ -81,6 +82,7 @@ class Replay {
   std::vector<std::string> fileNames_;  // of the captures
   CaptureMerge packets_;
   OwnFrames ownFrames_;
+  LookAhead ahead_;
   std::unique_ptr<SentCaptures> sent_;
   std::optional<GroupSendings> groupSendings_;
 

@@ -21,6 +21,21 @@ class OwnFramesTest : public testing::Test {
     return frames.recognise(port, time, frame.bytes(), outgoing);
   }
 
+  /// What a port sends that has a MAC address of its own.
+  static ByteVector sentBy(Wirex::IntfId const& port, FrameBuilder const& frame) {
+    ByteVector bytes = frame.bytes();
+    constexpr std::size_t lastOfSource = 11;
+    bytes[lastOfSource] = static_cast<std::uint8_t>(port.stringValue().view().back());
+    return bytes;
+  }
+
+  /// Whether the first is one that the switch had sent, seen beside what another port shows.
+  bool recogniseBeside(ByteVector const& onSwp1, Horix::Time later, ByteVector const& onSwp2) {
+    frames.foresee(swp1, 0s, onSwp1, false);
+    frames.foresee(swp2, later, onSwp2, false);
+    return frames.recognise(swp1, 0s, onSwp1, false);
+  }
+
   Wirex::IntfId const swp1{"swp1"};
   Wirex::IntfId const swp2{"swp2"};
   FrameBuilder const join = FrameBuilder::reportV3({toEx(group)}).from(tv);
@@ -95,6 +110,49 @@ TEST_F(OwnFramesTest, NobodyIsToldToNameTheAddressThatIsNone) {
   EXPECT_THAT(remarksOn(frames),
               ElementsAre(testing::EndsWith("the last one from 0.0.0.0; if that is the switch, "
                                             "capture with tcpdump -Q in")));
+}
+
+TEST_F(OwnFramesTest, QueryThatSeveralPortsSendAtOnceIsTheSwitchs) {
+  auto query = FrameBuilder::queryV2(IpAddr(), 100).from(router);
+  EXPECT_TRUE(recogniseBeside(sentBy(swp1, query), 1ms, sentBy(swp2, query.vlan(10))));
+  EXPECT_TRUE(recognise(swp1, 2s, FrameBuilder::reportV3({toEx(group)}).from(router)))
+      << "its reports come from there as well";
+  EXPECT_FALSE(recognise(swp1, 2s, join));
+}
+
+TEST_F(OwnFramesTest, QueryOfARouterThatIsForwardedKeepsTheRoutersMacAddress) {
+  auto query = FrameBuilder::queryV2(IpAddr(), 100).from(router);
+  EXPECT_FALSE(recogniseBeside(sentBy(swp1, query), 1ms, sentBy(swp1, query.vlan(10))));
+}
+
+TEST_F(OwnFramesTest, RoutersOfOneAddressThatAskAtOtherTimesOrInOtherWordsAreNotTheSwitch) {
+  auto const query = [](unsigned maxResponseTime) {
+    return FrameBuilder::queryV2(IpAddr(), maxResponseTime).from(router);
+  };
+  EXPECT_FALSE(recogniseBeside(sentBy(swp1, query(100)), 11ms, sentBy(swp2, query(100).vlan(10))));
+  EXPECT_FALSE(recogniseBeside(sentBy(swp1, query(50)), 1ms, sentBy(swp2, query(60).vlan(10))));
+}
+
+TEST_F(OwnFramesTest, QueriesFromNoAddressTellOfNobody) {
+  auto query = FrameBuilder::queryV2(IpAddr(), 100).from(IpAddr());
+  EXPECT_FALSE(recogniseBeside(sentBy(swp1, query), 1ms, sentBy(swp2, query.vlan(10))));
+}
+
+TEST_F(OwnFramesTest, WhoRepeatsTheHostsOfTwoPortsIsTheSwitch) {
+  FrameBuilder const report = FrameBuilder::reportV3({toEx(group)});
+  frames.sent(swp1, 0s, FrameBuilder(report).from(IpAddr()).bytes());
+  frames.sent(swp2, 0s, FrameBuilder(report).from(IpAddr()).vlan(10).bytes());
+  EXPECT_FALSE(frames.recognise(swp1, 1ms, sentBy(swp1, join), false));
+  EXPECT_FALSE(frames.recognise(swp2, 1ms, sentBy(swp2, FrameBuilder(join).vlan(10)), false))
+      << "known from now on";
+  EXPECT_TRUE(recognise(swp1, 5s, FrameBuilder::reportV3({toEx(otherGroup)}).from(tv)));
+}
+
+TEST_F(OwnFramesTest, WhoRepeatsTheHostOfOnePortIsAListenerThere) {
+  frames.sent(swp1, 0s, FrameBuilder::reportV3({toEx(group)}).from(IpAddr()).bytes());
+  EXPECT_FALSE(recognise(swp1, 1ms, join));
+  EXPECT_FALSE(recognise(swp1, 2ms, join));
+  EXPECT_FALSE(recognise(swp1, 5s, FrameBuilder::reportV3({toEx(otherGroup)}).from(tv)));
 }
 
 TEST_F(OwnFramesTest, WhatIsNoIgmpIsNotCounted) {

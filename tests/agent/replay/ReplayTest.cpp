@@ -237,6 +237,22 @@ TEST_F(ReplayTest, UntilAfterTheLastPacketLetsTimersExpire) {
   EXPECT_EQ(record("Vlan10swp2"), "none");
 }
 
+TEST_F(ReplayTest, SwitchsOwnQueriesAndReportsInTheCapturesChangeNothing) {
+  auto const sentBy = [&](std::string const& port, Horix::Time time, FrameBuilder const& frame) {
+    ByteVector bytes = frame.bytes();
+    constexpr std::size_t lastOfSource = 11;
+    bytes[lastOfSource] = static_cast<std::uint8_t>(port.back());
+    captures[port].at(someTime + time, bytes);
+  };
+  for (char const* const port : {"swp1", "swp2", "swp3"})
+    sentBy(port, 0s, FrameBuilder::queryV2(IpAddr(), 100).from(router));
+  hear("swp1", 1s, FrameBuilder::reportV3({toEx(group)}).from(tv));
+  sentBy("swp3", 1s + 1ms, FrameBuilder::reportV3({toEx(group)}).from(router));
+  replay();
+  EXPECT_EQ(record("Vlan10swp1"), "none");
+  EXPECT_EQ(record("Vlan10swp3"), "exclude");
+}
+
 TEST_F(ReplayTest, TimeCountsFromTheFirstPacketOfAllCaptures) {
   hear("swp1", 5s, FrameBuilder::reportV2(group).from(tv));
   hear("swp2", 3s, FrameBuilder::queryV3({}));
