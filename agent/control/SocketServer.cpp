@@ -29,7 +29,7 @@ class SocketServer::Client final : private Descriptor,
  public:
   Client(SocketServer& server, Descriptor descriptor)
       : Descriptor(std::move(descriptor)),
-        Watch(server.loop_, value()),
+        Watch(server.loop_, value(), Order::first),
         server_(server),
         begun_(server.loop_.now()) {
     schedule(server.limits_.requestTime);
@@ -166,7 +166,7 @@ class SocketServer::Client final : private Descriptor,
 
 SocketServer::SocketServer(Horix::EventLoop& loop, std::unique_ptr<ListeningSocket> socket,
                            Limits const& limits)
-    : Watch(loop, socket->descriptor()),
+    : Watch(loop, socket->descriptor(), Order::first),
       socket_(std::move(socket)),
       loop_(loop),
       limits_(limits),

@@ -18,6 +18,21 @@ namespace {
   throw std::system_error(errno, std::generic_category(), call);
 }
 
+/// Returns whether it was not open yet.
+bool open(int& epoll) {
+  if (epoll >= 0) return false;
+  epoll = epoll_create1(EPOLL_CLOEXEC);
+  if (epoll < 0) fail("epoll_create1");
+  return true;
+}
+
+void control(int epoll, int operation, int descriptor, std::uint32_t events, void* data) {
+  epoll_event event{};
+  event.events = events;
+  event.data.ptr = data;
+  if (epoll_ctl(epoll, operation, descriptor, &event) < 0) fail("epoll_ctl");
+}
+
 timespec toTimespec(Time time) {
   auto const whole = std::chrono::floor<std::chrono::seconds>(time);
   return {static_cast<time_t>(whole.count()), static_cast<long>((time - whole).count())};
@@ -25,7 +40,8 @@ timespec toTimespec(Time time) {
 
 }  // namespace
 
-EventLoop::Watch::Watch(EventLoop& loop, int descriptor) : loop_(loop), descriptor_(descriptor) {
+EventLoop::Watch::Watch(EventLoop& loop, int descriptor, Order order)
+    : loop_(loop), descriptor_(descriptor), order_(order) {
   loop_.add(*this);
 }
 
@@ -64,7 +80,8 @@ bool EventLoop::Watch::leavesInput() const {
 EventLoop::EventLoop(Kel::Ptr<TimerWheel> timerWheel) : timerWheel_(std::move(timerWheel)) {}
 
 EventLoop::~EventLoop() {
-  if (epoll_ >= 0) close(epoll_);
+  for (int const epoll : {epoll_, firstEpoll_})
+    if (epoll >= 0) close(epoll);
 }
 
 void EventLoop::endBatch() {
@@ -95,17 +112,21 @@ void EventLoop::turn(std::optional<Time> until) {
     endBatch();
     return;
   }
-  if (undelivered_.empty()) lookForInput(wakeUp);
+  bool const goesOn = timersAreNext_ || !undelivered_.empty();
+  if (!goesOn) lookForInput(wakeUp);
   Time const begin = now();
-  deliver();
-  if (undelivered_.empty() && leaving_ == 0) heedTimers();
+  if (goesOn && firstEpoll_ >= 0) deliverFirst();
+  bool const timeIsLeft = deliver();
+  bool const roundIsOver = undelivered_.empty() && leaving_ == 0;
+  timersAreNext_ = roundIsOver && !timeIsLeft;
+  if (roundIsOver && timeIsLeft) heedTimers();
   endBatch();
   ++turns_.count;
   turns_.longest = std::max(turns_.longest, now() - begin);
 }
 
 void EventLoop::lookForInput(std::optional<Time> wakeUp) {
-  ready_.resize(watches_);
+  ready_.resize(watches_ + 1);  // those that come first are one
   Time const before = now();
   int const count = waitForInput(wakeUp);
   if (count < 0) {
@@ -143,18 +164,43 @@ void EventLoop::beginRound(Time heeded) {
   heeded_ = heeded;
 }
 
-/// Those that are not reached keep their place, so that none waits for ever.
-void EventLoop::deliver() {
+/// Those that are not reached keep their place, so that none waits for ever. Returns whether that
+/// took less time than it may.
+bool EventLoop::deliver() {
   Time current = now();
   Time const end = current + inputBudget;
+  Time batchEnd = current + inputBatch;
   while (!undelivered_.empty() && current < end) {
-    shareEnd_ = current + (end - current) / static_cast<Time::rep>(undelivered_.size());
-    auto* const watch = static_cast<Watch*>(undelivered_.front().data.ptr);
+    Time const share = (end - current) / static_cast<Time::rep>(undelivered_.size());
+    shareEnd_ = std::min(current + share, batchEnd);
+    void* const ready = undelivered_.front().data.ptr;
     // One that is destroyed meanwhile is blanked in what is left: see remove().
     undelivered_ = undelivered_.subspan(1);
-    if (watch) watch->onReady();
-    if (!undelivered_.empty()) current = now();
+    if (ready == this)
+      deliverFirst();
+    else if (ready)
+      static_cast<Watch*>(ready)->onReady();
+    current = now();
+    if (current < batchEnd) continue;
+    endBatch();
+    current = now();
+    batchEnd = current + inputBatch;
   }
+  return current < end;
+}
+
+/// One at a time, which the kernel puts behind the others: what is not reached comes first in the
+/// next turn.
+void EventLoop::deliverFirst() {
+  Time const end = now() + firstBudget;
+  std::uint64_t const thisTurn = turns_.count + 1;
+  do {
+    epoll_event ready{};
+    if (epoll_wait(firstEpoll_, &ready, 1, 0) <= 0) break;
+    auto& watch = *static_cast<Watch*>(ready.data.ptr);
+    if (std::exchange(watch.calledIn_, thisTurn) == thisTurn) break;
+    watch.onReady();
+  } while (now() < end);
 }
 
 void EventLoop::heedTimers() {
@@ -171,28 +217,29 @@ void EventLoop::run() {
   for (stopped_ = false; !stopped_;) turn();
 }
 
+int EventLoop::epollOf(Watch const& watch) const {
+  return watch.order_ == Watch::Order::first ? firstEpoll_ : epoll_;
+}
+
 void EventLoop::add(Watch& watch) {
-  if (epoll_ < 0) epoll_ = epoll_create1(EPOLL_CLOEXEC);
-  if (epoll_ < 0) fail("epoll_create1");
-  epoll_event event{};
-  event.events = EPOLLIN;
-  event.data.ptr = &watch;
-  if (epoll_ctl(epoll_, EPOLL_CTL_ADD, watch.descriptor_, &event) < 0) fail("epoll_ctl");
+  open(epoll_);
+  if (watch.order_ == Watch::Order::first && open(firstEpoll_))
+    control(epoll_, EPOLL_CTL_ADD, firstEpoll_, EPOLLIN, this);
+  control(epollOf(watch), EPOLL_CTL_ADD, watch.descriptor_, EPOLLIN, &watch);
   ++watches_;
 }
 
 void EventLoop::change(Watch& watch) {
-  epoll_event event{};
-  if (watch.waitsForInput_) event.events |= EPOLLIN;
-  if (watch.waitsForOutput_) event.events |= EPOLLOUT;
-  event.data.ptr = &watch;
-  if (epoll_ctl(epoll_, EPOLL_CTL_MOD, watch.descriptor_, &event) < 0) fail("epoll_ctl");
+  std::uint32_t events = 0;
+  if (watch.waitsForInput_) events |= EPOLLIN;
+  if (watch.waitsForOutput_) events |= EPOLLOUT;
+  control(epollOf(watch), EPOLL_CTL_MOD, watch.descriptor_, events, &watch);
 }
 
 void EventLoop::remove(Watch& watch) noexcept {
   --watches_;
   if (watch.leavesInput()) --leaving_;
-  epoll_ctl(epoll_, EPOLL_CTL_DEL, watch.descriptor_, nullptr);
+  epoll_ctl(epollOf(watch), EPOLL_CTL_DEL, watch.descriptor_, nullptr);
   for (epoll_event& event : undelivered_)
     if (event.data.ptr == &watch) event.data.ptr = nullptr;
 }

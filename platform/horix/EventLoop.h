@@ -17,8 +17,10 @@ namespace Horix {
 /// pending activities. It makes no system call while nothing is watched and its clock is virtual,
 /// so that replays and tests run on the same loop as live traffic.
 ///
-/// A turn is short whatever there is to do: input and timers have a budget of time each, and what
-/// is left over comes first in the next turn. The watches with input share the budget evenly.
+/// A turn is short whatever there is to do: input and timers have a budget of time each, with what
+/// follows from them, and what is left over comes first in the next turn. The watches with input
+/// share the budget evenly, but for those of whom somebody awaits an answer: each turn begins with
+/// them, so that they need not wait until all others have had their share.
 ///
 /// Input that waits is taken before timers that have run out meanwhile are heeded, so that a
 /// process which stood still does not give up on somebody who has spoken. A round lasts until what
@@ -27,25 +29,34 @@ namespace Horix {
 /// input delays timers and does not hold them up.
 class KEL_EXPORT EventLoop {
  public:
-  /// How long the input of a turn may take, and its timers with the batches that they make. What
+  /// How long the input of a turn may take, and its timers, with the batches that they make. What
   /// has begun is ended, so a turn lasts longer by one piece of input and one timer, and by the
-  /// batch that ends it.
+  /// batch that ends each.
   static constexpr Time inputBudget = std::chrono::milliseconds(3);
   static constexpr Time timerBudget = std::chrono::milliseconds(2);
-  /// Timers make a batch after this time, because what follows from them may take much longer.
+  /// Either makes a batch after this time, because what follows may take much longer.
+  static constexpr Time inputBatch = std::chrono::microseconds(100);
   static constexpr Time timerBatch = std::chrono::microseconds(200);
+  /// How long those that come first may take of a turn in which others have input left.
+  static constexpr Time firstBudget = std::chrono::milliseconds(1);
 
   /// A file descriptor that the loop watches: derive, override onReady(). The derived
   /// class owns the descriptor and keeps it open for as long as the watch lives. A watch may be
   /// destroyed at any time.
   class KEL_EXPORT Watch {
    public:
+    /// When a watch with input is called.
+    enum class Order : std::uint8_t {
+      inTurn,
+      first,  ///< at the beginning of a turn, once: for who asks little and awaits an answer
+    };
+
     Watch(Watch const&) = delete;
     Watch& operator=(Watch const&) = delete;
 
    protected:
     /// Waits for input. Throws std::system_error.
-    Watch(EventLoop& loop, int descriptor);
+    Watch(EventLoop& loop, int descriptor, Order order = Order::inTurn);
     virtual ~Watch();
 
     /// Whether to wait until the descriptor takes output, and whether to wait for input. Errors,
@@ -74,11 +85,13 @@ class KEL_EXPORT EventLoop {
 
     EventLoop& loop_;
     int descriptor_;
+    Order order_;
     bool waitsForInput_ = true;
     bool waitsForOutput_ = false;
     bool leavesInput_ = false;  // of the round
     std::uint64_t round_ = 0;   // of the loop, when this was last told what was taken
     std::size_t takenInRound_ = 0;
+    std::uint64_t calledIn_ = 0;  // the turn, of one that comes first
   };
 
   explicit EventLoop(Kel::Ptr<TimerWheel> timerWheel);
@@ -126,12 +139,15 @@ class KEL_EXPORT EventLoop {
   void lookForInput(std::optional<Time> wakeUp);
   int waitForInput(std::optional<Time> wakeUp);
   void beginRound(Time heeded);
-  void deliver();
+  bool deliver();
+  void deliverFirst();
   void heedTimers();
+  int epollOf(Watch const& watch) const;
 
   Kel::Ptr<TimerWheel> timerWheel_;
   std::function<void()> afterBatch_;
   int epoll_ = -1;
+  int firstEpoll_ = -1;  // of the watches that come first; itself watched by the other
   std::size_t watches_ = 0;
   std::vector<epoll_event> ready_;
   std::span<epoll_event> undelivered_;  // of those, also from the turn before
@@ -140,6 +156,7 @@ class KEL_EXPORT EventLoop {
   std::uint64_t round_ = 0;
   std::size_t leaving_ = 0;     // how many watches still have input of this round
   Time heeded_ = Time::zero();  // the timers that had run out by then follow this round
+  bool timersAreNext_ = false;  // in a turn of their own, because input has used up the last one
   Turns turns_;
   bool stopped_ = false;
   bool busyPolls_ = false;
