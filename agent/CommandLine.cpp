@@ -65,6 +65,12 @@ void addCapture(std::vector<PortCapture>& captures, PortCapture capture) {
   captures.push_back(std::move(capture));
 }
 
+StationAddress stationAddressIn(std::string const& text) {
+  if (auto const address = stationAddress(text)) return *address;
+  refuse("--own ", Agent::quoted(text),
+         " is neither a MAC nor an IPv4 address, as in 02:00:00:00:00:01 or 192.0.2.1");
+}
+
 RecordPlace recordPlaceIn(std::string const& text) {
   // An interface's name may have strokes of its own.
   std::size_t const first = text.find('/');
@@ -156,6 +162,12 @@ class CommandLine {
         ->add_option("--until", each([&](auto& text) { command.until = secondsIn(text); }),
                      "End so long after the first packet, not at the last one")
         ->type_name("SECONDS");
+    replay_
+        ->add_option("--own",
+                     each([&](auto& text) { command.own.push_back(stationAddressIn(text)); }),
+                     "Leave out what comes from this address: the switch itself has sent it")
+        ->take_all()
+        ->type_name("MAC|IPV4");
     replay_
         ->add_option("--write", command.write,
                      "Store what the hosts sent in this directory, as PORT.pcap")

@@ -33,6 +33,7 @@ struct RecordPlace {
 struct ReplayCommand {
   std::string configuration;
   std::vector<PortCapture> captures;
+  std::vector<StationAddress> own;  ///< of the switch
   std::optional<Horix::Time> until;
   std::optional<std::string> write;
   std::optional<RecordPlace> explain;  ///< in place of the records

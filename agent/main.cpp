@@ -182,6 +182,7 @@ int run(ReplayCommand const& command) {
   EventOutput events(formOfEvents(command));
   Tracing tracing(command.traces);
   Replay replay(configuration, command.captures);
+  for (StationAddress const& address : command.own) replay.ownAddressIs(address);
   std::optional<ReportFile> report;
   if (command.report) report.emplace(*command.report, inputsOf(command));
   {

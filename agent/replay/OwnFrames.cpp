@@ -1,14 +1,15 @@
 #include "agent/replay/OwnFrames.h"
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <functional>
 #include <optional>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "agent/text/Wording.h"
-#include "framework/kel/Hash.h"
 
 namespace Agent {
 
@@ -24,9 +25,6 @@ using namespace std::chrono_literals;
 /// A switch forwards within microseconds; a listener that says the same from another port with the
 /// same MAC address has moved, which takes longer.
 constexpr Horix::Time forwardingTime = 10ms;
-
-/// What a host says at once, a replay's host says at once as well.
-constexpr Horix::Time sayingTime = 1s;
 
 constexpr std::size_t tableSize = 4096;
 constexpr std::size_t sourceOffset = 12;  // in the IPv4 header
@@ -64,14 +62,15 @@ bool isQuery(Bytes message) {
   return !message.empty() && message[0] == query;
 }
 
+Wirex::MacAddress macAddressOf(Igmp::EthernetFrame const& frame) {
+  Wirex::MacAddress address{};
+  std::ranges::copy(frame.source, address.begin());
+  return address;
+}
+
 IpAddr sourceOf(Bytes datagram) {
   return IpAddr(static_cast<std::uint32_t>(Wirex::bigEndian16(&datagram[sourceOffset])) << 16 |
                 Wirex::bigEndian16(&datagram[sourceOffset + 2]));
-}
-
-/// The hosts of several ports say the same at the same time.
-std::size_t saidHash(IntfId const& port, Bytes message) {
-  return hashOf(message) ^ Kel::hash(port) << 1;
 }
 
 std::string text(IntfId const& port) {
@@ -80,18 +79,35 @@ std::string text(IntfId const& port) {
 
 }  // namespace
 
+std::optional<StationAddress> stationAddress(std::string const& text) {
+  if (auto const address = Wirex::IpAddr::fromText(text)) return *address;
+  constexpr std::size_t wide = 3;  // "02:"
+  Wirex::MacAddress address{};
+  if (text.size() + 1 != address.size() * wide) return std::nullopt;
+  for (std::size_t i = 0; i < address.size(); ++i) {
+    char const* const digits = &text[i * wide];
+    auto const [end, error] = std::from_chars(digits, digits + 2, address[i], 16);
+    bool const parted = i + 1 == address.size() || digits[2] == ':';
+    if (error != std::errc{} || end != digits + 2 || !parted) return std::nullopt;
+  }
+  return address;
+}
+
 bool OwnFrames::isAgain(Late const& late, Late const& now, Horix::Time within) {
   return late.hash == now.hash && late.time != Horix::Time::min() && now.time - late.time <= within;
 }
 
-OwnFrames::OwnFrames(Configuration const& configuration)
-    : heard_(tableSize), sent_(tableSize), asked_(tableSize) {
+OwnFrames::OwnFrames(Configuration const& configuration) : heard_(tableSize), asked_(tableSize) {
   for (VlanConfig const& vlan : configuration.vlans) {
     for (VlanMember const& member : vlan.members)
       if (!member.tagged) untagged_.emplace(member.intfId, vlan.vlanId);
     for (auto const& address : {vlan.settings.senderSourceAddress, vlan.settings.querierSource})
       if (address && *address != IpAddr()) ownAddresses_.emplace(vlan.vlanId, *address);
   }
+}
+
+void OwnFrames::ownAddressIs(StationAddress const& address) {
+  ownEverywhere_.insert(address);
 }
 
 /// A query goes out on every port at once, from each port's own MAC address. A router's that is
@@ -121,16 +137,31 @@ bool OwnFrames::recognise(IntfId const& port, Horix::Time time, Bytes bytes, boo
   Bytes const datagram = datagramOf(*frame);
   if (datagram.size() < Igmp::ipv4HeaderSize) return false;
   Address const sender = senderOf(port, *frame, datagram);
-  if (ownAddresses_.contains(sender)) return ++counts_[port].fromOwnAddress > 0;
+  Wirex::MacAddress const station = macAddressOf(*frame);
+  if (ownAddresses_.contains(sender) || ownEverywhere_.contains(sender.second) ||
+      ownEverywhere_.contains(station))
+    return ++counts_[port].fromOwnAddress > 0;
   if (wasForwarded(port, time, *frame, datagram)) return ++counts_[port].forwarded > 0;
-  if (isAlike(port, time, messageOf(datagram))) noteAlike(port, sender);
+  return isInStep(port, sender, station, stations_.heard(port, time, station, messageOf(datagram)));
+}
+
+bool OwnFrames::isInStep(IntfId const& port, Address const& from, Wirex::MacAddress const& station,
+                         OwnStations::Saying saying) {
+  using Saying = OwnStations::Saying;
+  if (saying == Saying::inStep) {
+    counts_[port].inStepFrom = station;
+    return ++counts_[port].inStep > 0;
+  }
+  if (saying == Saying::alike) {
+    counts_[port].alikeFrom = station;
+    noteAlike(port, from);
+  }
   return false;
 }
 
 /// A listener says on its own port alone what others want.
 void OwnFrames::noteAlike(IntfId const& port, Address const& from) {
   ++counts_[port].alike;
-  counts_[port].alikeFrom = from.second;
   if (alike_.size() < tableSize && alike_.try_emplace(from, port).first->second != port)
     takeForOwn(from);
 }
@@ -154,19 +185,8 @@ OwnFrames::Address OwnFrames::senderOf(IntfId const& port, Igmp::EthernetFrame c
   return {vlan, sourceOf(datagram)};
 }
 
-bool OwnFrames::isAlike(IntfId const& port, Horix::Time time, Bytes message) const {
-  Late const said{saidHash(port, message), time, port, 0};
-  Late const& late = sent_[said.hash % sent_.size()];
-  return isAgain(late, said, sayingTime) && late.port == port;
-}
-
 void OwnFrames::sent(IntfId const& port, Horix::Time time, Bytes bytes) {
-  auto const frame = relevant(bytes);
-  if (!frame) return;
-  Bytes const message = messageOf(datagramOf(*frame));
-  if (isQuery(message)) return;  // one that is alike is another querier's
-  std::size_t const hash = saidHash(port, message);
-  sent_[hash % sent_.size()] = {hash, time, port, 0};
+  if (auto const frame = relevant(bytes)) stations_.sent(port, time, messageOf(datagramOf(*frame)));
 }
 
 std::vector<std::string> remarksOn(OwnFrames const& frames) {
@@ -177,18 +197,20 @@ std::vector<std::string> remarksOn(OwnFrames const& frames) {
     if (counts.forwarded) why.push_back(message(counts.forwarded, " heard on another port before"));
     if (counts.fromOwnAddress)
       why.push_back(message(counts.fromOwnAddress, " from the switch's own address"));
+    if (counts.inStep)
+      why.push_back(message(counts.inStep, " from ", text(counts.inStepFrom),
+                            ", who says what the port's own host says"));
     if (!why.empty())
       remarks.push_back(message(text(port), ": ", counted(counts.leftOut(), "frame"),
                                 " left out that the switch itself had sent (",
                                 enumerated(why, "and"),
                                 "); capture what is heard alone: tcpdump -Q in"));
     if (counts.alike)
-      remarks.push_back(
-          message(text(port), ": ", counted(counts.alike, "message"),
-                  " said what the port's own host had just said, the last one from ",
-                  counts.alikeFrom, "; if that is the switch, ",
-                  counts.alikeFrom == IpAddr() ? "" : "name it as sender-source-address, or ",
-                  "capture with tcpdump -Q in"));
+      remarks.push_back(message(text(port), ": ", counted(counts.alike, "message"), " of ",
+                                text(counts.alikeFrom),
+                                " said what the port's own host had just said, and was heard; if "
+                                "that is the switch, leave it out with --own ",
+                                text(counts.alikeFrom), ", or capture with tcpdump -Q in"));
   }
   return remarks;
 }

@@ -4,22 +4,30 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "agent/config/Configuration.h"
+#include "agent/replay/OwnStations.h"
 #include "platform/horix/Clock.h"
 #include "platform/igmp/wire/FrameReader.h"
 
 namespace Agent {
 
+using StationAddress = std::variant<Wirex::MacAddress, Wirex::IpAddr>;
+
+/// Nothing for a text that is neither 02:00:00:00:00:01 nor 192.0.2.1.
+std::optional<StationAddress> stationAddress(std::string const& text);
+
 /// Recognises in captures of a switch's ports what the switch itself had sent there, which no port
 /// has heard: what a capture marks as outgoing, what was heard on another port just before and so
 /// was forwarded, and what comes from an address that its hosts and queriers are configured to
-/// have, or turns out to be the switch's: queries come from it on several ports at once, or reports
-/// that say on several ports what their hosts have just said. IGMP and PIM alone are looked at, and
-/// nothing else is counted. Memory is constant.
+/// have, or that is named, or turns out to be the switch's: queries come from it on several ports
+/// at once, or reports that say on several ports, or again and again, what their hosts have just
+/// said. IGMP and PIM alone are looked at, and nothing else is counted. Memory is constant.
 class OwnFrames {
  public:
   /// How many frames of a port were left out, by what they were recognised by.
@@ -27,15 +35,20 @@ class OwnFrames {
     std::uint64_t outgoing = 0;
     std::uint64_t forwarded = 0;
     std::uint64_t fromOwnAddress = 0;
+    std::uint64_t inStep = 0;
+    Wirex::MacAddress inStepFrom{};
 
     /// Not left out: said what the port's host had said just before, by somebody unknown.
     std::uint64_t alike = 0;
-    Wirex::IpAddr alikeFrom;  ///< the latest
+    Wirex::MacAddress alikeFrom{};  ///< the latest
 
-    std::uint64_t leftOut() const { return outgoing + forwarded + fromOwnAddress; }
+    std::uint64_t leftOut() const { return outgoing + forwarded + fromOwnAddress + inStep; }
   };
 
   explicit OwnFrames(Configuration const& configuration);
+
+  /// The switch has this address in each VLAN and on each port.
+  void ownAddressIs(StationAddress const& address);
 
   /// Looks at a frame before those are decided about that were captured just before it.
   void foresee(Wirex::IntfId const& port, Horix::Time time, Wirex::Bytes bytes, bool outgoing);
@@ -66,15 +79,17 @@ class OwnFrames {
   void takeForOwn(Address const& address);
   bool wasForwarded(Wirex::IntfId const& port, Horix::Time time, Igmp::EthernetFrame const& frame,
                     Wirex::Bytes datagram);
-  bool isAlike(Wirex::IntfId const& port, Horix::Time time, Wirex::Bytes message) const;
+  bool isInStep(Wirex::IntfId const& port, Address const& from, Wirex::MacAddress const& station,
+                OwnStations::Saying saying);
   void noteAlike(Wirex::IntfId const& port, Address const& from);
   Address senderOf(Wirex::IntfId const& port, Igmp::EthernetFrame const& frame,
                    Wirex::Bytes datagram) const;
 
   std::map<Wirex::IntfId, Bridging::VlanId> untagged_;
   std::set<Address> ownAddresses_;
+  std::set<StationAddress> ownEverywhere_;
+  OwnStations stations_;
   Lately heard_;
-  Lately sent_;
   Lately asked_;
   std::map<Address, Wirex::IntfId> alike_;  // on which port first
   std::map<Wirex::IntfId, Counts> counts_;

@@ -23,9 +23,12 @@ enum Option : std::uint16_t {
   endOfOptions = 0,
   packetFlags = 2,  // epb_flags, pack_flags
   interfaceName = 2,
+  interfaceMacAddress = 6,
   timeResolution = 9,
   timeOffset = 14,
 };
+
+constexpr int ethernet = 1;  // the link type
 
 constexpr std::uint32_t directionMask = 3;
 constexpr std::uint32_t outbound = 2;
@@ -189,6 +192,7 @@ void PcapngReader::beginSection() {
 void PcapngReader::addInterface(Fields fields) {
   CapturedInterface interface;
   Clock clock;
+  Wirex::MacAddress macAddress{};
   interface.number = interfaces_.size() - firstOfSection_;
   interface.linkType = fields.u16();
   fields.u16();
@@ -197,6 +201,8 @@ void PcapngReader::addInterface(Fields fields) {
     if (code == interfaceName) {
       auto const text = value.take(value.size());
       interface.name.assign(text.begin(), std::find(text.begin(), text.end(), 0));
+    } else if (code == interfaceMacAddress) {
+      std::ranges::copy(value.take(macAddress.size()), macAddress.begin());
     } else if (code == timeResolution) {
       clock.unitsPerSecond = unitsPerSecond(value.take(1)[0]);
     } else if (code == timeOffset) {
@@ -205,6 +211,7 @@ void PcapngReader::addInterface(Fields fields) {
   });
   interfaces_.push_back(std::move(interface));
   clocks_.push_back(clock);
+  macAddresses_.push_back(macAddress);
 }
 
 PcapngReader::Clock const& PcapngReader::clock(std::size_t interface) const {
@@ -249,11 +256,20 @@ RawPacket PcapngReader::packet(std::size_t interface, std::uint64_t time, Fields
         captureTime(std::chrono::seconds(static_cast<std::int64_t>(seconds) + clock.offset),
                     nanoseconds(time % clock.unitsPerSecond, clock.unitsPerSecond));
   packet.bytes = fields.take(captured);
+  packet.outgoing = isFromInterface(packet);
   fields.skipPadding(captured);
   fields.options([&](std::uint16_t code, Fields value) {
-    if (code == packetFlags) packet.outgoing = (value.u32() & directionMask) == outbound;
+    if (code == packetFlags) packet.outgoing |= (value.u32() & directionMask) == outbound;
   });
   return packet;
+}
+
+bool PcapngReader::isFromInterface(RawPacket const& packet) const {
+  Wirex::MacAddress const& address = macAddresses_[packet.interface];
+  bool const isEthernet = interfaces_[packet.interface].linkType == ethernet;
+  return isEthernet && address != Wirex::MacAddress{} &&
+         packet.bytes.size() >= Wirex::ethernetHeaderSize &&
+         std::ranges::equal(packet.bytes.subspan(address.size(), address.size()), address);
 }
 
 }  // namespace Agent

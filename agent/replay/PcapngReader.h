@@ -44,6 +44,7 @@ class PcapngReader final : public PacketSource {
   RawPacket packet(std::size_t interface, std::uint64_t time, Fields& fields,
                    std::size_t captured) const;
   Clock const& clock(std::size_t interface) const;
+  bool isFromInterface(RawPacket const& packet) const;
 
   std::unique_ptr<std::FILE, Closer> file_;
   long offset_ = 0;  // of the block
@@ -51,6 +52,7 @@ class PcapngReader final : public PacketSource {
   std::vector<std::uint8_t> body_;
   std::vector<CapturedInterface> interfaces_;  // of all sections
   std::vector<Clock> clocks_;
+  std::vector<Wirex::MacAddress> macAddresses_;  // by interface; 0 where the file has none
   std::size_t firstOfSection_ = 0;
 };
 

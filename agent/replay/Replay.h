@@ -38,6 +38,9 @@ class Replay {
   Replay& operator=(Replay const&) = delete;
   ~Replay();
 
+  /// What comes from this address the switch itself has sent: it is left out.
+  void ownAddressIs(StationAddress const& address) { ownFrames_.ownAddressIs(address); }
+
   /// Stores what hosts send from now on in a directory, whole at the end of run(). Throws
   /// CaptureError, also if that would replace one of the captures.
   void writeSent(std::string const& directory);

@@ -88,6 +88,15 @@ TEST(CommandLine, ReplayTakesOptionsAnywhere) {
   EXPECT_EQ(command.captures.size(), 3u);
 }
 
+TEST(CommandLine, TheSwitchsOwnAddressesMayBeNamed) {
+  EXPECT_EQ(replayed({"--own", "02:00:00:00:00:01", "--own", "192.0.2.1"}).own,
+            (std::vector<StationAddress>{Wirex::MacAddress{2, 0, 0, 0, 0, 1},
+                                         Wirex::IpAddr(192, 0, 2, 1)}));
+  EXPECT_EQ(wrongReplay({"swp1=one.pcap", "--own", "swp1"}),
+            "--own \"swp1\" is neither a MAC nor an IPv4 address, as in 02:00:00:00:00:01 or "
+            "192.0.2.1; try igmpsnoopd replay --help");
+}
+
 TEST(CommandLine, UntilIsANumberOfSecondsWithFractions) {
   EXPECT_EQ(replayed({"--until", "12.5"}).until, 12500ms);
   EXPECT_EQ(replayed({"--until", "0"}).until, 0s);

@@ -112,6 +112,14 @@ class PcapngWriter {
   PcapngWriter& interface(std::uint32_t linkType, char const* name) {
     return block(1, {linkType, 0, 0x00010009, 9, 0x00040002, word(name), 0});  // and if_name
   }
+  /// An interface with the MAC address 02:00:00:00:00:01.
+  PcapngWriter& interfaceWithMacAddress(std::uint32_t linkType) {
+    return block(1, {linkType, 0, 0x00060006, 0x00000002, 0x00000100, 0});  // if_MACaddr
+  }
+  /// An empty frame from the MAC address that ends so.
+  PcapngWriter& frameFrom(std::uint8_t lastByte) {
+    return block(6, {0, 0, 1, 16, 16, 0x005e0001, 0x00021600, std::uint32_t{lastByte} << 24, 8});
+  }
   PcapngWriter& packet(std::uint64_t time, std::uint32_t fourBytes, std::uint32_t interface = 0) {
     return block(6, {interface, static_cast<std::uint32_t>(time >> 32),
                      static_cast<std::uint32_t>(time), 4, 4, fourBytes});
@@ -179,6 +187,15 @@ TEST_F(CaptureFileTest, PcapngTellsWhatWasSent) {
   EXPECT_FALSE(file.next().value().outgoing);
   EXPECT_TRUE(file.next().value().outgoing);
   EXPECT_FALSE(file.next().value().outgoing) << "not told";
+}
+
+TEST_F(CaptureFileTest, PcapngTellsTheInterfacesOwnMacAddress) {
+  PcapngWriter capture;
+  capture.interfaceWithMacAddress(DLT_EN10MB).frameFrom(1).frameFrom(2).packet(3, 0);
+  CaptureFile file(written("a.pcapng", capture.bytes()));
+  EXPECT_TRUE(file.next().value().outgoing);
+  EXPECT_FALSE(file.next().value().outgoing);
+  EXPECT_FALSE(file.next().value().outgoing) << "too short to tell";
 }
 
 TEST_F(CaptureFileTest, PcapngOfSeveralInterfacesTakesOneToBeNamed) {

@@ -1,0 +1,103 @@
+#include "agent/replay/OwnStations.h"
+
+#include <chrono>
+#include <functional>
+#include <string_view>
+
+#include "framework/kel/Hash.h"
+
+namespace Agent {
+
+using Wirex::Bytes;
+using Wirex::IntfId;
+using Wirex::MacAddress;
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// What the switch's host says of a change, the replay's host says in the moment of its cause.
+constexpr Horix::Time reactionTime = 10ms;
+
+/// What a host repeats (RFC 9776 section 8.11), or is asked for shortly, comes within this.
+constexpr Horix::Time sayingTime = 1s;
+
+constexpr unsigned stepsThatTell = 3;
+constexpr std::size_t mostStations = 1024;
+
+/// Whether it tells of a change, not of a state that was asked for: a leave, or a report whose
+/// first record is of a type from CHANGE_TO_INCLUDE_MODE on (RFC 9776 section 4.2.13).
+bool tellsChange(Bytes message) {
+  constexpr std::uint8_t leave = 0x17;
+  constexpr std::uint8_t reportV3 = 0x22;
+  constexpr std::size_t firstRecord = 8;
+  constexpr std::uint8_t changeToInclude = 3;
+  if (message[0] != reportV3) return message[0] == leave;
+  return message.size() > firstRecord && message[firstRecord] >= changeToInclude;
+}
+
+/// The hosts of several ports say the same at the same time.
+std::size_t saidHash(IntfId const& port, Bytes message) {
+  std::string_view const said(reinterpret_cast<char const*>(message.data()), message.size());
+  return std::hash<std::string_view>{}(said) ^ Kel::hash(port) << 1;
+}
+
+/// A query that is alike is another querier's.
+bool isReport(Bytes message) {
+  constexpr std::uint8_t query = 0x11;
+  return !message.empty() && message[0] != query;
+}
+
+}  // namespace
+
+void OwnStations::sent(IntfId const& port, Horix::Time time, Bytes message) {
+  if (!isReport(message)) return;
+  std::size_t const hash = saidHash(port, message);
+  sent_[hash % sent_.size()] = {hash, time, port, false};
+}
+
+OwnStations::Late* OwnStations::lateAlike(IntfId const& port, Horix::Time time, Bytes message) {
+  std::size_t const hash = saidHash(port, message);
+  Late& late = sent_[hash % sent_.size()];
+  bool const alike = late.hash == hash && late.port == port && late.time != Horix::Time::min() &&
+                     time - late.time <= sayingTime;
+  return alike ? &late : nullptr;
+}
+
+OwnStations::Saying OwnStations::heard(IntfId const& port, Horix::Time time, MacAddress const& from,
+                                       Bytes message) {
+  if (!isReport(message)) return Saying::other;
+  Station const station(port, from);
+  if (own_.contains(station)) return Saying::inStep;
+  Late* const late = lateAlike(port, time, message);
+  if (!late) {
+    if (tellsChange(message)) steps_.erase(station);
+    return Saying::other;
+  }
+  if (!late->answered && time - late->time <= reactionTime) {
+    late->answered = true;
+    credit(station);
+  }
+  return own_.contains(station) ? Saying::inStep : Saying::alike;
+}
+
+void OwnStations::credit(Station const& station) {
+  if (station.second == MacAddress{}) return;  // a capture that has none
+  if (steps_.size() + own_.size() >= mostStations && !steps_.contains(station)) return;
+  if (++steps_[station] < stepsThatTell) return;
+  own_.insert(station);
+  steps_.erase(station);
+}
+
+std::string text(MacAddress const& address) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  std::string text;
+  for (std::uint8_t const byte : address) {
+    if (!text.empty()) text += ':';
+    text += digits[byte >> 4];
+    text += digits[byte & 0xf];
+  }
+  return text;
+}
+
+}  // namespace Agent
