@@ -11,7 +11,8 @@ from rig.lab import Skip
 CI = True
 ROOT = pathlib.Path(__file__).parents[2]
 DOCUMENTS = [ROOT / "README.md", *sorted((ROOT / "docs").glob("*.md"))]
-# What needs a service manager, an installation or a whole build is no business of a scenario.
+# What needs a service manager or an installation is typed by scripts/try-service, benchmarks by
+# scripts/try-benchmarks; a whole build or a measurement of minutes is no business of a scenario.
 ELSEWHERE = re.compile(r"(systemctl|systemd-\S+|journalctl|cmake|apt|apt-get|dpkg|scripts/\S+"
                        r"|build/\S+|lab/\S+|bench/\S+|mkdir -p /etc/systemd/.*)( |$)|\./run$")
 BLOCK = re.compile(r"^```(\w*)\n(.*?)^```", re.DOTALL | re.MULTILINE)
