@@ -96,6 +96,21 @@ TEST_F(KelMembershipTest, InactiveReporterIsNotHeard) {
   EXPECT_EQ(intf("swp1")->portChanged(), 0);
 }
 
+TEST_F(KelMembershipTest, WhatAnInactiveReporterWantsIsReadWithTheNextChangeOfAnother) {
+  auto const heard = port("swp1").reports(g1).include({s1});
+  port("swp1").reports(g1, r2).include({s2});
+  heard.include({s1, s3});
+  publish();
+  intf("swp1")->membership(r2)->hasNotificationActiveIs(false);
+  snooped("swp1", r2)->sourceIs(s4);
+  Kel::runActivities();
+  EXPECT_EQ(countsOf(intf("swp1")->portInclude()), (CountBySource{{s1, 1}, {s2, 1}, {s3, 1}}))
+      << "is not heard itself";
+  heard.include({s1});
+  Kel::runActivities();
+  EXPECT_EQ(countsOf(intf("swp1")->portInclude()), (CountBySource{{s1, 1}, {s2, 1}, {s4, 1}}));
+}
+
 TEST_F(KelMembershipTest, KeylessNotificationOfItsSourcesIsLeftEmpty) {
   port("swp1").reports(g1);
   snooped("swp1")->sourceNotify();
