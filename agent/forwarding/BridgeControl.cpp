@@ -68,9 +68,10 @@ std::optional<std::string> BridgeControl::take(LinkInfo const& bridge, StreamRul
 }
 
 std::optional<std::string> BridgeControl::restoreNeeded(LinkInfo const& bridge) {
-  for (auto const& [setting, value] : needed)
-    if (auto refusal = settingIs(bridge, setting, value)) return refusal;
-  return std::nullopt;
+  std::vector<Setting> settings;
+  for (auto const& [setting, value] : needed) settings.push_back({bridge, setting, value});
+  auto refusals = settingsAre(settings);
+  return refusals.empty() ? std::nullopt : std::optional(std::move(refusals.front()));
 }
 
 /// The kernel waits for a query response interval before it trusts a querier that it has become:
@@ -94,20 +95,39 @@ std::optional<std::string> BridgeControl::rulesAre(StreamRules const& rules) {
 
 std::optional<std::string> BridgeControl::settingIs(LinkInfo const& link, LinkSetting setting,
                                                     std::uint32_t value) {
-  auto const present = link.settings.find(setting);
-  if (present == link.settings.end())
-    return message("the kernel does not know ", name(setting), " of ", link.name);
-  auto const key = std::pair(link.index, setting);
-  if (present->second == value && former_.contains(key)) return std::nullopt;
-  // It is remembered first: better to put back what was not changed than not what was.
-  if (former_.try_emplace(key, present->second).second)
-    if (auto refusal = rules_.keep({{key, present->second}})) return refusal;
+  auto refusals = settingsAre(std::array{Setting{link, setting, value}});
+  return refusals.empty() ? std::nullopt : std::optional(std::move(refusals.front()));
+}
+
+std::vector<std::string> BridgeControl::settingsAre(std::span<Setting const> settings) {
+  std::vector<std::string> refusals;
+  std::vector<Setting> others;
+  FormerSettings unkept;
+  for (Setting const& each : settings) {
+    auto const present = each.link.settings.find(each.setting);
+    if (present == each.link.settings.end()) {
+      refusals.push_back(
+          message("the kernel does not know ", name(each.setting), " of ", each.link.name));
+      continue;
+    }
+    auto const key = std::pair(each.link.index, each.setting);
+    bool const known = former_.contains(key);
+    if (present->second == each.value && known) continue;
+    if (!known) unkept.emplace(key, present->second);
+    others.push_back(each);
+  }
+  // They are remembered first: better to put back what was not changed than not what was.
+  if (!unkept.empty())
+    if (auto refusal = rules_.keep(unkept)) return {*refusal};
+  former_.merge(unkept);
   NetlinkBatch batch;
-  addSetting(batch, link.index, setting, value);
-  auto const failures = socket_.send(batch);
-  if (failures.empty()) return std::nullopt;
-  return message("the kernel does not set ", name(setting), " of ", link.name, " to ", value, ": ",
-                 failures.front().text);
+  for (Setting const& each : others) addSetting(batch, each.link.index, each.setting, each.value);
+  for (NetlinkFailure const& failure : socket_.send(batch)) {
+    Setting const& each = others.at(failure.request);
+    refusals.push_back(message("the kernel does not set ", name(each.setting), " of ",
+                               each.link.name, " to ", each.value, ": ", failure.text));
+  }
+  return refusals;
 }
 
 char const* BridgeControl::disturbedIn(LinkInfo const& bridge) {

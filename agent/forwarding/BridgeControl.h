@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -42,6 +43,14 @@ class BridgeControl {
   /// Sets what is otherwise, and remembers what it was. Returns why it could not.
   std::optional<std::string> settingIs(LinkInfo const& link, LinkSetting setting,
                                        std::uint32_t value);
+
+  struct Setting {
+    LinkInfo const& link;  ///< as it is
+    LinkSetting setting;
+    std::uint32_t value;
+  };
+  /// The same for many, in their order. Returns why some could not be set.
+  std::vector<std::string> settingsAre(std::span<Setting const> settings);
 
   /// Whether somebody has changed a setting that is needed; returns its name.
   static char const* disturbedIn(LinkInfo const& bridge);

@@ -18,8 +18,8 @@ void EntryWriter::begin(std::uint32_t bridge) {
   bridge_ = bridge;
   if (former_.empty()) former_.swap(groups_);
   groups_.clear();
-  batch_.clear();
   changes_.clear();
+  written_ = 0;
   touched_.clear();
   hearOfDeletions();
   disturbed_.clear();
@@ -35,6 +35,9 @@ bool EntryWriter::freeSome(std::size_t groups) {
 void EntryWriter::portsAre(std::map<Wirex::IntfId, std::uint32_t> const& ports) {
   std::set<std::uint32_t> indices;
   for (auto const& [intf, index] : ports) indices.insert(index);
+  changes_.erase(changes_.begin(), changes_.begin() + static_cast<std::ptrdiff_t>(written_));
+  written_ = 0;
+  std::erase_if(changes_, [&](Change const& change) { return !indices.contains(change.port); });
   for (auto& [key, group] : groups_)
     entryCount_ -= std::erase_if(group.entries, [&](Entry const& entry) {
       bool const gone = !indices.contains(entry.first);
@@ -145,18 +148,30 @@ void EntryWriter::change(Key const& key, std::uint32_t port, SourceFilter const*
   auto const filter = [](SourceFilter const* each) {
     return each ? std::optional(*each) : std::nullopt;
   };
-  addChange(batch_, {bridge_, port, key.first, key.second}, filter(before), filter(after),
-            control_.entryKind(), trust);
-  changes_.push_back({key, port, filter(after), batch_.count()});
+  changes_.push_back({key, port, filter(before), filter(after), trust});
 }
 
-void EntryWriter::flush(std::function<void(Refusal const&)> const& refused) {
+std::span<EntryWriter::Change> EntryWriter::batchNext() {
+  batch_.clear();
+  auto const rest = std::span(changes_).subspan(written_);
+  std::size_t count = 0;
+  for (; count < rest.size() && !batch_.isFull(); ++count) {
+    Change& change = rest[count];
+    addChange(batch_, {bridge_, change.port, change.key.first, change.key.second}, change.before,
+              change.after, control_.entryKind(), change.trust);
+    change.end = batch_.count();
+  }
+  return rest.first(count);
+}
+
+void EntryWriter::writeSome(std::function<void(Refusal const&)> const& refused) {
+  auto const changes = batchNext();
   counters_.writes += batch_.count();
   hearOfDeletions();
   auto const failures = control_.write(batch_);
-  hearOfDeletions(changes_);
+  hearOfDeletions(changes);
   auto failure = failures.begin();
-  for (Change& change : changes_) {
+  for (Change& change : changes) {
     bool failed = false;
     for (; failure != failures.end() && failure->request < change.end; ++failure) {
       // An entry that is gone already, or there already, is as wanted.
@@ -167,10 +182,14 @@ void EntryWriter::flush(std::function<void(Refusal const&)> const& refused) {
     }
     apply(change, failed);
   }
+  written_ += changes.size();
+  if (written_ < changes_.size()) return;
   changes_.clear();
+  written_ = 0;
 }
 
 std::optional<std::string> EntryWriter::list() {
+  if (!isWritten()) return std::nullopt;
   std::vector<RulesTable::Member> members;
   listChanges(members);
   touched_.clear();

@@ -81,14 +81,17 @@ class EntryWriter {
   Counters const& counters() const { return counters_; }
   std::vector<Key> failed() const;
 
-  /// What a group is to have from the next flush on. A group is named once between two flushes.
+  /// What a group is to have. A group is named once before all is written.
   void groupIs(Key const& key, std::vector<Entry> wanted);
-  bool isFull() const { return batch_.isFull(); }
+  /// Whether there is enough to write.
+  bool isFull() const { return changes_.size() >= 64; }
+  bool isWritten() const { return changes_.empty(); }
 
-  /// Writes entries. What was refused is told one by one.
-  void flush(std::function<void(Refusal const&)> const& refused);
-  /// Has the streams of groups that were written go by their entries. That costs as much for one
-  /// as for many. Returns why the sets could not be changed.
+  /// Writes as many entries as one system call takes with ease. What was refused is told one by
+  /// one.
+  void writeSome(std::function<void(Refusal const&)> const& refused);
+  /// Has the streams of groups that were written go by their entries, once all are. That costs as
+  /// much for one as for many. Returns why the sets could not be changed.
   std::optional<std::string> list();
 
  private:
@@ -96,12 +99,15 @@ class EntryWriter {
   struct Change {
     Key key;
     std::uint32_t port;
+    std::optional<SourceFilter> before;
     std::optional<SourceFilter> after;
-    std::size_t end;
+    Trust trust;
+    std::size_t end = 0;
   };
 
   void change(Key const& key, std::uint32_t port, SourceFilter const* before,
               SourceFilter const* after, Trust trust);
+  std::span<Change> batchNext();
   void apply(Change& change, bool failed);
   void hearOfDeletions(std::span<Change const> own = {});
   bool believesIn(FoundEntry const& entry) const;
@@ -117,6 +123,7 @@ class EntryWriter {
   Counters counters_;
   NetlinkBatch batch_;
   std::vector<Change> changes_;
+  std::size_t written_ = 0;  // of the changes
   std::vector<Key> touched_;
   std::vector<std::pair<Key, std::uint32_t>> disturbed_;
   bool lost_ = false;

@@ -80,7 +80,8 @@ void Forwarding::configure() {
     vlans_ = forwardedVlans(switch_.configuration(), bridge_.tellsVlansApart);
     progress_.vlansAre(vlans_, loop_.now());
   }
-  examine();
+  connect();  // while there is the privilege
+  examination_->within(atOnce);
 }
 
 /// What an agent that was killed had taken over is not this one's to use. It goes at once, because
@@ -197,6 +198,7 @@ void Forwarding::begin(LinkInfo const& bridge) {
   routersAre(routersWanted(), true);
   watch_ = std::make_unique<MembershipWatch>(switch_.entities().snoopingStatus);
   watching_ = true;
+  continuation_->within(atOnce);
   log(Severity::info, "forwarding: took over ", bridge.name, " with ",
       counted(ports_.size(), "port"), "; streams go everywhere until listeners are known");
 }
@@ -317,6 +319,8 @@ bool Forwarding::routersAreAsSet() const {
 /// A port that becomes a router port gets everything at once. One that no longer is one keeps
 /// getting it until its entries are written.
 void Forwarding::routersAre(std::set<IntfId> routers, bool demote) {
+  members_ = control_->portsOf(bridge_.index);
+  std::vector<BridgeControl::Setting> settings;
   for (auto const& [intf, index] : ports_) {
     bool const becomes = routers.contains(intf);
     bool const was = routers_.contains(intf);
@@ -324,14 +328,16 @@ void Forwarding::routersAre(std::set<IntfId> routers, bool demote) {
       routers.insert(intf);
       continue;
     }
-    auto const link = control_->link(textOf(intf));
-    if (!link || link->index != index) continue;
+    auto const link = std::find_if(members_.begin(), members_.end(),
+                                   [&](LinkInfo const& each) { return each.index == index; });
+    if (link == members_.end()) continue;
     auto const present = link->settings.find(LinkSetting::portRouter);
     std::uint32_t const value = routerSetting(becomes);
-    if (present == link->settings.end() || present->second == value) continue;
-    if (auto const refusal = control_->settingIs(*link, LinkSetting::portRouter, value))
-      log(Severity::warning, "forwarding: ", *refusal);
+    if (present != link->settings.end() && present->second != value)
+      settings.push_back({*link, LinkSetting::portRouter, value});
   }
+  for (std::string const& refusal : control_->settingsAre(settings))
+    log(Severity::warning, "forwarding: ", refusal);
   routers_ = std::move(routers);
 }
 
@@ -362,7 +368,7 @@ void Forwarding::handlePublication() {
   if (!active_ || !watch_) return;
   for (auto const& learned : watch_->takeChangedGroups()) pending_.addChanged(learned);
   // Where more waits than a piece, it goes on in its own time.
-  if ((!pending_.empty() || routerPorts_.hasNews()) && !continuation_->scheduled()) advance();
+  if ((hasToWrite() || routerPorts_.hasNews()) && !continuation_->scheduled()) advance();
 }
 
 void Forwarding::sweepAll() {
@@ -395,7 +401,7 @@ void Forwarding::advance() {
     examination_->within(examinationPause);
     return;
   }
-  if (ending_ || freeing_ || watching_ || !pending_.empty() || isGivingBack())
+  if (ending_ || freeing_ || watching_ || isGivingBack() || hasToWrite())
     continuation_->within(atOnce);
 }
 
@@ -444,31 +450,38 @@ void Forwarding::followDeletions() {
 void Forwarding::writePiece() {
   if (watching_) return;
   do writeSome();
-  while (!pending_.empty() && loop_.now() < pieceEnd_);
+  while (hasToWrite() && loop_.now() < pieceEnd_);
   if (auto const refusal = writer_->list()) {
     log(Severity::warning, "forwarding: nftables refuses to list groups: ", *refusal,
         "; the rules are put up anew");
     putRules();
   }
   followDeletions();
-  if (!pending_.empty()) return;
+  if (hasToWrite()) return;
   if (auto routers = routersWanted(); routers != routers_) routersAre(std::move(routers), true);
   goByEntries();
 }
 
-/// As many groups as one system call takes with ease.
+bool Forwarding::hasToWrite() const {
+  return active_ && (!pending_.empty() || !writer_->isWritten());
+}
+
 void Forwarding::writeSome() {
-  constexpr std::size_t mostGroups = 500;
-  makeRoom();
-  for (std::size_t i = 0; i < mostGroups && !writer_->isFull(); ++i) {
-    auto const learned = pending_.takeNext();
-    if (!learned) break;
-    compare(*learned);
-  }
-  writer_->flush([this](EntryWriter::Refusal const& each) {
+  if (writer_->isWritten()) compareSome();
+  writer_->writeSome([this](EntryWriter::Refusal const& each) {
     std::string const name = portName(each.port);
     complaints_.refused(each, name.empty() ? "a port" : name, loop_.now());
   });
+}
+
+/// Finds something to write.
+void Forwarding::compareSome() {
+  makeRoom();
+  do {
+    auto const learned = pending_.takeNext();
+    if (!learned) return;
+    compare(*learned);
+  } while (!writer_->isFull() && loop_.now() < pieceEnd_);
 }
 
 void Forwarding::compare(PendingGroups::Learned const& learned) {

@@ -101,7 +101,9 @@ class Forwarding {
   void followRouters();
   void followDeletions();
   void writePiece();
+  bool hasToWrite() const;
   void writeSome();
+  void compareSome();
   void compare(PendingGroups::Learned const& learned);
   void makeRoom();
   void retryFailed();

@@ -47,8 +47,9 @@ class NetlinkBatch {
   nlmsghdr& begin(std::uint16_t type, std::uint16_t flags);
 
   static constexpr std::size_t largest = 4096;  // bytes of a request
-  static constexpr std::size_t full = 16384;
-  static constexpr std::size_t most = 64;  // requests, of some tens of microseconds each
+  // Requests take the kernel some tens of microseconds each, and more with the sources they list.
+  static constexpr std::size_t full = 4096;
+  static constexpr std::size_t most = 32;
 
   std::vector<char> buffer_;
   std::size_t size_ = 0;
