@@ -1,8 +1,11 @@
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <sstream>
 #include <system_error>
@@ -23,6 +26,7 @@
 #include "agent/live/Privileges.h"
 #include "agent/output/Json.h"
 #include "agent/output/Tables.h"
+#include "agent/replay/CaptureName.h"
 #include "agent/replay/EventOutput.h"
 #include "agent/replay/ProgressLine.h"
 #include "agent/replay/Replay.h"
@@ -175,31 +179,55 @@ std::vector<std::string> inputsOf(ReplayCommand const& command) {
   return inputs;
 }
 
+/// Whether nothing has been printed, and all captures can be read once more.
+bool canBeRepeated(ReplayCommand const& command) {
+  return !command.events && command.traces.empty() &&
+         std::ranges::all_of(command.captures, [](PortCapture const& capture) {
+           return std::filesystem::is_regular_file(captureName(capture.fileName).fileName);
+         });
+}
+
+void runReplay(Replay& replay, ReplayCommand const& command, Tracing& tracing,
+               EventOutput& events) {
+  Tracing::Run const traced(tracing, replay);
+  for (StationAddress const& address : command.own) replay.ownAddressIs(address);
+  if (command.write) replay.writeSent(*command.write);
+  if (command.events)
+    replay.onEventsAre([&](std::vector<ReplayEvent> const& some) { print(events.text(some)); });
+  if (command.report) replay.watchHistory();
+  if (auto const& place = command.explain)
+    replay.watchSendings(place->vlan, place->interface, place->group);
+  runShowingProgress(replay, command);
+}
+
+/// Whoever turns out to be the switch has been heard until then: once more, without.
+std::unique_ptr<Replay> replayed(ReplayCommand const& command, Configuration const& configuration,
+                                 Tracing& tracing, EventOutput& events) {
+  auto replay = std::make_unique<Replay>(configuration, command.captures);
+  runReplay(*replay, command, tracing, events);
+  auto own = replay->ownFrames().stations().known();
+  if (own.empty() || !canBeRepeated(command)) return replay;
+  replay = nullptr;
+  replay = std::make_unique<Replay>(configuration, command.captures);
+  replay->ownStationsAre(std::move(own));
+  runReplay(*replay, command, tracing, events);
+  return replay;
+}
+
 int run(ReplayCommand const& command) {
   Configuration const configuration = load(command.configuration);
   requireConfiguredPorts(command.captures, configuration, command.configuration);
   if (command.explain) requireConfigured(*command.explain, configuration);
   EventOutput events(formOfEvents(command));
   Tracing tracing(command.traces);
-  Replay replay(configuration, command.captures);
-  for (StationAddress const& address : command.own) replay.ownAddressIs(address);
   std::optional<ReportFile> report;
   if (command.report) report.emplace(*command.report, inputsOf(command));
-  {
-    Tracing::Run const traced(tracing, replay);
-    if (command.write) replay.writeSent(*command.write);
-    if (command.events)
-      replay.onEventsAre([&](std::vector<ReplayEvent> const& some) { print(events.text(some)); });
-    if (report) replay.watchHistory();
-    if (auto const& place = command.explain)
-      replay.watchSendings(place->vlan, place->interface, place->group);
-    runShowingProgress(replay, command);
-  }
-  for (std::string const& remark : remarksOn(replay.ownFrames())) log(Severity::warning, remark);
-  if (report) report->write(reportOf(replay.result(), command.configuration, replay.history()));
+  auto const replay = replayed(command, configuration, tracing, events);
+  for (std::string const& remark : remarksOn(replay->ownFrames())) log(Severity::warning, remark);
+  if (report) report->write(reportOf(replay->result(), command.configuration, replay->history()));
 
   std::string const text =
-      command.explain ? explanationText(command, replay) : stateText(command, replay);
+      command.explain ? explanationText(command, *replay) : stateText(command, *replay);
   print(command.events ? events.end(text) : text);
   return done;
 }

@@ -50,6 +50,10 @@ class OwnFrames {
   /// The switch has this address in each VLAN and on each port.
   void ownAddressIs(StationAddress const& address);
 
+  /// Who turned out to be the switch by saying what the hosts say, and may have been heard before.
+  OwnStations& stations() { return stations_; }
+  OwnStations const& stations() const { return stations_; }
+
   /// Looks at a frame before those are decided about that were captured just before it.
   void foresee(Wirex::IntfId const& port, Horix::Time time, Wirex::Bytes bytes, bool outgoing);
 

@@ -1,8 +1,10 @@
 #include "agent/replay/OwnStations.h"
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <string_view>
+#include <utility>
 
 #include "framework/kel/Hash.h"
 
@@ -19,26 +21,42 @@ using namespace std::chrono_literals;
 /// What the switch's host says of a change, the replay's host says in the moment of its cause.
 constexpr Horix::Time reactionTime = 10ms;
 
-/// What a host repeats (RFC 9776 section 8.11), or is asked for shortly, comes within this.
-constexpr Horix::Time sayingTime = 1s;
+/// What a host repeats comes within a second (RFC 9776 section 8.11), and a bit where it is busy.
+constexpr Horix::Time sayingTime = 1100ms;
 
 constexpr unsigned stepsThatTell = 3;
 constexpr std::size_t mostStations = 1024;
 
+constexpr std::uint8_t reportV3 = 0x22;
+
+/// What a message says, one by one, as hosts put together differently what they say of several
+/// groups: the records of a version 3 report (RFC 9776 section 4.2), else the message.
+std::vector<Bytes> sayingsIn(Bytes message) {
+  if (message[0] != reportV3) return {message};
+  constexpr std::size_t header = 8;
+  constexpr std::size_t word = 4;
+  std::vector<Bytes> records;
+  for (Bytes rest = message.subspan(std::min(header, message.size())); rest.size() >= header;) {
+    std::size_t const words = rest[1] + std::size_t{Wirex::bigEndian16(&rest[2])};
+    std::size_t const size = std::min(header + words * word, rest.size());
+    records.push_back(rest.first(size));
+    rest = rest.subspan(size);
+  }
+  return records;
+}
+
 /// Whether it tells of a change, not of a state that was asked for: a leave, or a report whose
 /// first record is of a type from CHANGE_TO_INCLUDE_MODE on (RFC 9776 section 4.2.13).
-bool tellsChange(Bytes message) {
+bool tellsChange(Bytes message, std::vector<Bytes> const& sayings) {
   constexpr std::uint8_t leave = 0x17;
-  constexpr std::uint8_t reportV3 = 0x22;
-  constexpr std::size_t firstRecord = 8;
   constexpr std::uint8_t changeToInclude = 3;
   if (message[0] != reportV3) return message[0] == leave;
-  return message.size() > firstRecord && message[firstRecord] >= changeToInclude;
+  return !sayings.empty() && sayings[0][0] >= changeToInclude;
 }
 
 /// The hosts of several ports say the same at the same time.
-std::size_t saidHash(IntfId const& port, Bytes message) {
-  std::string_view const said(reinterpret_cast<char const*>(message.data()), message.size());
+std::size_t saidHash(IntfId const& port, Bytes saying) {
+  std::string_view const said(reinterpret_cast<char const*>(saying.data()), saying.size());
   return std::hash<std::string_view>{}(said) ^ Kel::hash(port) << 1;
 }
 
@@ -52,12 +70,14 @@ bool isReport(Bytes message) {
 
 void OwnStations::sent(IntfId const& port, Horix::Time time, Bytes message) {
   if (!isReport(message)) return;
-  std::size_t const hash = saidHash(port, message);
-  sent_[hash % sent_.size()] = {hash, time, port, false};
+  for (Bytes const saying : sayingsIn(message)) {
+    std::size_t const hash = saidHash(port, saying);
+    sent_[hash % sent_.size()] = {hash, time, port, false};
+  }
 }
 
-OwnStations::Late* OwnStations::lateAlike(IntfId const& port, Horix::Time time, Bytes message) {
-  std::size_t const hash = saidHash(port, message);
+OwnStations::Late* OwnStations::late(IntfId const& port, Horix::Time time, Bytes saying) {
+  std::size_t const hash = saidHash(port, saying);
   Late& late = sent_[hash % sent_.size()];
   bool const alike = late.hash == hash && late.port == port && late.time != Horix::Time::min() &&
                      time - late.time <= sayingTime;
@@ -69,15 +89,17 @@ OwnStations::Saying OwnStations::heard(IntfId const& port, Horix::Time time, Mac
   if (!isReport(message)) return Saying::other;
   Station const station(port, from);
   if (own_.contains(station)) return Saying::inStep;
-  Late* const late = lateAlike(port, time, message);
-  if (!late) {
-    if (tellsChange(message)) steps_.erase(station);
-    return Saying::other;
+  auto const sayings = sayingsIn(message);
+  bool isAlike = !sayings.empty();
+  bool isStep = true;
+  for (Bytes const saying : sayings) {
+    Late* const said = late(port, time, saying);
+    isAlike &= said != nullptr;
+    isStep &= said && !std::exchange(said->answered, true) && time - said->time <= reactionTime;
   }
-  if (!late->answered && time - late->time <= reactionTime) {
-    late->answered = true;
-    credit(station);
-  }
+  if (isAlike && isStep) credit(station);
+  if (!isAlike && tellsChange(message, sayings)) steps_.erase(station);
+  if (!isAlike) return Saying::other;
   return own_.contains(station) ? Saying::inStep : Saying::alike;
 }
 

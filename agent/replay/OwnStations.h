@@ -27,7 +27,14 @@ class OwnStations {
     inStep,  ///< anything, by somebody who is known to be the host
   };
 
+  /// A port, and an address that sends there.
+  using Station = std::pair<Wirex::IntfId, Wirex::MacAddress>;
+
   OwnStations() : sent_(tableSize) {}
+
+  /// Who is known to be the switch's host.
+  std::set<Station> const& known() const { return own_; }
+  void knownAre(std::set<Station> known) { own_ = std::move(known); }
 
   /// The replay's host of the port has sent this IGMP message.
   void sent(Wirex::IntfId const& port, Horix::Time time, Wirex::Bytes message);
@@ -37,9 +44,7 @@ class OwnStations {
                Wirex::Bytes message);
 
  private:
-  using Station = std::pair<Wirex::IntfId, Wirex::MacAddress>;
-
-  /// A message of late. Where two have the same place in the table the later one stays.
+  /// What was said of late. Where two have the same place in the table the later one stays.
   struct Late {
     std::size_t hash = 0;
     Horix::Time time = Horix::Time::min();
@@ -49,7 +54,7 @@ class OwnStations {
 
   static constexpr std::size_t tableSize = 4096;
 
-  Late* lateAlike(Wirex::IntfId const& port, Horix::Time time, Wirex::Bytes message);
+  Late* late(Wirex::IntfId const& port, Horix::Time time, Wirex::Bytes saying);
   void credit(Station const& station);
 
   std::vector<Late> sent_;

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -40,6 +41,12 @@ class Replay {
 
   /// What comes from this address the switch itself has sent: it is left out.
   void ownAddressIs(StationAddress const& address) { ownFrames_.ownAddressIs(address); }
+
+  /// So is all that comes from these, who turned out to be the switch in another replay of the
+  /// same.
+  void ownStationsAre(std::set<OwnStations::Station> stations) {
+    ownFrames_.stations().knownAre(std::move(stations));
+  }
 
   /// Stores what hosts send from now on in a directory, whole at the end of run(). Throws
   /// CaptureError, also if that would replace one of the captures.

@@ -119,10 +119,10 @@ class Switch:
     def write_configuration(self, text=None):
         interfaces = [_table("[[interface]]", {"name": port, **self.port_settings.get(port, {})})
                       for port in self.ports]
-        self._file().write_text(text or "\n".join([*interfaces, *self._configuration]),
-                                encoding="utf-8")
+        self.configuration_file().write_text(
+            text or "\n".join([*interfaces, *self._configuration]), encoding="utf-8")
 
-    def _file(self):
+    def configuration_file(self):
         return self._home / "igmpsnoopd.toml"
 
     # The agent
@@ -137,8 +137,8 @@ class Switch:
             pin = ([] if self.cpu is None else
                    ["taskset", "-c", str(self.cpu)])
             self._process = self.namespace.start(
-                [*self.prefix, *pin, self._programs / "igmpsnoopd", "live", "--config", self._file(),
-                 "--control", self.control, "--metrics", self._home / "metrics",
+                [*self.prefix, *pin, self._programs / "igmpsnoopd", "live",
+                 "--config", self.configuration_file(), "--control", self.control, "--metrics", self._home / "metrics",
                  *self.options],
                 stdout=self._log, stderr=self._log,
                 env={**os.environ, "NOTIFY_SOCKET": str(notify)})
@@ -222,7 +222,8 @@ class Switch:
 
     def stated_bytes(self):
         """The most memory that the agent takes, as it says of its configuration."""
-        said = subprocess.run([self._programs / "igmpsnoopd", "check", "--config", self._file()],
+        said = subprocess.run([self._programs / "igmpsnoopd", "check", "--config",
+                               self.configuration_file()],
                               check=True, text=True, stdout=subprocess.PIPE).stdout
         return int(said.partition(" at most ")[2].split()[0]) << 20
 

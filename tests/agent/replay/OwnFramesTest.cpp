@@ -154,6 +154,33 @@ TEST_F(InStepTest, WhoSaysThriceWhatTheHostHasJustSaidIsTheHost) {
                           testing::StartsWith("swp1: 2 messages of 02:00:00:00:00:09 said")));
 }
 
+TEST_F(InStepTest, WhoIsKnownFromAnotherReplayIsTheHostFromTheStart) {
+  for (Horix::Time time = 0s; time < 30s; time += 10s) hostAndAnotherSay(time, 1ms, toEx(group));
+  auto const known = frames.stations().known();
+  frames.stations().knownAre({});
+  EXPECT_FALSE(anotherSays(40s, toIn(group)));
+  frames.stations().knownAre(known);
+  EXPECT_TRUE(anotherSays(41s, toIn(group)));
+}
+
+TEST_F(InStepTest, HostsPutTogetherDifferentlyWhatTheySay) {
+  for (Horix::Time time = 0s; time < 30s; time += 10s) {
+    frames.sent(swp1, time, FrameBuilder::reportV3({toEx(group), toIn(otherGroup)}).bytes());
+    EXPECT_FALSE(anotherSays(time + 500ms, toIn(otherGroup)));
+    EXPECT_EQ(hostAndAnotherSay(time + 5s, 1ms, toEx(group)), time == 20s);
+  }
+}
+
+TEST_F(InStepTest, ReportCutShortIsNotWhatTheHostSaid) {
+  ByteVector const whole =
+      FrameBuilder::reportV3({toEx(group, {IpAddr(192, 0, 2, 1)})}).from(desk).bytes();
+  for (std::size_t size = whole.size(); --size > 0;) {
+    ByteVector const frame(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+    frames.sent(swp1, 0s, whole);
+    EXPECT_FALSE(frames.recognise(swp1, 1ms, frame, false)) << size;
+  }
+}
+
 TEST_F(InStepTest, OneSayingOfTheHostTellsOnce) {
   EXPECT_FALSE(hostAndAnotherSay(0s, 1ms, toEx(group)));
   for (Horix::Time time = 2ms; time < 6ms; time += 1ms)
