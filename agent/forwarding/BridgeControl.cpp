@@ -69,6 +69,7 @@ std::optional<std::string> BridgeControl::take(LinkInfo const& bridge, StreamRul
 
 std::optional<std::string> BridgeControl::restoreNeeded(LinkInfo const& bridge) {
   std::vector<Setting> settings;
+  settings.reserve(needed.size());
   for (auto const& [setting, value] : needed) settings.push_back({bridge, setting, value});
   auto refusals = settingsAre(settings);
   return refusals.empty() ? std::nullopt : std::optional(std::move(refusals.front()));

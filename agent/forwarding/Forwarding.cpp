@@ -328,8 +328,9 @@ void Forwarding::routersAre(std::set<IntfId> routers, bool demote) {
       routers.insert(intf);
       continue;
     }
-    auto const link = std::find_if(members_.begin(), members_.end(),
-                                   [&](LinkInfo const& each) { return each.index == index; });
+    auto const link =
+        std::find_if(members_.begin(), members_.end(),
+                     [wanted = index](auto const& each) { return each.index == wanted; });
     if (link == members_.end()) continue;
     auto const present = link->settings.find(LinkSetting::portRouter);
     std::uint32_t const value = routerSetting(becomes);
