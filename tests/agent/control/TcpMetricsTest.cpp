@@ -33,6 +33,21 @@ TcpAddress anyPort() {
   return address;
 }
 
+TcpAddress anyPortOfIpv6(std::string const& host) {
+  TcpAddress address = tcpAddressIn("[" + host + "]:1").value();
+  reinterpret_cast<sockaddr_in6&>(address.socketAddress).sin6_port = 0;
+  return address;
+}
+
+/// A kernel may be without IPv6, and a container without its loopback address.
+bool hasIpv6() {
+  Descriptor const probe(socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  TcpAddress const address = anyPortOfIpv6("::1");
+  return probe.value() >= 0 &&
+         bind(probe.value(), reinterpret_cast<sockaddr const*>(&address.socketAddress),
+              address.size) == 0;
+}
+
 TcpAddress addressOf(int descriptor) {
   TcpAddress address;
   address.size = sizeof address.socketAddress;
@@ -44,9 +59,11 @@ TcpAddress addressOf(int descriptor) {
 
 class TcpMetricsTest : public testing::Test {
  protected:
-  TestClient connect() {
-    TcpAddress const address = addressOf(metrics.descriptor());
-    Descriptor client(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  TestClient connect() { return connectTo(metrics); }
+
+  TestClient connectTo(MetricsServer const& server) {
+    TcpAddress const address = addressOf(server.descriptor());
+    Descriptor client(socket(address.socketAddress.ss_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
     EXPECT_EQ(::connect(client.value(), reinterpret_cast<sockaddr const*>(&address.socketAddress),
                         address.size),
               0);
@@ -63,6 +80,16 @@ class TcpMetricsTest : public testing::Test {
 
 TEST_F(TcpMetricsTest, AreWhatTheUnixSocketServes) {
   std::string const response = connect().say(scrapeRequest).hear();
+  EXPECT_THAT(response, StartsWith("HTTP/1.0 200 OK\r\n"));
+  EXPECT_THAT(response, HasSubstr("\nigmpsnoop_hosts{vlan=\"10\"} 3\n"));
+}
+
+TEST_F(TcpMetricsTest, AreServedOverIpv6) {
+  if (!hasIpv6()) GTEST_SKIP() << "::1 cannot be had here";
+  MetricsServer const its(test.loop, test.snooping, control,
+                          std::make_unique<TcpSocket>(anyPortOfIpv6("::1"), "[::1]:0"),
+                          MetricsServer::limitsOfStrangers());
+  std::string const response = connectTo(its).say(scrapeRequest).hear();
   EXPECT_THAT(response, StartsWith("HTTP/1.0 200 OK\r\n"));
   EXPECT_THAT(response, HasSubstr("\nigmpsnoop_hosts{vlan=\"10\"} 3\n"));
 }
@@ -136,6 +163,11 @@ TEST(TcpSocketTest, AddressMayComeLater) {
   TcpAddress address = anyPort();
   reinterpret_cast<sockaddr_in&>(address.socketAddress).sin_addr.s_addr = htonl(0xc0000201);
   EXPECT_NO_THROW(TcpSocket(address, "192.0.2.1:0"));
+}
+
+TEST(TcpSocketTest, AddressOfIpv6MayComeLater) {
+  if (!hasIpv6()) GTEST_SKIP() << "::1 cannot be had here";
+  EXPECT_NO_THROW(TcpSocket(anyPortOfIpv6("2001:db8::1"), "[2001:db8::1]:0"));
 }
 
 }  // namespace
