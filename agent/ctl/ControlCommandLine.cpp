@@ -180,14 +180,17 @@ class ControlCommandLine {
   void addOptions(CLI::App& command, unsigned options, bool required) {
     Selection& of = command_.request.of;
     if (options & vlan)
-      addOption(command, "--vlan", "NUMBER", required,
-                [&of](auto& text) { of.vlan = selectedVlan(text); });
+      addOption(command, "--vlan", "NUMBER", required, [&of](auto& text) {
+        of.vlan = selectedVlan(text);
+      }).description(required ? "The VLAN" : "Only what is of this VLAN");
     if (options & interface)
-      addOption(command, "--interface", "NAME", required,
-                [&of](auto& text) { of.interface = Wirex::IntfId(Kel::String8(text)); });
+      addOption(command, "--interface", "NAME", required, [&of](auto& text) {
+        of.interface = Wirex::IntfId(Kel::String8(text));
+      }).description(required ? "The interface" : "Only what is of this interface");
     if (options & group)
-      addOption(command, "--group", "ADDRESS", required,
-                [&of](auto& text) { of.group = selectedGroup(text); });
+      addOption(command, "--group", "ADDRESS", required, [&of](auto& text) {
+        of.group = selectedGroup(text);
+      }).description(required ? "The group" : "Only what is of this group");
   }
 
   /// @param parse whose std::invalid_argument is wrong usage.

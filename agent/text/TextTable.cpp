@@ -55,13 +55,13 @@ void appendCell(std::string& line, std::string_view text, TextTable::Align align
 std::vector<std::size_t> TextTable::columnWidths() const {
   std::vector<std::size_t> widths;
   std::size_t used = 0;
-  for (std::size_t i = 0; i + 1 < columns_.size(); ++i) {
+  for (std::size_t i = 0; i < columns_.size(); ++i) {
     std::size_t longest = characters(columns_[i].header);
     for (auto const& cells : rows_) longest = std::max(longest, characters(cells[i]));
-    widths.push_back(std::min(longest, columns_[i].maxWidth));
+    bool const isLast = i + 1 == columns_.size();
+    widths.push_back(std::min(longest, isLast ? width - used : columns_[i].maxWidth));
     used += widths.back() + gap;
   }
-  widths.push_back(width - used);
   return widths;
 }
 

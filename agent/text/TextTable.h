@@ -9,7 +9,8 @@
 namespace Agent {
 
 /// A table for terminals, at most `width` columns wide: a text that is too long for its cell goes
-/// on in the lines below. Columns are as wide as they must be, the last one takes what is left.
+/// on in the lines below. Columns are as wide as they must be, the last one at most
+/// as wide as what is left.
 class TextTable {
  public:
   static constexpr std::size_t width = 100;

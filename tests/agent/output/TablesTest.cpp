@@ -102,6 +102,15 @@ TEST(TextTable, BreaksAtBlanksAndWithinWordsThatAreTooLong) {
             "klm\n");
 }
 
+TEST(TextTable, LastColumnIsNoWiderThanWhatStandsInIt) {
+  TextTable table({{"NAME"}, {"N", TextTable::Align::right}});
+  table.row({"swp1", "10"});
+  table.row({"swp2", "5"});
+  std::ostringstream out;
+  table.print(out);
+  EXPECT_EQ(out.str(), "NAME   N\nswp1  10\nswp2   5\n");
+}
+
 TEST(TextTable, CountsCharactersNotBytes) {
   TextTable table({{"NAME", TextTable::Align::left, 4}, {"X"}});
   table.row({"\u00fcber", "1"});
