@@ -12,6 +12,7 @@
 #include <variant>
 
 #include "agent/config/ConfigurationReader.h"
+#include "agent/live/Heap.h"
 #include "agent/text/Wording.h"
 #include "bench/live/Reports.h"
 
@@ -56,6 +57,7 @@ LoadedAgent::LoadedAgent(std::string const& configuration)
     : directory_(newDirectory()),
       switch_(configurationIn(configuration), loop_),
       control_(loop_, switch_, directory_ / "control") {
+  Agent::freeMemoryInSmallSteps();
   for (Agent::InterfaceConfig const& interface : switch_.configuration().interfaces)
     switch_.interfaceStateIs(interface.intfId, up());
   loop_.endBatch();

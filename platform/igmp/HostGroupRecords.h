@@ -48,7 +48,8 @@ class HostGroupRecords {
   HostGroupRecords(HostGroupRecords const&) = delete;
   HostGroupRecords& operator=(HostGroupRecords const&) = delete;
   ~HostGroupRecords() {
-    while (!empty()) retireAt(pages_.next(0));
+    while (!empty())
+      for (auto at = pages_.next(0); at < pages_.end(); at = pages_.next(at + 1)) retireAt(at);
   }
 
   std::uint32_t size() const noexcept { return pages_.size(); }
