@@ -1,5 +1,6 @@
 #include <cerrno>
 #include <functional>
+#include <list>
 #include <memory>
 #include <string>
 #include <sys/eventfd.h>
@@ -195,7 +196,7 @@ TEST_F(LongTurnTest, QuietWatchLeavesItsShareToTheOthers) {
 }
 
 TEST_F(LongTurnTest, EachWatchHasItsTurnThoughOnePieceUsesUpAllTime) {
-  std::vector<std::unique_ptr<Queue>> queues;
+  std::list<std::unique_ptr<Queue>> queues;
   for (int i = 0; i < 10; ++i)
     queues.push_back(std::make_unique<Queue>(loop, 1000, [&] { spend(3ms); }));
   for (int i = 0; i < 50; ++i) ASSERT_LE(durationOfATurn(), EventLoop::inputBudget + 3ms);
@@ -276,13 +277,13 @@ TEST_F(ConsequencesTest, BatchEndsBeforeTooMuchFollowsFromIt) {
 }
 
 TEST_F(ConsequencesTest, WhatFollowsCountsForTheBudgetOfInput) {
-  std::vector<std::unique_ptr<Queue>> queues;
+  std::list<std::unique_ptr<Queue>> queues;
   for (int i = 0; i < 100; ++i) queues.push_back(queue(10));
   for (int i = 0; i < 200; ++i) ASSERT_LE(durationOfATurn(), EventLoop::inputBudget + ofABatch);
 }
 
 TEST_F(ConsequencesTest, InputThatTakesLittleMakesOneBatch) {
-  std::vector<std::unique_ptr<Queue>> queues;
+  std::list<std::unique_ptr<Queue>> queues;
   for (int i = 0; i < 4; ++i) queues.push_back(queue(1));
   turn();
   EXPECT_EQ(batches, 1);
@@ -327,7 +328,7 @@ class FirstTest : public LongTurnTest {
     return taken;
   }
 
-  std::vector<std::unique_ptr<Queue>> others;
+  std::list<std::unique_ptr<Queue>> others;
 };
 
 TEST_F(FirstTest, ComesInEachTurnHoweverMuchInputOthersHave) {
@@ -360,7 +361,7 @@ TEST_F(FirstTest, ComesOnceInATurnThoughThereIsTime) {
 }
 
 TEST_F(FirstTest, LeavesTimeToTheOthers) {
-  std::vector<std::unique_ptr<Queue>> clients;
+  std::list<std::unique_ptr<Queue>> clients;
   for (int i = 0; i < 100; ++i)
     clients.push_back(std::make_unique<Queue>(
         loop, 1000, [&] { spend(200us); }, first));
@@ -370,7 +371,7 @@ TEST_F(FirstTest, LeavesTimeToTheOthers) {
 }
 
 TEST_F(FirstTest, TakesItsTurnAmongThoseThatComeFirst) {
-  std::vector<std::unique_ptr<Queue>> clients;
+  std::list<std::unique_ptr<Queue>> clients;
   for (int i = 0; i < 20; ++i)
     clients.push_back(std::make_unique<Queue>(
         loop, 1000, [&] { spend(EventLoop::firstBudget); }, first));
