@@ -97,6 +97,11 @@ class Switch {
   /// Who hears of each VLAN's elections with another outcome than before.
   void onElectionIs(VlanQuerier::OnElection action) { onElection_ = std::move(action); }
 
+  /// Who hears of each group whose memberships change, before they have settled.
+  void onGroupIs(Bridging::IgmpSnooping::ReportBatch::OnGroup action) {
+    batch_.onGroupIs(std::move(action));
+  }
+
   Horix::Time now() const { return loop_.now(); }
 
   /// Of the loop that it runs on.

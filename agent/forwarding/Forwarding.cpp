@@ -54,11 +54,15 @@ Forwarding::Forwarding(Horix::EventLoop& loop, Switch& snoopingSwitch, bool goes
       routerPorts_(snoopingSwitch),
       progress_(snoopingSwitch, goesOn) {
   switch_.afterPublishIs(this, [this] { handlePublication(); });
+  switch_.onGroupIs([this](VlanId vlan, IpAddr group) {
+    if (active_) pending_.addChanged({vlan, group});
+  });
 }
 
 Forwarding::~Forwarding() {
   end();
   while (isGivingBack()) giveBackMore();
+  switch_.onGroupIs(nullptr);
   switch_.afterPublishIs(this, nullptr);
 }
 
@@ -79,6 +83,7 @@ void Forwarding::configure() {
   if (active_) {
     vlans_ = forwardedVlans(switch_.configuration(), bridge_.tellsVlansApart);
     progress_.vlansAre(vlans_, loop_.now());
+    sweepAll();
   }
   connect();  // while there is the privilege
   examination_->within(atOnce);
@@ -196,8 +201,7 @@ void Forwarding::begin(LinkInfo const& bridge) {
   routers_.clear();
   routerPorts_.follow();
   routersAre(routersWanted(), true);
-  watch_ = std::make_unique<MembershipWatch>(switch_.entities().snoopingStatus);
-  watching_ = true;
+  sweepAll();
   continuation_->within(atOnce);
   log(Severity::info, "forwarding: took over ", bridge.name, " with ",
       counted(ports_.size(), "port"), "; streams go everywhere until listeners are known");
@@ -205,8 +209,6 @@ void Forwarding::begin(LinkInfo const& bridge) {
 
 void Forwarding::stop() {
   active_ = false;
-  ending_ = std::move(watch_);
-  watching_ = false;
   pending_.clear();
   control_->beginToGiveBack(groupsWithoutMark());
   givenBack_ = bridge_.name;
@@ -366,8 +368,7 @@ bool Forwarding::goesByEntries(VlanId vlan) const {
 }
 
 void Forwarding::handlePublication() {
-  if (!active_ || !watch_) return;
-  for (auto const& learned : watch_->takeChangedGroups()) pending_.addChanged(learned);
+  if (!active_) return;
   // Where more waits than a piece, it goes on in its own time.
   if ((hasToWrite() || routerPorts_.hasNews()) && !continuation_->scheduled()) advance();
 }
@@ -391,7 +392,8 @@ void Forwarding::advance() {
   pieceEnd_ = loop_.now() + pieceOfWork;
   while (isGivingBack() && loop_.now() < pieceEnd_) giveBackMore();
   try {
-    advanceWatches();
+    constexpr std::size_t groupsAtOnce = 64;
+    while (freeing_ && loop_.now() < pieceEnd_) freeing_ = writer_->freeSome(groupsAtOnce);
     if (active_) {
       followRouters();
       followDeletions();
@@ -402,18 +404,7 @@ void Forwarding::advance() {
     examination_->within(examinationPause);
     return;
   }
-  if (ending_ || freeing_ || watching_ || isGivingBack() || hasToWrite())
-    continuation_->within(atOnce);
-}
-
-void Forwarding::advanceWatches() {
-  constexpr std::size_t groupsAtOnce = 8;
-  while (ending_ && loop_.now() < pieceEnd_)
-    if (!ending_->unwatchSome(groupsAtOnce)) ending_.reset();
-  while (freeing_ && loop_.now() < pieceEnd_) freeing_ = writer_->freeSome(groupsAtOnce);
-  if (!watching_) return;
-  while (watching_ && loop_.now() < pieceEnd_) watching_ = watch_->watchSome(groupsAtOnce);
-  if (!watching_) sweepAll();
+  if (freeing_ || isGivingBack() || hasToWrite()) continuation_->within(atOnce);
 }
 
 /// A router that was heard again changes nothing here.
@@ -449,7 +440,6 @@ void Forwarding::followDeletions() {
 }
 
 void Forwarding::writePiece() {
-  if (watching_) return;
   do writeSome();
   while (hasToWrite() && loop_.now() < pieceEnd_);
   if (auto const refusal = writer_->list()) {

@@ -17,7 +17,6 @@
 #include "agent/forwarding/ForwardingRemedies.h"
 #include "agent/forwarding/PendingGroups.h"
 #include "agent/forwarding/VlanProgress.h"
-#include "agent/watch/MembershipWatch.h"
 #include "platform/horix/EventLoop.h"
 
 namespace Agent {
@@ -97,7 +96,6 @@ class Forwarding {
   void handlePublication();
   void sweepAll();
   void advance();
-  void advanceWatches();
   void followRouters();
   void followDeletions();
   void writePiece();
@@ -121,8 +119,6 @@ class Forwarding {
   std::unique_ptr<EntryWriter> writer_;
   std::unique_ptr<Alarm> examination_;
   std::unique_ptr<Alarm> continuation_;
-  std::unique_ptr<MembershipWatch> watch_;   // while active
-  std::unique_ptr<MembershipWatch> ending_;  // a former one, which goes piece by piece
   ForwardedRouters routerPorts_;
 
   bool active_ = false;
@@ -142,7 +138,6 @@ class Forwarding {
 
   Horix::Time pieceEnd_{};  // when a piece of work has taken long enough
   bool freeing_ = false;    // what was written to a former bridge
-  bool watching_ = false;   // what was there in the beginning is not all watched yet
   PendingGroups pending_;
   Horix::Time nextRetry_{};
   Complaints complaints_;

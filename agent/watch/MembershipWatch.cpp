@@ -42,7 +42,6 @@ class MembershipWatch::Reporter final : public IgmpMembership::NotifieeConst {
   }
 
   std::optional<MembershipChange> takeChange();
-  std::pair<VlanId, IpAddr> takeChangedGroup();
   void goIfGone();
 
  private:
@@ -259,13 +258,6 @@ std::optional<MembershipChange> MembershipWatch::Reporter::takeChange() {
                           present};
 }
 
-/// Leaves the settled state as it was, so that only one of the two may be asked of a watch.
-std::pair<VlanId, IpAddr> MembershipWatch::Reporter::takeChangedGroup() {
-  touched_ = false;
-  Group const& group = interface_.group();
-  return {group.vlan().id(), group.address()};
-}
-
 /// What is left of the branch goes with its last reporter.
 void MembershipWatch::Reporter::goIfGone() {
   if (notifier()) return;
@@ -311,16 +303,6 @@ std::vector<MembershipChange> MembershipWatch::takeChanges() {
                                        b.interface.stringValue().view());
             });
   return changes;
-}
-
-std::vector<std::pair<VlanId, IpAddr>> MembershipWatch::takeChangedGroups() {
-  std::vector<std::pair<VlanId, IpAddr>> groups;
-  for (Kel::Ptr<Reporter> const& reporter : std::exchange(touched_, {})) {
-    auto const group = reporter->takeChangedGroup();
-    if (groups.empty() || groups.back() != group) groups.push_back(group);
-    reporter->goIfGone();
-  }
-  return groups;
 }
 
 }  // namespace Agent

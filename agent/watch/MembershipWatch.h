@@ -49,10 +49,6 @@ class MembershipWatch {
   /// reporter. To be called when memberships have settled.
   std::vector<MembershipChange> takeChanges();
 
-  /// The same without saying how they changed: the groups of which something may have changed,
-  /// in no order, and some of them several times.
-  std::vector<std::pair<Bridging::VlanId, Wirex::IpAddr>> takeChangedGroups();
-
  private:
   class Protocol;
   class Vlan;

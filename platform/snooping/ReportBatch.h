@@ -1,8 +1,12 @@
 #pragma once
 
+#include <functional>
+#include <utility>
 #include <vector>
 
 #include "framework/kel/Export.h"
+#include "framework/types/IpAddr.h"
+#include "framework/types/VlanId.h"
 
 namespace Bridging::IgmpSnooping {
 
@@ -13,6 +17,16 @@ class VlanLearning;
 class KEL_EXPORT ReportBatch {
  public:
   void add(VlanLearning& learning);
+
+  /// Who hears of each group whose memberships change, as they do, so perhaps several times in a
+  /// batch. That costs nothing for groups that stay as they are. Those of a VLAN whose learning
+  /// ends are not told.
+  using OnGroup = std::function<void(VlanId, Wirex::IpAddr)>;
+  void onGroupIs(OnGroup action) { onGroup_ = std::move(action); }
+  void groupHasChanged(VlanId vlan, Wirex::IpAddr group) const {
+    if (onGroup_) onGroup_(vlan, group);
+  }
+
   void forget(VlanLearning& learning) { std::erase(changed_, &learning); }
 
   /// Has the readers of all VLANs hear what is written so far, without telling them that it is all.
@@ -25,6 +39,7 @@ class KEL_EXPORT ReportBatch {
  private:
   // Few: a batch is what one wake-up read.
   std::vector<VlanLearning*> changed_;
+  OnGroup onGroup_;
 };
 
 }  // namespace Bridging::IgmpSnooping

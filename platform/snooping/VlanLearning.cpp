@@ -206,6 +206,7 @@ FilterState VlanLearning::change(LearnedMembership& membership, char const* caus
     written({Kel::Ptr<IgmpGroup>(&membership.intf().group()),
              Kel::Ptr<IgmpIntfStatus>(&membership.intf()), Kel::Ptr<IgmpMembership>(&membership)});
     batch_.add(*this);
+    batch_.groupHasChanged(vlanId(), membership.intf().group().addr());
   }
   return state;
 }

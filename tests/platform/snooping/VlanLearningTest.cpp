@@ -2,6 +2,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -103,6 +104,25 @@ TEST_F(VlanLearningTest, MembershipKnowsSinceWhenItIsThereWithoutABreak) {
   record(swp1, host, isEx(group));
   endBatch();
   EXPECT_EQ(since(host), 110s) << "it had left";
+}
+
+TEST_F(VlanLearningTest, GroupsAreToldAsTheyChange) {
+  std::vector<IpAddr> told;
+  batch.onGroupIs([&](Bridging::VlanId vlan, IpAddr changed) {
+    EXPECT_EQ(vlan, Bridging::VlanId(10));
+    told.push_back(changed);
+  });
+  record(swp1, host, isEx(group));
+  EXPECT_EQ(std::exchange(told, {}), std::vector{group}) << "one that is new";
+  record(swp1, host, isEx(group));
+  EXPECT_EQ(told, std::vector<IpAddr>()) << "one that stays";
+  record(swp1, host, isEx(group, {a}));
+  EXPECT_EQ(std::exchange(told, {}), std::vector{group}) << "another filter";
+  endBatch();
+  EXPECT_EQ(told, std::vector<IpAddr>()) << "the end of a batch";
+  advanceTo(wheel->now() + learning->policy().groupMembershipInterval());
+  EXPECT_EQ(told, std::vector{group}) << "one whose time has run out";
+  EXPECT_FALSE(member(swp1, host));
 }
 
 TEST_F(VlanLearningTest, RecordsChangeTheReportersOwnState) {
