@@ -7,6 +7,7 @@
 #include "agent/text/Wording.h"
 #include "agent/watch/RecordWatch.h"
 #include "tests/agent/Addresses.h"
+#include "tests/agent/FilterText.h"
 
 namespace Agent {
 namespace {
@@ -18,13 +19,6 @@ using Wirex::IpAddr;
 
 constexpr auto include = IgmpV3GroupRecordType::modeIsInclude;
 constexpr auto exclude = IgmpV3GroupRecordType::modeIsExclude;
-
-std::string text(std::optional<SourceFilter> const& filter) {
-  if (!filter) return "none";
-  std::string result = message(filter->mode);
-  for (IpAddr const source : filter->sources) result += message(' ', source);
-  return result;
-}
 
 class RecordWatchTest : public testing::Test {
  protected:
@@ -41,8 +35,8 @@ class RecordWatchTest : public testing::Test {
   std::vector<std::string> changes() {
     std::vector<std::string> texts;
     for (RecordChange const& change : watch.takeChanges())
-      texts.push_back(message(change.host, ' ', change.group, ": ", text(change.before), " -> ",
-                              text(change.after)));
+      texts.push_back(message(change.host, ' ', change.group, ": ", filterText(change.before),
+                              " -> ", filterText(change.after)));
     return texts;
   }
 
@@ -140,8 +134,8 @@ TEST_F(RecordWatchTest, RecordsThatAreThereAtTheBeginningAreNotNew) {
   write(host, include, {b});
   auto const changed = later.takeChanges();
   ASSERT_EQ(changed.size(), 1u);
-  EXPECT_EQ(text(changed[0].before), "include 192.0.2.1");
-  EXPECT_EQ(text(changed[0].after), "include 192.0.2.2");
+  EXPECT_EQ(filterText(changed[0].before), "include 192.0.2.1");
+  EXPECT_EQ(filterText(changed[0].after), "include 192.0.2.2");
 }
 
 TEST_F(RecordWatchTest, RecordsAreTakenUpAFewAtATimeWhileTheyComeAndGo) {

@@ -11,6 +11,16 @@
 
 namespace Agent {
 
+/// VLAN 10 of a switch with three ports, whose keys may be continued.
+inline constexpr char const* threePorts = R"(
+  [[interface]]
+  name = "swp[1-3]"
+  [[vlan]]
+  id = 10
+  querier = { igmp-version = 3 }
+  interfaces = ["swp[1-3]"]
+)";
+
 /// The configuration in the text, which must be without errors.
 inline Configuration configurationIn(std::string_view text) {
   ConfigurationOrErrors result = readConfiguration(text, "test.toml");

@@ -7,6 +7,7 @@
 #include "agent/text/Wording.h"
 #include "agent/watch/MembershipWatch.h"
 #include "tests/agent/Addresses.h"
+#include "tests/agent/FilterText.h"
 
 namespace Agent {
 namespace {
@@ -18,13 +19,6 @@ using testing::IsEmpty;
 using Wirex::IntfId;
 using Wirex::IpAddr;
 
-std::string text(std::optional<SourceFilter> const& filter) {
-  if (!filter) return "none";
-  std::string result = message(filter->mode);
-  for (IpAddr const source : filter->sources) result += message(' ', source);
-  return result;
-}
-
 class MembershipWatchTest : public testing::Test {
  protected:
   Kel::Ptr<IgmpMembership> member(char const* intf, IpAddr reporter, IpAddr address = group) {
@@ -35,8 +29,8 @@ class MembershipWatchTest : public testing::Test {
     std::vector<std::string> texts;
     for (MembershipChange const& change : watch.takeChanges())
       texts.push_back(message(change.vlan, ' ', change.group, ' ', change.interface, ' ',
-                              change.reporter, ": ", text(change.before), " -> ",
-                              text(change.after)));
+                              change.reporter, ": ", filterText(change.before), " -> ",
+                              filterText(change.after)));
     return texts;
   }
 

@@ -10,6 +10,7 @@
 #include "agent/replay/Replay.h"
 #include "agent/text/Wording.h"
 #include "tests/agent/Addresses.h"
+#include "tests/agent/FilterText.h"
 #include "tests/agent/config/ConfigurationTesting.h"
 #include "tests/agent/replay/CaptureTesting.h"
 
@@ -20,22 +21,6 @@ using namespace std::chrono_literals;
 using namespace IgmpTest;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr char const* threePorts = R"(
-  [[interface]]
-  name = "swp[1-3]"
-  [[vlan]]
-  id = 10
-  querier = { igmp-version = 3 }
-  interfaces = ["swp[1-3]"]
-)";
-
-std::string text(std::optional<SourceFilter> const& filter) {
-  if (!filter) return "none";
-  std::string result = message(filter->mode);
-  for (IpAddr const source : filter->sources) result += message(' ', source);
-  return result;
-}
 
 class ReplayTest : public testing::Test {
  protected:
@@ -76,8 +61,8 @@ class ReplayTest : public testing::Test {
     HostRecords const* const records = host(name);
     if (!records) return "no host";
     for (GroupRecord const& each : records->groups)
-      if (each.address == address) return text(each.filter);
-    return text(std::nullopt);
+      if (each.address == address) return filterText(each.filter);
+    return filterText(std::nullopt);
   }
 
   /// The changes of a host's record of `group`: "time: before -> after", in milliseconds.
@@ -86,8 +71,8 @@ class ReplayTest : public testing::Test {
     for (auto const& [time, change] : events) {
       if (message(change.host) != name || change.group != group) continue;
       auto const milliseconds = std::chrono::floor<std::chrono::milliseconds>(time);
-      texts.push_back(
-          message(milliseconds.count(), ": ", text(change.before), " -> ", text(change.after)));
+      texts.push_back(message(milliseconds.count(), ": ", filterText(change.before), " -> ",
+                              filterText(change.after)));
     }
     return texts;
   }

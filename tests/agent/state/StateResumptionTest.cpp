@@ -19,15 +19,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
-constexpr char const* threePorts = R"(
-  [[interface]]
-  name = "swp[1-3]"
-  [[vlan]]
-  id = 10
-  querier = { igmp-version = 3 }
-  interfaces = ["swp[1-3]"]
-)";
-
 IpAddr const group(239, 1, 1, 1);
 IpAddr const otherGroup(239, 2, 2, 2);
 IpAddr const ssmGroup(232, 1, 1, 1);

@@ -14,7 +14,7 @@ using namespace IgmpTest;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr char const* threePorts = R"(
+constexpr char const* portsOfAllKinds = R"(
   [[interface]]
   name = "swp[1-2]"
   [[interface]]
@@ -37,7 +37,7 @@ class InterfaceStateTest : public testing::Test {
 
   void join() { under.hear("swp1", FrameBuilder::reportV3({isIn(group, {a})})); }
 
-  SwitchUnderTest under{configurationIn(threePorts)};
+  SwitchUnderTest under{configurationIn(portsOfAllKinds)};
 };
 
 TEST_F(InterfaceStateTest, InterfaceThatDoesNotExistHasNoHost) {
@@ -161,7 +161,7 @@ TEST_F(InterfaceStateTest, QuerierOfAnotherVersionIsToldWhereTheSwitchSendsQueri
   auto const query = FrameBuilder::queryV2(IpAddr(), 100).from(IpAddr(10, 0, 0, 254));
   under.hear("swp1", query);
   EXPECT_EQ(told, "");
-  under.configure(configurationIn(std::string(threePorts) + "send-query = true"));
+  under.configure(configurationIn(std::string(portsOfAllKinds) + "send-query = true"));
   under.hear("swp1", query);
   EXPECT_EQ(told, "10 swp1 10.0.0.254 2");
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <variant>
@@ -11,6 +12,7 @@
 #include "agent/watch/HostRecords.h"
 #include "platform/igmp/wire/PacketReader.h"
 #include "platform/interface/CaptureEthDevPams.h"
+#include "tests/agent/FilterText.h"
 #include "tests/agent/config/ConfigurationTesting.h"
 #include "tests/platform/igmp/FrameBuilder.h"
 
@@ -71,11 +73,7 @@ class SwitchUnderTest {
     auto const found = host(name);
     if (!found) return "no host";
     auto const record = found->v3group(address);
-    if (!record) return "none";
-    SourceFilter const filter = filterOf(*record);
-    std::string text = message(filter.mode);
-    for (Wirex::IpAddr const source : filter.sources) text += message(' ', source);
-    return text;
+    return filterText(record ? std::optional(filterOf(*record)) : std::nullopt);
   }
 
   /// The IGMPv3 records that a port has sent since the last call, as "TYPE GROUP SOURCE...".

@@ -8,9 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "framework/kel/Activity.h"
-#include "platform/snooping/VlanLearning.h"
-#include "tests/platform/snooping/MembershipTesting.h"
+#include "tests/platform/snooping/LearningTesting.h"
 
 /// What a port of a VLAN may take, what becomes of the rest, and who hears of it.
 namespace {
@@ -20,7 +18,6 @@ using namespace IgmpTest;
 using namespace std::chrono_literals;
 using Bridging::IgmpSnooping::GroupRange;
 using Bridging::IgmpSnooping::LimitReached;
-using Bridging::IgmpSnooping::ReportBatch;
 using Bridging::IgmpSnooping::SnoopingPolicy;
 using Bridging::IgmpSnooping::TurnedAway;
 using Bridging::IgmpSnooping::VlanLearning;
@@ -37,7 +34,7 @@ IpAddr reporterNumber(std::uint32_t number) {
   return numbered(IpAddr(10, 1, 0, 0), number);
 }
 
-class LearningLimitsTest : public testing::Test {
+class LearningLimitsTest : public LearningTesting {
  protected:
   LearningLimitsTest() {
     for (IntfId const& intf : ports) learning.portIs(intf);
@@ -64,24 +61,12 @@ class LearningLimitsTest : public testing::Test {
     for (std::uint32_t i = first; i < first + count; ++i) admitted += !join(intf, i);
     return admitted;
   }
-  void endBatch() {
-    batch.publish();
-    Kel::runActivities();
-  }
-  void advanceTo(Horix::Time time) {
-    wheel->advanceTo(time);
-    endBatch();
-  }
   Filter filter(IntfId const& intf, IpAddr reporter, IpAddr address = group) const {
     auto const* const membership = learning.membership(intf, reporter, address);
     return membership ? filterOf(*membership) : include({});
   }
 
   std::vector<IntfId> const ports{swp1, swp2, IntfId("swp3"), IntfId("swp4")};
-  Kel::Ptr<Horix::TimerWheel> wheel =
-      Kel::make<Horix::TimerWheel>(Kel::make<Horix::VirtualClock>());
-  Kel::Ptr<IgmpContextStatus> status = Kel::make<IgmpContextStatus>(Bridging::VlanId(10));
-  ReportBatch batch;
   VlanLearning learning{status, {}, wheel, batch};
   std::vector<IgnoreReason> told;
 };

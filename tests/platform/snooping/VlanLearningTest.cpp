@@ -8,10 +8,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "framework/kel/Activity.h"
 #include "framework/kel/Reactors.h"
-#include "platform/snooping/VlanLearning.h"
-#include "tests/platform/snooping/MembershipTesting.h"
+#include "tests/platform/snooping/LearningTesting.h"
 
 namespace {
 
@@ -20,14 +18,13 @@ using namespace IgmpTest;
 using namespace std::chrono_literals;
 using Bridging::IgmpSnooping::IgmpGroup;
 using Bridging::IgmpSnooping::IgmpIntfStatus;
-using Bridging::IgmpSnooping::ReportBatch;
 using Bridging::IgmpSnooping::SnoopingPolicy;
 using Bridging::IgmpSnooping::VlanLearning;
 using Igmp::IgnoreReason;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class VlanLearningTest : public testing::Test {
+class VlanLearningTest : public LearningTesting {
  protected:
   VlanLearningTest() { policyIs({}); }
 
@@ -38,16 +35,6 @@ class VlanLearningTest : public testing::Test {
 
   std::optional<IgnoreReason> record(IntfId const& intf, IpAddr reporter, Record const& record) {
     return learning->record(intf, reporter, *ParsedRecord(record));
-  }
-
-  /// As the event loop ends a batch of input.
-  void endBatch() {
-    batch.publish();
-    Kel::runActivities();
-  }
-  void advanceTo(Horix::Time time) {
-    wheel->advanceTo(time);
-    endBatch();
   }
 
   /// A reporter's filter, if it is a member.
@@ -63,10 +50,6 @@ class VlanLearningTest : public testing::Test {
     return filter(intf, reporter, address).has_value();
   }
 
-  Kel::Ptr<Horix::VirtualClock> clock = Kel::make<Horix::VirtualClock>();
-  Kel::Ptr<Horix::TimerWheel> wheel = Kel::make<Horix::TimerWheel>(clock);
-  Kel::Ptr<IgmpContextStatus> status = Kel::make<IgmpContextStatus>(Bridging::VlanId(10));
-  ReportBatch batch;
   std::unique_ptr<VlanLearning> learning;
 };
 
