@@ -223,6 +223,7 @@ TEST_F(ReplayTest, UntilAfterTheLastPacketLetsTimersExpire) {
 }
 
 TEST_F(ReplayTest, SwitchsOwnQueriesAndReportsInTheCapturesChangeNothing) {
+  constexpr IpAddr ownAddress{10, 0, 0, 100};
   auto const sentBy = [&](std::string const& port, Horix::Time time, FrameBuilder const& frame) {
     ByteVector bytes = frame.bytes();
     constexpr std::size_t lastOfSource = 11;
@@ -230,9 +231,9 @@ TEST_F(ReplayTest, SwitchsOwnQueriesAndReportsInTheCapturesChangeNothing) {
     captures[port].at(someTime + time, bytes);
   };
   for (char const* const port : {"swp1", "swp2", "swp3"})
-    sentBy(port, 0s, FrameBuilder::queryV2(IpAddr(), 100).from(router));
+    sentBy(port, 0s, FrameBuilder::queryV2(IpAddr(), 100).from(ownAddress));
   hear("swp1", 1s, FrameBuilder::reportV3({toEx(group)}).from(tv));
-  sentBy("swp3", 1s + 1ms, FrameBuilder::reportV3({toEx(group)}).from(router));
+  sentBy("swp3", 1s + 1ms, FrameBuilder::reportV3({toEx(group)}).from(ownAddress));
   replay();
   EXPECT_EQ(record("Vlan10swp1"), "none");
   EXPECT_EQ(record("Vlan10swp3"), "exclude");
