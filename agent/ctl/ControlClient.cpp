@@ -53,7 +53,8 @@ std::string othersBeside(std::string const& path) {
 [[noreturn]] void failToConnect(std::string const& path, int error) {
   if (error == ENOENT || error == ECONNREFUSED)
     fail("no igmpsnoopd listens on ", path,
-         "; start one with igmpsnoopd live --config FILE, or name its socket with --socket NAME",
+         "; start one with igmpsnoopd live --config FILE, or name its socket: --socket NAME, or "
+         "ctl:NAME in igmpsnoopd diff",
          othersBeside(path));
   if (error == EACCES || error == EPERM)
     fail("you may not use ", path, "; become root or a member of ", groupOf(path));
