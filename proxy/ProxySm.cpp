@@ -912,16 +912,16 @@ Kel::Ptr<AdapterVlanConfig> ProxySm::getOrCreateAdapterConfig(VlanId vlan) {
             "Bridging::IgmpSnooping::Proxy::AdapterVlanConfig::Ptr "
             "Bridging::IgmpSnooping::Proxy::ProxySm::getOrCreateAdapterConfig(Bridging::VlanId)"
                 << vlan);
-  auto const role = pVlanLib()->secondaryVlan(vlan);
-  if (role == VlanTypeAndPrimaryVlan()) {
+  VlanInputs const inputs = inputsOf(vlan);
+  if (!inputs.isSecondary) {
     KEL_TRACE(9, vlan << " is a normal or primary Vlan creating adapter config");
     return adapterConfigIs(vlan);
   }
-  KEL_TRACE(9, "Found PrimaryVlan :" << role.primaryVlan() << " secondaryVlan " << vlan);
+  KEL_TRACE(9, "Found PrimaryVlan :" << inputs.configVlan << " secondaryVlan " << vlan);
   // One of the secondary's own is left to the branch of handleVlan() that deletes: until then its
   // adapter keeps the hosts that it has.
   if (adapterConfig(vlan)) KEL_TRACE(9, "Found Secondary Adapter config" << vlan << ", delete it");
-  return adapterConfig(role.primaryVlan());
+  return adapterConfig(inputs.configVlan);
 }
 
 void ProxySm::handleAdapterConfig(VlanId vlan) {
