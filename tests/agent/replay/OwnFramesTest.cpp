@@ -46,6 +46,7 @@ class OwnFramesTest : public testing::Test {
     return frames.recognise(swp1, 0s, onSwp1, false);
   }
 
+  static constexpr IpAddr router{10, 0, 0, 254};
   Wirex::IntfId const swp1{"swp1"};
   Wirex::IntfId const swp2{"swp2"};
   FrameBuilder const join = FrameBuilder::reportV3({toEx(group)}).from(tv);
