@@ -59,7 +59,8 @@ std::vector<std::size_t> TextTable::columnWidths() const {
     std::size_t longest = characters(columns_[i].header);
     for (auto const& cells : rows_) longest = std::max(longest, characters(cells[i]));
     bool const isLast = i + 1 == columns_.size();
-    widths.push_back(std::min(longest, isLast ? width - used : columns_[i].maxWidth));
+    std::size_t const left = std::max(narrowest, width - std::min(used, width));
+    widths.push_back(std::min(longest, isLast ? left : columns_[i].maxWidth));
     used += widths.back() + gap;
   }
   return widths;

@@ -9,11 +9,12 @@
 namespace Agent {
 
 /// A table for terminals, at most `width` columns wide: a text that is too long for its cell goes
-/// on in the lines below. Columns are as wide as they must be, the last one at most
-/// as wide as what is left.
+/// on in the lines below. Columns are as wide as they must be, the last one at most as wide as what
+/// is left; where the others leave less than `narrowest` it has that, and the table is wider.
 class TextTable {
  public:
   static constexpr std::size_t width = 100;
+  static constexpr std::size_t narrowest = 10;
 
   enum class Align { left, right };
 

@@ -111,6 +111,31 @@ TEST(TextTable, LastColumnIsNoWiderThanWhatStandsInIt) {
   EXPECT_EQ(out.str(), "NAME   N\nswp1  10\nswp2   5\n");
 }
 
+/// Columns before the last one that take so much with the gaps behind them.
+void expectLastColumnIsReadable(std::size_t used) {
+  std::size_t const widest = used / 5 - 2;
+  using Column = TextTable::Column;
+  TextTable table(
+      {Column{"A", TextTable::Align::left, widest}, Column{"B", TextTable::Align::left, widest},
+       Column{"C", TextTable::Align::left, widest}, Column{"D", TextTable::Align::left, widest},
+       Column{"E", TextTable::Align::left, widest}, Column{"LAST"}});
+  std::vector<std::string> cells(6, std::string(widest, 'x'));
+  cells.back() = "twelve words";
+  table.row(cells);
+  std::ostringstream out;
+  table.print(out);
+  EXPECT_THAT(out.str(), testing::HasSubstr("  twelve\n"));
+  EXPECT_THAT(out.str(), testing::EndsWith("  words\n"));
+}
+
+TEST(TextTable, LastColumnCanBeReadWhereTheOthersTakeAllThereIs) {
+  expectLastColumnIsReadable(TextTable::width);
+}
+
+TEST(TextTable, LastColumnCanBeReadWhereTheOthersTakeMore) {
+  expectLastColumnIsReadable(TextTable::width + 10);
+}
+
 TEST(TextTable, CountsCharactersNotBytes) {
   TextTable table({{"NAME", TextTable::Align::left, 4}, {"X"}});
   table.row({"\u00fcber", "1"});
