@@ -2,6 +2,7 @@
 each port with listeners is told the merge of the others."""
 
 import random
+import time
 
 from rig.merge import merge
 from rig.routers import exclude, include
@@ -33,6 +34,17 @@ def commands(group, was, now):
     if was is None and mode == "include":
         return [f"join {group} from {sources}"]
     return [f"join {group}"] * (was is None) + [f"filter {group} {mode} {sources}"]
+
+
+def say(lab, switch, port, host, group, told_to_socket):
+    """Waits until the listener has said so. Of changes that follow at once its kernel says the last
+    one alone: after joining, choosing sources and leaving a BLOCK, which takes no join back."""
+    since = time.time()
+    host.do(*told_to_socket)
+    lab.until(lambda: any(message.source == host.address and record.group == group
+                          for message in switch.wire(port).heard(since=since)
+                          for record in message.records),
+              True, within=3, why=f"{host.name} says what it wants of {group}")
 
 
 def told(messages):
@@ -91,7 +103,7 @@ def run(lab):
         was = state.get((host, group))
         if was == now:
             continue
-        host.do(*commands(group, was, now))
+        say(lab, switch, listeners[host], host, group, commands(group, was, now))
         if now is None:
             del state[host, group]
         else:
