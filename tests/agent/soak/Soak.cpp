@@ -149,6 +149,7 @@ bool Soak::unrest(Time end) {
   network_.losesFramesIs(true);
   for (Time next = network_.now(); next < end; next += chance_.delay(seconds(30))) {
     network_.advanceTo(next);
+    onlooker_(box_.agent());
     if (chance_.oneIn(4) && !holdsAlways()) return false;
     unsigned total = 0;
     for (Kind const& kind : kinds()) total += kind.weight;

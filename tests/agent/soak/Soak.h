@@ -1,7 +1,9 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/agent/soak/Model.h"
@@ -14,6 +16,9 @@ namespace Agent::Soak {
 class Soak {
  public:
   explicit Soak(std::uint64_t seed);
+
+  /// Is called before each event, for who looks on.
+  void onlookerIs(std::function<void(Switch const&)> onlooker) { onlooker_ = std::move(onlooker); }
 
   /// Whether all was well. It ends at the first rest at which something was not.
   bool liveThroughDay();
@@ -31,6 +36,8 @@ class Soak {
     std::uint64_t framesSent = 0;
     std::uint64_t framesLost = 0;
     std::map<std::string, std::uint64_t> eventsByKind;
+
+    bool operator==(Figures const&) const = default;
   };
   Figures const& figures() const { return figures_; }
   static std::size_t kindsOfEvents() { return kinds().size(); }
@@ -89,6 +96,7 @@ class Soak {
   Network network_;
   Chance& chance_;
   Box& box_;
+  std::function<void(Switch const&)> onlooker_ = [](Switch const&) {};
   std::vector<std::string> events_;
   std::string failure_;
   std::map<Place, HostCount> hostCounts_;

@@ -1,11 +1,14 @@
 #include <algorithm>
 #include <cstdlib>
+#include <functional>
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
 #include "tests/agent/soak/Allocations.h"
 #include "tests/agent/soak/Soak.h"
+#include "tests/proxy/PassingWatchers.h"
 
 namespace Agent::Soak {
 namespace {
@@ -72,6 +75,26 @@ TEST_P(LongLife, IsAsTheModelAtEveryRestAndLeavesNothingAtNight) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Soak, LongLife, testing::Values(1, 2, 3));
+
+TEST(Soak, GoesTheSameWhileRecordsAreWatchedAndTracedNowAndThen) {
+  // One life after the other: they would share the thread's activities.
+  auto const figuresOf = [](std::function<void(Switch const&)> onlooker) {
+    Soak soak(4);
+    soak.onlookerIs(std::move(onlooker));
+    for (unsigned long day = 1; day <= (days() + 9) / 10; ++day)
+      EXPECT_TRUE(soak.liveThroughDay()) << soak.failure();
+    return soak.figures();
+  };
+  Bridging::IgmpSnooping::Proxy::Testing::PassingWatchers watchers(4);
+  auto const watched =
+      figuresOf([&](Switch const& agent) { watchers.moveOn(*agent.entities().hosts); });
+  watchers.leave();
+
+  EXPECT_EQ(watched, figuresOf([](Switch const&) {}));
+  EXPECT_EQ(watchers.outOfStep(), 0u);
+  EXPECT_GT(watchers.watched(), 100u);
+  EXPECT_GT(watchers.messages(), 100u);
+}
 
 TEST(Soak, LeavesNoMemoryBehindWhenTheSwitchGoes) {
   auto const liveBriefly = [](std::uint64_t seed) {

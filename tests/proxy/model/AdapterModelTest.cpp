@@ -2,12 +2,11 @@
 #include <cstdlib>
 #include <map>
 #include <random>
-#include <set>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "framework/kel/Trace.h"
+#include "tests/proxy/PassingWatchers.h"
 #include "tests/proxy/model/AdapterDriver.h"
 #include "tests/proxy/model/Sequence.h"
 
@@ -16,100 +15,8 @@ namespace {
 
 using Kind = EventGenerator::Kind;
 using What = Event::What;
-
-/// Lets the adapter trace its decisions, and drops the messages.
-class TracesOfDecisions {
- public:
-  TracesOfDecisions() : handle_(Kel::traceHandle("IgmpSnoopingProxyAdapter")) {
-    Kel::traceSinkIs([this](Kel::TraceMessage const&) { ++messages_; });
-    switchTo(true);
-  }
-  TracesOfDecisions(TracesOfDecisions const&) = delete;
-  TracesOfDecisions& operator=(TracesOfDecisions const&) = delete;
-  ~TracesOfDecisions() {
-    switchTo(false);
-    Kel::traceSinkIs({});
-  }
-
-  std::size_t messages() const { return messages_; }
-
-  void switchTo(bool on) {
-    handle_.enabledIs(on);
-    handle_.levelEnabledIs(4, on);
-  }
-
- private:
-  Kel::TraceHandle& handle_;
-  std::size_t messages_ = 0;
-};
-
-/// Watches a record and its list, and keeps a copy in step by what it hears.
-class Mirror {
- public:
-  explicit Mirror(Kel::Ptr<Igmp::IgmpV3GroupRecord> const& record)
-      : record_(Kel::make<OfRecord>(record)), list_(Kel::make<OfList>(record->source())) {}
-
-  bool isInStep() const {
-    std::set<Wirex::IpAddr> sources;
-    for (auto const& [source, value] : list_->notifier()->sourceIp()) sources.insert(source);
-    return record_->mode == record_->notifier()->filterMode() && list_->sources == sources;
-  }
-
- private:
-  struct OfRecord : Igmp::IgmpV3GroupRecord::NotifieeConst {
-    explicit OfRecord(Kel::Ptr<Igmp::IgmpV3GroupRecord const> record) : mode(record->filterMode()) {
-      NotifieeConst::watch(std::move(record));
-    }
-    void onFilterMode() override { mode = notifier()->filterMode(); }
-    Igmp::IgmpV3GroupRecord::RecordType mode;
-  };
-  struct OfList : Igmp::IgmpV3HostGroupSourceList::NotifieeConst {
-    explicit OfList(Kel::Ptr<Igmp::IgmpV3HostGroupSourceList const> list) {
-      for (auto const& [source, value] : list->sourceIp()) sources.insert(source);
-      NotifieeConst::watch(std::move(list));
-    }
-    void onSourceIp(Wirex::IpAddr source) override {
-      if (notifier()->sourceIp().contains(source))
-        sources.insert(source);
-      else
-        sources.erase(source);
-    }
-    std::set<Wirex::IpAddr> sources;
-  };
-
-  Kel::Ptr<OfRecord> record_;
-  Kel::Ptr<OfList> list_;
-};
-
-/// Watches some records for a while; and now and then somebody begins and ceases to trace.
-class PassingWatchers {
- public:
-  explicit PassingWatchers(std::uint64_t seed) : random_(seed) {}
-
-  void moveOn(AdapterDriver const& driver) {
-    if (random_() % 16 == 0) traces_.switchTo(random_() % 4 == 0);
-    for (Mirror const& mirror : mirrors_) outOfStep_ += mirror.isInStep() ? 0u : 1u;
-    if (random_() % 32 == 0) mirrors_.clear();
-    if (mirrors_.size() > 8) return;
-    for (auto const& [name, host] : driver.hostDir().igmpHost()) {
-      if (random_() % 32 != 0 || host->v3group().empty()) continue;
-      auto const& records = host->v3group();
-      auto const record = records.get(records.keys()[random_() % records.size()]);
-      if (record->source()) mirrors_.emplace_back(record);
-      ++watched_;
-    }
-  }
-
-  std::size_t outOfStep() const { return outOfStep_; }
-  std::size_t watched() const { return watched_; }
-
- private:
-  std::mt19937_64 random_;
-  TracesOfDecisions traces_;
-  std::vector<Mirror> mirrors_;
-  std::size_t outOfStep_ = 0;
-  std::size_t watched_ = 0;
-};
+using Testing::PassingWatchers;
+using Testing::TracesOfDecisions;
 
 /// IGMPSNOOP_MODEL_EVENTS asks for more events per test than these, never for fewer.
 std::size_t atLeast(std::size_t events) {
@@ -171,7 +78,7 @@ TEST(AdapterModel, AgreesWhileRecordsAreWatchedNowAndThen) {
     std::size_t played = 0;
     for (std::uint64_t seed = 5'000'001; played < atLeast(150'000); ++seed) {
       auto const failure = explore(seed, kind, Perturbation::none, played,
-                                   [&](auto const& driver) { watchers.moveOn(driver); });
+                                   [&](auto const& driver) { watchers.moveOn(driver.hostDir()); });
       ASSERT_FALSE(failure) << "Seed " << seed << ":\n" << failure->story();
     }
     EXPECT_EQ(watchers.outOfStep(), 0u);

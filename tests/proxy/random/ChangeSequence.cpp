@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "tests/proxy/model/Shrinking.h"
-#include "tests/proxy/random/ProxyDriver.h"
 
 namespace Bridging::IgmpSnooping::Proxy::Random {
 
@@ -56,11 +55,13 @@ std::optional<Failure> replay(std::vector<Change> const& changes, Perturbation p
 }
 
 std::optional<Failure> explore(std::uint64_t seed, ChangeGenerator::Kind kind,
-                               Perturbation perturbation, Tally& tally) {
+                               Perturbation perturbation, Tally& tally,
+                               std::function<void(ProxyDriver const&)> const& beforeEach) {
   ChangeGenerator generator(seed, kind);
   Play play(perturbation);
   bool goesOn = true;
   for (int left = generator.length(); goesOn && left > 0; --left) {
+    beforeEach(play.driver());
     goesOn = play.goesOn(generator.next(play.driver().inputs(), play.driver().hasProxy()));
     play.driver().count(tally.hosts, tally.records);
   }

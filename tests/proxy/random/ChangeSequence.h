@@ -2,13 +2,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "tests/proxy/random/Change.h"
 #include "tests/proxy/random/ChangeGenerator.h"
-#include "tests/proxy/random/ProxyModel.h"
+#include "tests/proxy/random/ProxyDriver.h"
 
 namespace Bridging::IgmpSnooping::Proxy::Random {
 
@@ -33,8 +34,10 @@ struct Tally {
 std::optional<Failure> replay(std::vector<Change> const& changes, Perturbation perturbation);
 
 /// Draws and plays the sequence of a seed, up to the first difference. Last the proxy is dropped.
-std::optional<Failure> explore(std::uint64_t seed, ChangeGenerator::Kind kind,
-                               Perturbation perturbation, Tally& tally);
+/// @param beforeEach is called before each change
+std::optional<Failure> explore(
+    std::uint64_t seed, ChangeGenerator::Kind kind, Perturbation perturbation, Tally& tally,
+    std::function<void(ProxyDriver const&)> const& beforeEach = [](auto const&) {});
 
 Failure shrunk(Failure failure, Perturbation perturbation);
 

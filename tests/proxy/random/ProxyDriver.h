@@ -34,6 +34,7 @@ class ProxyDriver {
 
   // For the choice of the next change, and for the tally.
   bool hasProxy() const { return model_ != nullptr; }
+  Igmp::IgmpHostDir const& hostDir() const { return *igmpHostDir_; }
   Inputs const& inputs() const { return inputs_; }
   std::size_t machinesMade() const;
   void count(std::size_t& hosts, std::size_t& records) const;

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/proxy/PassingWatchers.h"
 #include "tests/proxy/random/ChangeSequence.h"
 #include "tests/proxy/random/ProxyDriver.h"
 
@@ -54,6 +55,21 @@ TEST(RandomProxy, DoesAsTheModelWithFewVlans) {
 
 TEST(RandomProxy, DoesAsTheModelWithManyVlans) {
   playSequences(Kind::many, 1'000'001, atLeast(5'000), 250);
+}
+
+TEST(RandomProxy, DoesAsTheModelWhileRecordsAreWatchedAndTracedNowAndThen) {
+  Testing::PassingWatchers watchers(1);
+  Tally tally;
+  for (std::uint64_t seed = 2'000'001; tally.changes < atLeast(10'000); ++seed) {
+    auto const failure =
+        explore(seed, Kind::few, Perturbation::none, tally,
+                [&](ProxyDriver const& driver) { watchers.moveOn(driver.hostDir()); });
+    watchers.leave();
+    ASSERT_FALSE(failure) << "Seed " << seed << ":\n" << failure->story();
+  }
+  EXPECT_EQ(watchers.outOfStep(), 0u);
+  EXPECT_GT(watchers.watched(), thoroughness * 200u);
+  EXPECT_GT(watchers.messages(), thoroughness * 200u);
 }
 
 TEST(RandomProxy, EveryKindOfChangeOccursOften) {
