@@ -4,11 +4,14 @@
 #include <charconv>
 #include <cmath>
 #include <filesystem>
+#include <stdexcept>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
 #include <CLI/CLI.hpp>
 
+#include "agent/config/NamePattern.h"
 #include "agent/control/SocketName.h"
 #include "agent/replay/CaptureName.h"
 #include "agent/replay/ReplayLists.h"
@@ -55,7 +58,13 @@ PortCapture namedCaptureIn(std::string const& text) {
   std::string const port = interface.empty() ? stem.substr(0, stem.find('.')) : interface;
   if (port.empty() || text == "-")
     refuse(Agent::quoted(text), " names no port; put PORT= before it");
-  return {Wirex::IntfId(Kel::String8(port)), text};
+  try {
+    return {interfaceNamed(port), text};
+  } catch (std::invalid_argument const& wrongName) {
+    std::string_view const why = wrongName.what();
+    refuse(Agent::quoted(text), " names no port: ", why.substr(0, why.find(';')),
+           "; put PORT= before it, as in swp1=", onOneLine(text));
+  }
 }
 
 void addCapture(std::vector<PortCapture>& captures, PortCapture capture) {

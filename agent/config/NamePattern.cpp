@@ -27,26 +27,6 @@ bool isDigit(char c) {
   refuse("interface name ", quoted(name), whyAndRemedy);
 }
 
-Wirex::IntfId interfaceOf(std::string const& name) {
-  if (name.empty()) refuseName(name, " is empty; give the name of an interface");
-  if (name.size() > maxNameSize) {
-    refuseName(name, " is longer than the 15 bytes that Linux allows; give a shorter name");
-  }
-  if (name == "." || name == "..") refuseName(name, " is reserved by Linux; give another name");
-  if (std::any_of(name.begin(), name.end(), isForbidden)) {
-    refuseName(name,
-               " holds a blank, '/', ':' or a control character, which Linux forbids; "
-               "give a name without it");
-  }
-  // "Vlan1" and "0eth" would make the same host name as "Vlan10" and "eth".
-  if (isDigit(name.front())) {
-    refuseName(name,
-               " begins with a digit, which makes host names ambiguous; "
-               "rename the interface to begin with a letter");
-  }
-  return Wirex::IntfId(Kel::String8(name));
-}
-
 void appendToEach(std::vector<std::string>& names, std::string_view literal) {
   for (std::string& name : names) name += literal;
 }
@@ -85,8 +65,28 @@ std::vector<Wirex::IntfId> expandNamePattern(std::string_view pattern) {
 
   std::vector<Wirex::IntfId> interfaces;
   interfaces.reserve(names.size());
-  for (std::string const& name : names) interfaces.push_back(interfaceOf(name));
+  for (std::string const& name : names) interfaces.push_back(interfaceNamed(name));
   return interfaces;
+}
+
+Wirex::IntfId interfaceNamed(std::string const& name) {
+  if (name.empty()) refuseName(name, " is empty; give the name of an interface");
+  if (name.size() > maxNameSize) {
+    refuseName(name, " is longer than the 15 bytes that Linux allows; give a shorter name");
+  }
+  if (name == "." || name == "..") refuseName(name, " is reserved by Linux; give another name");
+  if (std::any_of(name.begin(), name.end(), isForbidden)) {
+    refuseName(name,
+               " holds a blank, '/', ':' or a control character, which Linux forbids; "
+               "give a name without it");
+  }
+  // "Vlan1" and "0eth" would make the same host name as "Vlan10" and "eth".
+  if (isDigit(name.front())) {
+    refuseName(name,
+               " begins with a digit, which makes host names ambiguous; "
+               "rename the interface to begin with a letter");
+  }
+  return Wirex::IntfId(Kel::String8(name));
 }
 
 }  // namespace Agent

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -12,5 +13,8 @@ namespace Agent {
 /// of the form "what is wrong; what to do", when the pattern is malformed, stands for more than
 /// `maxExpansion` names, or makes a name that no interface of ours can have.
 std::vector<Wirex::IntfId> expandNamePattern(std::string_view pattern);
+
+/// The interface of this name. Throws as above where no interface of ours can have it.
+Wirex::IntfId interfaceNamed(std::string const& name);
 
 }  // namespace Agent

@@ -226,6 +226,11 @@ TEST(CommandLine, GuessNamesAPortByItsCaptureWhereNothingElseDoes) {
   EXPECT_EQ(command.captures[1].fileName, "captures/swp2.pcap");
   EXPECT_EQ(command.captures[2].fileName, "/dev/null:eth1");
   EXPECT_THAT(wrongUsage({"guess", "-"}), HasSubstr("\"-\" names no port; put PORT= before it"));
+  EXPECT_THAT(
+      wrongUsage({"guess", "lab/the-hall-of-tuesday.pcap"}),
+      HasSubstr("\"lab/the-hall-of-tuesday.pcap\" names no port: interface name "
+                "\"the-hall-of-tuesday\" is longer than the 15 bytes that Linux allows; put "
+                "PORT= before it, as in swp1=lab/the-hall-of-tuesday.pcap"));
 }
 
 TEST(CommandLine, HelpAndVersionAreInformation) {
