@@ -164,13 +164,6 @@ bool decisionsAreTraced() {
 
 // ---- AdapterSm
 
-Kel::Ptr<AdapterSm> AdapterSm::AdapterSmIs(VlanId vlanId,
-                                           Kel::Ptr<AdapterVlanConfig const> adapterConfig,
-                                           Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
-                                           Kel::Ptr<IgmpContextStatus const> coreStatus) {
-  return Kel::make<AdapterSm>(vlanId, adapterConfig, std::move(igmpHostDir), coreStatus);
-}
-
 AdapterSm::AdapterSm(VlanId vlanId, Kel::Ptr<AdapterVlanConfig const> const& adapterConfig,
                      Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
                      Kel::Ptr<IgmpContextStatus const> const& coreStatus)
@@ -182,7 +175,7 @@ AdapterSm::AdapterSm(VlanId vlanId, Kel::Ptr<AdapterVlanConfig const> const& ada
   if (adapterConfig) adapterConfig_ = Kel::make<KelAdapterConfig>(adapterConfig, this);
   if (coreStatus) coreStatus_ = Kel::make<KelCoreStatus>(coreStatus, this);
   handleInitialized();
-  reconcileGroups(*coreStatus);
+  reconcileGroups();
 }
 
 AdapterSm::~AdapterSm() {
@@ -211,10 +204,6 @@ void AdapterSm::coreStatusIs(Kel::Ptr<IgmpContextStatus const> const& status) {
   if (status != coreStatus()) coreStatus_->notifierIs(status);
 }
 
-Kel::Ptr<AdapterSm::KelIgmpGroup> AdapterSm::kelIgmpGroup(IpAddr group) const {
-  return igmpGroup_.get(group);
-}
-
 Kel::Ptr<AdapterSm::KelIgmpGroup> AdapterSm::newIgmpGroup(Kel::Ptr<IgmpGroup const> const& group) {
   return Kel::make<KelIgmpGroup>(activity_, group, this);
 }
@@ -222,10 +211,6 @@ Kel::Ptr<AdapterSm::KelIgmpGroup> AdapterSm::newIgmpGroup(Kel::Ptr<IgmpGroup con
 Kel::Ptr<AdapterSm::KelIgmpGroup> AdapterSm::igmpGroupIs(Kel::Ptr<IgmpGroup const> const& group) {
   if (!group) Kel::refuseNull("Bridging::IgmpSnooping::Proxy::AdapterSm", "igmpGroup");
   return igmpGroup_.watch(group->addr(), group, [&] { return newIgmpGroup(group); });
-}
-
-void AdapterSm::igmpGroupDel(IpAddr group) {
-  igmpGroup_.del(group);
 }
 
 void AdapterSm::hasNotificationActiveIs(bool active) {
@@ -244,13 +229,17 @@ void AdapterSm::kel_handleIgmpGroup(KelIgmpGroup& reactor) {
   reactor.handleDelete();
 }
 
-void AdapterSm::reconcileGroups(IgmpContextStatus const& status) {
-  igmpGroup_.reconcile(
-      status.group(), [this](Kel::Ptr<IgmpGroup const> const& group) { igmpGroupIs(group); },
-      // The handlers that clearing a group runs may have gone over to yet another status.
-      [this](IpAddr group) {
-        if (!coreStatus()->group(group)) igmpGroupDel(group);
-      });
+void AdapterSm::followGroup(IpAddr address) {
+  if (auto const group = coreStatus()->group(address))
+    igmpGroupIs(group);
+  else
+    igmpGroupDel(address);
+}
+
+void AdapterSm::reconcileGroups() {
+  // The handlers that clearing a group runs may go over to another status.
+  auto const status = coreStatus();
+  igmpGroup_.reconcile(status->group(), [this](IpAddr address) { followGroup(address); });
 }
 
 void AdapterSm::handleInitialized() {
@@ -449,42 +438,14 @@ void AdapterSm::writeRecord(Igmp::IgmpHost& host, KelIgmpGroup& group, SourceCou
     host.v3groupDel(group.addr());
 }
 
-// ---- KelAdapterConfig and KelCoreStatus
-
-AdapterSm::KelAdapterConfig::KelAdapterConfig(Kel::Ptr<AdapterVlanConfig const> config,
-                                              AdapterSm* adapterSm)
-    : adapterSm_(adapterSm) {
-  watch(std::move(config));
-}
-
-void AdapterSm::KelAdapterConfig::onHostKey(PortKey const& key) {
-  if (notificationActive()) adapterSm_->newIgmpHost(key);
-}
-
-AdapterSm::KelCoreStatus::KelCoreStatus(Kel::Ptr<IgmpContextStatus const> status,
-                                        AdapterSm* adapterSm)
-    : adapterSm_(adapterSm) {
-  watch(std::move(status));
-}
+// ---- KelCoreStatus
 
 void AdapterSm::KelCoreStatus::notifierIs(Kel::Ptr<IgmpContextStatus const> status) {
   // The handlers that an update runs may remove the adapter, or go over to yet another status.
-  Kel::Ptr<AdapterSm> const adapterSm(adapterSm_);
+  Kel::Ptr<AdapterSm> const adapterSm(&owner());
   NotifieeConst::notifierIs(status);
   adapterSm->updateIgmpHost();
-  if (status == notifier()) adapterSm->reconcileGroups(*status);
-}
-
-void AdapterSm::KelCoreStatus::onGroup(IpAddr address) {
-  if (isZombie()) return;
-  if (auto const group = notifier()->group(address))
-    adapterSm_->igmpGroupIs(group);
-  else
-    adapterSm_->igmpGroupDel(address);
-}
-
-void AdapterSm::KelCoreStatus::onNewIgmpReport() {
-  if (notificationActive()) adapterSm_->updateIgmpHost();
+  if (status == notifier()) adapterSm->reconcileGroups();
 }
 
 // ---- KelIgmpGroup
@@ -501,10 +462,6 @@ AdapterSm::KelIgmpGroup::~KelIgmpGroup() {
   igmpHostChangedIs(false);
 }
 
-Kel::Ptr<KelIgmpIntf> AdapterSm::KelIgmpGroup::igmpIntf(IntfId const& intf) const {
-  return igmpIntf_.get(intf);
-}
-
 Kel::Ptr<KelIgmpIntf> AdapterSm::KelIgmpGroup::newIgmpIntf(
     Kel::Ptr<IgmpIntfStatus const> const& status) {
   return Kel::make<KelIgmpIntf>(kelFwkActivity(), status, this);
@@ -515,10 +472,6 @@ Kel::Ptr<KelIgmpIntf> AdapterSm::KelIgmpGroup::igmpIntfIs(
   if (!status)
     Kel::refuseNull("Bridging::IgmpSnooping::Proxy::AdapterSm::KelIgmpGroup", "igmpIntf");
   return igmpIntf_.watch(status->intfId(), status, [&] { return newIgmpIntf(status); });
-}
-
-void AdapterSm::KelIgmpGroup::igmpIntfDel(IntfId const& intf) {
-  igmpIntf_.del(intf);
 }
 
 Kel::Ptr<SourceCount> const& AdapterSm::KelIgmpGroup::recordIs() {
@@ -547,10 +500,15 @@ void AdapterSm::KelIgmpGroup::notifierIs(Kel::Ptr<IgmpGroup const> group) {
   reconcileIntfs();
 }
 
+void AdapterSm::KelIgmpGroup::followIntf(IntfId const& intf) {
+  if (auto const status = notifier()->intf(intf))
+    igmpIntfIs(status);
+  else
+    igmpIntfDel(intf);
+}
+
 void AdapterSm::KelIgmpGroup::reconcileIntfs() {
-  igmpIntf_.reconcile(
-      notifier()->intf(), [this](Kel::Ptr<IgmpIntfStatus const> const& intf) { igmpIntfIs(intf); },
-      [this](IntfId const& intf) { igmpIntfDel(intf); });
+  igmpIntf_.reconcile(notifier()->intf(), [this](IntfId const& intf) { followIntf(intf); });
 }
 
 void AdapterSm::KelIgmpGroup::hasNotificationActiveIs(bool active) {
@@ -571,11 +529,7 @@ void AdapterSm::KelIgmpGroup::kelDoZombieReactors(bool zombie) {
 }
 
 void AdapterSm::KelIgmpGroup::onIntf(IntfId intf) {
-  if (!notificationActive()) return;
-  if (auto const status = notifier()->intf(intf))
-    igmpIntfIs(status);
-  else
-    igmpIntfDel(intf);
+  if (notificationActive()) followIntf(intf);
 }
 
 void AdapterSm::KelIgmpGroup::handleInitialized() {
@@ -600,10 +554,6 @@ KelIgmpIntf::KelIgmpIntf(Kel::ActivityConfig* activity,
 }
 
 KelIgmpIntf::~KelIgmpIntf() = default;
-
-Kel::Ptr<KelMembership> KelIgmpIntf::membership(IpAddr reporter) const {
-  return membership_.get(reporter);
-}
 
 Kel::Ptr<KelMembership> KelIgmpIntf::newMembership(
     Kel::Ptr<IgmpMembership const> const& membership) {
@@ -1101,11 +1051,16 @@ void KelIgmpIntf::notifierIs(Kel::Ptr<IgmpIntfStatus const> status) {
   reconcileMemberships();
 }
 
+void KelIgmpIntf::followMembership(IpAddr reporter) {
+  if (auto const membership = notifier()->membership(reporter))
+    membershipIs(membership);
+  else
+    membershipDel(reporter);
+}
+
 void KelIgmpIntf::reconcileMemberships() {
-  membership_.reconcile(
-      notifier()->membership(),
-      [this](Kel::Ptr<IgmpMembership const> const& membership) { membershipIs(membership); },
-      [this](IpAddr reporter) { membershipDel(reporter); });
+  membership_.reconcile(notifier()->membership(),
+                        [this](IpAddr reporter) { followMembership(reporter); });
 }
 
 void KelIgmpIntf::hasNotificationActiveIs(bool active) {
@@ -1119,11 +1074,7 @@ void KelIgmpIntf::kelDoZombieReactors(bool zombie) {
 }
 
 void KelIgmpIntf::onMembership(IpAddr reporter) {
-  if (!notificationActive()) return;
-  if (auto const membership = notifier()->membership(reporter))
-    membershipIs(membership);
-  else
-    membershipDel(reporter);
+  if (notificationActive()) followMembership(reporter);
 }
 
 // ---- KelMembership

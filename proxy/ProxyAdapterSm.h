@@ -32,10 +32,11 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   class KelIgmpGroup;
   using IgmpGroups = Kel::Reactors<Wirex::IpAddr, KelIgmpGroup>;
 
-  static Kel::Ptr<AdapterSm> AdapterSmIs(VlanId vlanId,
-                                         Kel::Ptr<AdapterVlanConfig const> adapterConfig,
-                                         Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
-                                         Kel::Ptr<IgmpContextStatus const> coreStatus);
+  /// Makes one; the arguments are the constructor's.
+  template <class... Arguments>
+  static Kel::Ptr<AdapterSm> AdapterSmIs(Arguments&&... arguments) {
+    return Kel::make<AdapterSm>(std::forward<Arguments>(arguments)...);
+  }
 
   AdapterSm(VlanId vlanId, Kel::Ptr<AdapterVlanConfig const> const& adapterConfig,
             Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
@@ -57,11 +58,11 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   void initializedIs(bool initialized) { initialized_ = initialized; }
 
   /// The reactor on a snooped group, or null.
-  Kel::Ptr<KelIgmpGroup> kelIgmpGroup(Wirex::IpAddr group) const;
+  Kel::Ptr<KelIgmpGroup> kelIgmpGroup(Wirex::IpAddr group) const { return igmpGroup_.get(group); }
   IgmpGroups const& igmpGroup() const { return igmpGroup_; }
   Kel::Ptr<KelIgmpGroup> newIgmpGroup(Kel::Ptr<IgmpGroup const> const& group);
   Kel::Ptr<KelIgmpGroup> igmpGroupIs(Kel::Ptr<IgmpGroup const> const& group);
-  void igmpGroupDel(Wirex::IpAddr group);
+  void igmpGroupDel(Wirex::IpAddr group) { igmpGroup_.del(group); }
 
   void hasNotificationActiveIs(bool active) override;
   void kelDoZombieReactors(bool zombie) override;
@@ -81,7 +82,8 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
 
   /// The framework's zombie pass calls this for a group reactor that is about to go.
   void kel_handleIgmpGroup(KelIgmpGroup& reactor);
-  void reconcileGroups(IgmpContextStatus const& status);
+  void followGroup(Wirex::IpAddr address);
+  void reconcileGroups();
   /// A group and its place in igmpGroup.
   using PlacedGroup = std::pair<std::uint32_t, Wirex::IpAddr>;
   void addChangedGroups(std::vector<PlacedGroup>& groups, std::uint32_t firstPlace) const;
@@ -108,30 +110,32 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   IgmpGroups igmpGroup_;
 };
 
-class KEL_EXPORT AdapterSm::KelAdapterConfig final : public AdapterVlanConfig::NotifieeConst {
+class KEL_EXPORT AdapterSm::KelAdapterConfig final
+    : public Kel::ReactorFor<AdapterSm, AdapterVlanConfig::NotifieeConst> {
  public:
-  KelAdapterConfig(Kel::Ptr<AdapterVlanConfig const> config, AdapterSm* adapterSm);
+  using ReactorFor::ReactorFor;
 
-  void adapterSmIs(AdapterSm* adapterSm) { adapterSm_ = adapterSm; }
+  void adapterSmIs(AdapterSm* adapterSm) { ownerIs(adapterSm); }
 
-  void onHostKey(PortKey const& key) override;
-
- private:
-  AdapterSm* adapterSm_;
+  void onHostKey(PortKey const& key) override {
+    if (notificationActive()) owner().newIgmpHost(key);
+  }
 };
 
-class KEL_EXPORT AdapterSm::KelCoreStatus final : public IgmpContextStatus::NotifieeConst {
+class KEL_EXPORT AdapterSm::KelCoreStatus final
+    : public Kel::ReactorFor<AdapterSm, IgmpContextStatus::NotifieeConst> {
  public:
-  KelCoreStatus(Kel::Ptr<IgmpContextStatus const> status, AdapterSm* adapterSm);
+  using ReactorFor::ReactorFor;
 
-  void adapterSmIs(AdapterSm* adapterSm) { adapterSm_ = adapterSm; }
+  void adapterSmIs(AdapterSm* adapterSm) { ownerIs(adapterSm); }
 
   void notifierIs(Kel::Ptr<IgmpContextStatus const> status) override;
-  void onGroup(Wirex::IpAddr address) override;
-  void onNewIgmpReport() override;
-
- private:
-  AdapterSm* adapterSm_;
+  void onGroup(Wirex::IpAddr address) override {
+    if (!isZombie()) owner().followGroup(address);
+  }
+  void onNewIgmpReport() override {
+    if (notificationActive()) owner().updateIgmpHost();
+  }
 };
 
 /// One snooped group: its member ports' reactors and what all of them together want.
@@ -149,10 +153,10 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup final
 
   /// One reactor per member port.
   IgmpIntfs const& igmpIntf() const { return igmpIntf_; }
-  Kel::Ptr<KelIgmpIntf> igmpIntf(Wirex::IntfId const& intf) const;
+  Kel::Ptr<KelIgmpIntf> igmpIntf(Wirex::IntfId const& intf) const { return igmpIntf_.get(intf); }
   Kel::Ptr<KelIgmpIntf> newIgmpIntf(Kel::Ptr<IgmpIntfStatus const> const& status);
   Kel::Ptr<KelIgmpIntf> igmpIntfIs(Kel::Ptr<IgmpIntfStatus const> const& status);
-  void igmpIntfDel(Wirex::IntfId const& intf);
+  void igmpIntfDel(Wirex::IntfId const& intf) { igmpIntf_.del(intf); }
 
   /// The counts over all member ports. Port reactors count before the group's own first pass, so
   /// whoever comes first makes them.
@@ -177,6 +181,7 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup final
  private:
   friend class AdapterSm;
 
+  void followIntf(Wirex::IntfId const& intf);
   void reconcileIntfs();
 
   Kel::Ptr<Changed> changed_;  // the adapter's
@@ -210,7 +215,9 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup::KelIgmpIntf final : public IgmpIntfSta
 
   /// One reactor per reporter.
   Memberships const& membership() const { return membership_; }
-  Kel::Ptr<KelMembership> membership(Wirex::IpAddr reporter) const;
+  Kel::Ptr<KelMembership> membership(Wirex::IpAddr reporter) const {
+    return membership_.get(reporter);
+  }
   Kel::Ptr<KelMembership> newMembership(Kel::Ptr<IgmpMembership const> const& membership);
   Kel::Ptr<KelMembership> membershipIs(Kel::Ptr<IgmpMembership const> const& membership);
   void membershipDel(Wirex::IpAddr reporter);
@@ -297,6 +304,7 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup::KelIgmpIntf final : public IgmpIntfSta
   void discountIncludes(PortSettlement::Sources const& changed);
   std::vector<Wirex::IpAddr> includedAndExcludedElsewhere(
       PortSettlement::Sources const& changed) const;
+  void followMembership(Wirex::IpAddr reporter);
   void reconcileMemberships();
   Wirex::IpAddr group() const { return kelIgmpGroup_->addr(); }
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <tuple>
 #include <type_traits>
 #include <utility>
 
@@ -40,39 +39,39 @@ class ProxySm;
 class KEL_EXPORT ProxyPortSm : public Kel::PtrInterface {
  public:
   using ProtocolConfig = Gmp::Igmp::QuerierConfig;
-  /// What it is made with beside its port.
-  using Parameters =
-      std::tuple<VlanId, Kel::Ptr<Igmp::QuerierConfig const>, Kel::Ptr<Igmp::IgmpHostDir>,
-                 Kel::Ptr<Interface::DeviceIntfStatusDir const>, Kel::Ptr<ProxyPamManager>,
-                 Kel::Ptr<PortVlanMapping>, Kel::Ptr<Horix::TimerWheel const>>;
 
-  /// Makes one; the arguments are the constructor's.
+  /// What it is made with beside its port.
+  struct Parameters {
+    VlanId vlanId;
+    Kel::Ptr<Igmp::QuerierConfig const> querierVlanConfig;
+    Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir;
+    Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir;
+    Kel::Ptr<ProxyPamManager> pamManager;
+    Kel::Ptr<PortVlanMapping> portVlanMap;
+    Kel::Ptr<Horix::TimerWheel const> timerWheel;
+  };
+
+  /// Makes one, of its port and of the parameters in their order.
   template <class... Arguments>
-  static Kel::Ptr<ProxyPortSm> ProxyPortSmIs(Arguments&&... arguments) {
-    return Kel::make<ProxyPortSm>(std::forward<Arguments>(arguments)...);
+  static Kel::Ptr<ProxyPortSm> ProxyPortSmIs(Wirex::IntfId const& intfId,
+                                             Arguments const&... arguments) {
+    return Kel::make<ProxyPortSm>(intfId, Parameters{arguments...});
   }
 
-  ProxyPortSm(Wirex::IntfId intfId, VlanId vlanId,
-              Kel::Ptr<Igmp::QuerierConfig const> querierVlanConfig,
-              Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
-              Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir,
-              Kel::Ptr<ProxyPamManager> pamManager, Kel::Ptr<PortVlanMapping> portVlanMap,
-              Kel::Ptr<Horix::TimerWheel const> timerWheel);
+  ProxyPortSm(Wirex::IntfId intfId, Parameters parameters);
   ~ProxyPortSm() override;
 
   /// For find-or-create: throws Kel::NameInUseException where an argument differs.
   void requireConstructedWith(Parameters const& asked) const;
 
   Wirex::IntfId const& intfId() const { return intfId_; }
-  VlanId vlanId() const { return vlanId_; }
-  Kel::Ptr<Igmp::QuerierConfig const> const& querierVlanConfig() const;
-  Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir() const { return igmpHostDir_; }
-  Kel::Ptr<Interface::DeviceIntfStatusDir const> const& kernelIntfStatusDir() const {
-    return kernelIntfStatusDir_;
-  }
-  Kel::Ptr<ProxyPamManager> const& pamManager() const { return pamManager_; }
-  Kel::Ptr<PortVlanMapping> const& portVlanMap() const { return portVlanMap_; }
-  Kel::Ptr<Horix::TimerWheel const> const& timerWheel() const { return timerWheel_; }
+  VlanId vlanId() const { return parameters_.vlanId; }
+  auto const& querierVlanConfig() const { return parameters_.querierVlanConfig; }
+  auto const& igmpHostDir() const { return parameters_.igmpHostDir; }
+  auto const& kernelIntfStatusDir() const { return parameters_.kernelIntfStatusDir; }
+  auto const& pamManager() const { return parameters_.pamManager; }
+  auto const& portVlanMap() const { return parameters_.portVlanMap; }
+  auto const& timerWheel() const { return parameters_.timerWheel; }
 
   /// The host's key, whose text is the host's name.
   PortKey const& portKey() const { return portKey_; }
@@ -119,16 +118,11 @@ class KEL_EXPORT ProxyPortSm : public Kel::PtrInterface {
   void configureHost();
 
   Wirex::IntfId intfId_;
-  VlanId vlanId_;
+  Parameters const parameters_;
   bool blocked_ = false;
   bool initialized_ = false;
   AllowedTrafficDirection direction_{};
   Kel::Ptr<KelQuerierVlanConfig> querierVlanConfig_;
-  Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir_;
-  Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir_;
-  Kel::Ptr<ProxyPamManager> pamManager_;
-  Kel::Ptr<PortVlanMapping> portVlanMap_;
-  Kel::Ptr<Horix::TimerWheel const> timerWheel_;
   PortKey portKey_;
   Decisions<Wirex::IntfId> pamDecisions_;
   Kel::Ptr<Igmp::IgmpHost> igmpHost_;
@@ -144,28 +138,27 @@ class KEL_EXPORT ProxyVlanSm : public Kel::PtrInterface {
   using TopoPort = Topology::Library::Vlan::Port;
   class KelProxyTopoPort;
 
-  /// Makes one; the arguments are the constructor's.
+  /// What it is made with beside its VLAN.
+  struct Parameters {
+    Kel::Ptr<Igmp::QuerierConfig const> querierVlanConfig;
+    Kel::Ptr<TopoVlan const> topoVlan;
+    Kel::Ptr<ProxyPamManager> pamManager;
+    Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir;
+    Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir;
+    Kel::Ptr<PortVlanMapping> portVlanMap;
+    /// Null for a secondary VLAN whose primary is not proxied: its hosts then have no adapter.
+    Kel::Ptr<AdapterVlanConfig> adapterConfig;
+    Kel::Ptr<Horix::TimerWheel const> timerWheel;
+  };
+
+  /// Makes one, of its VLAN and of the parameters in their order.
   template <class... Arguments>
-  static Kel::Ptr<ProxyVlanSm> ProxyVlanSmIs(Arguments&&... arguments) {
-    return Kel::make<ProxyVlanSm>(std::forward<Arguments>(arguments)...);
+  static Kel::Ptr<ProxyVlanSm> ProxyVlanSmIs(VlanId vlanId, Arguments const&... arguments) {
+    return Kel::make<ProxyVlanSm>(vlanId, Parameters{arguments...});
   }
 
-  /// What it is made with beside its VLAN.
-  using Parameters =
-      std::tuple<Kel::Ptr<Igmp::QuerierConfig const>, Kel::Ptr<TopoVlan const>,
-                 Kel::Ptr<ProxyPamManager>, Kel::Ptr<Igmp::IgmpHostDir>,
-                 Kel::Ptr<Interface::DeviceIntfStatusDir const>, Kel::Ptr<PortVlanMapping>,
-                 Kel::Ptr<AdapterVlanConfig>, Kel::Ptr<Horix::TimerWheel const>>;
-
-  /// @param adapterConfig null for a secondary VLAN whose primary is not proxied: its hosts then
-  /// have no adapter.
   /// @param proxySm the owner, if there is one.
-  ProxyVlanSm(VlanId vlanId, Kel::Ptr<Igmp::QuerierConfig const> querierVlanConfig,
-              Kel::Ptr<TopoVlan const> topoVlan, Kel::Ptr<ProxyPamManager> pamManager,
-              Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
-              Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir,
-              Kel::Ptr<PortVlanMapping> portVlanMap, Kel::Ptr<AdapterVlanConfig> adapterConfig,
-              Kel::Ptr<Horix::TimerWheel const> timerWheel, ProxySm* proxySm = nullptr);
+  ProxyVlanSm(VlanId vlanId, Parameters parameters, ProxySm* proxySm = nullptr);
   /// The keys of the hosts stay in the adapter configuration.
   ~ProxyVlanSm() override;
 
@@ -173,21 +166,19 @@ class KEL_EXPORT ProxyVlanSm : public Kel::PtrInterface {
   void requireConstructedWith(Parameters const& asked) const;
 
   VlanId vlanId() const { return vlanId_; }
-  Kel::Ptr<Igmp::QuerierConfig const> const& querierVlanConfig() const {
-    return querierVlanConfig_;
-  }
-  Kel::Ptr<TopoVlan const> const& topoVlan() const;
-  Kel::Ptr<ProxyPamManager> const& pamManager() const { return pamManager_; }
-  Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir() const { return igmpHostDir_; }
-  Kel::Ptr<Interface::DeviceIntfStatusDir const> const& kernelIntfStatusDir() const;
-  Kel::Ptr<PortVlanMapping> const& portVlanMap() const { return portVlanMap_; }
-  Kel::Ptr<AdapterVlanConfig> const& adapterConfig() const { return adapterConfig_; }
-  Kel::Ptr<Horix::TimerWheel const> const& timerWheel() const { return timerWheel_; }
+  auto const& querierVlanConfig() const { return parameters_.querierVlanConfig; }
+  auto const& topoVlan() const { return parameters_.topoVlan; }
+  auto const& pamManager() const { return parameters_.pamManager; }
+  auto const& igmpHostDir() const { return parameters_.igmpHostDir; }
+  auto const& kernelIntfStatusDir() const { return parameters_.kernelIntfStatusDir; }
+  auto const& portVlanMap() const { return parameters_.portVlanMap; }
+  auto const& adapterConfig() const { return parameters_.adapterConfig; }
+  auto const& timerWheel() const { return parameters_.timerWheel; }
 
   /// One machine per served port.
   Kel::OwnedMembers<Wirex::IntfId, ProxyPortSm> const& portSm() const { return portSm_; }
   Kel::Ptr<ProxyPortSm> portSm(Wirex::IntfId const& intfId) const { return portSm_.get(intfId); }
-  /// The arguments are those of ProxyPortSm's constructor.
+  /// The arguments are ProxyPortSm's parameters in their order.
   template <class... Arguments>
   Kel::Ptr<ProxyPortSm> newPortSm(Wirex::IntfId const& intfId, Arguments const&... arguments) {
     return ProxyPortSm::ProxyPortSmIs(intfId, arguments...);
@@ -195,7 +186,7 @@ class KEL_EXPORT ProxyVlanSm : public Kel::PtrInterface {
   template <class... Arguments>
   Kel::Ptr<ProxyPortSm> portSmIs(Wirex::IntfId const& intfId, Arguments const&... arguments) {
     auto const added = [&] { return newPortSm(intfId, arguments...); };
-    return portSm_.ensure(intfId, added, ProxyPortSm::Parameters(arguments...)).first;
+    return portSm_.ensure(intfId, added, ProxyPortSm::Parameters{arguments...}).first;
   }
   void portSmDel(Wirex::IntfId const& intfId) { portSm_.del(intfId); }
   void portSmDelAll() { portSm_.delAll(); }
@@ -204,11 +195,13 @@ class KEL_EXPORT ProxyVlanSm : public Kel::PtrInterface {
   Kel::Reactors<Wirex::IntfId, KelProxyTopoPort> const& proxyTopoPort() const {
     return proxyTopoPort_;
   }
-  Kel::Ptr<KelProxyTopoPort> proxyTopoPort(Wirex::IntfId const& intfId) const;
+  Kel::Ptr<KelProxyTopoPort> proxyTopoPort(Wirex::IntfId const& intfId) const {
+    return proxyTopoPort_.get(intfId);
+  }
   Kel::Ptr<KelProxyTopoPort> newProxyTopoPort(Kel::Ptr<TopoPort const> const& port);
   Kel::Ptr<KelProxyTopoPort> proxyTopoPortIs(Kel::Ptr<TopoPort const> const& port);
-  void proxyTopoPortDel(Wirex::IntfId const& intfId);
-  void proxyTopoPortDelAll();
+  void proxyTopoPortDel(Wirex::IntfId const& intfId) { proxyTopoPort_.del(intfId); }
+  void proxyTopoPortDelAll() { proxyTopoPort_.delAll(); }
 
   bool initialized() const { return initialized_; }
   void initializedIs(bool initialized) { initialized_ = initialized; }
@@ -233,42 +226,37 @@ class KEL_EXPORT ProxyVlanSm : public Kel::PtrInterface {
   class KelTopoVlan;
   class KelKernelIntfStatusDir;
 
-  Kel::Ptr<KelTopoVlan> newTopoVlan(Kel::Ptr<TopoVlan const> topoVlan);
-  Kel::Ptr<KelKernelIntfStatusDir> newKernelIntfStatusDir(
-      Kel::Ptr<Interface::DeviceIntfStatusDir const> dir);
+  Kel::Ptr<KelTopoVlan> newTopoVlan(Kel::Ptr<TopoVlan const> const& topoVlan);
 
   bool isMember(Wirex::IntfId const& intfId) const;
   bool isInKernel(Wirex::IntfId const& intfId) const;
   void serve(Wirex::IntfId const& intfId);
   void handleMissedHostPam(Wirex::IntfId const& intfId);
   void unserve(Wirex::IntfId const& intfId);
+  void followTopoPort(Wirex::IntfId const& intfId);
   void reconcileTopoPorts();
 
   VlanId vlanId_;
+  Parameters const parameters_;
   bool initialized_ = false;
   ProxySm* proxySm_;
   Decisions<Wirex::IntfId> decisions_;
-  Kel::Ptr<Igmp::QuerierConfig const> querierVlanConfig_;
   Kel::Ptr<KelTopoVlan> topoVlan_;
-  Kel::Ptr<ProxyPamManager> pamManager_;
-  Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir_;
   Kel::Ptr<KelKernelIntfStatusDir> kernelIntfStatusDir_;
-  Kel::Ptr<PortVlanMapping> portVlanMap_;
-  Kel::Ptr<AdapterVlanConfig> adapterConfig_;
-  Kel::Ptr<Horix::TimerWheel const> timerWheel_;
   Kel::OwnedMembers<Wirex::IntfId, ProxyPortSm> portSm_;
   Kel::Reactors<Wirex::IntfId, KelProxyTopoPort> proxyTopoPort_;
 };
 
 /// Watches a member port of the topology for the port's machine, if it has one.
-class KEL_EXPORT ProxyVlanSm::KelProxyTopoPort final : public TopoPort::NotifieeConst {
+class KEL_EXPORT ProxyVlanSm::KelProxyTopoPort final
+    : public Kel::ReactorFor<ProxyVlanSm, TopoPort::NotifieeConst> {
  public:
-  KelProxyTopoPort(Kel::Ptr<TopoPort const> port, ProxyVlanSm* proxyVlanSm);
+  using ReactorFor::ReactorFor;
 
   Wirex::IntfId const& intfId() const { return notifier()->intfId(); }
   Wirex::IntfId const& fwkKey() const { return intfId(); }
 
-  void proxyVlanSmIs(ProxyVlanSm* proxyVlanSm) { proxyVlanSm_ = proxyVlanSm; }
+  void proxyVlanSmIs(ProxyVlanSm* proxyVlanSm) { ownerIs(proxyVlanSm); }
 
   void notifierIs(Kel::Ptr<TopoPort const> port) override;
   void hasNotificationActiveIs(bool active) override;
@@ -279,9 +267,8 @@ class KEL_EXPORT ProxyVlanSm::KelProxyTopoPort final : public TopoPort::Notifiee
   void handleTopoPortDirection();
 
  private:
-  bool isStale() const;
+  Kel::Ptr<ProxyPortSm> portSm(char const* handler) const;
 
-  ProxyVlanSm* proxyVlanSm_;
   std::pair<bool, TopoPort::Direction> lastHeard_{};  // when it was last active
 };
 
@@ -290,62 +277,61 @@ class KEL_EXPORT ProxyVlanSm::KelProxyTopoPort final : public TopoPort::Notifiee
 /// one, through `proxySmFactory`, and drops it to stop.
 class KEL_EXPORT ProxySm : public Kel::PtrInterface {
  public:
-  /// Makes one; the arguments are the constructor's.
+  /// What it is made with: see proxySmFactory.
+  struct Parameters {
+    Kel::Ptr<IgmpProtocolConfig const> protocolConfig;
+    Kel::Ptr<Topology::Library::Vlan::LibVlanState const> topoVlanState;
+    Kel::Ptr<PrivateVlanLib::LibState const> pVlanLib;
+    Kel::Ptr<Interface::PamDesiredIntfDir> pamDesiredIntfDir;
+    Kel::Ptr<Igmp::QuerierConfigDir> querierConfigDir;
+    Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir;
+    Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir;
+    Kel::Ptr<Bridging::Config const> bridgingConfig;
+    Kel::Ptr<IgmpProtocolStatus const> coreStatusDir;
+    Kel::Ptr<Horix::TimerWheel const> timerWheel;
+  };
+
+  /// Makes one of the parameters in their order.
   template <class... Arguments>
   static Kel::Ptr<ProxySm> ProxySmIs(Arguments&&... arguments) {
-    return Kel::make<ProxySm>(std::forward<Arguments>(arguments)...);
+    return Kel::make<ProxySm>(Parameters{std::forward<Arguments>(arguments)...});
   }
 
-  ProxySm(Kel::Ptr<IgmpProtocolConfig const> protocolConfig,
-          Kel::Ptr<Topology::Library::Vlan::LibVlanState const> topoVlanState,
-          Kel::Ptr<PrivateVlanLib::LibState const> pVlanLib,
-          Kel::Ptr<Interface::PamDesiredIntfDir> pamDesiredIntfDir,
-          Kel::Ptr<Igmp::QuerierConfigDir> querierConfigDir,
-          Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir,
-          Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir,
-          Kel::Ptr<Bridging::Config const> bridgingConfig,
-          Kel::Ptr<IgmpProtocolStatus const> coreStatusDir,
-          Kel::Ptr<Horix::TimerWheel const> timerWheel);
+  explicit ProxySm(Parameters parameters);
   ~ProxySm() override;
 
-  Kel::Ptr<IgmpProtocolConfig const> const& protocolConfig() const;
-  Kel::Ptr<Topology::Library::Vlan::LibVlanState const> const& topoVlanState() const {
-    return topoVlanState_;
-  }
-  Kel::Ptr<PrivateVlanLib::LibState const> const& pVlanLib() const;
-  Kel::Ptr<Interface::PamDesiredIntfDir> const& pamDesiredIntfDir() const {
-    return pamDesiredIntfDir_;
-  }
-  Kel::Ptr<Igmp::QuerierConfigDir> const& querierConfigDir() const;
-  Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir() const { return igmpHostDir_; }
-  Kel::Ptr<Interface::DeviceIntfStatusDir const> const& kernelIntfStatusDir() const {
-    return kernelIntfStatusDir_;
-  }
-  Kel::Ptr<Bridging::Config const> const& bridgingConfig() const { return bridgingConfig_; }
-  Kel::Ptr<IgmpProtocolStatus const> const& coreStatusDir() const { return coreStatusDir_; }
-  Kel::Ptr<Horix::TimerWheel const> const& timerWheel() const { return timerWheel_; }
+  auto const& protocolConfig() const { return parameters_.protocolConfig; }
+  auto const& topoVlanState() const { return parameters_.topoVlanState; }
+  auto const& pVlanLib() const { return parameters_.pVlanLib; }
+  auto const& pamDesiredIntfDir() const { return parameters_.pamDesiredIntfDir; }
+  auto const& querierConfigDir() const { return parameters_.querierConfigDir; }
+  auto const& igmpHostDir() const { return parameters_.igmpHostDir; }
+  auto const& kernelIntfStatusDir() const { return parameters_.kernelIntfStatusDir; }
+  auto const& bridgingConfig() const { return parameters_.bridgingConfig; }
+  auto const& coreStatusDir() const { return parameters_.coreStatusDir; }
+  auto const& timerWheel() const { return parameters_.timerWheel; }
 
   class KelContext;
 
   /// The reactor on a VLAN's configuration entry, or null.
-  Kel::Ptr<KelContext> context(VlanId vlan) const;
+  Kel::Ptr<KelContext> context(VlanId vlan) const { return context_.get(vlan); }
   Kel::Ptr<KelContext> newContext(Kel::Ptr<IgmpContextConfig const> const& config);
   Kel::Ptr<KelContext> contextIs(Kel::Ptr<IgmpContextConfig const> const& config);
-  void contextDel(VlanId vlan);
-  void contextDelAll();
+  void contextDel(VlanId vlan) { context_.del(vlan); }
+  void contextDelAll() { context_.delAll(); }
 
   /// One machine per proxied VLAN, secondary ones included.
   Kel::OwnedMembers<VlanId, ProxyVlanSm> const& vlanSm() const { return vlanSm_; }
   Kel::Ptr<ProxyVlanSm> vlanSm(VlanId vlan) const { return vlanSm_.get(vlan); }
-  /// The arguments are those of ProxyVlanSm's constructor, without the owner.
+  /// The arguments are ProxyVlanSm's parameters in their order.
   template <class... Arguments>
   Kel::Ptr<ProxyVlanSm> newVlanSm(VlanId vlan, Arguments const&... arguments) {
-    return ProxyVlanSm::ProxyVlanSmIs(vlan, arguments..., this);
+    return Kel::make<ProxyVlanSm>(vlan, ProxyVlanSm::Parameters{arguments...}, this);
   }
   template <class... Arguments>
   Kel::Ptr<ProxyVlanSm> vlanSmIs(VlanId vlan, Arguments const&... arguments) {
     auto const added = [&] { return newVlanSm(vlan, arguments...); };
-    return vlanSm_.ensure(vlan, added, ProxyVlanSm::Parameters(arguments...)).first;
+    return vlanSm_.ensure(vlan, added, ProxyVlanSm::Parameters{arguments...}).first;
   }
   void vlanSmDel(VlanId vlan);
   void vlanSmDelAll();
@@ -370,7 +356,7 @@ class KEL_EXPORT ProxySm : public Kel::PtrInterface {
 
   Kel::Ptr<PortVlanMapping> const& portVlanMap() const { return portVlanMap_; }
   void portVlanMapIs();
-  Kel::Ptr<ProxyPamManager> const& pamManager() const;
+  Kel::Ptr<ProxyPamManager> const& pamManager() const { return pamManager_; }
   void pamManagerIs(Kel::Ptr<Bridging::Config const> const& bridgingConfig,
                     Kel::Ptr<Interface::PamDesiredIntfDir const> const& pamDesiredIntfDir,
                     Kel::Ptr<PortVlanMapping const> const& portVlanMap,
@@ -434,45 +420,41 @@ class KEL_EXPORT ProxySm : public Kel::PtrInterface {
   };
   VlanInputs inputsOf(VlanId vlan) const;
 
+  void followContext(VlanId vlan);
   void reconcileContexts();
   void catchUp();
   void zombieOwnReactors(bool zombie);
 
+  Parameters const parameters_;
   Decisions<VlanId> decisions_;
   bool initialized_ = false;
   std::uint32_t mtu_ = mtuDefault;
   Kel::String vlanName_;
   Kel::Ptr<KelProtocolConfig> protocolConfig_;
-  Kel::Ptr<Topology::Library::Vlan::LibVlanState const> topoVlanState_;
   Kel::Ptr<KelPVlanLib> pVlanLib_;
-  Kel::Ptr<Interface::PamDesiredIntfDir> pamDesiredIntfDir_;
   Kel::Ptr<KelQuerierConfigDir> querierConfigDir_;
-  Kel::Ptr<Igmp::IgmpHostDir> igmpHostDir_;
-  Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir_;
-  Kel::Ptr<Bridging::Config const> bridgingConfig_;
-  Kel::Ptr<IgmpProtocolStatus const> coreStatusDir_;
-  Kel::Ptr<Horix::TimerWheel const> timerWheel_;
   Kel::Reactors<VlanId, KelContext> context_;
   Kel::OwnedMembers<VlanId, ProxyVlanSm> vlanSm_;
   Kel::OwnedMembers<VlanId, AdapterVlanConfig> adapterConfig_;
   Kel::OwnedMembers<VlanId, AdapterSm> adapterSm_;
   Kel::Ptr<PortVlanMapping> portVlanMap_;
-  Kel::Ptr<KelPamManager> pamManager_;
+  Kel::Ptr<ProxyPamManager> pamManager_;
+  Kel::Ptr<KelPamManager> kelPamManager_;
   Kel::Ptr<Igmp::IgmpHostStatusDir> igmpHostStatusDir_;
   Kel::Ptr<Igmp::IgmpHostDirSm> igmpHostDirSm_;
 };
 
-class KEL_EXPORT ProxySm::KelContext final : public IgmpContextConfig::NotifieeConst {
+class KEL_EXPORT ProxySm::KelContext final
+    : public Kel::ReactorFor<ProxySm, IgmpContextConfig::NotifieeConst> {
  public:
-  KelContext(Kel::Ptr<IgmpContextConfig const> config, ProxySm* proxySm);
+  using ReactorFor::ReactorFor;
 
   VlanId vlanId() const { return notifier()->vlanId(); }
-  void proxySmIs(ProxySm* proxySm) { proxySm_ = proxySm; }
+  void proxySmIs(ProxySm* proxySm) { ownerIs(proxySm); }
 
-  void onProxyEnabled() override;
-
- private:
-  ProxySm* proxySm_;
+  void onProxyEnabled() override {
+    if (notificationActive()) owner().handleVlan(vlanId());
+  }
 };
 
 /// Makes the proxy. Packets are received through the thread's Interface::EthDevPams.

@@ -26,6 +26,7 @@ class ReactorFor : public NotifieeInterface {
 
  protected:
   Owner& owner() const noexcept { return *owner_; }
+  void ownerIs(Owner* owner) noexcept { owner_ = owner; }
 
  private:
   Owner* owner_;
@@ -62,14 +63,15 @@ class Reactors : public OwnedMembers<Key, Reactor> {
     return reactor;
   }
 
-  /// Brings the reactors in step with the watched collection: `watchMember(member)` for each
-  /// member, then `stop(key)` for each reactor whose member is not there.
-  template <class WatchedMembers, class WatchMember, class Stop>
-  void reconcile(WatchedMembers const& watched, WatchMember watchMember, Stop stop) const {
+  /// Brings the reactors in step with the watched collection: `follow(key)` for each member, then
+  /// for each reactor whose member is not there. `follow` watches the member that has the key, or
+  /// deletes the reactor where there is none.
+  template <class WatchedMembers, class Follow>
+  void reconcile(WatchedMembers const& watched, Follow follow) const {
     for (Key const& key : watched.keys())
-      if (auto const member = watched.get(key)) watchMember(member);
+      if (watched.find(key)) follow(key);
     for (Key const& key : this->keys())
-      if (!watched.find(key)) stop(key);
+      if (!watched.find(key)) follow(key);
   }
 };
 

@@ -59,9 +59,7 @@ class DefaultVlanSm::KelVlanConfig final
   }
 
   void handleIntf() {
-    intfConfig_.reconcile(
-        notifier()->intfConfig(), [&](auto const& config) { handleIntf(config->intfId()); },
-        [&](IntfId const& intf) { handleIntf(intf); });
+    intfConfig_.reconcile(notifier()->intfConfig(), [&](IntfId const& intf) { handleIntf(intf); });
   }
 
   void handleIntf(IntfId intf) {
@@ -122,9 +120,7 @@ void DefaultVlanSm::kelDoZombieReactors(bool zombie) {
 }
 
 void DefaultVlanSm::handleVlan() {
-  vlanConfig_.reconcile(
-      bridgingConfig()->vlanConfig(), [&](auto const& config) { handleVlan(config->vlanId()); },
-      [&](VlanId vlan) { handleVlan(vlan); });
+  vlanConfig_.reconcile(bridgingConfig()->vlanConfig(), [&](VlanId vlan) { handleVlan(vlan); });
 }
 
 void DefaultVlanSm::handleVlan(VlanId vlan) {

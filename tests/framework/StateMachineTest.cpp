@@ -90,12 +90,13 @@ class Monitor : public Kel::PtrInterface {
 
   void handleTemperature() { journal.push_back(Toy::sentence("temperature")); }
   void handlePorts() {
-    kelPort_.reconcile(
-        watched()->port(), [this](Kel::Ptr<Port const> const& port) { watchPort(port); },
-        [this](Wirex::IntfId const& name) { kelPort_.del(name); });
+    kelPort_.reconcile(watched()->port(), [this](auto const& name) { followPort(name); });
   }
   void handlePort(Wirex::IntfId const& name) {
     journal.push_back(Toy::sentence("port", name));
+    followPort(name);
+  }
+  void followPort(Wirex::IntfId const& name) {
     if (Kel::Ptr<Port const> const port = watched()->port(name))
       watchPort(port);
     else
