@@ -55,13 +55,12 @@ class ScratchCounts {
 /// The filter mode of a record that says what is merged; none where nobody wants the group. Ends
 /// in *,G without excludes.
 std::optional<IgmpV3GroupRecordType> modeOf(SourceCount& merged) {
-  if (merged.starGCount() != 0) {
+  bool const wantsEverySource = merged.starGCount() != 0;
+  if (wantsEverySource) {
     KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon Put *,G into igmpHost");
     merged.excludeDelAll();
-    KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon exclude mode");
-    return IgmpV3GroupRecordType::modeIsExclude;
   }
-  if (!merged.exclude().empty()) {
+  if (wantsEverySource || !merged.exclude().empty()) {
     KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon exclude mode");
     return IgmpV3GroupRecordType::modeIsExclude;
   }
@@ -76,15 +75,15 @@ void fill(Igmp::IgmpV3GroupRecord& record, IgmpV3GroupRecordType mode, SourceCou
   auto const goes = [](IpAddr source) {
     KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon Removing old source s: " << source);
   };
-  if (mode == IgmpV3GroupRecordType::modeIsInclude) {
-    list->sourceIpRefill(merged.include(), 1, goes, [](IpAddr source) {
-      KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon Adding to include s: " << source);
+  auto const refill = [&](auto const& sources, char const* comes) {
+    list->sourceIpRefill(sources, 1, goes, [comes](IpAddr source) {
+      KEL_TRACE_OF("processSplitHorizon", 4, comes << source);
     });
-  } else {
-    list->sourceIpRefill(merged.exclude(), 1, goes, [](IpAddr source) {
-      KEL_TRACE_OF("processSplitHorizon", 4, "SplitHorizon Adding to exclude s: " << source);
-    });
-  }
+  };
+  if (mode == IgmpV3GroupRecordType::modeIsInclude)
+    refill(merged.include(), "SplitHorizon Adding to include s: ");
+  else
+    refill(merged.exclude(), "SplitHorizon Adding to exclude s: ");
 }
 
 /// Holds a port and its group for the length of a change of the group's counts: whoever watches
@@ -98,18 +97,6 @@ class CountedPort {
   Kel::Ptr<AdapterSm::KelIgmpGroup> group_;
 };
 
-/// Whether every wish of a port is also one of another port. May be false where ports exclude
-/// sources.
-bool everyWishIsShared(AdapterSm::KelIgmpGroup& group) {
-  SourceCount const& counts = *group.recordIs();
-  if (group.igmpIntf().size() < 2) return false;
-  if (counts.starGCount() != 0) return counts.starGCount() > 1;
-  if (!counts.exclude().empty()) return false;
-  for (auto const [source, including] : counts.include())
-    if (including < 2) return false;
-  return true;
-}
-
 /// Whether a port's host leaves something out that the hosts of other ports report. May be true
 /// also where ports exclude sources, and is for the group's only port.
 bool leavesSomethingOut(KelIgmpIntf const& port) {
@@ -122,38 +109,8 @@ bool leavesSomethingOut(KelIgmpIntf const& port) {
   return false;
 }
 
-/// The member ports of a group whose hosts leave something out that other hosts report. Found anew
-/// whenever the group's counts have changed.
-class PortsApart {
- public:
-  explicit PortsApart(AdapterSm::KelIgmpGroup& group) : group_(group) {}
-
-  bool contains(IntfId const& intf) {
-    if (!isUpToDate()) find();
-    return ports_.contains(intf);
-  }
-
- private:
-  bool isUpToDate() const {
-    return counts_ && counts_ == group_.record() && version_ == counts_->version() &&
-           memberPorts_ == group_.igmpIntf().size();
-  }
-  void find() {
-    counts_ = group_.recordIs();
-    version_ = counts_->version();
-    memberPorts_ = group_.igmpIntf().size();
-    ports_.clear();
-    if (everyWishIsShared(group_)) return;
-    for (auto const& [intf, port] : group_.igmpIntf())
-      if (leavesSomethingOut(*port)) ports_.add(intf, {});
-  }
-
-  AdapterSm::KelIgmpGroup& group_;
-  Kel::Ptr<SourceCount> counts_;
-  std::uint32_t version_ = SourceCount::noVersion;
-  std::uint32_t memberPorts_ = 0;
-  Kel::Table<IntfId, Kel::Nothing> ports_;
-};
+/// Picks any source.
+constexpr auto any = [](IpAddr /*source*/) { return true; };
 
 /// Whether a decision on a record is traced step by step.
 bool decisionsAreTraced() {
@@ -286,7 +243,6 @@ void AdapterSm::addChangedGroups(std::vector<PlacedGroup>& groups, std::uint32_t
 void AdapterSm::updateRecords(KelIgmpGroup& group) {
   AdapterVlanConfig::HostKeys const& hostKeys = adapterConfig()->hostKey();
   std::uint32_t formerPlace = 0;
-  PortsApart apart(group);
   for (PortKey const& key : hostKeys.keys()) {
     if (group.isZombie()) break;
     std::uint32_t const keyPlace = hostKeys.position(key, formerPlace++);
@@ -294,8 +250,7 @@ void AdapterSm::updateRecords(KelIgmpGroup& group) {
     KEL_TRACE_OF("updateIgmpHost", 4, "AdapterSm::updateIgmpHost key " << key);
     // A copy, because handlers may have the adapter update again, for more hosts.
     std::uint32_t hostPlace = hostPlaces_.of(keyPlace, hostKeys.size());
-    if (decisionsAreTraced() || apart.contains(key.intfId()) || !shareRecord(key, group, hostPlace))
-      processSplitHorizon(key, group, hostPlace);
+    rewriteRecord(key, group, hostPlace);
     hostPlaces_.of(keyPlace, hostKeys.size()) = hostPlace;
   }
   group.igmpHostChangedIs(false);
@@ -340,12 +295,9 @@ void AdapterSm::processSplitHorizon(PortKey const& key, IpAddr group) {
   rewriteRecord(key, *kelIgmpGroup(group), hostPlace);
 }
 
-/// Rewrites a single host's record.
 void AdapterSm::rewriteRecord(PortKey const& key, KelIgmpGroup& group, std::uint32_t& hostPlace) {
   Kel::Ptr<AdapterSm> const self(this);
-  KelIgmpIntf const* const memberPort = group.igmpIntf().find(key.intfId());
-  bool const isApart = memberPort && leavesSomethingOut(*memberPort);
-  if (decisionsAreTraced() || isApart || !shareRecord(key, group, hostPlace))
+  if (decisionsAreTraced() || !shareRecord(key, group, hostPlace))
     processSplitHorizon(key, group, hostPlace);
 }
 
@@ -381,10 +333,12 @@ Igmp::IgmpHost* AdapterSm::igmpHost(PortKey const& key, std::uint32_t& place) co
 /// Gives a host that leaves nothing out the record of what all member ports want, which all such
 /// hosts share. Returns false where that could be noticed, or there is no such host.
 bool AdapterSm::shareRecord(PortKey const& key, KelIgmpGroup& group, std::uint32_t& hostPlace) {
+  CommonRecord const& common = commonRecord(group);
+  KelIgmpIntf const* const port = group.igmpIntf().find(key.intfId());
+  if (port && !common.everyWishIsShared() && leavesSomethingOut(*port)) return false;
   Igmp::IgmpHost* const host = igmpHost(key, hostPlace);
   if (!host) return false;
-  if (CommonRecord::Record const& common = commonRecord(group))
-    return host->v3groupShare(common, group.recordNumber_);
+  if (common.record()) return host->v3groupShare(common.record(), group.recordNumber_);
   Igmp::IgmpV3GroupRecord const* const present = host->v3group().peek(group.addr());
   if (!present) return !host->watched();
   if (!present->isShared() && present->isInUse()) return false;
@@ -392,7 +346,7 @@ bool AdapterSm::shareRecord(PortKey const& key, KelIgmpGroup& group, std::uint32
   return true;
 }
 
-CommonRecord::Record const& AdapterSm::commonRecord(KelIgmpGroup& group) {
+CommonRecord const& AdapterSm::commonRecord(KelIgmpGroup& group) {
   auto const make = [&]() -> CommonRecord::Record {
     ScratchCounts const merged(spareCounts_);
     if (mergeMemberPorts(group, *merged)) merged->starGCountIs(1);
@@ -402,7 +356,8 @@ CommonRecord::Record const& AdapterSm::commonRecord(KelIgmpGroup& group) {
     fill(*record, *mode, *merged);
     return record;
   };
-  return group.commonRecord_.of(*group.recordIs(), group.igmpIntf().size(), make);
+  group.commonRecord_.update(*group.recordIs(), group.igmpIntf().size(), make);
+  return group.commonRecord_;
 }
 
 /// Merges what all member ports want, for a host whose own port has no listener. Returns whether
@@ -598,51 +553,26 @@ void KelIgmpIntf::portChangedInc(std::uint16_t by) {
   portChangedIs(static_cast<std::uint16_t>(portChanged_ + by));
 }
 
-KelIgmpIntf::Count KelIgmpIntf::count(PortSources const& sources, IpAddr source) {
+KelIgmpIntf::Count KelIgmpIntf::portCount(FilterMode mode, IpAddr source) const {
+  PortSources const& sources = mode == FilterMode::exclude ? portExclude_ : portInclude_;
   Count const* const count = sources.find(source);
   return count ? *count : Count{0};
 }
 
-bool KelIgmpIntf::addTo(PortSources& sources, IpAddr source, Count by) {
+KelIgmpIntf::Count KelIgmpIntf::count(FilterMode mode, IpAddr source, Count by) {
   settlement_.unsettle();
-  Count* const present = sources.find(source);
-  Count& count = present ? *present : sources.add(source, 0);
+  Count* const present = listed(mode).find(source);
+  Count& count = present ? *present : listed(mode).add(source, 0);
   count = static_cast<Count>(count + by);
-  return by != 0;
+  if (by != 0) handleSource(mode, source);
+  return portCount(mode, source);
 }
 
-void KelIgmpIntf::remove(PortSources& sources, IpAddr source) {
+void KelIgmpIntf::remove(FilterMode mode, IpAddr source) {
   settlement_.unsettle();
-  if (std::uint32_t const at = sources.position(source); at != PortSources::absent)
-    sources.takeAt(at);
-}
-
-KelIgmpIntf::Count KelIgmpIntf::portIncludeInc(IpAddr source, Count by) {
-  if (addTo(portInclude_, source, by)) handleIncludeSource(source);
-  return portInclude(source);
-}
-
-KelIgmpIntf::Count KelIgmpIntf::portIncludeDec(IpAddr source, Count by) {
-  return portIncludeInc(source, static_cast<Count>(-by));
-}
-
-void KelIgmpIntf::portIncludeDel(IpAddr source) {
-  remove(portInclude_, source);
-  handleIncludeSource(source);
-}
-
-KelIgmpIntf::Count KelIgmpIntf::portExcludeInc(IpAddr source, Count by) {
-  if (addTo(portExclude_, source, by)) handleExcludeSource(source);
-  return portExclude(source);
-}
-
-KelIgmpIntf::Count KelIgmpIntf::portExcludeDec(IpAddr source, Count by) {
-  return portExcludeInc(source, static_cast<Count>(-by));
-}
-
-void KelIgmpIntf::portExcludeDel(IpAddr source) {
-  remove(portExclude_, source);
-  handleExcludeSource(source);
+  if (std::uint32_t const at = listed(mode).position(source); at != PortSources::absent)
+    listed(mode).takeAt(at);
+  handleSource(mode, source);
 }
 
 void KelIgmpIntf::handleStarG() {
@@ -665,30 +595,18 @@ void KelIgmpIntf::handleStarG() {
   }
 }
 
-void KelIgmpIntf::handleIncludeSource(IpAddr source) {
-  KEL_TRACE(4, "KelIgmpIntf::handleIncludeSource " << intfId() << " group " << group());
-  bool const listed = portInclude(source) != 0;
-  if (listed)
-    KEL_TRACE(4, "handleIncludeSource Increment global refcount s: " << source);
-  else
-    KEL_TRACE(4, "handleIncludeSource Decrement global refcount s: " << source);
-  countSource(FilterMode::include, source, listed);
-}
-
-void KelIgmpIntf::handleExcludeSource(IpAddr source) {
-  KEL_TRACE(4, "KelIgmpIntf::handleExcludeSource " << intfId() << " group " << group());
-  bool const listed = portExclude(source) != 0;
-  if (listed)
-    KEL_TRACE(4, "handleExcludeSource Increment global refcount s: " << source);
-  else
-    KEL_TRACE(4, "handleExcludeSource Decrement global refcount s: " << source);
-  countSource(FilterMode::exclude, source, listed);
-}
-
-void KelIgmpIntf::countSource(FilterMode mode, IpAddr source, bool listed) {
+/// A source's count changed in one of the port's lists.
+void KelIgmpIntf::handleSource(FilterMode mode, IpAddr source) {
+  char const* const handler =
+      mode == FilterMode::exclude ? "handleExcludeSource" : "handleIncludeSource";
+  KEL_TRACE_OF(handler, 4, "KelIgmpIntf::" << handler << ' ' << intfId() << " group " << group());
+  bool const isListed = portCount(mode, source) != 0;
+  KEL_TRACE_OF(
+      handler, 4,
+      handler << (isListed ? " Increment" : " Decrement") << " global refcount s: " << source);
   CountedPort const held(*this);
   Kel::Ptr<SourceCount> const record = kelIgmpGroup_->recordIs();
-  if (listed)
+  if (isListed)
     incRefCount(record, mode, source);
   else
     decRefCount(record, mode, source);
@@ -727,19 +645,23 @@ ReporterCounts KelIgmpIntf::mergedReporters() const {
   return reporters;
 }
 
+/// Removes from one of the port's lists the sources that `goes` picks.
+template <class Goes>
+void KelIgmpIntf::removeEach(FilterMode mode, char const* why, Goes goes) {
+  for (IpAddr const source : Kel::KeySnapshot<IpAddr>(listed(mode))) {
+    if (!goes(source)) continue;
+    KEL_TRACE_OF("processPort", 4, why << source);
+    remove(mode, source);
+  }
+}
+
 /// No reporter is in exclude mode: the port includes what any of them includes.
 void KelIgmpIntf::mergeIncludes(ReporterCounts const& reporters) {
   starGIs(false);
   modeIs(FilterMode::include);
-  for (IpAddr const source : Kel::KeySnapshot<IpAddr>(portExclude_)) {
-    KEL_TRACE_OF("processPort", 4, "Include case, delete any exclude sources in port " << source);
-    portExcludeDel(source);
-  }
-  for (IpAddr const source : Kel::KeySnapshot<IpAddr>(portInclude_)) {
-    if (reporters.include(source) != 0) continue;
-    KEL_TRACE_OF("processPort", 4, "Delete old include " << source);
-    portIncludeDel(source);
-  }
+  removeEach(FilterMode::exclude, "Include case, delete any exclude sources in port ", any);
+  removeEach(FilterMode::include, "Delete old include ",
+             [&](IpAddr source) { return reporters.include(source) == 0; });
   for (auto const [source, count] : reporters.include()) {
     KEL_TRACE_OF("processPort", 4, "Add include " << source);
     if (portInclude(source) == 0) portIncludeInc(source, 1);
@@ -749,10 +671,7 @@ void KelIgmpIntf::mergeIncludes(ReporterCounts const& reporters) {
 /// Some reporter is in exclude mode: the port excludes what every reporter excludes.
 void KelIgmpIntf::mergeExcludes(ReporterCounts const& reporters) {
   modeIs(FilterMode::exclude);
-  for (IpAddr const source : Kel::KeySnapshot<IpAddr>(portInclude_)) {
-    KEL_TRACE_OF("processPort", 4, "Start off by deleting include source " << source);
-    portIncludeDel(source);
-  }
+  removeEach(FilterMode::include, "Start off by deleting include source ", any);
   std::uint32_t const numMember = membership_.size();
   for (auto const [source, reporting] : reporters.exclude()) {
     auto const count = static_cast<Count>(reporting);
@@ -770,26 +689,17 @@ void KelIgmpIntf::mergeExcludes(ReporterCounts const& reporters) {
     KEL_TRACE_OF("processPort", 4, "Deleting include source from exclude list " << source);
     portExcludeDel(source);
   }
-  for (IpAddr const source : Kel::KeySnapshot<IpAddr>(portExclude_)) {
-    if (reporters.exclude(source) == numMember) continue;
-    KEL_TRACE_OF("processPort", 4, "Deleting exclude list source (!= numMember) " << source);
-    portExcludeDel(source);
-  }
+  removeEach(FilterMode::exclude, "Deleting exclude list source (!= numMember) ",
+             [&](IpAddr source) { return reporters.exclude(source) != numMember; });
   starGIfNothingExcluded();
 }
 
 void KelIgmpIntf::starGIfNothingExcluded() {
-  if (!portExclude_.empty()) {
-    starGIs(false);
-    return;
-  }
-  KEL_TRACE_OF("processPort", 4,
-               "processPort: starGThere is true " << intfId() << " group " << group());
-  for (IpAddr const source : Kel::KeySnapshot<IpAddr>(portExclude_)) {
-    KEL_TRACE_OF("processPort", 4, "*,G delete all exclude sources " << source);
-    portExcludeDel(source);
-  }
-  starGIs(true);
+  bool const nothingExcluded = portExclude_.empty();
+  if (nothingExcluded)
+    KEL_TRACE_OF("processPort", 4,
+                 "processPort: starGThere is true " << intfId() << " group " << group());
+  starGIs(nothingExcluded);
 }
 
 // ---- KelIgmpIntf: evaluations that nobody watches or traces look at what changed alone

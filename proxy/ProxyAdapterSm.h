@@ -92,7 +92,7 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   void processSplitHorizon(PortKey const& key, KelIgmpGroup& group, std::uint32_t& hostPlace);
   Igmp::IgmpHost* igmpHost(PortKey const& key, std::uint32_t& place) const;
   bool shareRecord(PortKey const& key, KelIgmpGroup& group, std::uint32_t& hostPlace);
-  CommonRecord::Record const& commonRecord(KelIgmpGroup& group);
+  CommonRecord const& commonRecord(KelIgmpGroup& group);
   bool mergeMemberPorts(KelIgmpGroup& group, SourceCount& merged) const;
   void writeRecord(Igmp::IgmpHost& host, KelIgmpGroup& group, SourceCount& merged,
                    bool ownPortAlone);
@@ -237,17 +237,25 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup::KelIgmpIntf final : public IgmpIntfSta
   /// The sources that the port includes. Deleting one counts the group's sources again, whether it
   /// was there or not.
   PortSources const& portInclude() const { return portInclude_; }
-  Count portInclude(Wirex::IpAddr source) const { return count(portInclude_, source); }
-  Count portIncludeInc(Wirex::IpAddr source, Count by);
-  Count portIncludeDec(Wirex::IpAddr source, Count by);
-  void portIncludeDel(Wirex::IpAddr source);
+  Count portInclude(Wirex::IpAddr source) const { return portCount(FilterMode::include, source); }
+  Count portIncludeInc(Wirex::IpAddr source, Count by) {
+    return count(FilterMode::include, source, by);
+  }
+  Count portIncludeDec(Wirex::IpAddr source, Count by) {
+    return portIncludeInc(source, static_cast<Count>(-by));
+  }
+  void portIncludeDel(Wirex::IpAddr source) { remove(FilterMode::include, source); }
 
   /// The sources that the port excludes; as `portInclude`.
   PortSources const& portExclude() const { return portExclude_; }
-  Count portExclude(Wirex::IpAddr source) const { return count(portExclude_, source); }
-  Count portExcludeInc(Wirex::IpAddr source, Count by);
-  Count portExcludeDec(Wirex::IpAddr source, Count by);
-  void portExcludeDel(Wirex::IpAddr source);
+  Count portExclude(Wirex::IpAddr source) const { return portCount(FilterMode::exclude, source); }
+  Count portExcludeInc(Wirex::IpAddr source, Count by) {
+    return count(FilterMode::exclude, source, by);
+  }
+  Count portExcludeDec(Wirex::IpAddr source, Count by) {
+    return portExcludeInc(source, static_cast<Count>(-by));
+  }
+  void portExcludeDel(Wirex::IpAddr source) { remove(FilterMode::exclude, source); }
 
   /// Fills a fresh `result` with what the group's other ports want.
   void subtract(SourceCount& result) const;
@@ -260,19 +268,24 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup::KelIgmpIntf final : public IgmpIntfSta
   void onMembership(Wirex::IpAddr reporter) override;
 
   void handleStarG();
-  void handleIncludeSource(Wirex::IpAddr source);
-  void handleExcludeSource(Wirex::IpAddr source);
+  void handleIncludeSource(Wirex::IpAddr source) { handleSource(FilterMode::include, source); }
+  void handleExcludeSource(Wirex::IpAddr source) { handleSource(FilterMode::exclude, source); }
   void processPort();
 
  private:
   friend class KelIgmpGroup;
   friend class KelMembership;
 
-  static Count count(PortSources const& sources, Wirex::IpAddr source);
-  /// Returns whether the count changed.
-  bool addTo(PortSources& sources, Wirex::IpAddr source, Count by);
-  void remove(PortSources& sources, Wirex::IpAddr source);
-  void countSource(FilterMode mode, Wirex::IpAddr source, bool listed);
+  /// What the port lists in a mode.
+  PortSources& listed(FilterMode mode) {
+    return mode == FilterMode::exclude ? portExclude_ : portInclude_;
+  }
+  Count portCount(FilterMode mode, Wirex::IpAddr source) const;
+  Count count(FilterMode mode, Wirex::IpAddr source, Count by);
+  void remove(FilterMode mode, Wirex::IpAddr source);
+  template <class Goes>
+  void removeEach(FilterMode mode, char const* why, Goes goes);
+  void handleSource(FilterMode mode, Wirex::IpAddr source);
   bool subtractExcludes(SourceCount& result) const;
   void subtractIncludes(SourceCount& result) const;
 

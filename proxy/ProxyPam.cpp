@@ -51,9 +51,11 @@ class ProxyIntfFilter::KelPortVlanMap final
 ProxyIntfFilter::ProxyIntfFilter(Kel::Ptr<Interface::PamDesiredIntfDir const> pamDir,
                                  Kel::Ptr<PortVlanMapping const> portVlanMap,
                                  Kel::Ptr<Interface::PamDesiredIntfDir> desiredIntfDir)
-    : pamDir_(Kel::make<KelPamDir>(std::move(pamDir), this)),
-      portVlanMap_(Kel::make<KelPortVlanMap>(std::move(portVlanMap), this)),
-      desiredIntfDir_(std::move(desiredIntfDir)) {
+    : pamDir_(std::move(pamDir)),
+      portVlanMap_(std::move(portVlanMap)),
+      desiredIntfDir_(std::move(desiredIntfDir)),
+      kelPamDir_(Kel::make<KelPamDir>(pamDir_, this)),
+      kelPortVlanMap_(Kel::make<KelPortVlanMap>(portVlanMap_, this)) {
   handlePort();
   initializedIs(true);
 }
@@ -62,27 +64,19 @@ ProxyIntfFilter::~ProxyIntfFilter() {
   ProxyIntfFilter::kelDoZombieReactors(true);
 }
 
-Kel::Ptr<Interface::PamDesiredIntfDir const> const& ProxyIntfFilter::pamDir() const {
-  return pamDir_->notifier();
-}
-
-Kel::Ptr<PortVlanMapping const> const& ProxyIntfFilter::portVlanMap() const {
-  return portVlanMap_->notifier();
-}
-
 void ProxyIntfFilter::hasNotificationActiveIs(bool active) {
-  bool const awakes = active && !pamDir_->hasNotificationActive();
-  pamDir_->hasNotificationActiveIs(active);
-  portVlanMap_->hasNotificationActiveIs(active);
-  if (!awakes || pamDir_->isZombie()) return;
+  bool const awakes = active && !kelPamDir_->hasNotificationActive();
+  kelPamDir_->hasNotificationActiveIs(active);
+  kelPortVlanMap_->hasNotificationActiveIs(active);
+  if (!awakes || kelPamDir_->isZombie()) return;
   Kel::Ptr<ProxyIntfFilter> const self(this);
   for (IntfId const& intfId : desiredIntfDir_->intfDesired().keys()) handlePort(intfId);
   handlePort();
 }
 
 void ProxyIntfFilter::kelDoZombieReactors(bool zombie) {
-  pamDir_->kelDoZombieReactors(zombie);
-  portVlanMap_->kelDoZombieReactors(zombie);
+  kelPamDir_->kelDoZombieReactors(zombie);
+  kelPortVlanMap_->kelDoZombieReactors(zombie);
 }
 
 void ProxyIntfFilter::handlePort() {
@@ -120,9 +114,9 @@ class EthDevPamSm::KelEthDevPamCol final
 
 EthDevPamSm::EthDevPamSm(Kel::Ptr<Interface::EthDevPamCollection const> ethDevPamCol,
                          Wirex::PortVlanPamManager* parent)
-    : parent_(parent) {
-  Kel::nonNull(ethDevPamCol, "Bridging::IgmpSnooping::Proxy::EthDevPamSm", "ethDevPamCol");
-  ethDevPamCol_ = Kel::make<KelEthDevPamCol>(std::move(ethDevPamCol), this);
+    : parent_(parent), ethDevPamCol_(std::move(ethDevPamCol)) {
+  Kel::nonNull(ethDevPamCol_, "Bridging::IgmpSnooping::Proxy::EthDevPamSm", "ethDevPamCol");
+  kelEthDevPamCol_ = Kel::make<KelEthDevPamCol>(ethDevPamCol_, this);
   handleEthDevPam();
 }
 
@@ -130,14 +124,10 @@ EthDevPamSm::~EthDevPamSm() {
   EthDevPamSm::kelDoZombieReactors(true);
 }
 
-Kel::Ptr<Interface::EthDevPamCollection const> const& EthDevPamSm::ethDevPamCol() const {
-  return ethDevPamCol_->notifier();
-}
-
 void EthDevPamSm::hasNotificationActiveIs(bool active) {
-  bool const awakes = active && !ethDevPamCol_->hasNotificationActive();
-  ethDevPamCol_->hasNotificationActiveIs(active);
-  if (!awakes || ethDevPamCol_->isZombie()) return;
+  bool const awakes = active && !kelEthDevPamCol_->hasNotificationActive();
+  kelEthDevPamCol_->hasNotificationActiveIs(active);
+  if (!awakes || kelEthDevPamCol_->isZombie()) return;
   Kel::Ptr<EthDevPamSm> const self(this);
   Kel::Ptr<Wirex::PortVlanPamManager> const parent(parent_);
   for (IntfId const& intfId : parent->multiplexer().keys())
@@ -146,7 +136,7 @@ void EthDevPamSm::hasNotificationActiveIs(bool active) {
 }
 
 void EthDevPamSm::kelDoZombieReactors(bool zombie) {
-  ethDevPamCol_->kelDoZombieReactors(zombie);
+  kelEthDevPamCol_->kelDoZombieReactors(zombie);
 }
 
 void EthDevPamSm::handleEthDevPam() {
@@ -164,15 +154,9 @@ void EthDevPamSm::handleEthDevPam(IntfId intfId) {
 
 // ---- ProxyPamManager
 
-ProxyPamManager::ProxyPamManager(Kel::Ptr<Bridging::Config const> bridgingConfig,
-                                 Kel::Ptr<Interface::PamDesiredIntfDir const> pamDesiredIntfDir,
-                                 Kel::Ptr<PortVlanMapping const> portVlanMap,
-                                 Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir)
+ProxyPamManager::ProxyPamManager(Parameters parameters)
     : PortVlanPamManager("ProxyPamManager"),
-      bridgingConfig_(std::move(bridgingConfig)),
-      pamDesiredIntfDir_(std::move(pamDesiredIntfDir)),
-      portVlanMap_(std::move(portVlanMap)),
-      kernelIntfStatusDir_(std::move(kernelIntfStatusDir)),
+      parameters_(std::move(parameters)),
       pamCol_(Kel::make<PamCol>()) {
   handleInitialized();
 }
@@ -188,11 +172,11 @@ void ProxyPamManager::handleInitialized() {
   ethDevPamCol_ = Kel::make<Interface::EthDevPamCollection>("ProxyEthDevPamCol");
   ethDevPamSm_ = EthDevPamSm::EthDevPamSmIs(ethDevPamCol_, this);
   proxyIntfFilter_ =
-      ProxyIntfFilter::ProxyIntfFilterIs(pamDesiredIntfDir_, portVlanMap_, proxyPamDesired_);
-  ethDevPamMgr_ =
-      Kel::make<Interface::EthDevPamManager>(proxyPamDesired_, ethDevPamCol_, kernelIntfStatusDir_);
+      ProxyIntfFilter::ProxyIntfFilterIs(pamDesiredIntfDir(), portVlanMap(), proxyPamDesired_);
+  ethDevPamMgr_ = Kel::make<Interface::EthDevPamManager>(proxyPamDesired_, ethDevPamCol_,
+                                                         kernelIntfStatusDir());
   configureReception();
-  defaultVlanSm_ = Kel::make<DefaultVlanSm>(bridgingConfig_, this);
+  defaultVlanSm_ = Kel::make<DefaultVlanSm>(bridgingConfig(), this);
   ethDevPamMgr_->enabledIs(true);
   initializedIs(true);
 }
@@ -275,7 +259,7 @@ void ProxyPamManager::doRxPkt(VlanId vlanId, IntfId intfId, Wirex::Pkt::PtrConst
 }
 
 bool ProxyPamManager::tagOnEgress(VlanId vlanId, IntfId intfId) const {
-  auto const* const vlan = bridgingConfig_->vlanConfig().find(vlanId);
+  auto const* const vlan = bridgingConfig()->vlanConfig().find(vlanId);
   auto const* const intf = vlan ? vlan->intfConfig().find(intfId) : nullptr;
   return intf && intf->tagged();
 }

@@ -39,8 +39,8 @@ class KEL_EXPORT ProxyIntfFilter : public Kel::PtrInterface {
                   Kel::Ptr<Interface::PamDesiredIntfDir> desiredIntfDir);
   ~ProxyIntfFilter() override;
 
-  Kel::Ptr<Interface::PamDesiredIntfDir const> const& pamDir() const;
-  Kel::Ptr<PortVlanMapping const> const& portVlanMap() const;
+  Kel::Ptr<Interface::PamDesiredIntfDir const> const& pamDir() const { return pamDir_; }
+  Kel::Ptr<PortVlanMapping const> const& portVlanMap() const { return portVlanMap_; }
   Kel::Ptr<Interface::PamDesiredIntfDir> const& desiredIntfDir() const { return desiredIntfDir_; }
 
   bool initialized() const { return initialized_; }
@@ -57,9 +57,11 @@ class KEL_EXPORT ProxyIntfFilter : public Kel::PtrInterface {
   class KelPamDir;
   class KelPortVlanMap;
 
-  Kel::Ptr<KelPamDir> pamDir_;
-  Kel::Ptr<KelPortVlanMap> portVlanMap_;
+  Kel::Ptr<Interface::PamDesiredIntfDir const> pamDir_;
+  Kel::Ptr<PortVlanMapping const> portVlanMap_;
   Kel::Ptr<Interface::PamDesiredIntfDir> desiredIntfDir_;
+  Kel::Ptr<KelPamDir> kelPamDir_;
+  Kel::Ptr<KelPortVlanMap> kelPortVlanMap_;
   bool initialized_ = false;
 };
 
@@ -77,7 +79,9 @@ class KEL_EXPORT EthDevPamSm : public Kel::PtrInterface {
               Wirex::PortVlanPamManager* parent);
   ~EthDevPamSm() override;
 
-  Kel::Ptr<Interface::EthDevPamCollection const> const& ethDevPamCol() const;
+  Kel::Ptr<Interface::EthDevPamCollection const> const& ethDevPamCol() const {
+    return ethDevPamCol_;
+  }
   Wirex::PortVlanPamManager* parent() const { return parent_; }
 
   void handleEthDevPam();
@@ -90,7 +94,8 @@ class KEL_EXPORT EthDevPamSm : public Kel::PtrInterface {
   class KelEthDevPamCol;
 
   Wirex::PortVlanPamManager* parent_;
-  Kel::Ptr<KelEthDevPamCol> ethDevPamCol_;
+  Kel::Ptr<Interface::EthDevPamCollection const> ethDevPamCol_;
+  Kel::Ptr<KelEthDevPamCol> kelEthDevPamCol_;
 };
 
 /// Keeps the packet access of each (port, VLAN) that has a host, and what it needs underneath.
@@ -120,26 +125,27 @@ class KEL_EXPORT ProxyPamManager final : public Wirex::PortVlanPamManager {
     KelPamCol entries_;
   };
 
-  /// Makes one; the arguments are the constructor's.
+  /// What it is made with: see proxyPamManagerFactory.
+  struct Parameters {
+    Kel::Ptr<Bridging::Config const> bridgingConfig;
+    Kel::Ptr<Interface::PamDesiredIntfDir const> pamDesiredIntfDir;
+    Kel::Ptr<PortVlanMapping const> portVlanMap;
+    Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir;
+  };
+
+  /// Makes one of the parameters in their order.
   template <class... Arguments>
   static Kel::Ptr<ProxyPamManager> ProxyPamManagerIs(Arguments&&... arguments) {
-    return Kel::make<ProxyPamManager>(std::forward<Arguments>(arguments)...);
+    return Kel::make<ProxyPamManager>(Parameters{std::forward<Arguments>(arguments)...});
   }
 
-  ProxyPamManager(Kel::Ptr<Bridging::Config const> bridgingConfig,
-                  Kel::Ptr<Interface::PamDesiredIntfDir const> pamDesiredIntfDir,
-                  Kel::Ptr<PortVlanMapping const> portVlanMap,
-                  Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir);
+  explicit ProxyPamManager(Parameters parameters);
   ~ProxyPamManager() override;
 
-  Kel::Ptr<Bridging::Config const> const& bridgingConfig() const { return bridgingConfig_; }
-  Kel::Ptr<Interface::PamDesiredIntfDir const> const& pamDesiredIntfDir() const {
-    return pamDesiredIntfDir_;
-  }
-  Kel::Ptr<PortVlanMapping const> const& portVlanMap() const { return portVlanMap_; }
-  Kel::Ptr<Interface::DeviceIntfStatusDir const> const& kernelIntfStatusDir() const {
-    return kernelIntfStatusDir_;
-  }
+  auto const& bridgingConfig() const { return parameters_.bridgingConfig; }
+  auto const& pamDesiredIntfDir() const { return parameters_.pamDesiredIntfDir; }
+  auto const& portVlanMap() const { return parameters_.portVlanMap; }
+  auto const& kernelIntfStatusDir() const { return parameters_.kernelIntfStatusDir; }
 
   Kel::Ptr<Interface::EthDevPamCollection> const& ethDevPamCol() const { return ethDevPamCol_; }
   /// On which interfaces the proxy itself wants device packet access.
@@ -191,10 +197,7 @@ class KEL_EXPORT ProxyPamManager final : public Wirex::PortVlanPamManager {
 
   void configureReception();
 
-  Kel::Ptr<Bridging::Config const> bridgingConfig_;
-  Kel::Ptr<Interface::PamDesiredIntfDir const> pamDesiredIntfDir_;
-  Kel::Ptr<PortVlanMapping const> portVlanMap_;
-  Kel::Ptr<Interface::DeviceIntfStatusDir const> kernelIntfStatusDir_;
+  Parameters const parameters_;
   Kel::Ptr<Interface::EthDevPamCollection> ethDevPamCol_;
   Kel::Ptr<PamCol> pamCol_;
   // The same entries, for received packets: building a text for each would cost more than all else

@@ -31,109 +31,66 @@ constexpr std::uint32_t igmp = 2;
 constexpr std::uint32_t pim = 0x67;
 constexpr std::uint32_t prefix24 = 0xffffff00;
 constexpr std::uint32_t localGroups = 0xe0000000;  // 224.0.0.0
+// Of an IPv4 multicast MAC address (RFC 1112 section 6.4).
+constexpr std::array<std::uint32_t, 3> multicastPrefix{0x01, 0x00, 0x5e};
 
-/// The instructions by name, in their order.
-enum At : std::uint8_t {
-  packetType,
-  isOutgoing,
-  type,
-  is0801,
-  isIpv4,
-  ipProtocol,
-  isIgmp,
-  isPim,
-  ipDestination,
-  ipPrefix,
-  isLocal,
-  isTagged,
-  taggedType,
-  isTagged0801,
-  isTaggedIpv4,
-  taggedProtocol,
-  isTaggedIgmp,
-  isTaggedPim,
-  taggedDestination,
-  taggedPrefix,
-  isTaggedLocal,
-  mac0,
-  isMac01,
-  mac1,
-  isMac00,
-  mac2,
-  isMac5e,
-  take,
-  drop,
-  end,
-};
+/// Where jumps go. None goes back, so 0 stands for the instruction behind the jump.
+enum At : std::uint8_t { next = 0, untagged = 2, tag = 11, multicast = 21, drop = 28 };
 
-struct Step {
-  At at;
-  std::uint16_t operation;
-  std::uint32_t k;
-  At ifTrue = end;  // where jumps go
-  At ifFalse = end;
-};
+class Program {
+ public:
+  using Instructions = std::array<Interface::BpfInstruction, 29>;
 
-constexpr std::array<Step, end> steps{{
-    {packetType, loadByte, packetTypeByte},
-    {isOutgoing, jumpIfEqual, outgoing, drop, type},
-
-    {type, loadHalf, etherType},
-    {is0801, jumpIfEqual, type0801, mac0, isIpv4},
-    {isIpv4, jumpIfEqual, typeIpv4, ipProtocol, isTagged},
-    {ipProtocol, loadByte, protocol},
-    {isIgmp, jumpIfEqual, igmp, mac0, isPim},
-    {isPim, jumpIfEqual, pim, mac0, ipDestination},
-    {ipDestination, loadWord, destination},
-    {ipPrefix, mask, prefix24},
-    {isLocal, jumpIfEqual, localGroups, mac0, drop},
-
-    {isTagged, jumpIfEqual, typeVlan, taggedType, drop},
-    {taggedType, loadHalf, etherType + tagSize},
-    {isTagged0801, jumpIfEqual, type0801, mac0, isTaggedIpv4},
-    {isTaggedIpv4, jumpIfEqual, typeIpv4, taggedProtocol, drop},
-    {taggedProtocol, loadByte, protocol + tagSize},
-    {isTaggedIgmp, jumpIfEqual, igmp, mac0, isTaggedPim},
-    {isTaggedPim, jumpIfEqual, pim, mac0, taggedDestination},
-    {taggedDestination, loadWord, destination + tagSize},
-    {taggedPrefix, mask, prefix24},
-    {isTaggedLocal, jumpIfEqual, localGroups, mac0, drop},
-
-    // An IPv4 multicast MAC address begins with 01:00:5e (RFC 1112 section 6.4).
-    {mac0, loadByte, 0},
-    {isMac01, jumpIfEqual, 0x01, mac1, drop},
-    {mac1, loadByte, 1},
-    {isMac00, jumpIfEqual, 0x00, mac2, drop},
-    {mac2, loadByte, 2},
-    {isMac5e, jumpIfEqual, 0x5e, take, drop},
-
-    {take, accept, wholeFrame},
-    {drop, accept, 0},
-}};
-
-constexpr bool everyStepIsAtItsPlace() {
-  for (std::size_t i = 0; i < steps.size(); ++i)
-    if (steps[i].at != i) return false;
-  return true;
-}
-static_assert(everyStepIsAtItsPlace());
-
-/// Jumps become what BPF wants: how many instructions to skip.
-constexpr std::array<Interface::BpfInstruction, steps.size()> assemble() {
-  std::array<Interface::BpfInstruction, steps.size()> program{};
-  for (std::size_t i = 0; i < steps.size(); ++i) {
-    Step const& step = steps[i];
-    program[i].code = step.operation;
-    program[i].k = step.k;
-    if (step.operation != jumpIfEqual) continue;
-    program[i].jumpIfTrue = static_cast<std::uint8_t>(step.ifTrue - i - 1);
-    program[i].jumpIfFalse = static_cast<std::uint8_t>(step.ifFalse - i - 1);
+  constexpr void add(std::uint16_t operation, std::uint32_t k) {
+    instructions_[size_++] = {operation, 0, 0, k};
   }
-  return program;
+  constexpr void addComparison(std::uint32_t k, At ifEqual, At otherwise) {
+    instructions_[size_] = {jumpIfEqual, skipped(ifEqual), skipped(otherwise), k};
+    ++size_;
+  }
+  constexpr Instructions const& instructions() const { return instructions_; }
+
+ private:
+  constexpr std::uint8_t skipped(At at) const {
+    return at == next ? std::uint8_t{0} : static_cast<std::uint8_t>(at - size_ - 1);
+  }
+
+  Instructions instructions_{};
+  std::size_t size_ = 0;
+};
+
+/// Picks what is for routers and queriers.
+/// @param shift how far the headers are behind where they are without a tag
+constexpr void addTypes(Program& program, std::uint32_t shift, At otherTypes) {
+  program.add(loadHalf, etherType + shift);
+  program.addComparison(type0801, multicast, next);
+  program.addComparison(typeIpv4, next, otherTypes);
+  program.add(loadByte, protocol + shift);
+  program.addComparison(igmp, multicast, next);
+  program.addComparison(pim, multicast, next);
+  program.add(loadWord, destination + shift);
+  program.add(mask, prefix24);
+  program.addComparison(localGroups, multicast, drop);
+}
+
+constexpr Program::Instructions assemble() {
+  Program program;
+  program.add(loadByte, packetTypeByte);
+  program.addComparison(outgoing, drop, untagged);
+  addTypes(program, 0, tag);
+  program.addComparison(typeVlan, next, drop);
+  addTypes(program, tagSize, drop);
+  for (std::uint32_t byte = 0; byte < multicastPrefix.size(); ++byte) {
+    program.add(loadByte, byte);
+    program.addComparison(multicastPrefix[byte], next, drop);
+  }
+  program.add(accept, wholeFrame);
+  program.add(accept, 0);
+  return program.instructions();
 }
 
 }  // namespace
 
-constexpr std::array<Interface::BpfInstruction, 29> receiveFilter = assemble();
+constexpr Program::Instructions receiveFilter = assemble();
 
 }  // namespace Bridging::IgmpSnooping::Proxy
