@@ -97,7 +97,7 @@ class KEL_EXPORT IgmpIntfStatus : public Kel::Entity {
 
  private:
   Wirex::IntfId intfId_;
-  Memberships membership_;
+  [[no_unique_address]] Memberships membership_;  // what derives has the room behind it
 };
 
 /// One group that has listeners.

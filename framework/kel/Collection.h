@@ -58,7 +58,7 @@ class Collection {
   template <class OtherKey, class T, auto Callback>
   friend class Values;
 
-  Table<Key, Mapped> table_;
+  [[no_unique_address]] Table<Key, Mapped> table_;
 };
 
 /// Members that the collection owns: entities or reactors. No callback is raised for them.

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "framework/kel/Hash.h"
+#include "framework/kel/TableHead.h"
 
 namespace Kel {
 
@@ -48,7 +49,8 @@ class KeySnapshot {
 };
 
 /// The hash map behind every keyed collection. There are millions of them, most with one or two
-/// entries, so an empty one is a null pointer and a small one a single short block.
+/// entries, so an empty one is a null pointer and a small one a single short block, or none where
+/// the head of the table holds the only entry (`TableHead`).
 ///
 /// 1. A block holds the entries' keys, then what they map to, both dense and in the same order:
 ///    the order of insertion, except that an erased entry's place is taken by the last one.
@@ -96,22 +98,31 @@ class Table {
   };
 
   Table() noexcept = default;
-  Table(Table&& other) noexcept : block_(std::exchange(other.block_, nullptr)) {}
-  Table& operator=(Table&& other) noexcept {
-    std::swap(block_, other.block_);
-    return *this;
-  }
+  Table(Table&& other) noexcept = default;
+  Table& operator=(Table&& other) noexcept = default;
   ~Table() {
-    if (block_) release(block_);
+    if (Block* const block = head_.block()) release(block);
   }
 
-  std::uint32_t size() const noexcept { return block_ ? block_->size : 0; }
+  std::uint32_t size() const noexcept {
+    if (headHoldsEntry()) return 1;
+    Block const* const block = head_.block();
+    return block ? block->size : 0;
+  }
   bool empty() const noexcept { return size() == 0; }
 
-  Key const& keyAt(std::uint32_t position) const noexcept { return keys(block_)[position]; }
-  Mapped& mappedAt(std::uint32_t position) noexcept { return *mapped(block_, position); }
+  Key const& keyAt(std::uint32_t position) const noexcept {
+    if constexpr (Head::mayHoldEntry)
+      if (head_.holdsEntry()) return head_.key();
+    return keys(head_.block())[position];
+  }
+  Mapped& mappedAt(std::uint32_t position) noexcept {
+    if constexpr (Head::mayHoldEntry)
+      if (head_.holdsEntry()) return head_.mapped();
+    return *mapped(head_.block(), position);
+  }
   Mapped const& mappedAt(std::uint32_t position) const noexcept {
-    return *mapped(block_, position);
+    return const_cast<Table*>(this)->mappedAt(position);
   }
 
   auto begin() noexcept { return Cursor<Table, Entry>(*this); }
@@ -120,10 +131,13 @@ class Table {
 
   /// The entry's position, or `absent`.
   std::uint32_t position(Key const& key) const noexcept {
-    if (!block_) return absent;
-    if (block_->capacity > scanned) return index(block_)[probe(block_, key)];
-    Key const* const first = keys(block_);
-    for (std::uint32_t i = 0; i < block_->size; ++i)
+    if constexpr (Head::mayHoldEntry)
+      if (head_.holdsEntry()) return head_.key() == key ? 0 : absent;
+    Block* const block = head_.block();
+    if (!block) return absent;
+    if (block->capacity > scanned) return index(block)[probe(block, key)];
+    Key const* const first = keys(block);
+    for (std::uint32_t i = 0; i < block->size; ++i)
       if (first[i] == key) return i;
     return absent;
   }
@@ -138,7 +152,14 @@ class Table {
 
   /// Adds an entry for a key that is absent, and returns what it maps to.
   Mapped& add(Key key, Mapped value) {
-    if (!block_ || block_->size == block_->capacity) grow();
+    if constexpr (Head::mayHoldEntry) {
+      if (head_.holdsEntry())
+        moveEntryToBlock();
+      else if (!head_.block())
+        return head_.entryIs(std::move(key), std::move(value));
+    }
+    Block const* const block = head_.block();
+    if (!block || block->size == block->capacity) grow();
     return append(std::move(key), std::move(value));
   }
 
@@ -148,23 +169,33 @@ class Table {
     clear();
     if (other.empty()) return;
     std::uint32_t const count = other.size();
-    if (!block_ || block_->capacity < count) moveTo(capacityFor(count));
+    Block const* const block = head_.block();
+    if (!block || block->capacity < count) moveTo(capacityFor(count));
     for (std::uint32_t i = 0; i < count; ++i) append(other.keyAt(i), value);
   }
 
   /// Removes all entries; the block stays, as at takeAt().
   void clear() noexcept {
     if (empty()) return;
-    if constexpr (mapsToSomething) std::destroy_n(mapped(block_, 0), block_->size);
-    std::destroy_n(keys(block_), block_->size);
-    block_->size = 0;
-    if (block_->capacity > scanned) std::fill_n(index(block_), indexSize(block_->capacity), absent);
+    if constexpr (Head::mayHoldEntry) {
+      if (head_.holdsEntry()) {
+        head_.takeEntry();
+        return;
+      }
+    }
+    Block* const block = head_.block();
+    if constexpr (mapsToSomething) std::destroy_n(mapped(block, 0), block->size);
+    std::destroy_n(keys(block), block->size);
+    block->size = 0;
+    if (block->capacity > scanned) std::fill_n(index(block), indexSize(block->capacity), absent);
   }
 
   /// Removes the entry at a position and returns what it mapped to. The block stays for the
   /// entries to come, unless it is large and nearly empty.
   Mapped takeAt(std::uint32_t at) {
-    Block* const block = block_;
+    if constexpr (Head::mayHoldEntry)
+      if (head_.holdsEntry()) return head_.takeEntry().second;
+    Block* const block = head_.block();
     std::uint32_t const last = block->size - 1;
     if (block->capacity > scanned) unindex(block, at, last);
     Mapped taken = std::move(*mapped(block, at));
@@ -190,6 +221,14 @@ class Table {
     std::uint32_t size;
     std::uint32_t capacity;
   };
+  using Head = TableHead<Block, Key, Mapped>;
+
+  bool headHoldsEntry() const noexcept {
+    if constexpr (Head::mayHoldEntry)
+      return head_.holdsEntry();
+    else
+      return false;
+  }
 
   static constexpr std::size_t aligned(std::size_t offset, std::size_t alignment) noexcept {
     return (offset + alignment - 1) / alignment * alignment;
@@ -287,7 +326,7 @@ class Table {
 
   /// Adds an entry for which there is room.
   Mapped& append(Key key, Mapped value) {
-    Block* const block = block_;
+    Block* const block = head_.block();
     std::uint32_t const at = block->size++;
     if (block->capacity > scanned) index(block)[emptySlot(block, key)] = at;
     std::construct_at(keys(block) + at, std::move(key));
@@ -296,19 +335,32 @@ class Table {
     return *place;
   }
 
-  void grow() { moveTo(block_ ? nextCapacity(block_->capacity) : firstCapacity()); }
+  void grow() {
+    Block const* const block = head_.block();
+    moveTo(block ? nextCapacity(block->capacity) : firstCapacity());
+  }
+
+  static Block* newBlock(std::uint32_t capacity) {
+    auto* const block = new (::operator new(blockSize(capacity))) Block{0, capacity};
+    if (capacity > scanned) std::fill_n(index(block), indexSize(capacity), absent);
+    return block;
+  }
+
+  /// Makes room for a second entry.
+  void moveEntryToBlock() {
+    Block* const block = newBlock(capacityFor(2));
+    auto [key, value] = head_.takeEntry();
+    head_.blockIs(block);
+    append(std::move(key), std::move(value));
+  }
 
   void moveTo(std::uint32_t capacity) {
-    auto* const block = new (::operator new(blockSize(capacity))) Block{size(), capacity};
-    if (capacity > scanned) std::fill_n(index(block), indexSize(capacity), absent);
-    for (std::uint32_t i = 0; i < block->size; ++i) {
-      if (capacity > scanned) index(block)[emptySlot(block, keys(block_)[i])] = i;
-      std::construct_at(keys(block) + i, std::move(keys(block_)[i]));
-      if constexpr (mapsToSomething)
-        std::construct_at(mapped(block, i), std::move(*mapped(block_, i)));
-    }
-    if (block_) release(block_);
-    block_ = block;
+    Block* const former = head_.block();
+    head_.blockIs(newBlock(capacity));
+    if (!former) return;
+    for (std::uint32_t i = 0; i < former->size; ++i)
+      append(std::move(keys(former)[i]), std::move(*mapped(former, i)));
+    release(former);
   }
 
   static void release(Block* block) noexcept {
@@ -319,7 +371,7 @@ class Table {
 
   static inline Nothing nothing_;  // what every entry of a set maps to
 
-  Block* block_ = nullptr;
+  [[no_unique_address]] Head head_;
 };
 
 }  // namespace Kel

@@ -25,19 +25,19 @@ class LearnedGroup final : public IgmpGroup {
   VlanLearning& vlan() const { return vlan_; }
 
   /// Ports whose entries are charged to what the VLAN's ports have in common.
-  std::uint32_t commonIntfs() const { return commonIntfs_; }
-  void commonIntfAdd() { ++commonIntfs_; }
-  void commonIntfDel() { --commonIntfs_; }
+  std::uint32_t commonIntfs() const { return ownNumber(); }
+  void commonIntfAdd() { ownNumberIs(ownNumber() + 1); }
+  void commonIntfDel() { ownNumberIs(ownNumber() - 1); }
 
  private:
   VlanLearning& vlan_;
-  std::uint32_t commonIntfs_ = 0;
 };
+static_assert(sizeof(LearnedGroup) <= 56);
 
 class LearnedIntf final : public IgmpIntfStatus {
  public:
   LearnedIntf(Wirex::IntfId const& intf, LearnedGroup& group, PortUse& use, GroupCharge charge)
-      : IgmpIntfStatus(intf), group_(group), use_(use), charge_(charge) {}
+      : IgmpIntfStatus(intf), charge_(charge), group_(group), use_(use) {}
 
   LearnedGroup& group() const { return group_; }
 
@@ -46,10 +46,11 @@ class LearnedIntf final : public IgmpIntfStatus {
   GroupCharge charge() const { return charge_; }
 
  private:
+  GroupCharge const charge_;
   LearnedGroup& group_;
   PortUse& use_;
-  GroupCharge const charge_;
 };
+static_assert(sizeof(LearnedIntf) <= 64);
 
 /// A reporter's filter, with times: who has them can make the membership again.
 struct TimedFilter {

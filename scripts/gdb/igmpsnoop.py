@@ -95,9 +95,23 @@ class Table:
         self.key, self.mapped = kind.template_argument(0), kind.template_argument(1)
         self.is_set = self.mapped.strip_typedefs().name == "Kel::Nothing"
 
+        self.head = value["head_"]
+        self.block, self.holds_entry = self.content()
+
+    def content(self):
+        """The block, and whether the head holds an entry instead."""
+        if "block_" in [field.name for field in self.head.type.strip_typedefs().fields()]:
+            return self.head["block_"], False
+        word = int(self.word(gdb.lookup_type("unsigned long")))
+        kind = self.head.type.strip_typedefs().template_argument(0).pointer()
+        return gdb.Value(word - 1 if word & 1 else 0).cast(kind), word & 1 == 0
+
+    def word(self, kind):
+        """The word of a head that may hold an entry, as what it is."""
+        return self.head["content_"].address.cast(kind.pointer()).dereference()
+
     def size(self):
-        block = self.table["block_"]
-        return int(block["size"]) if block else 0
+        return 1 if self.holds_entry else int(self.block["size"]) if self.block else 0
 
     def to_string(self):
         return f"{self.size()} entries"
@@ -106,7 +120,10 @@ class Table:
         return "array" if self.is_set else "map"
 
     def children(self):
-        block = self.table["block_"]
+        if self.holds_entry:
+            yield "key 0", self.head["key_"]
+            yield "mapped 0", self.word(self.mapped)
+        block = self.block
         if not block:
             return
         begin, capacity = int(block), int(block["capacity"])

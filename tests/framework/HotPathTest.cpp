@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "framework/entities/LibVlanState.h"
 #include "framework/kel/Activity.h"
 #include "framework/kel/Trace.h"
 #include "framework/types/PortKey.h"
@@ -82,6 +83,14 @@ TEST(HotPathTest, EmptyCollectionsAllocateNothing) {
   Host::V3groups groups;
   EXPECT_EQ(allocationsOf([&] { EXPECT_FALSE(groups.contains(Wirex::IpAddr())); }), 0u);
   EXPECT_EQ(allocationsOf([] { Kel::make<Igmp::IgmpHostDir>(); }), 1u);
+}
+
+TEST(HotPathTest, TheOnlyMemberOfACollectionAllocatesNothingButItself) {
+  Topology::Library::Vlan::TopoVlan vlan{Bridging::VlanId(10)};
+  Wirex::IntfId const first("eth1");
+  Wirex::IntfId const second("eth2");
+  EXPECT_EQ(allocationsOf([&] { vlan.portIs(first); }), 1u);
+  EXPECT_EQ(allocationsOf([&] { vlan.portIs(second); }), 2u);  // and a block for both
 }
 
 TEST(HotPathTest, ImmediateNotificationAllocatesNothing) {

@@ -26,6 +26,12 @@ struct Clashing {
   friend bool operator==(Clashing, Clashing) noexcept = default;
 };
 
+/// What handles hold.
+struct Held : Kel::PtrInterface {
+  explicit Held(int value) : number(value) {}
+  int const number;
+};
+
 template <class Key>
 Key keyOf(int number);
 template <>
@@ -60,6 +66,10 @@ std::shared_ptr<int> valueOf(int number) {
   return std::make_shared<int>(number);
 }
 template <>
+Kel::Ptr<Held> valueOf(int number) {
+  return Kel::make<Held>(number);
+}
+template <>
 Nothing valueOf(int) {
   return {};
 }
@@ -72,6 +82,9 @@ bool isValue(std::uint64_t value, int number) {
 }
 bool isValue(std::shared_ptr<int> const& value, int number) {
   return value && *value == number;
+}
+bool isValue(Kel::Ptr<Held> const& value, int number) {
+  return value && value->number == number;
 }
 bool isValue(Nothing, int) {
   return true;
@@ -156,6 +169,7 @@ using AllTypes =
     testing::Types<Types<Wirex::IpAddr, Nothing>, Types<Wirex::IpAddr, std::uint8_t>,
                    Types<Wirex::IntfId, std::uint64_t>, Types<Wirex::IntfId, std::shared_ptr<int>>,
                    Types<Bridging::IgmpSnooping::Proxy::PortKey, std::uint8_t>,
+                   Types<Wirex::IpAddr, Kel::Ptr<Held>>, Types<Wirex::IntfId, Kel::Ptr<Held>>,
                    Types<Clashing, std::shared_ptr<int>>, Types<Clashing, Nothing>>;
 TYPED_TEST_SUITE(TableTest, AllTypes);
 
@@ -295,6 +309,47 @@ TEST(TableMappedTest, MayBeWiderThanTheKeys) {
     table.add(Toy::vlan(number), static_cast<std::uint64_t>(number) << 40);
   for (int number = 1; number <= 50; ++number)
     EXPECT_EQ(*table.find(Toy::vlan(number)), static_cast<std::uint64_t>(number) << 40);
+}
+
+/// The head of a table may hold a null handle, which is not the same as no entry.
+TEST(TableOfHandlesTest, TellsANullHandleFromNone) {
+  Table<Wirex::IpAddr, Kel::Ptr<Held>> table;
+  table.add(Toy::address(1), nullptr);
+  EXPECT_EQ(table.size(), 1U);
+  ASSERT_NE(table.find(Toy::address(1)), nullptr);
+  EXPECT_EQ(*table.find(Toy::address(1)), nullptr);
+  table.add(Toy::address(2), Kel::make<Held>(2));
+  EXPECT_EQ(table.takeAt(0), nullptr);
+  EXPECT_EQ(table.keyAt(0), Toy::address(2));
+  EXPECT_EQ(table.mappedAt(0)->number, 2);
+}
+
+TEST(TableOfHandlesTest, MovesWithASingleEntry) {
+  Table<Wirex::IntfId, Kel::Ptr<Held>> one;
+  one.add(Toy::intf(1), Kel::make<Held>(1));
+  Table<Wirex::IntfId, Kel::Ptr<Held>> other = std::move(one);
+  EXPECT_TRUE(one.empty());  // NOLINT(bugprone-use-after-move): a moved table is empty
+  EXPECT_EQ(other.mappedAt(0)->references(), 1U);
+  one.add(Toy::intf(2), Kel::make<Held>(2));
+  one.add(Toy::intf(3), Kel::make<Held>(3));
+  one = std::move(other);
+  EXPECT_EQ(one.size(), 1U);
+  EXPECT_EQ(one.keyAt(0), Toy::intf(1));
+  EXPECT_EQ(other.size(), 2U);  // NOLINT(bugprone-use-after-move): they change places
+}
+
+TEST(TableOfHandlesTest, ASingleEntryLetsGoOfItsKeyAndHandle) {
+  auto const held = Kel::make<Held>(1);
+  {
+    Table<Wirex::IpAddr, Kel::Ptr<Held>> table;
+    table.add(Toy::address(1), held);
+    EXPECT_EQ(held->references(), 2U);
+    table.clear();
+    EXPECT_EQ(held->references(), 1U);
+    EXPECT_TRUE(table.empty());
+    table.add(Toy::address(2), held);
+  }
+  EXPECT_EQ(held->references(), 1U);
 }
 
 TEST(TableCursorTest, StaysWithinATableThatShrinksUnderIt) {
