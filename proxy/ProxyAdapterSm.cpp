@@ -97,6 +97,18 @@ class CountedPort {
   Kel::Ptr<AdapterSm::KelIgmpGroup> group_;
 };
 
+/// Whether every wish of a port is also one of another port. May be false where ports exclude
+/// sources.
+bool everyWishIsShared(AdapterSm::KelIgmpGroup& group) {
+  SourceCount const& counts = *group.recordIs();
+  if (group.igmpIntf().size() < 2) return false;
+  if (counts.starGCount() != 0) return counts.starGCount() > 1;
+  if (!counts.exclude().empty()) return false;
+  for (auto const [source, including] : counts.include())
+    if (including < 2) return false;
+  return true;
+}
+
 /// Whether a port's host leaves something out that the hosts of other ports report. May be true
 /// also where ports exclude sources, and is for the group's only port.
 bool leavesSomethingOut(KelIgmpIntf const& port) {
@@ -108,6 +120,39 @@ bool leavesSomethingOut(KelIgmpIntf const& port) {
     if (including < 2 && including <= (port.portInclude(source) != 0 ? 1 : 0)) return true;
   return false;
 }
+
+/// The member ports of a group whose hosts leave something out that other hosts report. Found anew
+/// whenever the group's counts have changed.
+class PortsApart {
+ public:
+  explicit PortsApart(AdapterSm::KelIgmpGroup& group) : group_(group) {}
+
+  bool contains(IntfId const& intf) {
+    if (!isUpToDate()) find();
+    return ports_.contains(intf);
+  }
+
+ private:
+  bool isUpToDate() const {
+    return counts_ && counts_ == group_.record() && version_ == counts_->version() &&
+           memberPorts_ == group_.igmpIntf().size();
+  }
+  void find() {
+    counts_ = group_.recordIs();
+    version_ = counts_->version();
+    memberPorts_ = group_.igmpIntf().size();
+    ports_.clear();
+    if (everyWishIsShared(group_)) return;
+    for (auto const& [intf, port] : group_.igmpIntf())
+      if (leavesSomethingOut(*port)) ports_.add(intf, {});
+  }
+
+  AdapterSm::KelIgmpGroup& group_;
+  Kel::Ptr<SourceCount> counts_;
+  std::uint32_t version_ = SourceCount::noVersion;
+  std::uint32_t memberPorts_ = 0;
+  Kel::Table<IntfId, Kel::Nothing> ports_;
+};
 
 /// Picks any source.
 constexpr auto any = [](IpAddr /*source*/) { return true; };
@@ -243,6 +288,7 @@ void AdapterSm::addChangedGroups(std::vector<PlacedGroup>& groups, std::uint32_t
 void AdapterSm::updateRecords(KelIgmpGroup& group) {
   AdapterVlanConfig::HostKeys const& hostKeys = adapterConfig()->hostKey();
   std::uint32_t formerPlace = 0;
+  PortsApart apart(group);
   for (PortKey const& key : hostKeys.keys()) {
     if (group.isZombie()) break;
     std::uint32_t const keyPlace = hostKeys.position(key, formerPlace++);
@@ -250,7 +296,8 @@ void AdapterSm::updateRecords(KelIgmpGroup& group) {
     KEL_TRACE_OF("updateIgmpHost", 4, "AdapterSm::updateIgmpHost key " << key);
     // A copy, because handlers may have the adapter update again, for more hosts.
     std::uint32_t hostPlace = hostPlaces_.of(keyPlace, hostKeys.size());
-    rewriteRecord(key, group, hostPlace);
+    if (decisionsAreTraced() || apart.contains(key.intfId()) || !shareRecord(key, group, hostPlace))
+      processSplitHorizon(key, group, hostPlace);
     hostPlaces_.of(keyPlace, hostKeys.size()) = hostPlace;
   }
   group.igmpHostChangedIs(false);
@@ -295,9 +342,12 @@ void AdapterSm::processSplitHorizon(PortKey const& key, IpAddr group) {
   rewriteRecord(key, *kelIgmpGroup(group), hostPlace);
 }
 
+/// Rewrites a single host's record.
 void AdapterSm::rewriteRecord(PortKey const& key, KelIgmpGroup& group, std::uint32_t& hostPlace) {
   Kel::Ptr<AdapterSm> const self(this);
-  if (decisionsAreTraced() || !shareRecord(key, group, hostPlace))
+  KelIgmpIntf const* const memberPort = group.igmpIntf().find(key.intfId());
+  bool const isApart = memberPort && leavesSomethingOut(*memberPort);
+  if (decisionsAreTraced() || isApart || !shareRecord(key, group, hostPlace))
     processSplitHorizon(key, group, hostPlace);
 }
 
@@ -333,12 +383,10 @@ Igmp::IgmpHost* AdapterSm::igmpHost(PortKey const& key, std::uint32_t& place) co
 /// Gives a host that leaves nothing out the record of what all member ports want, which all such
 /// hosts share. Returns false where that could be noticed, or there is no such host.
 bool AdapterSm::shareRecord(PortKey const& key, KelIgmpGroup& group, std::uint32_t& hostPlace) {
-  CommonRecord const& common = commonRecord(group);
-  KelIgmpIntf const* const port = group.igmpIntf().find(key.intfId());
-  if (port && !common.everyWishIsShared() && leavesSomethingOut(*port)) return false;
   Igmp::IgmpHost* const host = igmpHost(key, hostPlace);
   if (!host) return false;
-  if (common.record()) return host->v3groupShare(common.record(), group.recordNumber_);
+  if (CommonRecord::Record const& common = commonRecord(group))
+    return host->v3groupShare(common, group.recordNumber_);
   Igmp::IgmpV3GroupRecord const* const present = host->v3group().peek(group.addr());
   if (!present) return !host->watched();
   if (!present->isShared() && present->isInUse()) return false;
@@ -346,7 +394,7 @@ bool AdapterSm::shareRecord(PortKey const& key, KelIgmpGroup& group, std::uint32
   return true;
 }
 
-CommonRecord const& AdapterSm::commonRecord(KelIgmpGroup& group) {
+CommonRecord::Record const& AdapterSm::commonRecord(KelIgmpGroup& group) {
   auto const make = [&]() -> CommonRecord::Record {
     ScratchCounts const merged(spareCounts_);
     if (mergeMemberPorts(group, *merged)) merged->starGCountIs(1);
@@ -356,8 +404,7 @@ CommonRecord const& AdapterSm::commonRecord(KelIgmpGroup& group) {
     fill(*record, *mode, *merged);
     return record;
   };
-  group.commonRecord_.update(*group.recordIs(), group.igmpIntf().size(), make);
-  return group.commonRecord_;
+  return group.commonRecord_.of(*group.recordIs(), group.igmpIntf().size(), make);
 }
 
 /// Merges what all member ports want, for a host whose own port has no listener. Returns whether

@@ -92,7 +92,7 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   void processSplitHorizon(PortKey const& key, KelIgmpGroup& group, std::uint32_t& hostPlace);
   Igmp::IgmpHost* igmpHost(PortKey const& key, std::uint32_t& place) const;
   bool shareRecord(PortKey const& key, KelIgmpGroup& group, std::uint32_t& hostPlace);
-  CommonRecord const& commonRecord(KelIgmpGroup& group);
+  CommonRecord::Record const& commonRecord(KelIgmpGroup& group);
   bool mergeMemberPorts(KelIgmpGroup& group, SourceCount& merged) const;
   void writeRecord(Igmp::IgmpHost& host, KelIgmpGroup& group, SourceCount& merged,
                    bool ownPortAlone);
