@@ -955,28 +955,22 @@ bool KelIgmpIntf::subtractExcludes(SourceCount& result) const {
   std::uint32_t const ports = kelIgmpGroup_->igmpIntf().size();
   bool othersExclude = false;
   for (auto const [source, excluding] : kelIgmpGroup_->recordIs()->exclude()) {
-    if (portExclude(source) != 0) {
-      if (excluding == ports) {
-        KEL_TRACE_OF("subtract", 4,
-                     "subtract: all ports want to exclude s: " << source << " g: " << group());
-        result.excludeInc(source, 1);
-      } else {
-        KEL_TRACE_OF("subtract", 4,
-                     "subtract: some port wants s: " << source << " g: " << group() << " count "
-                                                     << excluding);
-        if (excluding > 1) othersExclude = true;
-      }
-    } else if (excluding + 1u == ports) {
+    bool const weExclude = portExclude(source) != 0;
+    bool const allOthersExclude = excluding + (weExclude ? 0u : 1u) == ports;
+    if (weExclude && !allOthersExclude)
       KEL_TRACE_OF(
           "subtract", 4,
-          "subtract: all ports except ours want to exclude s: " << source << " g: " << group());
+          "subtract: some port wants s: " << source << " g: " << group() << " count " << excluding);
+    else
+      KEL_TRACE_OF("subtract", 4,
+                   "subtract: " << (!allOthersExclude ? "some port does not"
+                                    : weExclude       ? "all ports"
+                                                      : "all ports except ours")
+                                << " want to exclude s: " << source << " g: " << group());
+    if (allOthersExclude)
       result.excludeInc(source, 1);
-    } else {
-      KEL_TRACE_OF(
-          "subtract", 4,
-          "subtract: some port does not want to exclude s: " << source << " g: " << group());
-      if (excluding > 0) othersExclude = true;
-    }
+    else if (excluding > (weExclude ? 1 : 0))
+      othersExclude = true;
   }
   return othersExclude;
 }

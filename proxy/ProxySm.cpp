@@ -148,16 +148,6 @@ void ProxySm::adapterConfigDel(VlanId vlan) {
   handleAdapterConfig(vlan);
 }
 
-Kel::Ptr<AdapterSm> ProxySm::adapterSmIs(VlanId vlan,
-                                         Kel::Ptr<AdapterVlanConfig const> const& adapterConfig,
-                                         Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir,
-                                         Kel::Ptr<IgmpContextStatus const> const& contextStatus) {
-  auto const newAdapterSm = [&] {
-    return AdapterSm::AdapterSmIs(vlan, adapterConfig, igmpHostDir, contextStatus);
-  };
-  return adapterSm_.ensure(vlan, newAdapterSm, adapterConfig, igmpHostDir, contextStatus).first;
-}
-
 void ProxySm::hasNotificationActiveIs(bool active) {
   Kel::Ptr<ProxySm> const self(this);
   bool const awakes = active && !protocolConfig_->hasNotificationActive();

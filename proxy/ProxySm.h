@@ -348,10 +348,12 @@ class KEL_EXPORT ProxySm : public Kel::PtrInterface {
   /// One for each adapter configuration.
   Kel::OwnedMembers<VlanId, AdapterSm> const& adapterSm() const { return adapterSm_; }
   Kel::Ptr<AdapterSm> adapterSm(VlanId vlan) const { return adapterSm_.get(vlan); }
-  Kel::Ptr<AdapterSm> adapterSmIs(VlanId vlan,
-                                  Kel::Ptr<AdapterVlanConfig const> const& adapterConfig,
-                                  Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir,
-                                  Kel::Ptr<IgmpContextStatus const> const& contextStatus);
+  /// The arguments are those of AdapterSm's constructor.
+  template <class... Arguments>
+  Kel::Ptr<AdapterSm> adapterSmIs(VlanId vlan, Arguments const&... arguments) {
+    auto const added = [&] { return AdapterSm::AdapterSmIs(vlan, arguments...); };
+    return adapterSm_.ensure(vlan, added, arguments...).first;
+  }
   void adapterSmDel(VlanId vlan) { adapterSm_.del(vlan); }
 
   Kel::Ptr<PortVlanMapping> const& portVlanMap() const { return portVlanMap_; }
