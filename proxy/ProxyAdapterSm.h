@@ -110,6 +110,7 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   IgmpGroups igmpGroup_;
 };
 
+/// Follows the keys of the hosts to fill.
 class KEL_EXPORT AdapterSm::KelAdapterConfig final
     : public Kel::ReactorFor<AdapterSm, AdapterVlanConfig::NotifieeConst> {
  public:
@@ -122,6 +123,7 @@ class KEL_EXPORT AdapterSm::KelAdapterConfig final
   }
 };
 
+/// Follows the groups of the VLAN, and the agent's word that reports were processed.
 class KEL_EXPORT AdapterSm::KelCoreStatus final
     : public Kel::ReactorFor<AdapterSm, IgmpContextStatus::NotifieeConst> {
  public:
@@ -153,6 +155,7 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup final
 
   /// One reactor per member port.
   IgmpIntfs const& igmpIntf() const { return igmpIntf_; }
+  /// The reactor on a port, or null.
   Kel::Ptr<KelIgmpIntf> igmpIntf(Wirex::IntfId const& intf) const { return igmpIntf_.get(intf); }
   Kel::Ptr<KelIgmpIntf> newIgmpIntf(Kel::Ptr<IgmpIntfStatus const> const& status);
   Kel::Ptr<KelIgmpIntf> igmpIntfIs(Kel::Ptr<IgmpIntfStatus const> const& status);
@@ -215,6 +218,7 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup::KelIgmpIntf final : public IgmpIntfSta
 
   /// One reactor per reporter.
   Memberships const& membership() const { return membership_; }
+  /// The reactor on a reporter, or null.
   Kel::Ptr<KelMembership> membership(Wirex::IpAddr reporter) const {
     return membership_.get(reporter);
   }

@@ -446,6 +446,7 @@ class KEL_EXPORT ProxySm : public Kel::PtrInterface {
   Kel::Ptr<Igmp::IgmpHostDirSm> igmpHostDirSm_;
 };
 
+/// Follows the switch of one VLAN.
 class KEL_EXPORT ProxySm::KelContext final
     : public Kel::ReactorFor<ProxySm, IgmpContextConfig::NotifieeConst> {
  public:

@@ -14,6 +14,7 @@ namespace Igmp {
 /// uses it.
 class GroupNumbers : public Kel::PtrInterface {
  public:
+  /// What no group has.
   static constexpr std::uint32_t none = UINT32_MAX;
 
   /// The group's number, or `none`.
@@ -39,6 +40,7 @@ class GroupNumbers : public Kel::PtrInterface {
     return number;
   }
 
+  /// Uses a number once less; after the last time it is free for another group.
   void disuse(std::uint32_t number) {
     if (--numbered_[number].uses > 0) return;
     numbers_.takeAt(numbers_.position(numbered_[number].group));

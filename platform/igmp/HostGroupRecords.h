@@ -19,10 +19,12 @@ class HostGroupRecords {
  public:
   using Record = Kel::Ptr<IgmpV3GroupRecord>;
 
+  /// A group and the host's own record of it.
   struct Entry {
     Wirex::IpAddr key;
     Record mapped;
   };
+  /// Where a walk ends.
   struct End {};
 
   /// Visits the records in the order of their numbers, whatever happens to them meanwhile.

@@ -38,6 +38,8 @@ struct HostSettings {
   friend bool operator==(HostSettings const&, HostSettings const&) noexcept = default;
 };
 
+/// One IGMP host, of a port in a VLAN. It sends while it is enabled, has packet access and is not
+/// blocked, and only what its port lets out.
 class KEL_EXPORT IgmpHost : public Kel::Entity {
  public:
   class NotifieeConst : public Kel::NotifieeOf<IgmpHost const> {
@@ -78,6 +80,7 @@ class KEL_EXPORT IgmpHost : public Kel::Entity {
   std::uint16_t vlanId() const { return vlanId_.get(); }
   void vlanIdIs(std::uint16_t vlan) { vlanId_.is(*this, vlan); }
 
+  /// Not used by the host library; the proxy writes false.
   bool useMux() const { return useMux_.get(); }
   void useMuxIs(bool useMux) { useMux_.is(*this, useMux); }
 
@@ -105,6 +108,7 @@ class KEL_EXPORT IgmpHost : public Kel::Entity {
   /// Raised by one whenever the host is configured again, and so for its interface.
   std::uint32_t configVersion() const { return configVersion_.get(); }
   void configVersionIs(std::uint32_t version) { configVersion_.is(*this, version); }
+  /// Raised by one whenever the host's interface is configured again.
   std::uint32_t intfConfigVersion() const { return intfConfigVersion_.get(); }
   void intfConfigVersionIs(std::uint32_t version) { intfConfigVersion_.is(*this, version); }
 
@@ -198,10 +202,10 @@ class KEL_EXPORT IgmpHostDir : public Kel::Entity {
 
 /// What a host has heard and sent.
 struct HostCounters {
-  std::uint64_t queriesHeard = 0;
-  std::uint64_t reportsSentV1 = 0;
-  std::uint64_t reportsSentV2 = 0;
-  std::uint64_t reportsSentV3 = 0;
+  std::uint64_t queriesHeard = 0;      ///< that it has heeded
+  std::uint64_t reportsSentV1 = 0;     ///< messages
+  std::uint64_t reportsSentV2 = 0;     ///< messages
+  std::uint64_t reportsSentV3 = 0;     ///< messages, of many records each
   std::uint64_t leavesSent = 0;        ///< IGMPv2's
   std::uint64_t groupRecordsSent = 0;  ///< in IGMPv3 reports
 };
@@ -259,6 +263,7 @@ class KEL_EXPORT IgmpHostStatusDir : public Kel::Entity {
 
   Kel::Name const& name() const { return name_; }
 
+  /// How each host is doing, by the host's name.
   IgmpHostStatuses const& igmpHostStatus() const { return igmpHostStatus_; }
   Kel::Ptr<IgmpHostStatus const> igmpHostStatus(Kel::Name const& host) const {
     return igmpHostStatus_.get(host);

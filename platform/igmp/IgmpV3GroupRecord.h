@@ -23,6 +23,7 @@ class KEL_EXPORT IgmpV3HostGroupSourceList : public Kel::Entity {
 
   using SourceIps = Kel::Values<Wirex::IpAddr, std::uint8_t, &NotifieeConst::onSourceIp>;
 
+  /// The sources, each with its value.
   SourceIps const& sourceIp() const { return sourceIp_; }
   std::uint8_t sourceIp(Wirex::IpAddr source) const { return sourceIp_.get(source); }
   void sourceIpIs(Wirex::IpAddr source, std::uint8_t value) { sourceIp_.is(*this, source, value); }

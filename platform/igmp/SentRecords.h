@@ -19,8 +19,9 @@ namespace Igmp {
 /// groups, those that were sent longest ago are forgotten.
 class KEL_EXPORT SentRecords : public Kel::PtrInterface {
  public:
+  /// What was sent of a group.
   struct Sent {
-    Horix::Time time{};
+    Horix::Time time{};                     ///< by the clock of the timer wheel
     MessageType message{};                  ///< a report of one of the versions, or a leave
     Wirex::IgmpV3GroupRecordType record{};  ///< of an IGMPv3 report
     std::uint16_t sources = 0;              ///< of that record
@@ -32,8 +33,10 @@ class KEL_EXPORT SentRecords : public Kel::PtrInterface {
   /// The number of another host.
   std::uint32_t newHost() noexcept { return ++hosts_; }
 
+  /// Remembers what a host has just sent of a group.
   void note(std::uint32_t host, Wirex::IpAddr group, Sent const& sent);
 
+  /// What a host last sent of a group, if that is remembered.
   std::optional<Sent> find(std::uint32_t host, Wirex::IpAddr group) const;
 
  private:

@@ -22,10 +22,11 @@ class KEL_EXPORT VlanQueries : public Kel::Entity {
     using NotifieeOf::NotifieeOf;
   };
 
+  /// A query, and where it comes from.
   struct Heard {
     Wirex::IntfId intfId;  ///< empty if the switch itself sent it
     Wirex::IpAddr source;
-    Query query;
+    Query query;  ///< lists in it last as long as onQuery()
   };
 
   explicit VlanQueries(Kel::Ptr<Horix::TimerWheel const> timerWheel);

@@ -18,7 +18,7 @@ class EthDevPams;
 struct EthDevSettings {
   std::size_t bufferSize = 2048;  ///< bytes: the longest frame that is received whole
   std::uint16_t protocol = 0;     ///< of the packet socket, as in linux/if_ether.h; 0 receives none
-  SocketFilter filter;
+  SocketFilter filter;            ///< what a frame has to pass
 
   friend bool operator==(EthDevSettings const&, EthDevSettings const&) noexcept = default;
 };
@@ -27,9 +27,10 @@ struct EthDevSettings {
 /// so that one device is opened once for all who want the same of it.
 class KEL_EXPORT EthDevPam : public Wirex::Pam {
  public:
+  /// What has happened on the device so far.
   struct Counters {
-    std::uint64_t received = 0;
-    std::uint64_t sent = 0;
+    std::uint64_t received = 0;          ///< frames
+    std::uint64_t sent = 0;              ///< frames
     std::uint64_t receiveDropped = 0;    ///< by the kernel, because we were too slow
     std::uint64_t receiveTruncated = 0;  ///< longer than packets may be, and therefore ignored
     std::uint64_t receiveFailed = 0;     ///< errors that the device reported

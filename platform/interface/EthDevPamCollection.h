@@ -24,6 +24,7 @@ class KEL_EXPORT EthDevPamCollection : public Kel::Entity {
 
   Kel::Name const& name() const { return name_; }
 
+  /// The devices, by interface.
   IntfPams const& intfPam() const { return intfPam_; }
   Kel::Ptr<EthDevPam> intfPam(Wirex::IntfId const& intf) const {
     return Kel::Ptr<EthDevPam>(intfPam_.find(intf));

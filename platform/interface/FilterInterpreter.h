@@ -14,6 +14,7 @@ class KEL_EXPORT FilterInterpreter {
 
   explicit FilterInterpreter(SocketFilter const& filter, PacketType type = PacketType::multicast);
 
+  /// Whether the frame, from the destination's MAC address on, passes the filter.
   bool accepts(Wirex::Bytes frame) const;
 
  private:

@@ -18,6 +18,7 @@ class KEL_EXPORT FailedCall final : public std::exception {
   /// @param call its name, which outlives this.
   FailedCall(char const* call, int error) noexcept : call_(call), error_(error) {}
 
+  /// The name of the call.
   char const* what() const noexcept override { return call_; }
   /// As in errno(3).
   int error() const noexcept { return error_; }
@@ -41,8 +42,8 @@ class KEL_EXPORT PacketSocket {
 
   /// What a program leaves of an open socket to the one that takes its place in the same process.
   struct PassedOn {
-    int descriptor = -1;
-    int interfaceIndex = 0;
+    int descriptor = -1;               ///< of the socket; -1 if there is none
+    int interfaceIndex = 0;            ///< the kernel's number of the interface
     std::uint32_t nextSlot = 0;        ///< of the ring, in which the next frame comes
     std::uint32_t manner = ownManner;  ///< in which the socket was set up
 
@@ -61,6 +62,7 @@ class KEL_EXPORT PacketSocket {
   /// These two wait in the kernel, and allocate nothing: any thread may call them while no other
   /// one uses the socket. Throws FailedCall, and then nothing is open.
   void open(IntfStatusAndDeviceName const& device, EthDevSettings const& settings);
+  /// Does nothing to a socket that is closed.
   void close() noexcept;
 
   /// Goes on with a socket that was passed on: the frames that have waited in it come next. Returns
@@ -72,6 +74,7 @@ class KEL_EXPORT PacketSocket {
     return {descriptor_, interfaceIndex_, static_cast<std::uint32_t>(nextSlot_), manner_};
   }
 
+  /// Of the socket, for waiting until frames come; -1 while it is closed.
   int descriptor() const noexcept { return descriptor_; }
 
   /// Whether the interface is still the one on which it was opened. One that was deleted lets go

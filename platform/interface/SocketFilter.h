@@ -7,10 +7,10 @@ namespace Interface {
 
 /// An instruction of a classic BPF program (bpf(4)), laid out as the kernel takes it.
 struct BpfInstruction {
-  std::uint16_t code = 0;
+  std::uint16_t code = 0;        ///< what to do
   std::uint8_t jumpIfTrue = 0;   ///< how many instructions to skip
   std::uint8_t jumpIfFalse = 0;  ///< how many instructions to skip
-  std::uint32_t k = 0;
+  std::uint32_t k = 0;           ///< its operand
 
   friend bool operator==(BpfInstruction const&, BpfInstruction const&) noexcept = default;
 };

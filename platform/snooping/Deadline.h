@@ -14,6 +14,7 @@ class Deadline {
       : ticks_(static_cast<std::uint32_t>(ticks(time + Horix::TimerWheel::tick - Horix::Time(1)))) {
   }
 
+  /// The time, as the one that is within 24 days of the reference.
   Horix::Time near(Horix::Time reference) const noexcept {
     std::int64_t const now = ticks(reference);
     auto const ahead = static_cast<std::int32_t>(ticks_ - static_cast<std::uint32_t>(now));

@@ -16,6 +16,7 @@ namespace Bridging::IgmpSnooping {
 /// has passed without an answer.
 class KEL_EXPORT FilterState {
  public:
+  /// When what a record changes comes to its end.
   struct Times {
     Horix::Time renewed;   ///< when what a report names ends
     Horix::Time doubtful;  ///< when what is taken back ends, unless somebody answers
@@ -36,6 +37,7 @@ class KEL_EXPORT FilterState {
   /// Whether a record says something of a reporter of whom nothing is known, INCLUDE({}).
   static bool begins(Igmp::GroupRecord const& record);
 
+  /// A group record of an IGMPv3 report (RFC 9776 section 6.4).
   void hear(Igmp::GroupRecord const& record, Times times);
 
   /// Hears a record of one reporter if it says just what is known, as most do: then all of it ends

@@ -22,11 +22,14 @@ class LearnedGroup final : public IgmpGroup {
  public:
   LearnedGroup(Wirex::IpAddr address, VlanLearning& vlan) : IgmpGroup(address), vlan_(vlan) {}
 
+  /// Of the group's VLAN.
   VlanLearning& vlan() const { return vlan_; }
 
   /// Ports whose entries are charged to what the VLAN's ports have in common.
   std::uint32_t commonIntfs() const { return ownNumber(); }
+  /// One port more.
   void commonIntfAdd() { ownNumberIs(ownNumber() + 1); }
+  /// One port less.
   void commonIntfDel() { ownNumberIs(ownNumber() - 1); }
 
  private:
@@ -34,6 +37,7 @@ class LearnedGroup final : public IgmpGroup {
 };
 static_assert(sizeof(LearnedGroup) <= 56);
 
+/// A port that has listeners of a group, and what it was charged to.
 class LearnedIntf final : public IgmpIntfStatus {
  public:
   LearnedIntf(Wirex::IntfId const& intf, LearnedGroup& group, PortUse& use, GroupCharge charge)
@@ -43,6 +47,7 @@ class LearnedIntf final : public IgmpIntfStatus {
 
   /// Of the port in the VLAN, and what of it this entry takes.
   PortUse& use() const { return use_; }
+  /// What this entry was charged to.
   GroupCharge charge() const { return charge_; }
 
  private:
@@ -54,9 +59,10 @@ static_assert(sizeof(LearnedIntf) <= 64);
 
 /// A reporter's filter, with times: who has them can make the membership again.
 struct TimedFilter {
+  /// A source that is wanted until a time.
   struct Source {
-    Wirex::IpAddr address;
-    Horix::Time deadline;
+    Wirex::IpAddr address;  ///< the source
+    Horix::Time deadline;   ///< by the clock of the timer wheel
 
     friend bool operator==(Source const&, Source const&) = default;
   };
@@ -83,8 +89,10 @@ class KEL_EXPORT LearnedMembership final : public IgmpMembership, public Horix::
     sinceIs(since);
   }
 
+  /// The port in the group.
   LearnedIntf& intf() const { return intf_; }
 
+  /// Whether it is in INCLUDE mode.
   bool includes() const { return filterMode() == FilterMode::include; }
 
   /// Whether it stands for many systems, not one (RFC 9776 section 4.2.13).
@@ -110,6 +118,7 @@ class KEL_EXPORT LearnedMembership final : public IgmpMembership, public Horix::
   /// Until when it wants a source, or every source but some, if no more is heard. Zero if it does
   /// not.
   Horix::Time wantedUntil(Wirex::IpAddr source) const;
+  /// Until when it wants every source but some; zero if it does not.
   Horix::Time everySourceWantedUntil() const;
 
   /// With X and Y.

@@ -20,6 +20,7 @@ class PortForgetting final : private Horix::Timer {
   PortForgetting(Kel::Ptr<IgmpContextStatus const> status,
                  Kel::Ptr<Horix::TimerWheel const> timerWheel, Forget forget);
 
+  /// Whether everything is forgotten.
   bool isOver() const { return left_ == 0; }
 
   /// To be called before something of a group is heard on the port: what was learned of the group

@@ -17,6 +17,7 @@ class KEL_EXPORT QueryPort {
 
   virtual Wirex::MacAddress const& macAddress() const = 0;
 
+  /// Whether a query would leave at present.
   virtual bool canSend() const = 0;
 
   /// Sends an IGMP message in a VLAN. Returns whether the port can send at present.

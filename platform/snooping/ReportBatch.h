@@ -16,6 +16,7 @@ class VlanLearning;
 /// readers of each VLAN hear of it once, at the end of the batch.
 class KEL_EXPORT ReportBatch {
  public:
+  /// The learning has written something that its readers have not heard.
   void add(VlanLearning& learning);
 
   /// Who hears of each group whose memberships change, as they do, so perhaps several times in a
@@ -23,10 +24,12 @@ class KEL_EXPORT ReportBatch {
   /// ends are not told.
   using OnGroup = std::function<void(VlanId, Wirex::IpAddr)>;
   void onGroupIs(OnGroup action) { onGroup_ = std::move(action); }
+  /// Tells who hears of groups.
   void groupHasChanged(VlanId vlan, Wirex::IpAddr group) const {
     if (onGroup_) onGroup_(vlan, group);
   }
 
+  /// The learning ends: its readers hear nothing more of this batch.
   void forget(VlanLearning& learning) { std::erase(changed_, &learning); }
 
   /// Has the readers of all VLANs hear what is written so far, without telling them that it is all.

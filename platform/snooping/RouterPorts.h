@@ -12,7 +12,7 @@ namespace Bridging::IgmpSnooping {
 /// one of these holds of an interface that is in RouterPorts. Of several queriers, and of several
 /// PIM routers, the one that stays longest is told.
 struct RouterPort {
-  bool configured = false;
+  bool configured = false;     ///< whether the configuration says so
   Wirex::IpAddr querier;       ///< 0.0.0.0 if none was heard
   Horix::Time querierUntil{};  ///< zero if none was heard
   Wirex::IpAddr pimNeighbor;   ///< 0.0.0.0 if no PIM hello was heard
@@ -45,6 +45,7 @@ class KEL_EXPORT RouterPorts : public Kel::Entity {
 
   VlanId vlanId() const { return vlanId_; }
 
+  /// The router ports, each with the reasons why it is one.
   Ports const& routerPort() const { return routerPort_; }
   void routerPortIs(Wirex::IntfId const& intf, RouterPort const& port) {
     routerPort_.is(*this, intf, port);

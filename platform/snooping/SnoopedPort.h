@@ -33,6 +33,7 @@ class KEL_EXPORT SnoopedPort final : private QueryPort {
   ReceiveCounters counters() const;
   /// Of a VLAN in which the port is or has been. Null if it never was.
   ReceiveCounters const* counters(VlanId vlan) const;
+  /// Of frames that belong to none of the port's VLANs.
   ReceiveCounters const& countersInNoVlan() const { return countersInNoVlan_; }
 
   /// The VLANs in which the port is heard.

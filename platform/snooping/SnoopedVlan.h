@@ -10,9 +10,9 @@ namespace Bridging::IgmpSnooping {
 /// primary's, whose adapter serves the hosts of both; router ports are each VLAN's own. All of them
 /// stay until the VLAN is taken from the port.
 struct SnoopedVlan {
-  VlanLearning* learning = nullptr;
-  VlanRouters* routers = nullptr;
-  VlanQuerier* querier = nullptr;
+  VlanLearning* learning = nullptr;  ///< for reports and leaves
+  VlanRouters* routers = nullptr;    ///< for queries and PIM hellos
+  VlanQuerier* querier = nullptr;    ///< for queries, and for what is withdrawn
 };
 
 }  // namespace Bridging::IgmpSnooping

@@ -23,6 +23,7 @@ class KEL_EXPORT SnoopingPamManager final : public Wirex::PortVlanPamManager {
                      Interface::EthDevSettings const& settings);
   ~SnoopingPamManager() override;
 
+  /// The ports that are snooped.
   Ports const& port() const { return ports_; }
   /// Null if the interface is not snooped.
   SnoopedPort* port(Wirex::IntfId const& intf);

@@ -12,15 +12,18 @@ namespace Bridging::IgmpSnooping {
 struct SnoopingPolicy {
   using Milliseconds = std::chrono::milliseconds;
 
-  unsigned robustnessVariable = 2;
+  unsigned robustnessVariable = 2;  ///< 1 to 7 (RFC 9776 section 8.1)
+  /// How often general queries are sent (RFC 9776 section 8.2).
   Milliseconds queryInterval = std::chrono::seconds(125);
+  /// Within which general queries are to be answered (RFC 9776 section 8.3).
   Milliseconds queryMaxResponseTime = std::chrono::seconds(10);
+  /// Within which a query after a leave is to be answered (RFC 9776 section 8.8).
   Milliseconds lastMemberQueryInterval = std::chrono::seconds(1);
 
   /// A leave removes the reporter's membership at once.
   bool fastLeave = false;
 
-  Igmp::ReceivePolicy receive;
+  Igmp::ReceivePolicy receive;  ///< what received packets have to have
 
   /// Groups in which only single sources can be had: reports that ask for every source are
   /// ignored (RFC 4604 section 2.2).

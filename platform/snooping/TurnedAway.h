@@ -17,7 +17,7 @@ namespace Bridging::IgmpSnooping {
 struct LimitReached {
   VlanId vlanId;
   Wirex::IntfId intfId;
-  Igmp::IgnoreReason limit;
+  Igmp::IgnoreReason limit;  ///< which one
   Wirex::IpAddr group;
   Wirex::IpAddr reporter;
 };
@@ -26,12 +26,13 @@ struct LimitReached {
 /// one that floods does not have another one's forgotten.
 class KEL_EXPORT TurnedAway {
  public:
+  /// What was turned away, and why.
   struct Entry {
     Wirex::IpAddr group;
     Wirex::IpAddr reporter;
-    Igmp::IgnoreReason reason;
-    Horix::Time latest;
-    std::uint64_t times = 0;
+    Igmp::IgnoreReason reason;  ///< why
+    Horix::Time latest;         ///< when last, by the clock of the timer wheel
+    std::uint64_t times = 0;    ///< how often while it was remembered
   };
   /// How many are remembered for each port.
   static constexpr std::size_t perPort = 16;
@@ -40,8 +41,10 @@ class KEL_EXPORT TurnedAway {
   bool add(Wirex::IntfId const& intf, Wirex::IpAddr group, Wirex::IpAddr reporter,
            Igmp::IgnoreReason reason, Horix::Time now);
 
+  /// The port is gone, or begins anew.
   void forget(Wirex::IntfId const& intf) { ports_.erase(intf); }
 
+  /// Calls the action with each port and each of its entries of the group.
   template <class Action>  // (IntfId const&, Entry const&)
   void forEach(Wirex::IpAddr group, Action action) const {
     for (auto const& [intf, port] : ports_)

@@ -60,7 +60,9 @@ class KEL_EXPORT VlanLearning final : private MembershipWriter {
   /// Forgets memberships: one, those of a group, those of a port; these piece by piece, if they are
   /// many. They want nothing any more from now on, and go when the batch is published.
   void forget(LearnedMembership& membership);
+  /// The memberships of a group.
   void forgetGroup(Wirex::IpAddr group);
+  /// The memberships of a port, piece by piece if they are many.
   void forgetPort(Wirex::IntfId const& intf);
 
   /// A membership's timer is due.
@@ -80,6 +82,7 @@ class KEL_EXPORT VlanLearning final : private MembershipWriter {
   LearnedMembership* membership(Wirex::IntfId const& intf, Wirex::IpAddr reporter,
                                 Wirex::IpAddr group) const;
 
+  /// Whether somebody on the port is a member of the group.
   bool hasMembers(Wirex::IntfId const& intf, Wirex::IpAddr group) const;
 
   /// Whether somebody on a port wants this source of a group, or every source but some, beyond a
@@ -88,12 +91,14 @@ class KEL_EXPORT VlanLearning final : private MembershipWriter {
   /// not found by then wants nothing.
   bool wants(Wirex::IntfId const& intf, Wirex::IpAddr group, Wirex::IpAddr source, Horix::Time end,
              std::size_t& looks) const;
+  /// As `wants()`, of every source but some.
   bool wantsEverySource(Wirex::IntfId const& intf, Wirex::IpAddr group, Horix::Time end,
                         std::size_t& looks) const;
 
   /// Remembers that something was turned away, for those who ask why.
   void noteTurnedAway(Wirex::IntfId const& intf, Wirex::IpAddr reporter, Wirex::IpAddr group,
                       Igmp::IgnoreReason reason);
+  /// What was turned away lately, and why.
   TurnedAway const& turnedAway() const { return turnedAway_; }
 
   /// Who hears of limits that ports reach: of each at most once a minute.

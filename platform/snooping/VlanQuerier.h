@@ -21,8 +21,9 @@
 
 namespace Bridging::IgmpSnooping {
 
+/// How a querier is configured.
 struct QuerierSettings {
-  bool sendsQueries = false;
+  bool sendsQueries = false;  ///< whether it is switched on
   Igmp::IgmpVersion version = Igmp::IgmpVersion::v3;
 
   /// The source of the queries, by which queriers elect one of them. With 0.0.0.0, which a switch
@@ -40,25 +41,25 @@ struct QueryCourse {
     friend auto operator<=>(PortVlan const&, PortVlan const&) = default;
   };
 
-  Horix::Time next{};  ///< when the next general query is due
-  unsigned startupQueriesLeft = 0;
-  std::vector<PortVlan> asked{};
+  Horix::Time next{};               ///< when the next general query is due
+  unsigned startupQueriesLeft = 0;  ///< RFC 9776 section 8.7
+  std::vector<PortVlan> asked{};    ///< ports that have had a general query
 };
 
 /// A querier on a link of the VLAN that speaks another version than is configured for it.
 struct OtherVersion {
   VlanId vlanId;
   Wirex::IntfId intfId;
-  Wirex::IpAddr querier;
-  Igmp::IgmpVersion heard;
-  Igmp::IgmpVersion configured;
+  Wirex::IpAddr querier;         ///< its address
+  Igmp::IgmpVersion heard;       ///< that it speaks
+  Igmp::IgmpVersion configured;  ///< that it should speak
 };
 
 /// Queries that left, each counted on each port.
 struct QueriesSent {
-  std::uint64_t general = 0;
-  std::uint64_t groupSpecific = 0;
-  std::uint64_t groupAndSourceSpecific = 0;
+  std::uint64_t general = 0;                 ///< for all groups
+  std::uint64_t groupSpecific = 0;           ///< for one group
+  std::uint64_t groupAndSourceSpecific = 0;  ///< for sources of one group
 };
 
 /// The querier of one VLAN (RFC 9776 section 6; RFC 2236 and RFC 1112 for the older versions). It
@@ -111,6 +112,7 @@ class KEL_EXPORT VlanQuerier : private Horix::Timer {
     return otherQuerier_ ? otherQuerier_->version : settings_.version;
   }
 
+  /// What it has sent so far.
   QueriesSent const& sent() const { return sent_; }
 
   /// Queries a port in a VLAN: this one or, of a primary, a secondary. The port stays until it is

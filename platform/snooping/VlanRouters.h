@@ -22,6 +22,7 @@ class KEL_EXPORT VlanRouters {
   VlanRouters& operator=(VlanRouters const&) = delete;
   ~VlanRouters();
 
+  /// The ports that it keeps.
   Kel::Ptr<RouterPorts> const& routerPorts() const { return routerPorts_; }
 
   /// The VLAN's queries, which the hosts on its router ports answer.
@@ -34,13 +35,15 @@ class KEL_EXPORT VlanRouters {
   /// switch that queries in place of a router, and means nothing.
   void querierHeard(Wirex::IntfId const& intf, Wirex::IpAddr querier, Horix::Time lifetime);
 
+  /// A PIM hello was heard: its router is there for the hello's holdtime, or goes where that is
+  /// zero (RFC 7761 section 4.9.2).
   void helloHeard(Wirex::IntfId const& intf, Igmp::PimHello const& hello);
 
   /// A router on a port, and how it was heard.
   struct Heard {
     Wirex::IntfId intfId;
-    bool byPim = false;
-    HeardRouters::Router router;
+    bool byPim = false;           ///< by a PIM hello; else by a query
+    HeardRouters::Router router;  ///< its address, and until when it is there
     Horix::Time
         since{};  ///< since when the port has been a router port, for this or another reason
   };

@@ -46,6 +46,7 @@ class KEL_EXPORT Multiplexer final : public Kel::Entity {
 
   IntfId const& intfId() const { return intfId_; }
   Counters const& counters() const { return counters_; }
+  /// For find-or-create: throws Kel::NameInUseException for another manager.
   void requireConstructedWith(PortVlanPamManager* parent) const;
 
   /// The registered VLANs, each with the 802.1p priority, 0 to 7, of the frames sent in it.

@@ -26,7 +26,9 @@ class KEL_EXPORT Pkt final : public Kel::PtrInterface {
   static Ptr PktIs(Bytes content);
 
   std::size_t size() const noexcept { return size_; }
+  /// The packet, from its first header on.
   Bytes bytes() const noexcept { return {begin(), size_}; }
+  /// The same, to be written.
   WritableBytes bytes() noexcept { return {begin(), size_}; }
 
   /// How many bytes prepend() can still add.

@@ -9,6 +9,7 @@ namespace Wirex {
 /// What holds for every packet of the process.
 class KEL_EXPORT PktManager {
  public:
+  /// The process's own.
   static PktManager& instance() noexcept;
 
   /// The longest packet, in bytes, without the room in front of it.

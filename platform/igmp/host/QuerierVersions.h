@@ -16,12 +16,13 @@ class KEL_EXPORT QuerierVersions {
   /// @param onChange is called when the oldest version may have changed by time alone.
   QuerierVersions(Kel::Ptr<Horix::TimerWheel const> timerWheel, std::function<void()> onChange);
 
+  /// A query was heard: one of an older version starts that version's timer anew.
   void heard(Wirex::IpAddr querier, Query const& query);
 
   /// An older version that is spoken, by whom at last, and until when if it is not heard again.
   struct Present {
     IgmpVersion version;
-    Wirex::IpAddr querier;
+    Wirex::IpAddr querier;  ///< 0.0.0.0 from one without an address
     Horix::Time until;
 
     friend bool operator==(Present const&, Present const&) noexcept = default;

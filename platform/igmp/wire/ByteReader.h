@@ -17,12 +17,18 @@ class ByteReader {
  public:
   explicit ByteReader(Bytes bytes) noexcept : rest_(bytes) {}
 
+  /// Whether more was read than was there.
   bool failed() const noexcept { return failed_; }
+  /// What was not read yet.
   Bytes rest() const noexcept { return rest_; }
 
+  /// The next byte.
   std::uint8_t u8() noexcept { return static_cast<std::uint8_t>(number(1)); }
+  /// The next two bytes.
   std::uint16_t u16() noexcept { return static_cast<std::uint16_t>(number(2)); }
+  /// The next four bytes.
   std::uint32_t u32() noexcept { return number(4); }
+  /// The next four bytes as an IPv4 address.
   Wirex::IpAddr ipAddr() noexcept { return Wirex::IpAddr(number(4)); }
 
   /// The next `count` bytes, or none if there are not so many.
@@ -37,6 +43,7 @@ class ByteReader {
     return taken;
   }
 
+  /// Passes over so many bytes.
   void skip(std::size_t count) noexcept { take(count); }
 
  private:

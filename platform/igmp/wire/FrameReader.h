@@ -18,12 +18,12 @@ using Wirex::etherTypeIpv4;
 using Wirex::etherTypeVlan;
 using Wirex::vlanTagSize;
 
-inline constexpr std::size_t ipv4HeaderSize = 20;  // without options
-inline constexpr std::size_t routerAlertSize = 4;
+inline constexpr std::size_t ipv4HeaderSize = 20;  ///< bytes, without options
+inline constexpr std::size_t routerAlertSize = 4;  ///< bytes of the option (RFC 2113 section 2.1)
 
-inline constexpr std::uint8_t ipProtocolIgmp = 2;
-inline constexpr std::uint8_t ipProtocolPim = 103;
-inline constexpr std::uint8_t ipOptionRouterAlert = 0x94;  // RFC 2113 section 2.1
+inline constexpr std::uint8_t ipProtocolIgmp = 2;          ///< in the IPv4 header
+inline constexpr std::uint8_t ipProtocolPim = 103;         ///< in the IPv4 header
+inline constexpr std::uint8_t ipOptionRouterAlert = 0x94;  ///< RFC 2113 section 2.1
 
 /// An Ethernet frame with at most one IEEE 802.1Q tag. Views the captured bytes.
 struct EthernetFrame {
@@ -44,10 +44,10 @@ KEL_EXPORT std::optional<std::uint8_t> ipProtocolOf(EthernetFrame const& frame);
 /// An IPv4 datagram. Views the captured bytes.
 struct Datagram {
   Wirex::IpAddr source;
-  Wirex::IpAddr destination;
-  std::uint8_t ttl = 0;
-  bool routerAlert = false;
-  Bytes payload;  ///< as long as the header says: Ethernet's padding is not in it
+  Wirex::IpAddr destination;  ///< a group, or the switch itself
+  std::uint8_t ttl = 0;       ///< 1 in all IGMP messages (RFC 9776 section 4)
+  bool routerAlert = false;   ///< whether the Router Alert option is there (RFC 2113)
+  Bytes payload;              ///< as long as the header says: Ethernet's padding is not in it
 };
 
 /// Refuses what is not this protocol in IPv4 (with `notIgmp`), cut short or fragmented, and a wrong

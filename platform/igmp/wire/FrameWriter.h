@@ -7,8 +7,11 @@
 
 namespace Igmp {
 
+/// Where general queries go (RFC 9776 section 4.1).
 inline constexpr Wirex::IpAddr allSystems(224, 0, 0, 1);
+/// Where IGMPv2 leaves go (RFC 2236 section 9).
 inline constexpr Wirex::IpAddr allRouters(224, 0, 0, 2);
+/// Where IGMPv3 reports go (RFC 9776 section 4.2).
 inline constexpr Wirex::IpAddr allIgmpv3Routers(224, 0, 0, 22);
 
 /// What an IPv4 header with Router Alert takes of a link's MTU.

@@ -42,6 +42,7 @@ enum class IgnoreReason : std::uint8_t {
   routerNotAllowed,    ///< A PIM hello on a port on which no router is to be.
 };
 
+/// How many reasons there are.
 inline constexpr std::size_t ignoreReasons =
     static_cast<std::size_t>(IgnoreReason::routerNotAllowed) + 1;
 

@@ -29,10 +29,14 @@ enum class MessageType : std::uint8_t {
   reportV3 = 0x22,
 };
 
-inline constexpr std::size_t addressSize = 4;
+inline constexpr std::size_t addressSize = 4;  ///< bytes of an IPv4 address
+/// Bytes of an IGMPv1 or IGMPv2 message.
 inline constexpr std::size_t messageSize = 1 + 1 + 2 + addressSize;  // of IGMPv1 and IGMPv2
+/// Bytes of an IGMPv3 query before its sources (RFC 9776 section 4.1).
 inline constexpr std::size_t queryV3HeaderSize = messageSize + 1 + 1 + 2;
+/// Bytes of an IGMPv3 report before its records (RFC 9776 section 4.2).
 inline constexpr std::size_t reportV3HeaderSize = 1 + 1 + 2 + 2 + 2;
+/// Bytes of a group record before its sources (RFC 9776 section 4.2.4).
 inline constexpr std::size_t groupRecordHeaderSize = 1 + 1 + 2 + addressSize;
 
 /// Tenths of a second, the unit of response times on the wire.
@@ -61,6 +65,7 @@ constexpr bool isUnicast(Wirex::IpAddr address) noexcept {
 /// Source addresses, in the order of the message, repetitions included.
 class SourceList {
  public:
+  /// Reads one address after the other.
   class Iterator {
    public:
     using iterator_category = std::input_iterator_tag;
@@ -120,6 +125,7 @@ struct GroupRecord {
 /// The group records of a report, unusable ones included.
 class KEL_EXPORT GroupRecords {
  public:
+  /// Reads one record after the other.
   class KEL_EXPORT Iterator {
    public:
     using iterator_category = std::input_iterator_tag;
@@ -185,25 +191,31 @@ struct Query {
 
   SourceList sources;
 
+  /// Whether it asks for all groups.
   bool isGeneral() const noexcept { return group == Wirex::IpAddr(); }
 };
 
+/// An IGMPv1 report (RFC 1112 appendix I).
 struct ReportV1 {
   Wirex::IpAddr group;
 };
 
+/// An IGMPv2 report (RFC 2236 section 2).
 struct ReportV2 {
   Wirex::IpAddr group;
 };
 
+/// An IGMPv3 report (RFC 9776 section 4.2).
 struct ReportV3 {
-  GroupRecords records;
+  GroupRecords records;  ///< of one or more groups
 };
 
+/// An IGMPv2 leave (RFC 2236 section 2).
 struct Leave {
   Wirex::IpAddr group;
 };
 
+/// Any message that a snooping switch has a use for.
 using Message = std::variant<Query, ReportV1, ReportV2, ReportV3, Leave>;
 
 /// Reads a query whose type and checksum are known to be right.

@@ -10,14 +10,15 @@ namespace Igmp {
 
 /// An IGMP message and who sent it where. Lists in it view the captured bytes.
 struct Packet {
-  Wirex::IpAddr source;  ///< 0.0.0.0 from a system that has no address yet
-  Wirex::IpAddr destination;
-  Message message;
-  bool routerAlert = false;
+  Wirex::IpAddr source;       ///< 0.0.0.0 from a system that has no address yet
+  Wirex::IpAddr destination;  ///< a group, or the system itself
+  Message message;            ///< what it says
+  bool routerAlert = false;   ///< whether the Router Alert option is there (RFC 2113)
 };
 
 /// What a VLAN asks of received IGMP packets beyond correctness.
 struct ReceivePolicy {
+  /// Whether packets without Router Alert are ignored (RFC 9776 section 4).
   bool requireRouterAlert = false;
 };
 

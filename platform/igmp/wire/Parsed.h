@@ -14,6 +14,7 @@ class Parsed {
   Parsed(T value) : content_(std::move(value)) {}    // NOLINT: a parser returns either
   Parsed(IgnoreReason reason) : content_(reason) {}  // NOLINT
 
+  /// Whether there is a value.
   explicit operator bool() const noexcept { return content_.index() == 0; }
 
   /// The value, of which there must be one.

@@ -9,11 +9,14 @@
 
 namespace Igmp {
 
+/// Where PIM hellos go (RFC 7761 section 4.3.1).
 inline constexpr Wirex::IpAddr allPimRouters(224, 0, 0, 13);
 
 /// What a PIM router says of itself every now and then (RFC 7761 section 4.9.2).
 struct PimHello {
+  /// What a hello without a holdtime stands for (RFC 7761 section 4.11).
   static constexpr std::chrono::seconds defaultHoldtime{105};  // 3.5 * Hello_Period
+  /// The holdtime of a router that never times out (RFC 7761 section 4.9.2).
   static constexpr std::chrono::seconds forever{0xffff};
 
   Wirex::IpAddr source;

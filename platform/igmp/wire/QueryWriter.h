@@ -16,9 +16,11 @@ namespace Igmp {
 struct QueryToSend {
   IgmpVersion version = IgmpVersion::v3;
   Wirex::IpAddr group;  ///< 0.0.0.0 asks for all groups
+  /// Within which answers are asked for (RFC 9776 section 4.1.1).
   std::chrono::milliseconds maxResponseTime{};
   bool suppressesRouters = false;  ///< the S flag
   unsigned robustness = 0;
+  /// How often the querier sends general queries (RFC 9776 section 4.1.7).
   std::chrono::milliseconds queryInterval{};
   std::span<Wirex::IpAddr const> sources{};
 };
