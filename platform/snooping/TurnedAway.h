@@ -41,7 +41,7 @@ class KEL_EXPORT TurnedAway {
   bool add(Wirex::IntfId const& intf, Wirex::IpAddr group, Wirex::IpAddr reporter,
            Igmp::IgnoreReason reason, Horix::Time now);
 
-  /// The port is gone, or begins anew.
+  /// The port has left the VLAN.
   void forget(Wirex::IntfId const& intf) { ports_.erase(intf); }
 
   /// Calls the action with each port and each of its entries of the group.

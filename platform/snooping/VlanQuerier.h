@@ -43,7 +43,7 @@ struct QueryCourse {
 
   Horix::Time next{};               ///< when the next general query is due
   unsigned startupQueriesLeft = 0;  ///< RFC 9776 section 8.7
-  std::vector<PortVlan> asked{};    ///< ports that have had a general query
+  std::vector<PortVlan> asked{};    ///< ports that can send, and so have been asked
 };
 
 /// A querier on a link of the VLAN that speaks another version than is configured for it.
