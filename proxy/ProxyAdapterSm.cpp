@@ -121,38 +121,16 @@ bool leavesSomethingOut(KelIgmpIntf const& port) {
   return false;
 }
 
-/// The member ports of a group whose hosts leave something out that other hosts report. Found anew
-/// whenever the group's counts have changed.
-class PortsApart {
- public:
-  explicit PortsApart(AdapterSm::KelIgmpGroup& group) : group_(group) {}
+using PortSet = Kel::Table<IntfId, Kel::Nothing>;
 
-  bool contains(IntfId const& intf) {
-    if (!isUpToDate()) find();
-    return ports_.contains(intf);
-  }
-
- private:
-  bool isUpToDate() const {
-    return counts_ && counts_ == group_.record() && version_ == counts_->version() &&
-           memberPorts_ == group_.igmpIntf().size();
-  }
-  void find() {
-    counts_ = group_.recordIs();
-    version_ = counts_->version();
-    memberPorts_ = group_.igmpIntf().size();
-    ports_.clear();
-    if (everyWishIsShared(group_)) return;
-    for (auto const& [intf, port] : group_.igmpIntf())
-      if (leavesSomethingOut(*port)) ports_.add(intf, {});
-  }
-
-  AdapterSm::KelIgmpGroup& group_;
-  Kel::Ptr<SourceCount> counts_;
-  std::uint32_t version_ = SourceCount::noVersion;
-  std::uint32_t memberPorts_ = 0;
-  Kel::Table<IntfId, Kel::Nothing> ports_;
-};
+/// The member ports of a group whose hosts leave something out that other hosts report.
+PortSet portsApart(AdapterSm::KelIgmpGroup& group) {
+  PortSet ports;
+  if (everyWishIsShared(group)) return ports;
+  for (auto const& [intf, port] : group.igmpIntf())
+    if (leavesSomethingOut(*port)) ports.add(intf, {});
+  return ports;
+}
 
 /// Picks any source.
 constexpr auto any = [](IpAddr /*source*/) { return true; };
@@ -172,7 +150,7 @@ AdapterSm::AdapterSm(VlanId vlanId, Kel::Ptr<AdapterVlanConfig const> const& ada
     : vlanId_(vlanId),
       activity_(Kel::make<Kel::ActivityConfig>()),
       igmpHostDir_(std::move(igmpHostDir)),
-      groupNumbers_(Kel::make<Igmp::GroupNumbers>()),
+      sharedRecords_(Kel::make<Igmp::SharedRecords>()),
       changed_(Kel::make<Changed>(this)) {
   if (adapterConfig) adapterConfig_ = Kel::make<KelAdapterConfig>(adapterConfig, this);
   if (coreStatus) coreStatus_ = Kel::make<KelCoreStatus>(coreStatus, this);
@@ -286,21 +264,40 @@ void AdapterSm::addChangedGroups(std::vector<PlacedGroup>& groups, std::uint32_t
 
 /// Rewrites every host's record of a group that is flagged, and takes the flag back.
 void AdapterSm::updateRecords(KelIgmpGroup& group) {
-  AdapterVlanConfig::HostKeys const& hostKeys = adapterConfig()->hostKey();
-  std::uint32_t formerPlace = 0;
-  PortsApart apart(group);
-  for (PortKey const& key : hostKeys.keys()) {
-    if (group.isZombie()) break;
-    std::uint32_t const keyPlace = hostKeys.position(key, formerPlace++);
+  KeyedHosts::Sources const sources = keyedHostSources();
+  AdapterVlanConfig::HostKeys const& hostKeys = sources.config.hostKey();
+  std::uint32_t const found = findKeyedHosts(sources);
+  bool sharing = !decisionsAreTraced() && hostKeys.size() > 1;
+  CommonRecord::Record const common = sharing ? commonRecord(group) : nullptr;
+  PortSet const apart = sharing ? portsApart(group) : PortSet();
+  Igmp::SharedRecords::Renewal renewal(sharedRecords_, group.addr(), common, group.recordNumber_);
+  auto const keys = hostKeys.keys();
+  for (std::uint32_t i = 0; i < keys.size() && !group.isZombie(); ++i) {
+    PortKey const& key = keys[i];
+    if (sharing && !apart.contains(key.intfId()) && keyedHosts_.isReachedBy(renewal, i)) continue;
+    std::uint32_t const keyPlace = hostKeys.position(key, i);
     if (keyPlace == hostKeys.absent) continue;
     KEL_TRACE_OF("updateIgmpHost", 4, "AdapterSm::updateIgmpHost key " << key);
     // A copy, because handlers may have the adapter update again, for more hosts.
     std::uint32_t hostPlace = hostPlaces_.of(keyPlace, hostKeys.size());
-    if (decisionsAreTraced() || apart.contains(key.intfId()) || !shareRecord(key, group, hostPlace))
-      processSplitHorizon(key, group, hostPlace);
+    rewriteRecord(key, group, hostPlace);
     hostPlaces_.of(keyPlace, hostKeys.size()) = hostPlace;
+    sharing = sharing && !decisionsAreTraced() && keyedHosts_.isUpToDate(sources, found) &&
+              common == commonRecord(group);
   }
   group.igmpHostChangedIs(false);
+}
+
+KeyedHosts::Sources AdapterSm::keyedHostSources() const {
+  return {*adapterConfig_->notifier(), *igmpHostDir_, *sharedRecords_};
+}
+
+/// Returns what `keyedHosts_.isUpToDate` is to be asked with after handlers have run.
+std::uint32_t AdapterSm::findKeyedHosts(KeyedHosts::Sources const& sources) {
+  return keyedHosts_.update(sources, [this](PortKey const& key) {
+    std::uint32_t place = PlaceHints::unknown;
+    return igmpHost(key, place);
+  });
 }
 
 void AdapterSm::newIgmpHost(PortKey const& key) {
@@ -321,10 +318,17 @@ void AdapterSm::newIgmpHost(PortKey const& key) {
 void AdapterSm::clearGroup(IpAddr group) {
   KEL_TRACE(9, "AdapterSm::clearGroup " << group);
   Kel::Ptr<AdapterSm> const self(this);
-  AdapterVlanConfig::HostKeys const& hostKeys = adapterConfig()->hostKey();
-  std::uint32_t formerPlace = 0;
-  for (PortKey const& key : hostKeys.keys()) {
-    std::uint32_t const keyPlace = hostKeys.position(key, formerPlace++);
+  KeyedHosts::Sources const sources = keyedHostSources();
+  AdapterVlanConfig::HostKeys const& hostKeys = sources.config.hostKey();
+  std::uint32_t const found = findKeyedHosts(sources);
+  std::uint32_t number = Igmp::SharedRecords::none;
+  Igmp::SharedRecords::Renewal renewal(sharedRecords_, group, nullptr, number);
+  auto const keys = hostKeys.keys();
+  bool sharing = !decisionsAreTraced();
+  for (std::uint32_t i = 0; i < keys.size(); ++i) {
+    PortKey const& key = keys[i];
+    if (sharing && keyedHosts_.isReachedBy(renewal, i)) continue;
+    std::uint32_t const keyPlace = hostKeys.position(key, i);
     if (keyPlace == hostKeys.absent) continue;
     KEL_TRACE(4, "AdapterSm::clearGroup key " << key);
     Kel::Ptr<Igmp::IgmpHost> const host(igmpHost(key, hostPlaces_.of(keyPlace, hostKeys.size())));
@@ -334,6 +338,7 @@ void AdapterSm::clearGroup(IpAddr group) {
       return;
     }
     host->v3groupDel(group);
+    sharing = sharing && !decisionsAreTraced() && keyedHosts_.isUpToDate(sources, found);
   }
 }
 
@@ -376,7 +381,7 @@ void AdapterSm::processSplitHorizon(PortKey const& key, KelIgmpGroup& group,
 /// @param place where it was found before, if it was; afterwards where it is.
 Igmp::IgmpHost* AdapterSm::igmpHost(PortKey const& key, std::uint32_t& place) const {
   Igmp::IgmpHost* const host = igmpHostDir_->igmpHost().find(key.hostName(), place);
-  if (host) host->v3groupNumbersIs(groupNumbers_);
+  if (host) host->v3groupSharedIs(sharedRecords_);
   return host;
 }
 
@@ -388,7 +393,7 @@ bool AdapterSm::shareRecord(PortKey const& key, KelIgmpGroup& group, std::uint32
   if (CommonRecord::Record const& common = commonRecord(group))
     return host->v3groupShare(common, group.recordNumber_);
   Igmp::IgmpV3GroupRecord const* const present = host->v3group().peek(group.addr());
-  if (!present) return !host->watched();
+  if (!present) return !host->v3groupIsHeard();
   if (!present->isShared() && present->isInUse()) return false;
   host->v3groupDel(group.addr());
   return true;

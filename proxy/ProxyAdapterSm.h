@@ -9,10 +9,11 @@
 #include "framework/entities/IgmpContextStatus.h"
 #include "framework/kel/Activity.h"
 #include "framework/kel/Reactors.h"
-#include "platform/igmp/GroupNumbers.h"
 #include "platform/igmp/IgmpHost.h"
+#include "platform/igmp/SharedRecords.h"
 #include "proxy/ChangedGroups.h"
 #include "proxy/CommonRecord.h"
+#include "proxy/KeyedHosts.h"
 #include "proxy/PlaceHints.h"
 #include "proxy/PortSettlement.h"
 #include "proxy/ReporterCounts.h"
@@ -88,6 +89,8 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   using PlacedGroup = std::pair<std::uint32_t, Wirex::IpAddr>;
   void addChangedGroups(std::vector<PlacedGroup>& groups, std::uint32_t firstPlace) const;
   void updateRecords(KelIgmpGroup& group);
+  KeyedHosts::Sources keyedHostSources() const;
+  std::uint32_t findKeyedHosts(KeyedHosts::Sources const& sources);
   void rewriteRecord(PortKey const& key, KelIgmpGroup& group, std::uint32_t& hostPlace);
   void processSplitHorizon(PortKey const& key, KelIgmpGroup& group, std::uint32_t& hostPlace);
   Igmp::IgmpHost* igmpHost(PortKey const& key, std::uint32_t& place) const;
@@ -105,7 +108,8 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   Kel::Ptr<KelCoreStatus> coreStatus_;
   Kel::Ptr<SourceCount> spareCounts_;
   PlaceHints hostPlaces_;  // of the hosts of all keys, in the order of `hostKey`
-  Kel::Ptr<Igmp::GroupNumbers> const groupNumbers_;
+  Kel::Ptr<Igmp::SharedRecords> const sharedRecords_;
+  KeyedHosts keyedHosts_;
   Kel::Ptr<Changed> changed_;
   IgmpGroups igmpGroup_;
 };
@@ -191,7 +195,7 @@ class KEL_EXPORT AdapterSm::KelIgmpGroup final
   Changed::Link changedLink_;
   Kel::Ptr<SourceCount> record_;
   CommonRecord commonRecord_;
-  std::uint32_t recordNumber_ = Igmp::GroupNumbers::none;  // in most hosts, where they have one
+  std::uint32_t recordNumber_ = Igmp::SharedRecords::none;  // in most hosts, where they have one
   IgmpIntfs igmpIntf_;
 };
 

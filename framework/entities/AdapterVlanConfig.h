@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "framework/kel/Attribute.h"
 #include "framework/kel/Collection.h"
 #include "framework/types/PortKey.h"
@@ -28,15 +30,27 @@ class KEL_EXPORT AdapterVlanConfig : public Kel::Entity {
 
   HostKeys const& hostKey() const { return hostKey_; }
   bool hostKey(PortKey const& key) const { return hostKey_.get(key); }
-  void hostKeyIs(PortKey const& key, bool value) { hostKey_.is(*this, key, value); }
-  void hostKeyDel(PortKey const& key) { hostKey_.del(*this, key); }
-  void hostKeyDelAll() { hostKey_.delAll(*this); }
+  /// Another one, or another number of keys, once keys have come or gone.
+  std::uint32_t hostKeyVersion() const { return hostKeyVersion_; }
+  void hostKeyIs(PortKey const& key, bool value) {
+    ++hostKeyVersion_;
+    hostKey_.is(*this, key, value);
+  }
+  void hostKeyDel(PortKey const& key) {
+    ++hostKeyVersion_;
+    hostKey_.del(*this, key);
+  }
+  void hostKeyDelAll() {
+    ++hostKeyVersion_;
+    hostKey_.delAll(*this);
+  }
   void hostKeyNotify(PortKey const& key) { hostKey_.notify(*this, key); }
   void hostKeyNotify() { notify<&NotifieeConst::onHostKeykelImmediate>(); }
 
  private:
   VlanId vlanId_;
   HostKeys hostKey_;
+  std::uint32_t hostKeyVersion_ = 0;
 };
 
 }  // namespace Bridging::IgmpSnooping::Proxy

@@ -39,6 +39,8 @@ class KeySnapshot {
   std::uint32_t size() const noexcept { return size_; }
   Key const* begin() const noexcept { return first_; }
   Key const* end() const noexcept { return first_ + size_; }
+  /// The key of a place below `size()`.
+  Key const& operator[](std::uint32_t place) const noexcept { return first_[place]; }
 
  private:
   static constexpr std::uint32_t inlineCapacity = 16;

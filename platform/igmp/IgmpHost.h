@@ -61,6 +61,9 @@ class KEL_EXPORT IgmpHost : public Kel::Entity {
     virtual void onVlanQueries() {}
     virtual void onV3group(Wirex::IpAddr /*group*/) {}
     virtual void onV3groupkelImmediate() {}
+    /// Asks every reactor whether it hears of records that come and go. One that does not leaves
+    /// the answer as it is, which spares its host the records that nobody would look at.
+    virtual void onV3groupHeard(bool* heard) { *heard = true; }
 
    protected:
     using NotifieeOf::NotifieeOf;
@@ -140,13 +143,23 @@ class KEL_EXPORT IgmpHost : public Kel::Entity {
     return Kel::make<IgmpV3GroupRecord>(group);
   }
   Kel::Ptr<IgmpV3GroupRecord> v3groupIs(Wirex::IpAddr group) { return v3group_.is(*this, group); }
+  /// Whether some reactor hears of records that come and go.
+  bool v3groupIsHeard() const {
+    bool heard = false;
+    tellAtOnce<&NotifieeConst::onV3groupHeard>(&heard);
+    return heard;
+  }
+  /// The records that it shares with other hosts (`HostGroupRecords::sharedIs`).
+  void v3groupSharedIs(Kel::Ptr<SharedRecords> const& shared) { v3group_.sharedIs(shared); }
   /// Lets the host share a record of several hosts (`HostGroupRecords::share`). Returns false where
   /// somebody would notice: then its own record is to be written.
   bool v3groupShare(Kel::Ptr<IgmpV3GroupRecord> const& common, std::uint32_t& number) {
-    return v3group_.share(*this, common, number);
+    return v3group_.share(*this, v3groupIsHeard(), common, number);
   }
-  /// The groups' numbers that it shares with other hosts (`HostGroupRecords::numbersIs`).
-  void v3groupNumbersIs(Kel::Ptr<GroupNumbers> const& numbers) { v3group_.numbersIs(numbers); }
+  /// Its number among the hosts with which it shares records; `SharedRecords::none` if it does not.
+  std::uint32_t v3groupNumberIn(SharedRecords const& shared) const {
+    return v3group_.numberIn(shared);
+  }
   void v3groupDel(Wirex::IpAddr group) { v3group_.del(*this, group); }
   void v3groupDelAll() { v3group_.delAll(*this); }
   void v3groupNotify(Wirex::IpAddr group) { v3group_.notify(*this, group); }
@@ -189,15 +202,27 @@ class KEL_EXPORT IgmpHostDir : public Kel::Entity {
   IgmpHosts const& igmpHost() const { return igmpHost_; }
   Kel::Ptr<IgmpHost const> igmpHost(Kel::Name const& name) const { return igmpHost_.get(name); }
   Kel::Ptr<IgmpHost> igmpHost(Kel::Name const& name) { return igmpHost_.get(name); }
+  /// Another one, or another number of hosts, once hosts have come or gone.
+  std::uint32_t igmpHostVersion() const { return igmpHostVersion_; }
   Kel::Ptr<IgmpHost> newIgmpHost(Kel::Name const& name) const { return Kel::make<IgmpHost>(name); }
-  Kel::Ptr<IgmpHost> igmpHostIs(Kel::Name const& name) { return igmpHost_.is(*this, name); }
-  void igmpHostDel(Kel::Name const& name) { igmpHost_.del(*this, name); }
-  void igmpHostDelAll() { igmpHost_.delAll(*this); }
+  Kel::Ptr<IgmpHost> igmpHostIs(Kel::Name const& name) {
+    ++igmpHostVersion_;
+    return igmpHost_.is(*this, name);
+  }
+  void igmpHostDel(Kel::Name const& name) {
+    ++igmpHostVersion_;
+    igmpHost_.del(*this, name);
+  }
+  void igmpHostDelAll() {
+    ++igmpHostVersion_;
+    igmpHost_.delAll(*this);
+  }
   void igmpHostNotify(Kel::Name const& name) { igmpHost_.notify(*this, name); }
   void igmpHostNotify() { notify<&NotifieeConst::onIgmpHostkelImmediate>(); }
 
  private:
   IgmpHosts igmpHost_;
+  std::uint32_t igmpHostVersion_ = 0;
 };
 
 /// What a host has heard and sent.

@@ -314,6 +314,87 @@ TEST_F(SharedRecord, WatcherThatRemovesANewRecordIsHeeded) {
   EXPECT_TRUE(host("up2")->v3group().contains(g2));
 }
 
+TEST_F(SharedRecord, WhoDoesNotHearOfRecordsSparesTheHostOneOfItsOwn) {
+  struct Unconcerned : Igmp::IgmpHost::NotifieeConst {
+    explicit Unconcerned(Kel::Ptr<Igmp::IgmpHost const> host) { watch(std::move(host)); }
+    void onV3group(IpAddr /*group*/) override { ++calls; }
+    void onV3groupHeard(bool* /*heard*/) override {}
+    int calls = 0;
+  };
+  auto const unconcerned = Kel::make<Unconcerned>(host("up1"));
+  port("swp1").reports(g2).include({s1});
+  publish();
+  EXPECT_EQ(host("up1")->v3group().peek(g2), host("up2")->v3group().peek(g2));
+  EXPECT_EQ(unconcerned->calls, 0);
+}
+
+/// Calls back when a host's record of g1 changes its list.
+struct AtChange : Igmp::IgmpV3HostGroupSourceList::NotifieeConst {
+  AtChange(Kel::Ptr<Igmp::IgmpHost> const& host, std::function<void()> action)
+      : action_(std::move(action)) {
+    watch(host->v3group(g1)->source());
+  }
+  void onSourceIp(IpAddr /*source*/) override {
+    if (auto const action = std::exchange(action_, nullptr)) action();
+  }
+  std::function<void()> action_;
+};
+
+TEST_F(SharedRecord, HandlerFindsTheFormerOneInHostsThatComeLater) {
+  std::vector<bool> isNew;
+  auto const watcher = Kel::make<AtChange>(host("up2"), [&] {
+    for (auto const* const name : {"up1", "up3"})
+      isNew.push_back(peek(name)->source()->sourceIp().contains(s2));
+  });
+  reporter.include({s2});
+  publish();
+  EXPECT_THAT(isNew, ElementsAre(true, false));
+  for (auto const* const name : {"up1", "up2", "up3"}) EXPECT_EQ(record(name), including({s2}));
+}
+
+TEST_F(SharedRecord, HandlerThatChangesMoreHasItWrittenIntoHostsThatComeLater) {
+  auto const watcher =
+      Kel::make<AtChange>(host("up2"), [&] { group()->recordIs()->includeIs(s4, 1); });
+  reporter.include({s2});
+  publish();
+  EXPECT_EQ(record("up1"), including({s2}));
+  EXPECT_EQ(record("up3"), including({s2, s4}));
+}
+
+TEST_F(SharedRecord, HandlerThatTakesAKeyLeavesItsHostWithoutRecords) {
+  auto const watcher = Kel::make<AtChange>(host("up2"), [&] { config->hostKeyDel(key("up3")); });
+  reporter.include({s2});
+  publish();
+  EXPECT_EQ(record("up1"), including({s2}));
+  EXPECT_TRUE(host("up3")->v3group().empty());
+}
+
+TEST_F(SharedRecord, TracesThatBeginInTheMiddleHaveTheRestWrittenInFull) {
+  std::optional<TraceCapture> trace;
+  auto const watcher = Kel::make<AtChange>(host("up2"), [&] { trace.emplace({4}); });
+  reporter.include({s2});
+  publish();
+  ASSERT_TRUE(trace);
+  EXPECT_THAT(trace->texts(), ::testing::Contains(::testing::HasSubstr("up3")));
+  EXPECT_EQ(record("up3"), including({s2}));
+}
+
+TEST_F(SharedRecord, ClearingThatFindsAHostMissingLeavesTheOnesBehindIt) {
+  struct Remover : Igmp::IgmpHost::NotifieeConst {
+    Remover(Kel::Ptr<Igmp::IgmpHost const> host, std::function<void()> action)
+        : action_(std::move(action)) {
+      watch(std::move(host));
+    }
+    void onV3group(IpAddr /*group*/) override { action_(); }
+    std::function<void()> action_;
+  };
+  auto const remover =
+      Kel::make<Remover>(host("up1"), [&] { hosts->igmpHostDel(key("up2").stringvalue()); });
+  status->groupDel(g1);
+  EXPECT_EQ(peek("up1"), nullptr);
+  EXPECT_NE(peek("up3"), nullptr);
+}
+
 TEST_F(SharedRecord, TracedUpdatesWriteEachHostsOwn) {
   {
     TraceCapture const trace({4});

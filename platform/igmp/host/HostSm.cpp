@@ -66,6 +66,7 @@ class HostSm::KelHost final : public Kel::ReactorFor<HostSm, IgmpHost::NotifieeC
   void onDirection() override { handle<&HostSm::updateAccess>(); }
   void onSettings() override { handle<&HostSm::handleSettings>(); }
   void onVlanQueries() override { handle<&HostSm::handleVlanQueries>(); }
+  void onV3groupHeard(bool* /*heard*/) override {}
 
  private:
   template <void (HostSm::*handler)()>

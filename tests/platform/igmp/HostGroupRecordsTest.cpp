@@ -34,13 +34,13 @@ std::vector<IpAddr> groupsOf(IgmpHost const& host) {
 class HostGroupRecords : public ::testing::Test {
  protected:
   HostGroupRecords() {
-    for (auto const& host : {one, other}) host->v3groupNumbersIs(numbers);
+    for (auto const& host : {one, other}) host->v3groupSharedIs(numbers);
   }
 
-  Kel::Ptr<GroupNumbers> const numbers = Kel::make<GroupNumbers>();
+  Kel::Ptr<SharedRecords> const numbers = Kel::make<SharedRecords>();
   Kel::Ptr<IgmpHost> const one = Kel::make<IgmpHost>(Kel::Name("one"));
   Kel::Ptr<IgmpHost> const other = Kel::make<IgmpHost>(Kel::Name("other"));
-  std::uint32_t number = GroupNumbers::none;
+  std::uint32_t number = SharedRecords::none;
 };
 
 TEST_F(HostGroupRecords, OfOneHostAreNotThoseOfAnother) {
@@ -68,7 +68,7 @@ TEST_F(HostGroupRecords, GiveANumberToAnotherGroupOnceNoHostHasItsRecord) {
   one->v3groupDel(group(1));
   EXPECT_EQ(numbers->find(group(1)), freed);
   other->v3groupDel(group(1));
-  EXPECT_EQ(numbers->find(group(1)), GroupNumbers::none);
+  EXPECT_EQ(numbers->find(group(1)), SharedRecords::none);
   one->v3groupIs(group(2));
   EXPECT_EQ(numbers->find(group(2)), freed);
 }
@@ -87,25 +87,25 @@ TEST_F(HostGroupRecords, AreNotFoundByANumberThatAnotherGroupHasNow) {
 TEST_F(HostGroupRecords, KeepTheNumbersThatTheyHaveUntilNoneIsLeft) {
   auto const host = Kel::make<IgmpHost>(Kel::Name("late"));
   host->v3groupIs(group(1));
-  host->v3groupNumbersIs(numbers);
+  host->v3groupSharedIs(numbers);
   host->v3groupIs(group(2));
-  EXPECT_EQ(numbers->find(group(2)), GroupNumbers::none);
+  EXPECT_EQ(numbers->find(group(2)), SharedRecords::none);
   EXPECT_THAT(groupsOf(*host), ElementsAre(group(1), group(2)));
   host->v3groupDelAll();
-  host->v3groupNumbersIs(numbers);
+  host->v3groupSharedIs(numbers);
   host->v3groupIs(group(3));
-  EXPECT_NE(numbers->find(group(3)), GroupNumbers::none);
+  EXPECT_NE(numbers->find(group(3)), SharedRecords::none);
 }
 
 TEST_F(HostGroupRecords, LetGoOfTheirNumbersWithTheHost) {
   {
     auto const passing = Kel::make<IgmpHost>(Kel::Name("passing"));
-    passing->v3groupNumbersIs(numbers);
+    passing->v3groupSharedIs(numbers);
     for (std::uint32_t i = 0; i < 100; ++i) passing->v3groupIs(group(i));
-    EXPECT_NE(numbers->find(group(99)), GroupNumbers::none);
+    EXPECT_NE(numbers->find(group(99)), SharedRecords::none);
   }
   for (std::uint32_t i = 0; i < 100; ++i)
-    EXPECT_EQ(numbers->find(group(i)), GroupNumbers::none) << i;
+    EXPECT_EQ(numbers->find(group(i)), SharedRecords::none) << i;
 }
 
 TEST_F(HostGroupRecords, OfAHostWithFewOfManyGroupsAreAllVisited) {
