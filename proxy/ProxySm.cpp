@@ -554,12 +554,15 @@ bool ProxyVlanSm::isInKernel(IntfId const& intfId) const {
 // that is there already.
 void ProxyVlanSm::serve(IntfId const& intfId) {
   handleHostPam(intfId);
-  portSmIs(intfId, vlanId_, querierVlanConfig(), igmpHostDir(), kernelIntfStatusDir(), pamManager(),
-           portVlanMap(), timerWheel());
+  auto const port = portSmIs(intfId, vlanId_, querierVlanConfig(), igmpHostDir(),
+                             kernelIntfStatusDir(), pamManager(), portVlanMap(), timerWheel());
   handleMissedHostPam(intfId);
   // The keys of a VLAN stay when it goes, so one that is about to go adds none.
   bool const goes = topoVlan_->isZombie() || (proxySm_ && proxySm_->decisions_.lapsed(vlanId_));
-  if (adapterConfig() && !goes) adapterConfig()->hostKeyIs(PortKey(vlanId_, intfId), true);
+  if (!adapterConfig() || goes) return;
+  // An equal key of the machine's has the very text by which the host is kept.
+  PortKey const key(vlanId_, intfId);
+  adapterConfig()->hostKeyIs(port->portKey() == key ? port->portKey() : key, true);
 }
 
 void ProxyVlanSm::unserve(IntfId const& intfId) {
@@ -712,7 +715,7 @@ void ProxyPortSm::handleInitialized() {
     portInfo->vlanIs(vlanId(), true);
   } while (portVlanMap()->portInfo(intfId_) != portInfo);
   KEL_TRACE(8, handler << "ProxyPortSm::handleInitialized() Creating querier config " << hostName);
-  igmpHostIs(igmpHostDir()->igmpHostIs(hostName));
+  igmpHostIs(igmpHostDir()->igmpHostIs(key.hostName()));  // what looks it up has the same text
   // Who heard of the host may have started another proxy, whose machine has it then.
   if (keeperOf(igmpHost_) == formerKeeper) keepers()[igmpHost_.get()] = this;
   configureHost();
