@@ -16,7 +16,8 @@ using Wirex::IgmpV3GroupRecordType;
 using Wirex::IntfId;
 using Wirex::IpAddr;
 
-using KelIgmpIntf = AdapterSm::KelIgmpGroup::KelIgmpIntf;
+using KelIgmpGroup = AdapterSm::KelIgmpGroup;
+using KelIgmpIntf = KelIgmpGroup::KelIgmpIntf;
 using KelMembership = KelIgmpIntf::KelMembership;
 
 Kel::Ptr<AdapterSm> adapterSmFactory(VlanId vlanId, Kel::Ptr<AdapterVlanConfig const> adapterConfig,
@@ -94,12 +95,12 @@ class CountedPort {
 
  private:
   Kel::Ptr<KelIgmpIntf> port_;
-  Kel::Ptr<AdapterSm::KelIgmpGroup> group_;
+  Kel::Ptr<KelIgmpGroup> group_;
 };
 
 /// Whether every wish of a port is also one of another port. May be false where ports exclude
 /// sources.
-bool everyWishIsShared(AdapterSm::KelIgmpGroup& group) {
+bool everyWishIsShared(KelIgmpGroup& group) {
   SourceCount const& counts = *group.recordIs();
   if (group.igmpIntf().size() < 2) return false;
   if (counts.starGCount() != 0) return counts.starGCount() > 1;
@@ -124,7 +125,7 @@ bool leavesSomethingOut(KelIgmpIntf const& port) {
 using PortSet = Kel::Table<IntfId, Kel::Nothing>;
 
 /// The member ports of a group whose hosts leave something out that other hosts report.
-PortSet portsApart(AdapterSm::KelIgmpGroup& group) {
+PortSet portsApart(KelIgmpGroup& group) {
   PortSet ports;
   if (everyWishIsShared(group)) return ports;
   for (auto const& [intf, port] : group.igmpIntf())
@@ -184,11 +185,11 @@ void AdapterSm::coreStatusIs(Kel::Ptr<IgmpContextStatus const> const& status) {
   if (status != coreStatus()) coreStatus_->notifierIs(status);
 }
 
-Kel::Ptr<AdapterSm::KelIgmpGroup> AdapterSm::newIgmpGroup(Kel::Ptr<IgmpGroup const> const& group) {
+Kel::Ptr<KelIgmpGroup> AdapterSm::newIgmpGroup(Kel::Ptr<IgmpGroup const> const& group) {
   return Kel::make<KelIgmpGroup>(activity_, group, this);
 }
 
-Kel::Ptr<AdapterSm::KelIgmpGroup> AdapterSm::igmpGroupIs(Kel::Ptr<IgmpGroup const> const& group) {
+Kel::Ptr<KelIgmpGroup> AdapterSm::igmpGroupIs(Kel::Ptr<IgmpGroup const> const& group) {
   if (!group) Kel::refuseNull("Bridging::IgmpSnooping::Proxy::AdapterSm", "igmpGroup");
   return igmpGroup_.watch(group->addr(), group, [&] { return newIgmpGroup(group); });
 }
@@ -457,42 +458,40 @@ void AdapterSm::KelCoreStatus::notifierIs(Kel::Ptr<IgmpContextStatus const> stat
 
 // ---- KelIgmpGroup
 
-AdapterSm::KelIgmpGroup::KelIgmpGroup(Kel::Ptr<Kel::ActivityConfig> activity,
-                                      Kel::Ptr<IgmpGroup const> const& group, AdapterSm* adapterSm)
+KelIgmpGroup::KelIgmpGroup(Kel::Ptr<Kel::ActivityConfig> activity,
+                           Kel::Ptr<IgmpGroup const> const& group, AdapterSm* adapterSm)
     : ActivityReactor(std::move(activity)), changed_(adapterSm->changed_) {
   watch(group);
   reconcileIntfs();
   handleInitialized();
 }
 
-AdapterSm::KelIgmpGroup::~KelIgmpGroup() {
+KelIgmpGroup::~KelIgmpGroup() {
   igmpHostChangedIs(false);
 }
 
-Kel::Ptr<KelIgmpIntf> AdapterSm::KelIgmpGroup::newIgmpIntf(
-    Kel::Ptr<IgmpIntfStatus const> const& status) {
+Kel::Ptr<KelIgmpIntf> KelIgmpGroup::newIgmpIntf(Kel::Ptr<IgmpIntfStatus const> const& status) {
   return Kel::make<KelIgmpIntf>(kelFwkActivity(), status, this);
 }
 
-Kel::Ptr<KelIgmpIntf> AdapterSm::KelIgmpGroup::igmpIntfIs(
-    Kel::Ptr<IgmpIntfStatus const> const& status) {
+Kel::Ptr<KelIgmpIntf> KelIgmpGroup::igmpIntfIs(Kel::Ptr<IgmpIntfStatus const> const& status) {
   if (!status)
     Kel::refuseNull("Bridging::IgmpSnooping::Proxy::AdapterSm::KelIgmpGroup", "igmpIntf");
   return igmpIntf_.watch(status->intfId(), status, [&] { return newIgmpIntf(status); });
 }
 
-Kel::Ptr<SourceCount> const& AdapterSm::KelIgmpGroup::recordIs() {
+Kel::Ptr<SourceCount> const& KelIgmpGroup::recordIs() {
   if (!record_) record_ = newRecord();
   return record_;
 }
 
-void AdapterSm::KelIgmpGroup::recordDel() {
+void KelIgmpGroup::recordDel() {
   record_ = nullptr;
   commonRecord_.forget();
   for (auto const& [intf, port] : igmpIntf_) port->settlement_.unsettle();
 }
 
-void AdapterSm::KelIgmpGroup::igmpHostChangedIs(bool changed) {
+void KelIgmpGroup::igmpHostChangedIs(bool changed) {
   if (changed == igmpHostChanged()) return;
   // One that was deleted, but is still held, stays out of the list of its former adapter.
   if (changed && isZombie()) return;
@@ -502,28 +501,28 @@ void AdapterSm::KelIgmpGroup::igmpHostChangedIs(bool changed) {
     changed_->remove(changedLink_);
 }
 
-void AdapterSm::KelIgmpGroup::notifierIs(Kel::Ptr<IgmpGroup const> group) {
+void KelIgmpGroup::notifierIs(Kel::Ptr<IgmpGroup const> group) {
   NotifieeConst::notifierIs(std::move(group));
   reconcileIntfs();
 }
 
-void AdapterSm::KelIgmpGroup::followIntf(IntfId const& intf) {
+void KelIgmpGroup::followIntf(IntfId const& intf) {
   if (auto const status = notifier()->intf(intf))
     igmpIntfIs(status);
   else
     igmpIntfDel(intf);
 }
 
-void AdapterSm::KelIgmpGroup::reconcileIntfs() {
+void KelIgmpGroup::reconcileIntfs() {
   igmpIntf_.reconcile(notifier()->intf(), [this](IntfId const& intf) { followIntf(intf); });
 }
 
-void AdapterSm::KelIgmpGroup::hasNotificationActiveIs(bool active) {
+void KelIgmpGroup::hasNotificationActiveIs(bool active) {
   NotifieeConst::hasNotificationActiveIs(active);
   igmpIntf_.hasNotificationActiveIs(active);
 }
 
-void AdapterSm::KelIgmpGroup::kelDoZombieReactors(bool zombie) {
+void KelIgmpGroup::kelDoZombieReactors(bool zombie) {
   // Only the step from live to zombie: the pass comes again when the object itself is destroyed.
   bool const deleted = zombie && !isZombie();
   NotifieeConst::kelDoZombieReactors(zombie);
@@ -535,17 +534,17 @@ void AdapterSm::KelIgmpGroup::kelDoZombieReactors(bool zombie) {
     igmpHostChangedIs(false);
 }
 
-void AdapterSm::KelIgmpGroup::onIntf(IntfId intf) {
+void KelIgmpGroup::onIntf(IntfId intf) {
   if (notificationActive()) followIntf(intf);
 }
 
-void AdapterSm::KelIgmpGroup::handleInitialized() {
+void KelIgmpGroup::handleInitialized() {
   KEL_TRACE(9, "KelIgmpGroup::handleInitialized");
   recordIs();
   initializedIs(true);
 }
 
-void AdapterSm::KelIgmpGroup::handleDelete() {
+void KelIgmpGroup::handleDelete() {
   KEL_TRACE(9, "KelIgmpGroup::handleDelete " << addr());
   igmpHostChangedIs(false);
   if (AdapterSm* const adapterSm = changed_->adapter()) adapterSm->clearGroup(addr());

@@ -194,10 +194,6 @@ void ProxySm::handleInitialized() {
   initializedIs(true);
 }
 
-void ProxySm::portVlanMapIs() {
-  portVlanMap_ = Kel::make<PortVlanMapping>();
-}
-
 void ProxySm::pamManagerIs(Kel::Ptr<Bridging::Config const> const& bridgingConfig,
                            Kel::Ptr<Interface::PamDesiredIntfDir const> const& pamDesiredIntfDir,
                            Kel::Ptr<PortVlanMapping const> const& portVlanMap,
@@ -205,18 +201,6 @@ void ProxySm::pamManagerIs(Kel::Ptr<Bridging::Config const> const& bridgingConfi
   pamManager_ =
       proxyPamManagerFactory(bridgingConfig, pamDesiredIntfDir, portVlanMap, kernelIntfStatusDir);
   kelPamManager_ = Kel::make<KelPamManager>(pamManager_, this);
-}
-
-void ProxySm::igmpHostStatusDirIs(Kel::Name const& name) {
-  igmpHostStatusDir_ = Kel::make<Igmp::IgmpHostStatusDir>(name);
-}
-
-void ProxySm::igmpHostDirSmIs(Kel::Ptr<Kel::ActivityConfig> const& activity,
-                              Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir,
-                              Kel::Ptr<Igmp::IgmpHostStatusDir> const& igmpHostStatusDir,
-                              Kel::Ptr<Horix::TimerWheel const> const& timerWheel) {
-  igmpHostDirSm_ =
-      Kel::make<Igmp::IgmpHostDirSm>(activity, igmpHostDir, igmpHostStatusDir, timerWheel);
 }
 
 void ProxySm::handleVlan() {

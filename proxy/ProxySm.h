@@ -357,19 +357,22 @@ class KEL_EXPORT ProxySm : public Kel::PtrInterface {
   void adapterSmDel(VlanId vlan) { adapterSm_.del(vlan); }
 
   Kel::Ptr<PortVlanMapping> const& portVlanMap() const { return portVlanMap_; }
-  void portVlanMapIs();
+  void portVlanMapIs() { portVlanMap_ = Kel::make<PortVlanMapping>(); }
   Kel::Ptr<ProxyPamManager> const& pamManager() const { return pamManager_; }
   void pamManagerIs(Kel::Ptr<Bridging::Config const> const& bridgingConfig,
                     Kel::Ptr<Interface::PamDesiredIntfDir const> const& pamDesiredIntfDir,
                     Kel::Ptr<PortVlanMapping const> const& portVlanMap,
                     Kel::Ptr<Interface::DeviceIntfStatusDir const> const& kernelIntfStatusDir);
   Kel::Ptr<Igmp::IgmpHostStatusDir> const& igmpHostStatusDir() const { return igmpHostStatusDir_; }
-  void igmpHostStatusDirIs(Kel::Name const& name);
+  void igmpHostStatusDirIs(Kel::Name const& name) {
+    igmpHostStatusDir_ = Kel::make<Igmp::IgmpHostStatusDir>(name);
+  }
   Kel::Ptr<Igmp::IgmpHostDirSm> const& igmpHostDirSm() const { return igmpHostDirSm_; }
-  void igmpHostDirSmIs(Kel::Ptr<Kel::ActivityConfig> const& activity,
-                       Kel::Ptr<Igmp::IgmpHostDir> const& igmpHostDir,
-                       Kel::Ptr<Igmp::IgmpHostStatusDir> const& igmpHostStatusDir,
-                       Kel::Ptr<Horix::TimerWheel const> const& timerWheel);
+  /// The arguments are those of IgmpHostDirSm's constructor.
+  template <class... Arguments>
+  void igmpHostDirSmIs(Arguments const&... arguments) {
+    igmpHostDirSm_ = Kel::make<Igmp::IgmpHostDirSm>(arguments...);
+  }
 
   /// Of the hosts' reports, in bytes. It is only kept here: hosts use that of their own port
   /// (HostSettings::mtu).

@@ -30,7 +30,7 @@ std::unique_ptr<PacketSocket> InheritedSockets::fitting(IntfStatusAndDeviceName 
                                                         EthDevSettings const& settings) {
   while (auto const found = left_.extract(device.deviceIndex)) {
     auto socket = std::make_unique<PacketSocket>(system_, found.mapped());
-    if (socket->takeUp(device, settings)) return socket;
+    if (socket->continueWith(device, settings)) return socket;
     close(std::move(socket));
   }
   return nullptr;

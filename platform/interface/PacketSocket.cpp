@@ -152,8 +152,8 @@ void PacketSocket::bind(int interfaceIndex, std::uint16_t protocol) {
   interfaceIndex_ = interfaceIndex;
 }
 
-bool PacketSocket::takeUp(IntfStatusAndDeviceName const& device,
-                          EthDevSettings const& settings) noexcept try {
+bool PacketSocket::continueWith(IntfStatusAndDeviceName const& device,
+                                EthDevSettings const& settings) noexcept try {
   bufferSize_ = settings.bufferSize;
   bool const fits = manner_ == ownManner && nextSlot_ < slots &&
                     static_cast<int>(indexOf(device, system_)) == interfaceIndex_ &&

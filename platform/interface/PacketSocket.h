@@ -53,7 +53,7 @@ class KEL_EXPORT PacketSocket {
   static constexpr std::uint32_t ownManner = 1;
 
   explicit PacketSocket(SystemCalls& system) noexcept : system_(system) {}
-  /// One that was passed on, and is to be taken up or to be closed.
+  /// One that was passed on, and is to be continued with or to be closed.
   PacketSocket(SystemCalls& system, PassedOn const& passed) noexcept;
   PacketSocket(PacketSocket const&) = delete;
   PacketSocket& operator=(PacketSocket const&) = delete;
@@ -67,7 +67,7 @@ class KEL_EXPORT PacketSocket {
 
   /// Goes on with a socket that was passed on: the frames that have waited in it come next. Returns
   /// whether it is as `open()` would make it now; if not, it is only to be closed.
-  bool takeUp(IntfStatusAndDeviceName const& device, EthDevSettings const& settings) noexcept;
+  bool continueWith(IntfStatusAndDeviceName const& device, EthDevSettings const& settings) noexcept;
 
   /// Of a socket that is open. It stays so.
   PassedOn passedOn() const noexcept {

@@ -143,10 +143,10 @@ void SocketEthDevPam::handleOpened(SocketOpener::Result result) {
   if (auto const* const failed = std::get_if<FailedCall>(&result))
     handleFailure(failed->what(), failed->error());
   else
-    takeUp(std::get<std::unique_ptr<PacketSocket>>(std::move(result)));
+    startWith(std::get<std::unique_ptr<PacketSocket>>(std::move(result)));
 }
 
-void SocketEthDevPam::takeUp(std::unique_ptr<PacketSocket> socket) {
+void SocketEthDevPam::startWith(std::unique_ptr<PacketSocket> socket) {
   socket_ = std::move(socket);
   try {
     input_ = std::make_unique<Input>(loop_, *this);

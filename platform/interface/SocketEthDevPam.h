@@ -44,7 +44,7 @@ class SocketEthDevPam final : public EthDevPam {
   bool isOpen() const;
   void open();
   void handleOpened(SocketOpener::Result result);
-  void takeUp(std::unique_ptr<PacketSocket> socket);
+  void startWith(std::unique_ptr<PacketSocket> socket);
   void handleFailure(char const* call, int error);
   void reopenLater();
   void closeSocket();
