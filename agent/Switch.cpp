@@ -62,8 +62,8 @@ Switch::Switch(Configuration configuration, Horix::EventLoop& loop)
       // With the proxy's own settings, so that each device is opened once for both.
       snooping_(Kel::make<SnoopingPamManager>(entities_.bridging, entities_.kernelIntfs,
                                               proxy_->pamManager()->ethDevPamMgr()->settings())),
-      hostSettings_(Kel::make<HostSettingsSm>(
-          entities_.hosts, [this](Igmp::IgmpHost& host) { configureHost(host); })) {
+      hostWatch_(Kel::make<HostWatch>(entities_.hosts,
+                                      [this](Igmp::IgmpHost& host) { configureHost(host); })) {
   configurationIs(std::move(configuration));
   loop_.afterBatchIs([this] { publish(); });
 }
@@ -122,7 +122,7 @@ void Switch::endTakingOver() {
 
 void Switch::leave() {
   // Hosts that the proxy may still make are told of no MAC address, and so send nothing.
-  hostSettings_ = nullptr;
+  hostWatch_ = nullptr;
   for (Kel::Name const& name : entities_.hosts->igmpHost().keys())
     if (auto const host = entities_.hosts->igmpHost(name)) host->enabledIs(false);
 }
@@ -217,7 +217,7 @@ void Switch::removeVlans() {
       ++routers;
       continue;
     }
-    hostSettings_->routerPortsDel(vlan);
+    hostWatch_->routerPortsDel(vlan);
     routers = routers_.erase(routers);
   }
 }
@@ -226,7 +226,7 @@ void Switch::addVlans() {
   for (VlanConfig const& vlan : configuration_.vlans) {
     auto const [routers, isNew] =
         routers_.try_emplace(vlan.vlanId, Kel::make<RouterPorts>(vlan.vlanId), loop_.timerWheel());
-    if (isNew) hostSettings_->routerPortsIs(routers->second.routerPorts());
+    if (isNew) hostWatch_->routerPortsIs(routers->second.routerPorts());
     for (VlanMember const& member : vlan.members)
       routers->second.configuredIs(member.intfId, member.staticMrouter);
     if (vlan.isSecondary()) continue;
@@ -334,7 +334,7 @@ void Switch::tellTopology(InterfaceConfig const& interface) {
 }
 
 void Switch::configureHost(Igmp::IgmpHost& host) {
-  if (!hostSettings_) return;  // leaving
+  if (!hostWatch_) return;  // leaving
   auto const vlan = vlans_.find(VlanId(host.vlanId()));
   if (vlan == vlans_.end()) return;
   IntfId const& intf = host.intfId();

@@ -5,10 +5,10 @@
 #include <optional>
 #include <utility>
 
-#include "agent/HostSettingsSm.h"
 #include "agent/InterfaceState.h"
 #include "agent/SwitchEntities.h"
 #include "agent/config/Configuration.h"
+#include "agent/watch/HostWatch.h"
 #include "platform/horix/EventLoop.h"
 #include "platform/snooping/SnoopingPamManager.h"
 #include "platform/snooping/VlanLearning.h"
@@ -157,7 +157,7 @@ class Switch {
   std::map<Bridging::VlanId, Learning> learning_;  // of VLANs that are not secondary
   std::map<Bridging::VlanId, Bridging::IgmpSnooping::VlanRouters> routers_;
   Kel::Ptr<Bridging::IgmpSnooping::SnoopingPamManager> snooping_;
-  Kel::Ptr<HostSettingsSm> hostSettings_;
+  Kel::Ptr<HostWatch> hostWatch_;
   std::map<void const*, std::function<void()>> afterPublish_;
   VlanLearning::OnLimit onLimit_ = [](LimitReached const&) {};
   OwnAddress ownAddress_ = [](Bridging::VlanId, Wirex::IntfId const&) { return Wirex::IpAddr(); };

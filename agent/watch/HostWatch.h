@@ -12,13 +12,13 @@ namespace Agent {
 /// Has every host configured by whoever knows the ports: a host that is new, and one whose port
 /// becomes a router port of its VLAN or ceases to be one. It does so when activities run, by which
 /// time the proxy is done with the host. Until then a host has no MAC address and sends nothing.
-class HostSettingsSm : public Kel::PtrInterface {
+class HostWatch : public Kel::PtrInterface {
  public:
   /// May come more often than something changes.
   using Configure = std::function<void(Igmp::IgmpHost&)>;
 
-  HostSettingsSm(Kel::Ptr<Igmp::IgmpHostDir> const& hosts, Configure configure);
-  ~HostSettingsSm() override;
+  HostWatch(Kel::Ptr<Igmp::IgmpHostDir> hosts, Configure configure);
+  ~HostWatch() override;
 
   void routerPortsIs(Kel::Ptr<Bridging::IgmpSnooping::RouterPorts> const& routerPorts);
   void routerPortsDel(Bridging::VlanId vlan);
@@ -34,7 +34,8 @@ class HostSettingsSm : public Kel::PtrInterface {
 
   Kel::Ptr<Kel::ActivityConfig> activity_ = Kel::make<Kel::ActivityConfig>();
   Configure configure_;
-  Kel::Ptr<KelHosts> hosts_;
+  Kel::Ptr<Igmp::IgmpHostDir> hosts_;
+  Kel::Ptr<KelHosts> kelHosts_;
   Kel::Reactors<Bridging::VlanId, KelRouterPorts> routerPorts_;
 };
 
