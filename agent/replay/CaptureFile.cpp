@@ -161,10 +161,12 @@ void CaptureFile::lookAtInterfaces() {
 /// The same one may be described again, as in files that were joined.
 void CaptureFile::requireOneInterface() const {
   auto const& interfaces = source_->interfaces();
-  for (CapturedInterface const& each : interfaces)
-    if (each.text() != interfaces[0].text())
-      fail("capture ", name_.fileName, " holds several interfaces, ", listOf(interfaces),
-           "; say which one is the port, as in PORT=", name_.fileName, ":", each.text());
+  auto const isAnother = [&](auto const& each) { return each.text() != interfaces[0].text(); };
+  auto const another = std::find_if(interfaces.begin(), interfaces.end(), isAnother);
+  if (another == interfaces.end()) return;
+  auto const& example = isReadable(another->linkType) ? *another : interfaces[0];
+  fail("capture ", name_.fileName, " holds several interfaces, ", listOf(interfaces),
+       "; say which one is the port, as in PORT=", name_.fileName, ":", example.text());
 }
 
 void CaptureFile::requireSelectedInterface() const {

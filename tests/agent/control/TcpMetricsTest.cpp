@@ -1,8 +1,11 @@
 #include <chrono>
+#include <cstring>
 #include <memory>
+#include <net/if.h>
 #include <netinet/in.h>
 #include <stdexcept>
 #include <string>
+#include <sys/ioctl.h>
 #include <utility>
 #include <vector>
 
@@ -57,8 +60,19 @@ TcpAddress addressOf(int descriptor) {
   return address;
 }
 
+bool isLoopbackUp() {
+  Descriptor const probe(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  ifreq loopback{};
+  std::strncpy(loopback.ifr_name, "lo", sizeof loopback.ifr_name - 1);
+  return ioctl(probe.value(), SIOCGIFFLAGS, &loopback) == 0 && (loopback.ifr_flags & IFF_UP) != 0;
+}
+
 class TcpMetricsTest : public testing::Test {
  protected:
+  void SetUp() override {
+    if (!isLoopbackUp()) GTEST_SKIP() << "the loopback interface is down (ip link set lo up)";
+  }
+
   TestClient connect() { return connectTo(metrics); }
 
   TestClient connectTo(MetricsServer const& server) {

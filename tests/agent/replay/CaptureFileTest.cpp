@@ -214,6 +214,16 @@ TEST_F(CaptureFileTest, PcapngOfSeveralInterfacesTakesOneToBeNamed) {
             "capture " + name + " holds no interface eth2; it holds eth0 and eth1");
 }
 
+TEST_F(CaptureFileTest, PcapngOfSeveralInterfacesTakesOneOfEthernetToBeNamed) {
+  PcapngWriter capture;
+  capture.interface(DLT_EN10MB, "eth0").interface(DLT_IEEE802_11, "wifi");
+  std::string const name = written("a.pcapng", capture.packet(1, 0x01010101, 0).bytes());
+  EXPECT_EQ(errorIn(name), "capture " + name +
+                               " holds several interfaces, eth0 and wifi (IEEE802_11, not "
+                               "Ethernet); say which one is the port, as in PORT=" +
+                               name + ":eth0");
+}
+
 TEST_F(CaptureFileTest, PcapngInterfaceWhoseNameCannotBeTypedIsCalledByItsNumber) {
   PcapngWriter capture;
   capture.interface(DLT_EN10MB, "eth0").interface(DLT_EN10MB, "eth\n1\x1b[2J");
