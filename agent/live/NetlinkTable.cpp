@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <libmnl/libmnl.h>
 #include <linux/rtnetlink.h>
 #include <system_error>
@@ -122,11 +121,8 @@ void NetlinkTable::handle(nlmsghdr const& header) {
 void NetlinkTable::handleDone(nlmsghdr const& header) {
   answering_ = false;
   retry_->cancel();
-  int result = 0;
-  if (mnl_nlmsg_get_payload_len(&header) >= sizeof result)
-    std::memcpy(&result, mnl_nlmsg_get_payload(&header), sizeof result);
-  if (result < 0) {
-    startOver("answer", -result);
+  if (int const error = errorOf(header)) {
+    startOver("answer", error);
   } else if (lost_ || interrupted_) {
     lost_ = true;
     if (pause_ == 0ms)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 #include <libmnl/libmnl.h>
 
 namespace Agent {
@@ -17,12 +18,13 @@ void eachMessage(void const* datagram, std::size_t size, Handle handle) {
     message = mnl_nlmsg_next(message, &left);
 }
 
-/// What a message of type NLMSG_ERROR says, as errno has it; 0 for success.
+/// What a message of type NLMSG_ERROR or NLMSG_DONE says, as errno has it; 0 for success.
 inline int errorOf(nlmsghdr const& message) {
-  if (mnl_nlmsg_get_payload_len(&message) < sizeof(nlmsgerr)) return 0;
+  bool const ends = message.nlmsg_type == NLMSG_DONE;
+  unsigned error = 0;
+  if (mnl_nlmsg_get_payload_len(&message) < (ends ? sizeof error : sizeof(nlmsgerr))) return 0;
+  std::memcpy(&error, mnl_nlmsg_get_payload(&message), sizeof error);
   // Not negated as a number with a sign: the least one has no counterpart.
-  auto const error =
-      static_cast<unsigned>(static_cast<nlmsgerr const*>(mnl_nlmsg_get_payload(&message))->error);
   return static_cast<int>(0u - error);
 }
 

@@ -23,6 +23,11 @@ int takeFirst(std::deque<int>& errors) {
   return error;
 }
 
+/// As the kernel's messages have an error. The least number stays what it is.
+int negated(int error) {
+  return static_cast<int>(0u - static_cast<unsigned>(error));
+}
+
 /// As a system call tells it.
 ssize_t failure(int error) {
   errno = error;
@@ -128,7 +133,7 @@ void FakeNetlink::refuse(int error) {
   header->nlmsg_type = NLMSG_ERROR;
   header->nlmsg_seq = sequence_;
   static_cast<nlmsgerr*>(mnl_nlmsg_put_extra_header(header, sizeof(nlmsgerr)))->error =
-      static_cast<int>(0u - static_cast<unsigned>(error));
+      negated(error);
   auto const* const bytes = reinterpret_cast<std::byte const*>(message.data());
   queue_.emplace_back(bytes, bytes + header->nlmsg_len);
   updateReadiness();
@@ -155,7 +160,7 @@ void FakeNetlink::answerMore() {
     answeredUpTo_ = link->first;
   }
   if (datagram.empty()) {
-    appendDone(datagram, sequence_, -std::exchange(nextAnswerEndsWith, 0));
+    appendDone(datagram, sequence_, negated(std::exchange(nextAnswerEndsWith, 0)));
     answering_ = false;
   }
   queue_.push_back(std::move(datagram));

@@ -234,6 +234,11 @@ constexpr Fault faults[] = {
        kernel.nextAnswerEndsWith = ENOMEM;
        kernel.overrun();
      }},
+    {"AnswerThatFailsWithTheLeastNumber",
+     [](FakeNetlink& kernel) {
+       kernel.nextAnswerEndsWith = std::numeric_limits<int>::min();
+       kernel.overrun();
+     }},
     {"SocketThatCannotBeOpened",
      [](FakeNetlink& kernel) {
        kernel.openErrors = {EMFILE, ENFILE, ENOBUFS};
