@@ -94,6 +94,7 @@ class Forwarding {
   bool routersAreAsSet() const;
 
   void handlePublication();
+  ForwardedVlan const* vlanOf(EntryWriter::Key const& key) const;
   void sweepAll();
   void advance();
   void followRouters();

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <chrono>
-#include <map>
 #include <utility>
 
 #include "agent/Log.h"
@@ -36,16 +35,25 @@ std::vector<EntryWriter::Entry> Forwarding::wanted(ForwardedVlan const& vlan, Ip
   return entries;
 }
 
+/// Null if the VLAN of an entry is not served any more.
+ForwardedVlan const* Forwarding::vlanOf(EntryWriter::Key const& key) const {
+  auto const vlan = std::lower_bound(
+      vlans_.begin(), vlans_.end(), key.first,
+      [](ForwardedVlan const& each, std::uint16_t number) { return each.entryVlan < number; });
+  return vlan != vlans_.end() && vlan->entryVlan == key.first ? &*vlan : nullptr;
+}
+
 void Forwarding::sweepAll() {
   std::vector<PendingGroups::Learned> groups;
   for (auto const& [vlan, status] : switch_.entities().snoopingStatus->contextStatus())
     for (IpAddr const group : status->group().keys()) groups.emplace_back(vlan, group);
-  // What is no longer learned may still have entries.
-  std::map<std::uint16_t, VlanId> learnedIn;
-  for (ForwardedVlan const& vlan : vlans_) learnedIn[vlan.entryVlan] = vlan.learnedIn;
+  // What is no longer learned may still have entries, and so may VLANs that are not served any
+  // more.
   for (auto const& [key, group] : writer_->groups()) {
-    auto const vlan = learnedIn.find(key.first);
-    if (vlan != learnedIn.end()) groups.emplace_back(vlan->second, key.second);
+    if (auto const* const vlan = vlanOf(key))
+      groups.emplace_back(vlan->learnedIn, key.second);
+    else if (key.first != 0)
+      groups.emplace_back(VlanId(key.first), key.second);
   }
   pending_.sweepIs(std::move(groups));
 }
@@ -62,8 +70,7 @@ void Forwarding::followDeletions() {
   for (auto const& [key, port] : writer_->takeDisturbed()) {
     ++disturbances_;
     if (!portName(port).empty()) complaints_.deleted(key.second, loop_.now());
-    for (ForwardedVlan const& vlan : vlans_)
-      if (vlan.entryVlan == key.first) pending_.addChanged({vlan.learnedIn, key.second});
+    if (auto const* const vlan = vlanOf(key)) pending_.addChanged({vlan->learnedIn, key.second});
   }
 }
 
@@ -107,6 +114,8 @@ void Forwarding::compare(PendingGroups::Learned const& learned) {
   for (ForwardedVlan const& vlan : vlans_)
     if (vlan.learnedIn == learned.first)
       writer_->groupIs({vlan.entryVlan, learned.second}, wanted(vlan, learned.second));
+  EntryWriter::Key const own{learned.first.value(), learned.second};
+  if (writer_->group(own) && !vlanOf(own)) writer_->groupIs(own, {});
 }
 
 /// A bridge whose entries are more than it is to have gives up snooping: so it may have more first.
@@ -131,8 +140,7 @@ void Forwarding::retryFailed() {
   if (writer_->failedGroups() == 0 || loop_.now() < nextRetry_) return;
   nextRetry_ = loop_.now() + retryPause;
   for (EntryWriter::Key const& key : writer_->failed())
-    for (ForwardedVlan const& vlan : vlans_)
-      if (vlan.entryVlan == key.first) pending_.addToSweep({vlan.learnedIn, key.second});
+    if (auto const* const vlan = vlanOf(key)) pending_.addToSweep({vlan->learnedIn, key.second});
 }
 
 void Forwarding::goByEntries() {

@@ -150,10 +150,10 @@ class Lab:
                        switch.namespace.json(f"ip -j link show {port}")[0]["operstate"], "UP",
                        within=5)
 
-    def streams(self, sender, hosts, far_ends=None):
+    def streams(self, sender, hosts, far_ends=None, pause=0.002):
         """Sends from a listener's host, and watches what comes out at these and at the far ends
         of cables that have a name here."""
-        source = Sender(sender.namespace, sender.address)
+        source = Sender(sender.namespace, sender.address, pause)
         taps = {host.name: Tap(wire.Wire(host.namespace, "eth0")) for host in hosts}
         taps.update({name: Tap(far_end) for name, far_end in (far_ends or {}).items()})
         return source, Watch(self, source, taps)

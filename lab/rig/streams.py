@@ -10,9 +10,9 @@ PAYLOAD = struct.Struct("!II")  # stream, number
 
 
 class Sender:
-    """Sends a frame to each of its groups every few milliseconds, and knows when it did."""
+    """Sends a frame to each of its groups after each pause, and knows when it did."""
 
-    def __init__(self, namespace, address, pause=0.002):
+    def __init__(self, namespace, address, pause):
         self.address = address
         self._pause = pause
         self._groups = {}
