@@ -452,9 +452,9 @@ int readText(std::string const& fileName, std::string& text) {
 ConfigurationOrErrors readConfigurationFile(std::string const& fileName) {
   std::string text;
   if (int const error = readText(fileName, text)) {
-    return ConfigurationErrors{message("cannot read configuration ", fileName, ": ",
-                                       std::generic_category().message(error),
-                                       "; give the name of a readable file")};
+    throw UnreadableConfiguration(message("cannot read configuration ", fileName, ": ",
+                                          std::generic_category().message(error),
+                                          "; give the name of a readable file"));
   }
   return readConfiguration(text, fileName);
 }

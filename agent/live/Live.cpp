@@ -49,6 +49,15 @@ void traceToLog(std::vector<TraceRequest> const& requests) {
   }
 }
 
+/// Whoever runs goes on with what there is, whatever has become of the file.
+ConfigurationOrErrors configurationOrErrors(std::string const& fileName) {
+  try {
+    return readConfigurationFile(fileName);
+  } catch (UnreadableConfiguration const& error) {
+    return ConfigurationErrors{error.what()};
+  }
+}
+
 /// What is kept is known before any interface comes, so that hosts begin with it. Nothing is more
 /// recent than what was handed over.
 std::unique_ptr<StateKeeper> keeperOf(std::string const& file, Switch& snoopingSwitch,
@@ -185,7 +194,7 @@ void Live::leave() {
 
 void Live::reload() {
   serviceManager_.reloading();
-  auto result = readConfigurationFile(configurationName_);
+  auto result = configurationOrErrors(configurationName_);
   if (auto const* const errors = std::get_if<ConfigurationErrors>(&result)) {
     for (std::string const& error : *errors) log(Severity::error, error);
     log(Severity::error, configurationName_,

@@ -393,11 +393,35 @@ TEST_F(ProgramTest, ErrorsInTheJournalCarryTheirSeverity) {
   unsetenv("JOURNAL_STREAM");
 }
 
-TEST_F(ProgramTest, MissingConfigurationIsOneLine) {
-  auto const outcome = run("check --config " + directory.file("none.toml"));
-  EXPECT_EQ(outcome.status, 1);
-  EXPECT_THAT(outcome.err, HasSubstr(directory.file("none.toml")));
-  EXPECT_TRUE(isOneLine(outcome.err)) << outcome.err;
+TEST_F(ProgramTest, ConfigurationThatCannotBeReadIsToldInTheProgramsName) {
+  std::string const none = directory.file("none.toml");
+  for (std::string const& command : {"live --config " + none, "check --config " + none,
+                                     "replay --config " + none + " swp1=" + capture()}) {
+    auto const outcome = run(command);
+    EXPECT_EQ(outcome.status, 1) << command;
+    EXPECT_EQ(outcome.out, "") << command;
+    EXPECT_EQ(outcome.err, "igmpsnoopd: cannot read configuration " + none +
+                               ": No such file or directory; give the name of a readable file\n");
+  }
+}
+
+TEST_F(ProgramTest, EarlyErrorsOfAllCommandsAreOneLineInTheProgramsName) {
+  std::string const none = directory.file("none");
+  struct Case {
+    std::string arguments;
+    int status;
+  };
+  for (Case const& each :
+       {Case{"", 2}, Case{"listen", 2}, Case{"live", 2}, Case{"replay", 2}, Case{"check", 2},
+        Case{"diff", 2}, Case{"guess", 2}, Case{"check --config a b", 2},
+        Case{"diff " + none + " " + none, 2}, Case{"guess " + none, 1},
+        Case{"guess swp1=" + none, 1}, Case{"check --config " + directory.file(""), 1}}) {
+    auto const outcome = run(each.arguments);
+    EXPECT_EQ(outcome.status, each.status) << each.arguments;
+    EXPECT_EQ(outcome.out, "") << each.arguments;
+    EXPECT_THAT(outcome.err, StartsWith("igmpsnoopd: ")) << each.arguments;
+    EXPECT_TRUE(isOneLine(outcome.err)) << outcome.err;
+  }
 }
 
 TEST_F(ProgramTest, BadCaptureIsOneLineAndNothingIsPrinted) {

@@ -540,6 +540,19 @@ TEST_F(ControlProgramTest, WatchAsksAgainAndAgainUntilNobodyReads) {
   EXPECT_EQ(outcome.out, once + once + once);
 }
 
+TEST_F(ControlProgramTest, EarlyErrorsOfAllCommandsAreOneLineInTheProgramsName) {
+  path = directory.file("none");
+  for (char const* const arguments :
+       {"", "show", "listen", "explain", "show groups",
+        "explain --vlan 10 --interface swp1 --group 239.1.1.1", "monitor", "report page.html",
+        "clear groups", "trace", "trace Snooping 0-9", "restart", "metrics"}) {
+    auto const outcome = run(arguments);
+    EXPECT_NE(outcome.status, 0) << arguments;
+    EXPECT_EQ(outcome.out, "") << arguments;
+    EXPECT_THAT(outcome.err, MatchesRegex("igmpsnoopctl: [^\n]+\n")) << arguments;
+  }
+}
+
 TEST_F(ControlProgramTest, WrongUsageIsTwo) {
   auto const outcome = run("show everything");
   EXPECT_EQ(outcome.status, 2);

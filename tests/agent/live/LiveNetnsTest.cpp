@@ -458,6 +458,17 @@ TEST_F(LiveNetnsTest, WrongConfigurationChangesNothing) {
   EXPECT_TRUE(router->await(allow(group)));
 }
 
+TEST_F(LiveNetnsTest, ConfigurationThatIsGoneChangesNothing) {
+  start();
+  agent->removeConfiguration();
+  agent->signal(SIGHUP);
+  ASSERT_TRUE(agent->awaitNotification("READY=1"));
+  EXPECT_THAT(agent->log(), HasSubstr("cannot read configuration "));
+  EXPECT_THAT(agent->log(), HasSubstr("switch.toml is unusable and changes nothing"));
+  listener->join(group);
+  EXPECT_TRUE(router->await(allow(group)));
+}
+
 TEST_F(LiveNetnsTest, HostsLeaveTheirGroupsAtTheEnd) {
   start();
   listener->join(group);

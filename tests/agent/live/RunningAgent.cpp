@@ -5,6 +5,7 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <poll.h>
 #include <sstream>
@@ -91,6 +92,10 @@ std::chrono::nanoseconds RunningAgent::processorTime() const {
 
 void RunningAgent::configurationIs(std::string const& text) const {
   std::ofstream(directory_.file("switch.toml")) << text;
+}
+
+void RunningAgent::removeConfiguration() const {
+  std::filesystem::remove(directory_.file("switch.toml"));
 }
 
 void RunningAgent::signal(int number) const {

@@ -32,6 +32,7 @@ class RunningAgent {
   /// What it has taken of the processor.
   std::chrono::nanoseconds processorTime() const;
   void configurationIs(std::string const& text) const;
+  void removeConfiguration() const;
   /// Its control socket.
   std::string control() const { return directory_.file("control"); }
   void signal(int number) const;
