@@ -4,55 +4,72 @@
 #include <vector>
 
 #include "framework/entities/AdapterVlanConfig.h"
+#include "framework/kel/Table.h"
 #include "platform/igmp/IgmpHost.h"
 #include "platform/igmp/SharedRecords.h"
 
 namespace Bridging::IgmpSnooping::Proxy {
 
-/// The hosts of a VLAN's keys, in the keys' order, as they were last found: to look each of them up
-/// for each change would cost more than most changes.
-class KeyedHosts {
+/// The keys of a VLAN and the hosts that they name, in the keys' order, as they were found at one
+/// time: to look each of them up for each change would cost more than most changes. Who walks them
+/// holds them, because handlers may have others found meanwhile.
+class KeyedHosts : public Kel::PtrInterface {
  public:
-  /// What they were found in.
+  /// What they are found in.
   struct Sources {
     AdapterVlanConfig const& config;    ///< the keys
     Igmp::IgmpHostDir const& hosts;     ///< the hosts that they name
     Igmp::SharedRecords const& shared;  ///< what these have in common
   };
 
-  /// Finds them anew where keys or hosts have come or gone. Returns how often it has.
-  /// @param find finds a key's host, or null
+  static constexpr std::uint32_t absent = UINT32_MAX;
+
+  /// @param find finds a key's host, or null, and its place in the directory
   template <class Find>
-  std::uint32_t update(Sources const& sources, Find find) {
-    if (found_ > 0 && versions_ == Versions(sources)) return found_;
-    places_.clear();
-    for (auto const& [key, value] : sources.config.hostKey()) {
-      Igmp::IgmpHost const* const host = find(key);
-      places_.push_back(
-          {host, host ? host->v3groupNumberIn(sources.shared) : Igmp::SharedRecords::none});
-    }
+  KeyedHosts(Sources const& sources, Find find) {
+    for (auto const& [key, value] : sources.config.hostKey()) add(key, sources.shared, find);
     versions_ = Versions(sources);  // to find a host may have it share
-    return ++found_;
   }
 
-  /// Whether they are still those that an update found.
-  bool isUpToDate(Sources const& sources, std::uint32_t found) const {
-    return found == found_ && versions_ == Versions(sources);
+  /// Whether others would be found now.
+  bool isUpToDate(Sources const& sources) const { return versions_ == Versions(sources); }
+
+  std::uint32_t size() const noexcept { return static_cast<std::uint32_t>(hosts_.size()); }
+  PortKey const& key(std::uint32_t number) const { return hosts_[number].key; }
+  /// Where the host is in the directory, unless others have gone.
+  std::uint32_t place(std::uint32_t number) const { return hosts_[number].place; }
+  /// The number of a port's key, or `absent`.
+  std::uint32_t find(Wirex::IntfId const& intf) const {
+    std::uint32_t const* const number = numbers_.find(intf);
+    return number ? *number : absent;
   }
 
-  /// Whether a renewal of shared records is all that it takes for the host of a key, because it has
-  /// none of its own and nobody hears of it. To be asked only while they are up to date.
-  bool isReachedBy(Igmp::SharedRecords::Renewal& renewal, std::uint32_t key) const {
-    auto const [host, number] = places_[key];
-    if (number == Igmp::SharedRecords::none) return false;
-    if (renewal.isOfPresence() && host->v3groupIsHeard()) return false;
-    return renewal.reaches(number);
+  /// Marks of hosts, by their numbers.
+  using Marks = std::vector<bool>;
+
+  /// Lets a renewal of shared records reach one host after the other, as long as that is all that
+  /// it takes for them: they are not marked, have no record of their own, and nobody hears of it.
+  /// To be called only while they are up to date.
+  /// @param number the first
+  /// @return the first one that it did not reach
+  std::uint32_t reach(Igmp::SharedRecords::Renewal& renewal, Marks const& apart,
+                      std::uint32_t number) const {
+    bool const ofPresence = renewal.isOfPresence();
+    for (std::uint32_t const end = size(); number < end && !apart[number]; ++number) {
+      Host const& host = hosts_[number];
+      if (host.sharing == Igmp::SharedRecords::none) break;
+      if (ofPresence && host.host->v3groupIsHeard()) break;
+      if (!renewal.reaches(host.sharing)) break;
+    }
+    return number;
   }
 
  private:
-  struct Place {
+  struct Host {
     Igmp::IgmpHost const* host;
-    std::uint32_t number;  // among those that share records
+    std::uint32_t sharing;  // its number among those that share records, or none
+    std::uint32_t place;
+    PortKey key;
   };
   struct Versions {
     Versions() = default;
@@ -69,9 +86,21 @@ class KeyedHosts {
     std::uint32_t sharing = 0;
   };
 
-  std::vector<Place> places_;
+  template <class Find>
+  void add(PortKey const& key, Igmp::SharedRecords const& shared, Find find) {
+    Host added{nullptr, Igmp::SharedRecords::none, absent, key};
+    added.host = find(key, added.place);
+    // A second key of a port, which only one of another VLAN can be, is always looked up.
+    if (!numbers_.contains(key.intfId())) {
+      numbers_.add(key.intfId(), size());
+      if (added.host) added.sharing = added.host->v3groupNumberIn(shared);
+    }
+    hosts_.push_back(std::move(added));
+  }
+
+  std::vector<Host> hosts_;
+  Kel::Table<Wirex::IntfId, std::uint32_t> numbers_;
   Versions versions_;
-  std::uint32_t found_ = 0;
 };
 
 }  // namespace Bridging::IgmpSnooping::Proxy

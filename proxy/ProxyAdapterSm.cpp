@@ -122,17 +122,6 @@ bool leavesSomethingOut(KelIgmpIntf const& port) {
   return false;
 }
 
-using PortSet = Kel::Table<IntfId, Kel::Nothing>;
-
-/// The member ports of a group whose hosts leave something out that other hosts report.
-PortSet portsApart(KelIgmpGroup& group) {
-  PortSet ports;
-  if (everyWishIsShared(group)) return ports;
-  for (auto const& [intf, port] : group.igmpIntf())
-    if (leavesSomethingOut(*port)) ports.add(intf, {});
-  return ports;
-}
-
 /// Picks any source.
 constexpr auto any = [](IpAddr /*source*/) { return true; };
 
@@ -266,46 +255,53 @@ void AdapterSm::addChangedGroups(std::vector<PlacedGroup>& groups, std::uint32_t
 /// Rewrites every host's record of a group that is flagged, and takes the flag back.
 void AdapterSm::updateRecords(KelIgmpGroup& group) {
   KeyedHosts::Sources const sources = keyedHostSources();
-  AdapterVlanConfig::HostKeys const& hostKeys = sources.config.hostKey();
-  std::uint32_t const found = findKeyedHosts(sources);
-  bool sharing = !decisionsAreTraced() && hostKeys.size() > 1;
+  AdapterVlanConfig::HostKeys const& keys = sources.config.hostKey();
+  Kel::Ptr<KeyedHosts const> const hosts = keyedHosts(sources);
+  bool sharing = !decisionsAreTraced() && hosts->size() > 1;
   CommonRecord::Record const common = sharing ? commonRecord(group) : nullptr;
-  PortSet const apart = sharing ? portsApart(group) : PortSet();
+  KeyedHosts::Marks const apart = sharing ? portsApart(group, *hosts) : KeyedHosts::Marks();
   Igmp::SharedRecords::Renewal renewal(sharedRecords_, group.addr(), common, group.recordNumber_);
-  auto const keys = hostKeys.keys();
-  for (std::uint32_t i = 0; i < keys.size() && !group.isZombie(); ++i) {
-    PortKey const& key = keys[i];
-    if (sharing && !apart.contains(key.intfId()) && keyedHosts_.isReachedBy(renewal, i)) continue;
-    std::uint32_t const keyPlace = hostKeys.position(key, i);
-    if (keyPlace == hostKeys.absent) continue;
+  for (std::uint32_t i = 0; !group.isZombie(); ++i) {
+    if (sharing) i = hosts->reach(renewal, apart, i);
+    if (i == hosts->size()) break;
+    PortKey const& key = hosts->key(i);
+    if (keys.position(key, i) == keys.absent) continue;
     KEL_TRACE_OF("updateIgmpHost", 4, "AdapterSm::updateIgmpHost key " << key);
-    // A copy, because handlers may have the adapter update again, for more hosts.
-    std::uint32_t hostPlace = hostPlaces_.of(keyPlace, hostKeys.size());
-    rewriteRecord(key, group, hostPlace);
-    hostPlaces_.of(keyPlace, hostKeys.size()) = hostPlace;
-    sharing = sharing && !decisionsAreTraced() && keyedHosts_.isUpToDate(sources, found) &&
+    std::uint32_t place = hosts->place(i);
+    rewriteRecord(key, group, place);
+    sharing = sharing && !decisionsAreTraced() && hosts->isUpToDate(sources) &&
               common == commonRecord(group);
   }
   group.igmpHostChangedIs(false);
+}
+
+/// The member ports of a group whose hosts leave something out that other hosts report.
+KeyedHosts::Marks AdapterSm::portsApart(KelIgmpGroup& group, KeyedHosts const& hosts) {
+  KeyedHosts::Marks marks(hosts.size());
+  if (everyWishIsShared(group)) return marks;
+  for (auto const& [intf, port] : group.igmpIntf()) {
+    std::uint32_t const number = leavesSomethingOut(*port) ? hosts.find(intf) : KeyedHosts::absent;
+    if (number != KeyedHosts::absent) marks[number] = true;
+  }
+  return marks;
 }
 
 KeyedHosts::Sources AdapterSm::keyedHostSources() const {
   return {*adapterConfig_->notifier(), *igmpHostDir_, *sharedRecords_};
 }
 
-/// Returns what `keyedHosts_.isUpToDate` is to be asked with after handlers have run.
-std::uint32_t AdapterSm::findKeyedHosts(KeyedHosts::Sources const& sources) {
-  return keyedHosts_.update(sources, [this](PortKey const& key) {
-    std::uint32_t place = PlaceHints::unknown;
-    return igmpHost(key, place);
-  });
+Kel::Ptr<KeyedHosts const> const& AdapterSm::keyedHosts(KeyedHosts::Sources const& sources) {
+  if (!keyedHosts_ || !keyedHosts_->isUpToDate(sources))
+    keyedHosts_ = Kel::make<KeyedHosts>(
+        sources, [this](PortKey const& key, std::uint32_t& place) { return igmpHost(key, place); });
+  return keyedHosts_;
 }
 
 void AdapterSm::newIgmpHost(PortKey const& key) {
   KEL_TRACE(9, "AdapterSm::newIgmpHost key " << key);
   if (adapterConfig()->hostKey(key)) {
     Kel::Ptr<AdapterSm> const self(this);
-    std::uint32_t hostPlace = PlaceHints::unknown;
+    std::uint32_t hostPlace = KeyedHosts::absent;
     for (IpAddr const address : igmpGroup_.keys()) {
       if (!adapterConfig()->hostKey(key)) break;
       Kel::Ptr<KelIgmpGroup> const group = kelIgmpGroup(address);
@@ -320,31 +316,32 @@ void AdapterSm::clearGroup(IpAddr group) {
   KEL_TRACE(9, "AdapterSm::clearGroup " << group);
   Kel::Ptr<AdapterSm> const self(this);
   KeyedHosts::Sources const sources = keyedHostSources();
-  AdapterVlanConfig::HostKeys const& hostKeys = sources.config.hostKey();
-  std::uint32_t const found = findKeyedHosts(sources);
+  AdapterVlanConfig::HostKeys const& keys = sources.config.hostKey();
+  Kel::Ptr<KeyedHosts const> const hosts = keyedHosts(sources);
   std::uint32_t number = Igmp::SharedRecords::none;
   Igmp::SharedRecords::Renewal renewal(sharedRecords_, group, nullptr, number);
-  auto const keys = hostKeys.keys();
+  KeyedHosts::Marks const noneApart(hosts->size());
   bool sharing = !decisionsAreTraced();
-  for (std::uint32_t i = 0; i < keys.size(); ++i) {
-    PortKey const& key = keys[i];
-    if (sharing && keyedHosts_.isReachedBy(renewal, i)) continue;
-    std::uint32_t const keyPlace = hostKeys.position(key, i);
-    if (keyPlace == hostKeys.absent) continue;
+  for (std::uint32_t i = 0;; ++i) {
+    if (sharing) i = hosts->reach(renewal, noneApart, i);
+    if (i == hosts->size()) break;
+    PortKey const& key = hosts->key(i);
+    if (keys.position(key, i) == keys.absent) continue;
     KEL_TRACE(4, "AdapterSm::clearGroup key " << key);
-    Kel::Ptr<Igmp::IgmpHost> const host(igmpHost(key, hostPlaces_.of(keyPlace, hostKeys.size())));
+    std::uint32_t place = hosts->place(i);
+    Kel::Ptr<Igmp::IgmpHost> const host(igmpHost(key, place));
     if (!host) {
       // The hosts of a VLAN go together: where one is missing the others are about to go too.
       KEL_TRACE(0, "No igmpHost");
       return;
     }
     host->v3groupDel(group);
-    sharing = sharing && !decisionsAreTraced() && keyedHosts_.isUpToDate(sources, found);
+    sharing = sharing && !decisionsAreTraced() && hosts->isUpToDate(sources);
   }
 }
 
 void AdapterSm::processSplitHorizon(PortKey const& key, IpAddr group) {
-  std::uint32_t hostPlace = PlaceHints::unknown;
+  std::uint32_t hostPlace = KeyedHosts::absent;
   rewriteRecord(key, *kelIgmpGroup(group), hostPlace);
 }
 

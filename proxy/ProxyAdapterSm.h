@@ -14,7 +14,6 @@
 #include "proxy/ChangedGroups.h"
 #include "proxy/CommonRecord.h"
 #include "proxy/KeyedHosts.h"
-#include "proxy/PlaceHints.h"
 #include "proxy/PortSettlement.h"
 #include "proxy/ReporterCounts.h"
 #include "proxy/SourceCount.h"
@@ -89,8 +88,9 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   using PlacedGroup = std::pair<std::uint32_t, Wirex::IpAddr>;
   void addChangedGroups(std::vector<PlacedGroup>& groups, std::uint32_t firstPlace) const;
   void updateRecords(KelIgmpGroup& group);
+  KeyedHosts::Marks portsApart(KelIgmpGroup& group, KeyedHosts const& hosts);
   KeyedHosts::Sources keyedHostSources() const;
-  std::uint32_t findKeyedHosts(KeyedHosts::Sources const& sources);
+  Kel::Ptr<KeyedHosts const> const& keyedHosts(KeyedHosts::Sources const& sources);
   void rewriteRecord(PortKey const& key, KelIgmpGroup& group, std::uint32_t& hostPlace);
   void processSplitHorizon(PortKey const& key, KelIgmpGroup& group, std::uint32_t& hostPlace);
   Igmp::IgmpHost* igmpHost(PortKey const& key, std::uint32_t& place) const;
@@ -107,9 +107,8 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   Kel::Ptr<KelAdapterConfig> adapterConfig_;
   Kel::Ptr<KelCoreStatus> coreStatus_;
   Kel::Ptr<SourceCount> spareCounts_;
-  PlaceHints hostPlaces_;  // of the hosts of all keys, in the order of `hostKey`
   Kel::Ptr<Igmp::SharedRecords> const sharedRecords_;
-  KeyedHosts keyedHosts_;
+  Kel::Ptr<KeyedHosts const> keyedHosts_;
   Kel::Ptr<Changed> changed_;
   IgmpGroups igmpGroup_;
 };

@@ -187,7 +187,8 @@ class SharedRecords : public Kel::PtrInterface {
   std::vector<std::uint64_t> parting_;     // of each number a bit for each host, in as many
   std::uint32_t words_ = 1;
   std::uint32_t commons_ = 0;
-  Renewal* renewal_ = nullptr;  // the innermost that is under way
+  Renewal* renewal_ = nullptr;               // the innermost that is under way
+  std::vector<std::uint64_t> spareReached_;  // memory for the next one
 };
 
 /// Gives hosts another common record of a group, one after the other. Handlers that run meanwhile
@@ -204,7 +205,9 @@ class SharedRecords::Renewal {
     number = number_ = records->use(group, number);
     records_ = records;
     former_ = records->commonIs(number, common);
-    reached_.resize(records->words_);
+    ofPresence_ = !former_ != !common;
+    reached_.swap(records->spareReached_);
+    reached_.assign(records->words_, 0);
     outer_ = std::exchange(records->renewal_, this);
   }
   Renewal(Renewal const&) = delete;
@@ -219,12 +222,11 @@ class SharedRecords::Renewal {
     }
     if (!isCommon) records_->commonIs(number_, nullptr);
     records_->disuse(number_);
+    reached_.swap(records_->spareReached_);
   }
 
   /// Whether a host comes to have a record by it, or has none any more.
-  bool isOfPresence() const noexcept {
-    return !records_ || !former_ != !records_->numbered_[number_].common;
-  }
+  bool isOfPresence() const noexcept { return ofPresence_; }
 
   /// Whether the host has the new record from now on. One that parts from it has not.
   bool reaches(std::uint32_t host) {
@@ -252,6 +254,7 @@ class SharedRecords::Renewal {
   Kel::Ptr<SharedRecords> records_;
   std::uint32_t number_ = none;
   Record former_;
+  bool ofPresence_ = true;
   std::vector<std::uint64_t> reached_;  // a bit for each host
   Renewal* outer_ = nullptr;
 };

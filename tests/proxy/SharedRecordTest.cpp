@@ -270,6 +270,20 @@ TEST_F(SharedRecord, HostThatLostItsKeyKeepsNothingAndDisturbsNobody) {
   EXPECT_EQ(record("up1"), including({s1}));
 }
 
+TEST_F(SharedRecord, SecondKeyOfAPortIsItsPortsTooWhateverItsVlan) {
+  proxyOn("swp1");
+  PortKey const other(VlanId(20), IntfId("swp1"));
+  hosts->igmpHostIs(other.stringvalue());
+  config->hostKeyIs(other, true);
+  port("swp2").reports(g1).include({s1});
+  publish();
+  ASSERT_EQ(peek("swp1"), peek("up1"));
+  reporter.include({s1, s2});
+  publish();
+  EXPECT_EQ(record("swp1"), including({s1}));
+  EXPECT_FALSE(hosts->igmpHost(other.stringvalue())->v3group(g1)->source()->sourceIp(s2));
+}
+
 TEST_F(SharedRecord, HostThatIsOutOfReachKeepsWhatItHad) {
   auto const away = host("up2");
   hosts->igmpHostDel(key("up2").stringvalue());
