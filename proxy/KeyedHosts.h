@@ -38,14 +38,16 @@ class KeyedHosts : public Kel::PtrInterface {
   PortKey const& key(std::uint32_t number) const { return hosts_[number].key; }
   /// Where the host is in the directory, unless others have gone.
   std::uint32_t place(std::uint32_t number) const { return hosts_[number].place; }
-  /// The number of a port's key, or `absent`.
-  std::uint32_t find(Wirex::IntfId const& intf) const {
-    std::uint32_t const* const number = numbers_.find(intf);
-    return number ? *number : absent;
-  }
 
-  /// Marks of hosts, by their numbers.
+  /// Marks of hosts, by their numbers; empty as long as there is none.
   using Marks = std::vector<bool>;
+  /// Marks a port's host, if there is one.
+  void mark(Wirex::IntfId const& intf, Marks& marks) const {
+    std::uint32_t const* const number = numbers_.find(intf);
+    if (!number) return;
+    marks.resize(size());
+    marks[*number] = true;
+  }
 
   /// Lets a renewal of shared records reach one host after the other, as long as that is all that
   /// it takes for them: they are not marked, have no record of their own, and nobody hears of it.
@@ -55,7 +57,9 @@ class KeyedHosts : public Kel::PtrInterface {
   std::uint32_t reach(Igmp::SharedRecords::Renewal& renewal, Marks const& apart,
                       std::uint32_t number) const {
     bool const ofPresence = renewal.isOfPresence();
-    for (std::uint32_t const end = size(); number < end && !apart[number]; ++number) {
+    bool const noneApart = apart.empty();
+    for (std::uint32_t const end = size(); number < end; ++number) {
+      if (!noneApart && apart[number]) break;
       Host const& host = hosts_[number];
       if (host.sharing == Igmp::SharedRecords::none) break;
       if (ofPresence && host.host->v3groupIsHeard()) break;

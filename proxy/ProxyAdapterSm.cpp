@@ -98,18 +98,6 @@ class CountedPort {
   Kel::Ptr<KelIgmpGroup> group_;
 };
 
-/// Whether every wish of a port is also one of another port. May be false where ports exclude
-/// sources.
-bool everyWishIsShared(KelIgmpGroup& group) {
-  SourceCount const& counts = *group.recordIs();
-  if (group.igmpIntf().size() < 2) return false;
-  if (counts.starGCount() != 0) return counts.starGCount() > 1;
-  if (!counts.exclude().empty()) return false;
-  for (auto const [source, including] : counts.include())
-    if (including < 2) return false;
-  return true;
-}
-
 /// Whether a port's host leaves something out that the hosts of other ports report. May be true
 /// also where ports exclude sources, and is for the group's only port.
 bool leavesSomethingOut(KelIgmpIntf const& port) {
@@ -120,6 +108,27 @@ bool leavesSomethingOut(KelIgmpIntf const& port) {
   for (auto const [source, including] : counts.include())
     if (including < 2 && including <= (port.portInclude(source) != 0 ? 1 : 0)) return true;
   return false;
+}
+
+/// Visits the member ports of a group of which leavesSomethingOut() is true.
+template <class Visit>
+void forEachPortApart(KelIgmpGroup& group, Visit visit) {
+  auto const forEachOf = [&](auto isApart) {
+    for (auto const& [intf, port] : group.igmpIntf())
+      if (isApart(*port)) visit(intf);
+  };
+  SourceCount const& counts = *group.recordIs();
+  bool const severalPorts = group.igmpIntf().size() > 1;
+  if (severalPorts && counts.starGCount() > 1) return;
+  if (!severalPorts || counts.starGCount() != 0 || !counts.exclude().empty()) {
+    forEachOf(leavesSomethingOut);
+    return;
+  }
+  for (auto const [source, including] : counts.include())
+    if (including < 2)
+      forEachOf([source = source, including = including](KelIgmpIntf const& port) {
+        return including <= (port.portInclude(source) != 0 ? 1 : 0);
+      });
 }
 
 /// Picks any source.
@@ -259,7 +268,8 @@ void AdapterSm::updateRecords(KelIgmpGroup& group) {
   Kel::Ptr<KeyedHosts const> const hosts = keyedHosts(sources);
   bool sharing = !decisionsAreTraced() && hosts->size() > 1;
   CommonRecord::Record const common = sharing ? commonRecord(group) : nullptr;
-  KeyedHosts::Marks const apart = sharing ? portsApart(group, *hosts) : KeyedHosts::Marks();
+  KeyedHosts::Marks apart;
+  if (sharing) forEachPortApart(group, [&](IntfId const& intf) { hosts->mark(intf, apart); });
   Igmp::SharedRecords::Renewal renewal(sharedRecords_, group.addr(), common, group.recordNumber_);
   for (std::uint32_t i = 0; !group.isZombie(); ++i) {
     if (sharing) i = hosts->reach(renewal, apart, i);
@@ -273,17 +283,6 @@ void AdapterSm::updateRecords(KelIgmpGroup& group) {
               common == commonRecord(group);
   }
   group.igmpHostChangedIs(false);
-}
-
-/// The member ports of a group whose hosts leave something out that other hosts report.
-KeyedHosts::Marks AdapterSm::portsApart(KelIgmpGroup& group, KeyedHosts const& hosts) {
-  KeyedHosts::Marks marks(hosts.size());
-  if (everyWishIsShared(group)) return marks;
-  for (auto const& [intf, port] : group.igmpIntf()) {
-    std::uint32_t const number = leavesSomethingOut(*port) ? hosts.find(intf) : KeyedHosts::absent;
-    if (number != KeyedHosts::absent) marks[number] = true;
-  }
-  return marks;
 }
 
 KeyedHosts::Sources AdapterSm::keyedHostSources() const {
@@ -320,10 +319,9 @@ void AdapterSm::clearGroup(IpAddr group) {
   Kel::Ptr<KeyedHosts const> const hosts = keyedHosts(sources);
   std::uint32_t number = Igmp::SharedRecords::none;
   Igmp::SharedRecords::Renewal renewal(sharedRecords_, group, nullptr, number);
-  KeyedHosts::Marks const noneApart(hosts->size());
   bool sharing = !decisionsAreTraced();
   for (std::uint32_t i = 0;; ++i) {
-    if (sharing) i = hosts->reach(renewal, noneApart, i);
+    if (sharing) i = hosts->reach(renewal, {}, i);
     if (i == hosts->size()) break;
     PortKey const& key = hosts->key(i);
     if (keys.position(key, i) == keys.absent) continue;

@@ -88,7 +88,6 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
   using PlacedGroup = std::pair<std::uint32_t, Wirex::IpAddr>;
   void addChangedGroups(std::vector<PlacedGroup>& groups, std::uint32_t firstPlace) const;
   void updateRecords(KelIgmpGroup& group);
-  KeyedHosts::Marks portsApart(KelIgmpGroup& group, KeyedHosts const& hosts);
   KeyedHosts::Sources keyedHostSources() const;
   Kel::Ptr<KeyedHosts const> const& keyedHosts(KeyedHosts::Sources const& sources);
   void rewriteRecord(PortKey const& key, KelIgmpGroup& group, std::uint32_t& hostPlace);
