@@ -93,6 +93,12 @@ def run(lab):
     watch_studio.steady("239.1.1.1", {"tv", "cell", "club"})
     watch_peer.steady("239.1.1.1", {"tv", "club"})
 
+    shown = switch.read("show forwarding")
+    rows = {tuple(line.split()[:4]) for line in shown.splitlines() if "239.1.1.1" in line}
+    written = [("10", "swp1"), ("10", "swp5"), ("10", "swp6"), ("20", "swp3"), ("30", "swp1"),
+               ("40", "swp1"), ("40", "swp6")]
+    lab.check(rows == {(vlan, "239.1.1.1", port, "written") for vlan, port in written}, shown)
+
     # A VLAN that is not served any more leaves no entries, and its streams go to all of it.
     configure(10, 30, 40)
     switch.write_configuration()
