@@ -193,13 +193,13 @@ class CommandLine {
     auto* const events = replay_->add_flag(
         "--events", command.events, "Print every record change as it happens, and who caused it");
     replay_
-        ->add_option("--time", each([&](auto& text) {
-                       if (text != "relative" && text != "absolute")
-                         refuse("--time ", Agent::quoted(text),
-                                " is neither relative nor absolute");
-                       command.absoluteTimes = text == "absolute";
-                     }),
-                     "Have events tell the time since the first packet, or that of day (UTC)")
+        ->add_option(
+            "--time", each([&](auto& text) {
+              if (text != "relative" && text != "absolute")
+                refuse("--time ", Agent::quoted(text), " is neither relative nor absolute");
+              command.absoluteTimes = text == "absolute";
+            }),
+            "Have events and lists tell the time since the first packet, or that of day (UTC)")
         ->type_name("relative|absolute");
     replay_
         ->add_option("--explain", each([&](auto& text) { command.explain = recordPlaceIn(text); }),

@@ -33,6 +33,7 @@
 #include "agent/replay/ReplayLists.h"
 #include "agent/report/ReplayReport.h"
 #include "agent/report/ReportFile.h"
+#include "agent/text/Dates.h"
 #include "agent/text/TimeText.h"
 #include "agent/text/Wording.h"
 
@@ -129,9 +130,12 @@ EventOutput::Form formOfEvents(ReplayCommand const& command) {
 }
 
 std::string stateText(ReplayCommand const& command, Replay const& replay) {
-  if (!command.show.empty())
-    return command.json ? listsJson(replay.result(), command.show)
-                        : listsText(replay.result(), command.show);
+  if (!command.show.empty()) {
+    Dates const dates = Dates::inUtc(replay.start());
+    if (command.json) return listsJson(replay.result(), command.show, dates);
+    return listsText(replay.result(), command.show,
+                     command.absoluteTimes ? dates : Dates::sinceZero());
+  }
   Snapshot const snapshot = snapshotOf(replay.result());
   if (command.json) return json(snapshot);
   std::ostringstream out;

@@ -75,6 +75,8 @@ class Replay {
   void run(std::optional<Horix::Time> until);
 
   Switch const& result() const { return switch_; }
+  /// Of the first packet, since the epoch.
+  Horix::Time start() const { return packets_.start(); }
   History history() const { return historyWatch_->history(); }
 
   /// What of the captures the switch itself had sent, and was left out.

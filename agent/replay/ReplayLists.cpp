@@ -30,8 +30,9 @@ std::string heading(std::string const& list) {
 
 }  // namespace
 
-Json listOf(Switch const& snoopingSwitch, std::string const& list) {
-  auto const answer = showAnswer(snoopingSwitch, requestOf(list), Horix::Time::zero());
+Json listOf(Switch const& snoopingSwitch, std::string const& list, Dates const& dates) {
+  auto const answer =
+      showAnswer(snoopingSwitch, requestOf(list), Epoch(Horix::Time::zero(), dates));
   ShownLists lists;
   for (bool more = true; more;) {
     std::string lines;
@@ -46,23 +47,27 @@ Json listOf(Switch const& snoopingSwitch, std::string const& list) {
   return lists.takeDocument();
 }
 
-std::string listsText(Switch const& snoopingSwitch, std::vector<std::string> const& lists) {
+std::string listsText(Switch const& snoopingSwitch, std::vector<std::string> const& lists,
+                      Dates const& dates) {
   std::ostringstream out;
   for (std::string const& list : lists) {
     if (&list != &lists.front()) out << '\n';
     if (lists.size() > 1) out << heading(list) << "\n\n";
-    printShown(out, requestOf(list), listOf(snoopingSwitch, list));
+    printShown(out, requestOf(list), listOf(snoopingSwitch, list, dates));
   }
   return out.str();
 }
 
-std::string listsJson(Switch const& snoopingSwitch, std::vector<std::string> const& lists) {
-  if (lists.size() == 1) return listOf(snoopingSwitch, lists.front()).dump(2) + '\n';
+std::string listsJson(Switch const& snoopingSwitch, std::vector<std::string> const& lists,
+                      Dates const& dates) {
+  if (lists.size() == 1) return listOf(snoopingSwitch, lists.front(), dates).dump(2) + '\n';
   Json document;
   for (std::string const& list : lists) {
-    Json shown = listOf(snoopingSwitch, list);
-    document["time"] = shown.at("time");
-    shown.erase("time");
+    Json shown = listOf(snoopingSwitch, list, dates);
+    for (char const* const common : {"time", "date"}) {
+      document[common] = shown.at(common);
+      shown.erase(common);
+    }
     document[list] = list == "statistics" ? std::move(shown) : std::move(shown.at(list));
   }
   return document.dump(2) + '\n';

@@ -32,20 +32,40 @@ std::string isoText(Horix::Time sinceEpoch, bool exact) {
   return formatted("%FT%T", local) + fraction + zone.substr(0, 3) + ":" + zone.substr(3);
 }
 
+std::string withoutFraction(std::string const& utc) {
+  return utc.substr(0, secondsEnd) + 'Z';
+}
+
+std::string wholeSeconds(Horix::Time time) {
+  return std::to_string(std::chrono::round<std::chrono::seconds>(time).count()) + " s";
+}
+
 }  // namespace
 
 Dates Dates::knownAt(Horix::Time now) {
-  Dates dates;
-  dates.epoch_ = std::chrono::system_clock::now().time_since_epoch() - now;
-  return dates;
+  return {Form::local, std::chrono::system_clock::now().time_since_epoch() - now};
 }
 
-std::string Dates::text(Horix::Time time) const {
-  return known() ? isoText(*epoch_ + time, false) : std::string();
+Dates Dates::inUtc(Horix::Time zero) {
+  return {Form::utc, zero};
 }
 
-std::string Dates::exactText(Horix::Time time) const {
-  return known() ? isoText(*epoch_ + time, true) : std::string();
+Dates Dates::sinceZero() {
+  return {Form::sinceZero, {}};
+}
+
+std::string Dates::text(Horix::Time time, bool exact) const {
+  switch (form_) {
+    case Form::none:
+      return "";
+    case Form::local:
+      return isoText(zero_ + time, exact);
+    case Form::utc:
+      return exact ? utcText(zero_ + time) : withoutFraction(utcText(zero_ + time));
+    case Form::sinceZero:
+      return exact ? timeText(time) : wholeSeconds(time);
+  }
+  return "";
 }
 
 std::string dateText(std::chrono::system_clock::time_point time) {

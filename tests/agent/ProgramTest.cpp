@@ -200,6 +200,27 @@ TEST_F(ProgramTest, ReplayShowsAListInPlaceOfTheRecords) {
   EXPECT_THAT(outcome.out, testing::Not(HasSubstr("Vlan10swp2")));
 }
 
+TEST_F(ProgramTest, ReplayShowsSinceWhenByTheTimeThatIsChosen) {
+  std::string const swp1 = CaptureBuilder()
+                               .at(someTime, FrameBuilder::queryV3({}).from(IpAddr(10, 0, 0, 254)))
+                               .at(someTime + 7s, FrameBuilder::reportV2(group))
+                               .write(directory.file("swp1.pcap"));
+  std::string const show = "--show groups,mrouters swp1=" + swp1;
+  std::string const relative = replay(show).out;
+  EXPECT_THAT(relative, HasSubstr("  192.0.2.10  7 s  "));
+  EXPECT_THAT(relative, HasSubstr("  10  swp1       0 s    no "));
+  std::string const absolute = replay("--time absolute " + show).out;
+  EXPECT_THAT(absolute, HasSubstr("  192.0.2.10  22:13:27  "));
+  EXPECT_THAT(absolute, HasSubstr("  10  swp1       22:13:20  no "));
+}
+
+TEST_F(ProgramTest, ReplayShowsSinceWhenInJsonAsTimeOfDay) {
+  auto const document =
+      nlohmann::json::parse(replay("-j --show groups,mrouters swp1=" + capture()).out);
+  EXPECT_EQ(document.at("date"), "2023-11-14T22:13:21Z");
+  EXPECT_EQ(document.at("groups").at(0).at("since"), "2023-11-14T22:13:20Z");
+}
+
 TEST_F(ProgramTest, ReplayShowsSeveralListsUnderHeadings) {
   auto const outcome = replay("swp1=" + capture() + " --show mrouters,statistics");
   EXPECT_EQ(outcome.status, 0) << outcome.err;

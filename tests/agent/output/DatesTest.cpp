@@ -27,6 +27,19 @@ TEST(Dates, CountFromNow) {
   EXPECT_TRUE(longAgo == dateText(now - 400h) || longAgo == dateText(now - 400h + 1s)) << longAgo;
 }
 
+TEST(Dates, InUtcEndInTheZonesLetter) {
+  Dates const dates = Dates::inUtc(1795381509s);
+  EXPECT_TRUE(dates.known());
+  EXPECT_EQ(dates.text(500ms), "2026-11-22T21:05:09Z");
+  EXPECT_EQ(dates.exactText(500ms), "2026-11-22T21:05:09.500000Z");
+}
+
+TEST(Dates, SinceZeroAreSeconds) {
+  EXPECT_TRUE(Dates::sinceZero().known());
+  EXPECT_EQ(Dates::sinceZero().text(12400ms), "12 s");
+  EXPECT_EQ(Dates::sinceZero().exactText(12400ms), "12.400000");
+}
+
 TEST(Dates, OfAClockOfNoDayAreEmpty) {
   EXPECT_FALSE(Dates().known());
   EXPECT_EQ(Dates().text(5s), "");
