@@ -166,8 +166,11 @@ void PageTable::row(std::vector<std::string> cells, std::string const& since) {
 
 void PageTable::print(std::ostream& out) const {
   if (count_ == 0) return;
-  out << "<details" << (count_ > many ? "" : " open") << "><summary>" << escaped(caption_)
-      << " <span class=\"faint\">(" << grouped(count_) << ")</span></summary>\n";
+  char const* const opened = count_ > tooManyForPaper ? " class=vast"
+                             : count_ > many          ? ""
+                                                      : " open";
+  out << "<details" << opened << "><summary>" << escaped(caption_) << " <span class=\"faint\">("
+      << grouped(count_) << ")</span></summary>\n";
   if (count_ > atMost_)
     out << "<p>The first " << grouped(atMost_) << " rows; " << grouped(count_ - atMost_)
         << " more are left out" << (all_.empty() ? "" : ": " + escaped(all_)) << ".</p>\n";

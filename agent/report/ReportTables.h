@@ -13,6 +13,8 @@ namespace Agent {
 class PageTable {
  public:
   static constexpr std::size_t many = 60;
+  /// One with more rows stays closed in print: it would take hundreds of sheets.
+  static constexpr std::size_t tooManyForPaper = 2000;
   static constexpr std::size_t most = 50000;
 
   struct Column {

@@ -87,6 +87,7 @@ svg .tick { fill: var(--faint); font-size: 11px; text-anchor: middle }
   .scroll { overflow: visible }
   h2, h3, summary, figcaption { break-after: avoid }
   .warnings li, tr { break-inside: avoid }
+  details:not(.vast)::details-content { content-visibility: visible; display: block }
 }
 )css";
 

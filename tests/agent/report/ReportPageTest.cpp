@@ -1,5 +1,6 @@
 #include <fstream>
 #include <regex>
+#include <sstream>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,6 +8,7 @@
 #include "agent/report/HistoryWatch.h"
 #include "agent/report/ReportFile.h"
 #include "agent/report/ReportPage.h"
+#include "agent/report/ReportTables.h"
 #include "tests/agent/Addresses.h"
 #include "tests/agent/replay/CaptureTesting.h"
 #include "tests/agent/report/ReportTesting.h"
@@ -150,6 +152,19 @@ TEST(ReportPageTest, ManyRowsAreSummedUpAndClosed) {
   EXPECT_THAT(page, HasSubstr("id=\"vlan-10-counts\""));
   EXPECT_THAT(page, HasSubstr("At most 100 memberships and 1900 records."));
   EXPECT_THAT(page, HasSubstr("<details><summary>Memberships: who listens to what"));
+}
+
+TEST(PageTableTest, OfMoreRowsThanPaperTakesStaysClosedInPrint) {
+  auto const beginning = [](std::size_t rows) {
+    PageTable table("Rows", {{"ROW"}});
+    for (std::size_t i = 0; i < rows; ++i) table.row({"one"});
+    std::ostringstream out;
+    table.print(out);
+    return out.str().substr(0, out.str().find("<summary>"));
+  };
+  EXPECT_EQ(beginning(PageTable::many), "<details open>");
+  EXPECT_EQ(beginning(PageTable::tooManyForPaper), "<details>");
+  EXPECT_EQ(beginning(PageTable::tooManyForPaper + 1), "<details class=vast>");
 }
 
 TEST(ReportPageTest, ARunningAgentsTimeLineIsOfTheTimeToCome) {
