@@ -41,7 +41,7 @@ SnoopingPolicy policyOf(SnoopingSettings const& settings) {
   return policy;
 }
 
-/// As they are now, for loops that change them.
+/// The port's VLANs as they are now, for loops that change them.
 Kel::KeySnapshot<VlanId> vlansOf(SnoopedPort const& port) {
   return Kel::KeySnapshot<VlanId>(port.vlan());
 }
@@ -121,7 +121,7 @@ void Switch::endTakingOver() {
 }
 
 void Switch::leave() {
-  // Hosts that the proxy may still make are told of no MAC address, and so send nothing.
+  // Without it, a host that the proxy still makes gets no MAC address, and so sends nothing.
   hostWatch_ = nullptr;
   for (Kel::Name const& name : entities_.hosts->igmpHost().keys())
     if (auto const host = entities_.hosts->igmpHost(name)) host->enabledIs(false);
@@ -249,7 +249,7 @@ QuerierSettings Switch::querierSettings(VlanConfig const& vlan) const {
   QuerierSettings settings;
   settings.sendsQueries = vlan.settings.sendQuery;
   settings.version = vlan.querierVersion.value_or(settings.version);
-  // A querier is one, whatever the port: the first that has an address speaks for all.
+  // The querier has one address on all ports: that of the first member that has one.
   for (VlanMember const& member : vlan.members)
     if (settings.source == Wirex::IpAddr())
       settings.source = ownAddress_(vlan.vlanId, member.intfId);
@@ -284,8 +284,8 @@ Switch::Adapters Switch::adapters() const {
   return adapters;
 }
 
-/// An adapter takes each reporter that it finds for one that wants every source, until that one's
-/// next change: so what is known is said again to adapters that are new.
+/// A new adapter takes each reporter for one that wants every source until that reporter changes.
+/// So all that is known is told once more.
 void Switch::tellNewAdapters(Adapters const& former) {
   Kel::runActivities();
   for (auto const& [vlan, adapter] : adapters()) {
@@ -305,13 +305,13 @@ void Switch::handleInterface(InterfaceConfig const& interface) {
   port.receivesIs(receives(interface));
   port.querierAllowedIs(interface.querierAllowed);
   port.routerAllowedIs(interface.routerAllowed);
-  // A port that goes down does so first, and one that comes up last: with the last thing that it
-  // takes to send comes a query.
+  // A port stops sending before anything else of it changes, and begins to send last, because it
+  // sends a query at once.
   if (!sends(interface)) port.sendsIs(false);
   port.macAddressIs(state.macAddress);
   port.mtuIs(state.mtu);
   port.sendsIs(sends(interface));
-  // A port that goes down says nothing more, not even that it leaves.
+  // A blocked port is told first, so that its host goes without sending leaves.
   if (blocked(interface)) tellTopology(interface);
   if (state.present)
     entities_.kernelIntfs->intfStatusAndDeviceNameIs(intf, {intf.stringValue(), state.kernelIndex});
@@ -339,7 +339,7 @@ void Switch::configureHost(Igmp::IgmpHost& host) {
   if (vlan == vlans_.end()) return;
   IntfId const& intf = host.intfId();
 
-  // A port's machine hears of changes only: one that is new knows of neither.
+  // A port's machine hears of changes only: a new one does not know these two yet.
   auto const interface = interfaces_.find(intf);
   auto const vlanSm = proxy_->vlanSm(vlan->first);
   auto const portSm = vlanSm ? vlanSm->portSm(intf) : nullptr;
@@ -369,7 +369,7 @@ void Switch::configureHost(Igmp::IgmpHost& host) {
 
 void Switch::publish() {
   batch_.publish();
-  // An action may take itself back.
+  // An action may remove itself.
   for (auto next = afterPublish_.begin(); next != afterPublish_.end();) {
     auto const action = (next++)->second;
     action();

@@ -36,7 +36,7 @@ class Switch {
   using VlanRouters = Bridging::IgmpSnooping::VlanRouters;
   using RouterPorts = Bridging::IgmpSnooping::RouterPorts;
 
-  /// No interface exists until its state is told.
+  /// Interfaces exist from the time that interfaceStateIs() tells their state.
   /// @param loop outlives the switch.
   Switch(Configuration configuration, Horix::EventLoop& loop);
   Switch(Switch const&) = delete;
@@ -53,11 +53,12 @@ class Switch {
   InterfaceState interfaceState(Wirex::IntfId const& intf) const;
   void interfaceStateIs(Wirex::IntfId const& intf, InterfaceState const& state);
 
-  /// Forgets what is known of ports that hear nothing: what was taken up from before the start, of
-  /// those that turned out to be down.
+  /// Forgets what is known of ports that hear nothing: state that was kept from before the start,
+  /// of ports that turn out to be down.
   void forgetDeafPorts();
 
-  /// Who has not gone on from what was handed over by now begins as new: its port comes up later.
+  /// Hosts and queriers that have not gone on from what was handed over, because their ports are
+  /// down, begin as new when these come up.
   void endTakingOver();
 
   /// Has all hosts leave their groups, and send nothing any more.
@@ -68,11 +69,11 @@ class Switch {
   Bridging::IgmpSnooping::SnoopingPamManager const& snooping() const { return *snooping_; }
   Ports const& ports() const { return snooping_->port(); }
 
-  /// Where the memberships of a VLAN are learned: of a secondary VLAN, in its primary. Null if the
-  /// VLAN is not configured; and so below.
+  /// Where the memberships of a VLAN are learned, for a secondary VLAN its primary's. This and what
+  /// follows is null if the VLAN is not configured.
   VlanLearning* learning(Bridging::VlanId vlan);
   VlanLearning const* learning(Bridging::VlanId vlan) const;
-  /// Of a secondary VLAN its primary's.
+  /// The VLAN's querier, for a secondary VLAN its primary's.
   VlanQuerier const* querier(Bridging::VlanId vlan) const;
   VlanQuerier* querier(Bridging::VlanId vlan);
   RouterPorts const* routerPorts(Bridging::VlanId vlan) const;
@@ -81,38 +82,38 @@ class Switch {
   /// Finds the switch's own address in a VLAN on an interface; 0.0.0.0 if it has none.
   using OwnAddress = std::function<Wirex::IpAddr(Bridging::VlanId, Wirex::IntfId const&)>;
 
-  /// Whom to ask for addresses that are not configured, at first nobody. To be given again whenever
-  /// an answer may be another one.
+  /// Finds the addresses that are not configured. To be set again whenever an address may have
+  /// changed; until it is set, there are none.
   void ownAddressesAre(OwnAddress ownAddress);
   Wirex::IpAddr ownAddress(Bridging::VlanId vlan, Wirex::IntfId const& intf) const {
     return ownAddress_(vlan, intf);
   }
 
-  /// Who hears of queriers of other versions where the switch sends queries.
+  /// Called for queriers of other versions where the switch sends queries.
   void onOtherVersionIs(VlanQuerier::OnOtherVersion action) { onOtherVersion_ = std::move(action); }
 
-  /// Who hears of limits that ports reach: of each at most once a minute.
+  /// Called when a port reaches a limit, at most once a minute for each limit.
   void onLimitIs(VlanLearning::OnLimit action) { onLimit_ = std::move(action); }
 
-  /// Who hears of each VLAN's elections with another outcome than before.
+  /// Called when the election of a VLAN's querier has another outcome than before.
   void onElectionIs(VlanQuerier::OnElection action) { onElection_ = std::move(action); }
 
-  /// Who hears of each group whose memberships change, before they have settled.
+  /// Called for each group whose memberships change, before they have settled.
   void onGroupIs(Bridging::IgmpSnooping::ReportBatch::OnGroup action) {
     batch_.onGroupIs(std::move(action));
   }
 
   Horix::Time now() const { return loop_.now(); }
 
-  /// Of the loop that it runs on.
+  /// The turns of the loop that it runs on.
   Horix::EventLoop::Turns const& turns() const { return loop_.turns(); }
 
-  /// Does `action` at the end of each publication, when the records have settled, for as long as
-  /// `who` does not take it back with a null one.
+  /// Does `action` at the end of each publication, when the records have settled, until `who` sets
+  /// a null one.
   void afterPublishIs(void const* who, std::function<void()> action);
 
  private:
-  /// What serves a VLAN and its secondary ones.
+  /// Learning and querying of a VLAN and its secondary ones.
   struct Learning {
     Learning(Kel::Ptr<Bridging::IgmpSnooping::IgmpContextStatus> const& status,
              VlanConfig const& vlan, Horix::EventLoop const& loop,

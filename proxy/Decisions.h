@@ -50,8 +50,8 @@ class Decisions<Key>::Hold {
   Hold& operator=(Hold const&) = delete;
   ~Hold() { release(); }
 
-  /// Lets go of the key. Returns whether it is to be decided again; what is known of it then waits
-  /// for the one who does that.
+  /// Lets go of the key. Returns whether it is to be decided again; its marks then stay for whoever
+  /// does that.
   bool release() noexcept {
     if (!std::exchange(holds_, false)) return false;
     Mark& mark = this->mark();

@@ -179,7 +179,7 @@ Kel::Ptr<IgmpContextStatus const> AdapterSm::coreStatus() const {
 }
 
 void AdapterSm::coreStatusIs(Kel::Ptr<IgmpContextStatus const> const& status) {
-  if (!status) Kel::refuseNull("Bridging::IgmpSnooping::Proxy::AdapterSm", "coreStatus");
+  Kel::nonNull(status, "Bridging::IgmpSnooping::Proxy::AdapterSm", "coreStatus");
   if (status != coreStatus()) coreStatus_->notifierIs(status);
 }
 
@@ -188,7 +188,7 @@ Kel::Ptr<KelIgmpGroup> AdapterSm::newIgmpGroup(Kel::Ptr<IgmpGroup const> const& 
 }
 
 Kel::Ptr<KelIgmpGroup> AdapterSm::igmpGroupIs(Kel::Ptr<IgmpGroup const> const& group) {
-  if (!group) Kel::refuseNull("Bridging::IgmpSnooping::Proxy::AdapterSm", "igmpGroup");
+  Kel::nonNull(group, "Bridging::IgmpSnooping::Proxy::AdapterSm", "igmpGroup");
   return igmpGroup_.watch(group->addr(), group, [&] { return newIgmpGroup(group); });
 }
 
@@ -202,10 +202,6 @@ void AdapterSm::kelDoZombieReactors(bool zombie) {
   if (adapterConfig_) adapterConfig_->kelDoZombieReactors(zombie);
   if (coreStatus_) coreStatus_->kelDoZombieReactors(zombie);
   igmpGroup_.kelDoZombieReactors(zombie);
-}
-
-void AdapterSm::kel_handleIgmpGroup(KelIgmpGroup& reactor) {
-  reactor.handleDelete();
 }
 
 void AdapterSm::followGroup(IpAddr address) {
@@ -470,8 +466,7 @@ Kel::Ptr<KelIgmpIntf> KelIgmpGroup::newIgmpIntf(Kel::Ptr<IgmpIntfStatus const> c
 }
 
 Kel::Ptr<KelIgmpIntf> KelIgmpGroup::igmpIntfIs(Kel::Ptr<IgmpIntfStatus const> const& status) {
-  if (!status)
-    Kel::refuseNull("Bridging::IgmpSnooping::Proxy::AdapterSm::KelIgmpGroup", "igmpIntf");
+  Kel::nonNull(status, "Bridging::IgmpSnooping::Proxy::AdapterSm::KelIgmpGroup", "igmpIntf");
   return igmpIntf_.watch(status->intfId(), status, [&] { return newIgmpIntf(status); });
 }
 
@@ -523,8 +518,8 @@ void KelIgmpGroup::kelDoZombieReactors(bool zombie) {
   NotifieeConst::kelDoZombieReactors(zombie);
   igmpIntf_.kelDoZombieReactors(zombie);
   if (!deleted) return;
-  if (AdapterSm* const adapterSm = changed_->adapter())
-    adapterSm->kel_handleIgmpGroup(*this);
+  if (changed_->adapter())
+    handleDelete();
   else
     igmpHostChangedIs(false);
 }
@@ -563,9 +558,8 @@ Kel::Ptr<KelMembership> KelIgmpIntf::newMembership(
 
 Kel::Ptr<KelMembership> KelIgmpIntf::membershipIs(
     Kel::Ptr<IgmpMembership const> const& membership) {
-  if (!membership)
-    Kel::refuseNull("Bridging::IgmpSnooping::Proxy::AdapterSm::KelIgmpGroup::KelIgmpIntf",
-                    "membership");
+  Kel::nonNull(membership, "Bridging::IgmpSnooping::Proxy::AdapterSm::KelIgmpGroup::KelIgmpIntf",
+               "membership");
   Kel::Ptr<KelIgmpIntf> const self(this);
   auto reporter =
       membership_.watch(membership->addr(), membership, [&] { return newMembership(membership); });

@@ -195,7 +195,7 @@ void ProxyPamManager::handleCleanup() {
   ethDevPamMgr_->enabledIs(false);
 }
 
-// Who hears of what another one writes is active again first.
+// What hears of another's writes is activated before that one.
 void ProxyPamManager::hasNotificationActiveIs(bool active) {
   Kel::Ptr<ProxyPamManager> const self(this);
   defaultVlanSm_->hasNotificationActiveIs(active);

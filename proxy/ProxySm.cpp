@@ -434,13 +434,10 @@ void ProxyVlanSm::requireConstructedWith(Parameters const& asked) const {
 Kel::Ptr<ProxyVlanSm::KelProxyTopoPort> ProxyVlanSm::proxyTopoPortIs(
     Kel::Ptr<TopoPort const> const& port) {
   Kel::nonNull(port, "Bridging::IgmpSnooping::Proxy::ProxyVlanSm", "proxyTopoPort");
-  if (auto present = proxyTopoPort(port->intfId())) {
-    if (present->notifier() != port) present->notifierIs(port);
-    return present;
-  }
-  auto added = proxyTopoPort_.watch(port->intfId(), port, [&] { return newProxyTopoPort(port); });
-  added->handleTopoPortBlocked();
-  return added;
+  bool const isNew = !proxyTopoPort(port->intfId());
+  auto watcher = proxyTopoPort_.watch(port->intfId(), port, [&] { return newProxyTopoPort(port); });
+  if (isNew) watcher->handleTopoPortBlocked();
+  return watcher;
 }
 
 Kel::Ptr<ProxyVlanSm::KelProxyTopoPort> ProxyVlanSm::newProxyTopoPort(
@@ -500,7 +497,7 @@ void ProxyVlanSm::handlePort() {
 
 void ProxyVlanSm::handlePort(IntfId intfId) {
   Kel::Ptr<ProxyVlanSm> const self(this);
-  // While a port of it is being decided, the VLAN is.
+  // While one of its ports is being decided, the VLAN is too.
   Kel::Ptr<ProxySm> const proxySm(proxySm_);
   std::optional<Decisions<VlanId>::Hold> vlan;
   if (proxySm) vlan.emplace(proxySm->decisions_, vlanId_);
@@ -544,7 +541,7 @@ void ProxyVlanSm::serve(IntfId const& intfId) {
   // The keys of a VLAN stay when it goes, so one that is about to go adds none.
   bool const goes = topoVlan_->isZombie() || (proxySm_ && proxySm_->decisions_.lapsed(vlanId_));
   if (!adapterConfig() || goes) return;
-  // An equal key of the machine's has the very text by which the host is kept.
+  // The machine's key shares its text with the host's name. It is another one if somebody set it.
   PortKey const key(vlanId_, intfId);
   adapterConfig()->hostKeyIs(port->portKey() == key ? port->portKey() : key, true);
 }
@@ -572,8 +569,8 @@ void ProxyVlanSm::handleHostPam(IntfId intfId) {
 
 namespace {
 
-/// The machine that configured each host last, whose the host is. It holds the host, and takes its
-/// entry out when it goes.
+/// The keeper of each host, which is the machine that configured it last. It holds the host, and
+/// removes its entry here when it goes.
 std::unordered_map<Igmp::IgmpHost const*, ProxyPortSm const*>& keepers() {
   thread_local std::unordered_map<Igmp::IgmpHost const*, ProxyPortSm const*> ofThread;
   return ofThread;
@@ -692,7 +689,7 @@ void ProxyPortSm::handleInitialized() {
   KEL_ASSERT(key.intfId() == intfId_, "portKey().intfId() == intfId()");
   portKeyIs(key);
   auto const* const formerKeeper = keeperOf(igmpHostDir()->igmpHost(hostName));
-  // An entry without VLANs may be taken away by who hears that it has come.
+  // Whoever hears of a new entry may remove it while it has no VLAN.
   Kel::Ptr<PortVlanMapping::PortVlanInfo> portInfo;
   do {
     portInfo = portVlanMap()->portInfoIs(intfId_);
@@ -700,7 +697,7 @@ void ProxyPortSm::handleInitialized() {
   } while (portVlanMap()->portInfo(intfId_) != portInfo);
   KEL_TRACE(8, handler << "ProxyPortSm::handleInitialized() Creating querier config " << hostName);
   igmpHostIs(igmpHostDir()->igmpHostIs(key.hostName()));  // what looks it up has the same text
-  // Who heard of the host may have started another proxy, whose machine has it then.
+  // Whoever heard of the host may have started another proxy, whose machine keeps it then.
   if (keeperOf(igmpHost_) == formerKeeper) keepers()[igmpHost_.get()] = this;
   configureHost();
   initializedIs(true);
@@ -755,8 +752,7 @@ bool ProxyPortSm::isHostPamInStep() const {
   return igmpHost_->pam() == reachable || !keeps(igmpHost_);
 }
 
-// The host is looked up by name: whatever host carries the name is the port's, and none is left
-// alone.
+// The next two look the host up by its name: whatever host has the name is the port's.
 
 void ProxyPortSm::handleBlocked() {
   KEL_TRACE(8, handler << "ProxyPortSm::handleBlocked() " << vlanId() << ' ' << intfId_);
@@ -780,7 +776,7 @@ void ProxyPortSm::handleIgmpVersion() {
 void ProxyPortSm::handleCleanup() {
   KEL_TRACE(9, portKey_ << ':' << handler << "ProxyPortSm::handleCleanup()");
   if (!initialized()) return;
-  // With the host, all that is the port's is another machine's. It may become so at each step.
+  // Who keeps the host has the rest of the port too. Each step may make that another machine.
   auto const isOwn = [this] {
     auto const host = igmpHostDir()->igmpHost(portKey_.hostName());
     return !host || keeps(host);

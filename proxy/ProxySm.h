@@ -34,8 +34,8 @@ class ProxySm;
 
 /// Owns the IGMP host of one port in one VLAN: makes and configures it, keeps its version in step
 /// with the VLAN's querier, and takes it away, with its packet access and its place in the port's
-/// VLANs, when it goes. Where the host has become another machine's, it leaves all of that alone:
-/// who starts a proxy over a living one has its machines configure the hosts that are there.
+/// VLANs, when it goes. If another machine has taken the host over, it leaves all of that alone: a
+/// proxy that is started over a living one configures the hosts that it finds.
 class KEL_EXPORT ProxyPortSm : public Kel::PtrInterface {
  public:
   using ProtocolConfig = Gmp::Igmp::QuerierConfig;

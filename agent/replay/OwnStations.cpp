@@ -46,7 +46,7 @@ std::vector<Bytes> sayingsIn(Bytes message) {
 }
 
 /// Whether it tells of a change, not of a state that was asked for: a leave, or a report whose
-/// first record is of a type from CHANGE_TO_INCLUDE_MODE on (RFC 9776 section 4.2.13).
+/// first record is of a type from CHANGE_TO_INCLUDE_MODE on (RFC 9776 section 4.2.12).
 bool tellsChange(Bytes message, std::vector<Bytes> const& sayings) {
   constexpr std::uint8_t leave = 0x17;
   constexpr std::uint8_t changeToInclude = 3;

@@ -6,14 +6,15 @@
 
 namespace Agent {
 
-/// What is left of a walk over the members that a collection had when the walk began, made piece by
-/// piece while members come and go. Each that stays is visited at least once.
+/// A walk in pieces over the members that a collection has when the walk begins. Members may come
+/// and go between the pieces; each that stays is visited at least once.
 class ChunkedWalk {
  public:
   /// @param members how many there are.
   explicit ChunkedWalk(std::uint32_t members) : left_(members) {}
 
-  /// Visits the keys of as many as `steps`, which it counts down. Returns whether there are more.
+  /// Visits the keys of up to `steps` members, and takes their number off `steps`. Returns whether
+  /// there are more.
   template <class Members, class Visit>
   bool advance(Members const& members, std::size_t& steps, Visit visit) {
     // From the last place to the first: the last member takes the place of one that goes.
@@ -23,10 +24,11 @@ class ChunkedWalk {
   }
 
  private:
-  std::uint32_t left_;  // those in the places below it
+  std::uint32_t left_;  // members in the places below it are not visited yet
 };
 
-/// Removes as many members as `steps`, which it counts down. Returns whether there are more.
+/// Removes up to `steps` members, and takes their number off `steps`. Returns whether there are
+/// more.
 template <class Members>
 bool delSome(Members& members, std::size_t& steps) {
   for (; !members.empty() && steps > 0; --steps) members.del(members.keyAt(members.size() - 1));

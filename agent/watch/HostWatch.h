@@ -9,12 +9,12 @@
 
 namespace Agent {
 
-/// Has every host configured by whoever knows the ports: a host that is new, and one whose port
-/// becomes a router port of its VLAN or ceases to be one. It does so when activities run, by which
-/// time the proxy is done with the host. Until then a host has no MAC address and sends nothing.
+/// Has hosts configured: every new one, and each whose port becomes a router port of its VLAN or
+/// ceases to be one. It does so when activities run, because by then the proxy has finished with
+/// the host. A host that is not configured yet has no MAC address and sends nothing.
 class HostWatch : public Kel::PtrInterface {
  public:
-  /// May come more often than something changes.
+  /// Configures a host. It may be called although nothing has changed.
   using Configure = std::function<void(Igmp::IgmpHost&)>;
 
   HostWatch(Kel::Ptr<Igmp::IgmpHostDir> hosts, Configure configure);

@@ -6,6 +6,7 @@
 
 #include "agent/text/NaturalOrder.h"
 #include "agent/watch/ChunkedWalk.h"
+#include "agent/watch/FollowOrNull.h"
 
 namespace Agent {
 
@@ -18,8 +19,8 @@ using Bridging::IgmpSnooping::IgmpProtocolStatus;
 using Wirex::IntfId;
 using Wirex::IpAddr;
 
-// A reactor stays where its entity went, with a null notifier, until the next settled state: the
-// entity may come back. So a branch that is gone is walked down to its reporters, who are touched.
+// A branch that has gone is followed down to its reporters, who are touched, and stays until the
+// next settled state.
 
 /// Follows a reporter's membership, which may be none, and knows its last settled state.
 class MembershipWatch::Reporter final : public IgmpMembership::NotifieeConst {
@@ -83,11 +84,8 @@ class MembershipWatch::Interface final : public IgmpIntfStatus::NotifieeConst {
   void follow(IpAddr reporter) {
     Kel::Ptr<IgmpMembership const> const membership =
         notifier() ? notifier()->membership(reporter) : nullptr;
-    if (membership)
-      reporters_.watch(reporter, membership,
-                       [&] { return Kel::make<Reporter>(membership, reporter, *this); });
-    else if (auto const watched = reporters_.get(reporter))
-      watched->notifierIs(nullptr);
+    followOrNull(reporters_, reporter, membership,
+                 [&] { return Kel::make<Reporter>(membership, reporter, *this); });
   }
 
   IntfId id_;
@@ -169,7 +167,7 @@ class MembershipWatch::Vlan final : public IgmpContextStatus::NotifieeConst {
 
   VlanId id_;
   Protocol& protocol_;
-  ChunkedWalk left_;  // to be taken up
+  ChunkedWalk left_;  // over the groups that are not watched yet
   Kel::Reactors<IpAddr, Group> groups_;
 };
 
@@ -207,10 +205,7 @@ class MembershipWatch::Protocol final : public IgmpProtocolStatus::NotifieeConst
   void follow(VlanId vlan) {
     if (!of().has(vlan)) return;
     Kel::Ptr<IgmpContextStatus const> const status = notifier()->contextStatus(vlan);
-    if (status)
-      vlans_.watch(vlan, status, [&] { return Kel::make<Vlan>(status, vlan, *this); });
-    else if (auto const watched = vlans_.get(vlan))
-      watched->notifierIs(nullptr);
+    followOrNull(vlans_, vlan, status, [&] { return Kel::make<Vlan>(status, vlan, *this); });
   }
 
   MembershipWatch& watch_;
@@ -222,19 +217,14 @@ class MembershipWatch::Protocol final : public IgmpProtocolStatus::NotifieeConst
 void MembershipWatch::Group::follow(IntfId const& intf) {
   if (!vlan_.protocol().of().has(intf)) return;
   Kel::Ptr<IgmpIntfStatus const> const status = notifier() ? notifier()->intf(intf) : nullptr;
-  if (status)
-    interfaces_.watch(intf, status, [&] { return Kel::make<Interface>(status, intf, *this); });
-  else if (auto const watched = interfaces_.get(intf))
-    watched->notifierIs(nullptr);
+  followOrNull(interfaces_, intf, status,
+               [&] { return Kel::make<Interface>(status, intf, *this); });
 }
 
 void MembershipWatch::Vlan::follow(IpAddr group) {
   if (!protocol_.of().has(group)) return;
   Kel::Ptr<IgmpGroup const> const status = notifier() ? notifier()->group(group) : nullptr;
-  if (status)
-    groups_.watch(group, status, [&] { return Kel::make<Group>(status, group, *this); });
-  else if (auto const watched = groups_.get(group))
-    watched->notifierIs(nullptr);
+  followOrNull(groups_, group, status, [&] { return Kel::make<Group>(status, group, *this); });
 }
 
 // ---- Reporter

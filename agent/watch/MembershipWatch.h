@@ -12,7 +12,7 @@
 
 namespace Agent {
 
-/// How what is known of a reporter has changed. Without `before` it is new, without `after` gone.
+/// A change of a reporter's membership. Without `before` it is new, without `after` gone.
 struct MembershipChange {
   Bridging::VlanId vlan;
   Wirex::IpAddr group;
@@ -25,11 +25,11 @@ struct MembershipChange {
 };
 
 /// Tells how memberships change from one settled state to the next, as RecordWatch does of records:
-/// what is heard meanwhile says no more than which may have changed. Single-threaded.
+/// notifications in between only mark what may have changed. Single-threaded.
 class MembershipWatch {
  public:
-  /// Of groups that are there already nothing is told until they are taken up.
-  /// @param of which to watch; the others cost next to nothing.
+  /// Groups that are there already are watched from watchSome() on.
+  /// @param of which memberships to watch; the others cost next to nothing.
   explicit MembershipWatch(
       Kel::Ptr<Bridging::IgmpSnooping::IgmpProtocolStatus> const& protocolStatus,
       Selection of = {});
@@ -37,12 +37,12 @@ class MembershipWatch {
   MembershipWatch& operator=(MembershipWatch const&) = delete;
   ~MembershipWatch();
 
-  /// Takes up so many more of the groups that were there from the beginning, and takes all that is
-  /// there for the first settled state. Returns whether there are more.
+  /// Begins to watch so many more of the groups that were there at the beginning. What is there now
+  /// becomes the settled state. Returns whether there are more of them.
   bool watchSome(std::size_t groups);
 
-  /// Gives up so many groups, so that the end can come in pieces. Nothing may be asked afterwards.
-  /// Returns whether there are more.
+  /// Stops watching so many groups, which ends the watch in pieces: nothing else may be called
+  /// afterwards. Returns whether there are more of them.
   bool unwatchSome(std::size_t groups);
 
   /// What has changed since the last time, by VLAN, group, interface in natural order, and

@@ -5,6 +5,7 @@
 
 #include "agent/text/NaturalOrder.h"
 #include "agent/watch/ChunkedWalk.h"
+#include "agent/watch/FollowOrNull.h"
 
 namespace Agent {
 
@@ -69,7 +70,7 @@ class RecordWatch::Host final : public Igmp::IgmpHost::NotifieeConst {
 
   PortKey key_;
   RecordWatch& watch_;
-  std::uint32_t taken_ = 0;  // the records with numbers below it are taken up
+  std::uint32_t taken_ = 0;  // records with lower numbers are watched
   Kel::Reactors<IpAddr, Record> records_;
 };
 
@@ -212,10 +213,7 @@ void RecordWatch::Host::follow(IpAddr group) {
   if (!watch_.of_.has(group)) return;
   Kel::Ptr<Igmp::IgmpV3GroupRecord const> const record =
       notifier() ? notifier()->v3group(group) : nullptr;
-  if (record)
-    records_.watch(group, record, [&] { return Kel::make<Record>(record, group, *this); });
-  else if (auto const watched = records_.get(group))
-    watched->notifierIs(nullptr);
+  followOrNull(records_, group, record, [&] { return Kel::make<Record>(record, group, *this); });
 }
 
 // ---- Directory
@@ -249,12 +247,9 @@ void RecordWatch::Directory::follow(Kel::Name const& name) {
   PortKey key;
   key.handleInit(name.stringValue());
   if (!watch_.of_.has(key.vlanId()) || !watch_.of_.has(key.intfId())) return;
-  if (Kel::Ptr<Igmp::IgmpHost const> const host = notifier()->igmpHost(name)) {
-    hosts_.watch(name, host, [&] { return Kel::make<Host>(host, std::move(key), watch_); });
-  } else if (auto const watched = hosts_.get(name)) {
-    watched->notifierIs(nullptr);
-    watch_.gone_.push_back(name);
-  }
+  Kel::Ptr<Igmp::IgmpHost const> const host = notifier()->igmpHost(name);
+  followOrNull(hosts_, name, host, [&] { return Kel::make<Host>(host, std::move(key), watch_); });
+  if (!host && hosts_.find(name)) watch_.gone_.push_back(name);
 }
 
 void RecordWatch::Directory::forget(Kel::Name const& name) {

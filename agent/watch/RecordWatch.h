@@ -13,7 +13,7 @@
 
 namespace Agent {
 
-/// How a host's record of a group has changed. Without `before` it is new, without `after` gone.
+/// A change of a host's record of a group. Without `before` it is new, without `after` gone.
 struct RecordChange {
   Bridging::IgmpSnooping::Proxy::PortKey host;
   Wirex::IpAddr group;
@@ -31,24 +31,24 @@ struct RecordEvent {
 };
 
 /// Tells how the hosts' records change from one settled state to the next. The proxy writes a
-/// changed record's list anew, source by source, so what is heard meanwhile says no more than which
-/// records may have changed; these are compared with what they were when the writing is over. The
-/// cost does not grow with the records that nobody touched. Single-threaded.
+/// changed record's list anew, source by source. So notifications only mark the records that may
+/// have changed, and these are compared with what they were once the writing is over. The cost does
+/// not grow with the records that nobody touched. Single-threaded.
 class RecordWatch {
  public:
-  /// Of records that are there already nothing is told until they are taken up.
-  /// @param of which to watch; the others cost next to nothing.
+  /// Records that are there already are watched from watchSome() on.
+  /// @param of which records to watch; the others cost next to nothing.
   explicit RecordWatch(Kel::Ptr<Igmp::IgmpHostDir> const& hosts, Selection of = {});
   RecordWatch(RecordWatch const&) = delete;
   RecordWatch& operator=(RecordWatch const&) = delete;
   ~RecordWatch();
 
-  /// Takes up so many more of the records that were there from the beginning, and takes all that is
-  /// there for the first settled state. Returns whether there are more.
+  /// Begins to watch so many more of the records that were there at the beginning. What is there
+  /// now becomes the settled state. Returns whether there are more of them.
   bool watchSome(std::size_t records);
 
-  /// Gives up so many records, so that the end can come in pieces. Nothing may be asked afterwards.
-  /// Returns whether there are more.
+  /// Stops watching so many records, which ends the watch in pieces: nothing else may be called
+  /// afterwards. Returns whether there are more of them.
   bool unwatchSome(std::size_t records);
 
   /// What has changed since the last time, by VLAN, interface in natural order, and group. To be

@@ -8,7 +8,7 @@
 
 namespace Agent {
 
-/// Of which VLAN, interface and group something is told: what is absent does not narrow it down.
+/// Which memberships or records are asked for. What is absent stands for all.
 struct Selection {
   std::optional<Bridging::VlanId> vlan;
   std::optional<Wirex::IntfId> interface;

@@ -99,7 +99,7 @@ class HostGroupRecords {
   /// For reading at once, neither to be held nor watched: the record may be shared. May be null.
   IgmpV3GroupRecord const* peek(Wirex::IpAddr group) const noexcept { return at(numberOf(group)); }
 
-  /// Has the host share records with others, from when it has none on.
+  /// Has the host share records with others. Does nothing while it has records.
   void sharedIs(Kel::Ptr<SharedRecords> const& shared) {
     if (shared_ == shared || !empty()) return;
     if (shared_) shared_->hostDel(host_);
@@ -159,13 +159,13 @@ class HostGroupRecords {
     return shared_ ? shared_->find(group, former) : SharedRecords::none;
   }
 
-  /// The first number of a record that is not below, or that of the end.
+  /// The first number from `number` on that has a record, or that of the end.
   std::uint32_t next(std::uint32_t number) const noexcept {
     while (number < allNumbers() && !at(number)) ++number;
     return number;
   }
 
-  /// The record of a number, of its own or common; null if there is none.
+  /// The record of a number, the host's own or the common one; null if there is none.
   IgmpV3GroupRecord* at(std::uint32_t number) const noexcept {
     if (Record const* const own = own_.find(number)) return own->get();
     return shared_ ? shared_->common(number, host_) : nullptr;

@@ -9,8 +9,8 @@
 
 namespace Igmp {
 
-/// What a host has told and what it owes: what another one needs to know to go on in its place, so
-/// that nobody on the wire notices.
+/// What a host has told and what it still has to tell. Another host that knows this can go on in
+/// its place without anybody on the wire noticing.
 struct HostMemory {
   /// A source whose change is still to be told so many times.
   struct PendingSource {

@@ -21,16 +21,16 @@ namespace Igmp {
 /// How a host sends, which its port and the configuration of its VLAN say.
 struct HostSettings {
   Wirex::MacAddress macAddress{};       ///< of the port; a host that has none yet sends nothing
-  Wirex::IpAddr sourceAddress;          ///< of its messages (RFC 9776 section 4.2.14)
+  Wirex::IpAddr sourceAddress;          ///< of its messages (RFC 9776 section 4.2.13)
   std::uint16_t mtu = 1500;             ///< bytes of an IP datagram on the port
   std::uint8_t robustnessVariable = 2;  ///< 1 to 7 (RFC 9776 section 8.1)
-  /// Whether it says of itself how its records change. Queries are answered in any case.
+  /// Whether it reports changes of its records unasked. Queries are answered in any case.
   bool reportsUnasked = false;
   /// Whether it reports unasked only because a query was heard on its port. Such a host begins
   /// after a random time, like one that answers (RFC 9776 section 5.2), so that the hosts that hear
   /// a new querier do not all report at once.
   bool reportsSinceQuery = false;
-  /// Whether it heeds queries on its port; those that it follows in its VLAN it heeds anyway.
+  /// Whether it heeds queries on its port. It heeds those of its VLAN anyway where it follows them.
   bool hearsQueries = true;
   /// Whether it ignores IGMPv2 and IGMPv3 queries without Router Alert (RFC 9776 section 9.1).
   bool requireRouterAlert = false;
@@ -132,8 +132,8 @@ class KEL_EXPORT IgmpHost : public Kel::Entity {
     vlanQueries_.is(*this, queries);
   }
 
-  /// A look at a record through `v3group` gives the host one of its own; `v3group().peek(group)`
-  /// does not.
+  /// Reading a record through `v3group` makes a copy for this host, where it shares the record with
+  /// others; `v3group().peek(group)` makes none.
   V3groups const& v3group() const { return v3group_; }
   Kel::Ptr<IgmpV3GroupRecord const> v3group(Wirex::IpAddr group) const {
     return v3group_.get(group);
@@ -202,7 +202,7 @@ class KEL_EXPORT IgmpHostDir : public Kel::Entity {
   IgmpHosts const& igmpHost() const { return igmpHost_; }
   Kel::Ptr<IgmpHost const> igmpHost(Kel::Name const& name) const { return igmpHost_.get(name); }
   Kel::Ptr<IgmpHost> igmpHost(Kel::Name const& name) { return igmpHost_.get(name); }
-  /// Another one, or another number of hosts, once hosts have come or gone.
+  /// After hosts have come or gone, this or their number is another one.
   std::uint32_t igmpHostVersion() const { return igmpHostVersion_; }
   Kel::Ptr<IgmpHost> newIgmpHost(Kel::Name const& name) const { return Kel::make<IgmpHost>(name); }
   Kel::Ptr<IgmpHost> igmpHostIs(Kel::Name const& name) {
@@ -249,8 +249,8 @@ class KEL_EXPORT IgmpHostStatus : public Kel::Entity {
   IgmpVersion compatibilityMode() const { return compatibilityMode_; }
   void compatibilityModeIs(IgmpVersion version) { compatibilityMode_ = version; }
 
-  /// The last one heard of the version that it speaks, where that is older than the configured
-  /// one; 0.0.0.0 also for a querier without an address.
+  /// The querier that was heard last of the version that the host speaks, where that is older than
+  /// the configured one; else 0.0.0.0, which may also be the address of a querier without one.
   Wirex::IpAddr olderQuerier() const { return olderQuerier_; }
   void olderQuerierIs(Wirex::IpAddr querier) { olderQuerier_ = querier; }
 
@@ -269,7 +269,7 @@ class KEL_EXPORT IgmpHostStatus : public Kel::Entity {
   HostCounters counters_;
 };
 
-/// The status of the hosts of one owner, which its name tells.
+/// The status of the hosts of one owner, after whom it is named.
 class KEL_EXPORT IgmpHostStatusDir : public Kel::Entity {
  public:
   class NotifieeConst : public Kel::NotifieeOf<IgmpHostStatusDir const> {

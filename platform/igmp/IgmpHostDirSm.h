@@ -13,8 +13,8 @@ class HostSm;
 
 /// The host library: runs every host of a directory as an IGMP host (RFC 9776 sections 5 and 7;
 /// RFC 2236 and RFC 1112 towards older queriers), and keeps a status for each. A host that is
-/// disabled or removed while it can send leaves what it has reported; one whose machine ends just
-/// falls silent. Single-threaded, on the thread of the timer wheel.
+/// disabled or removed while it can send leaves the groups that it has reported. When the library
+/// itself ends, hosts just fall silent. Single-threaded, on the thread of the timer wheel.
 class KEL_EXPORT IgmpHostDirSm : public Kel::PtrInterface {
  public:
   /// @param activity on which the machine works; empty for one of its own.
@@ -31,10 +31,11 @@ class KEL_EXPORT IgmpHostDirSm : public Kel::PtrInterface {
   /// What a host has told and owes; empty if there is none.
   HostMemory memory(Kel::Name const& host) const;
 
-  /// Has a host that is still to be made go on from there when it can first send, and not tell all
-  /// it has as new. To be ended before the routers can have forgotten.
+  /// Hands a memory to a host that is still to be made. When it can first send, it goes on from
+  /// there instead of telling all it has as new. To be taken back, by memoryDelAll(), before
+  /// routers may have forgotten what they were told.
   void memoryIs(Kel::Name const& host, HostMemory memory);
-  /// Who has not gone on by now begins as new.
+  /// Hosts that have not gone on from their memory by now begin as new.
   void memoryDelAll();
 
   /// What a host last sent of a group, if that is remembered.

@@ -15,8 +15,8 @@
 namespace Igmp {
 
 /// What hosts last sent of each group, so that an operator can ask for it afterwards. It takes
-/// memory once a host has sent something, and no more after that: where hosts have sent of more
-/// groups, those that were sent longest ago are forgotten.
+/// memory once a host has sent something, and no more after that: when it is full, what was sent
+/// longest ago is forgotten.
 class KEL_EXPORT SentRecords : public Kel::PtrInterface {
  public:
   /// What was sent of a group.

@@ -34,16 +34,16 @@ class KEL_EXPORT VlanQueries : public Kel::Entity {
   /// A query that was heard on a port.
   void heard(Heard const& query);
 
-  /// One that the switch itself has sent. Its version is no other querier's.
+  /// A query that the switch itself has sent. Its version does not count as another querier's.
   void sent(Query const& query);
 
   /// A querier of an older version that was heard before, by this or a former snooper.
   void olderQuerierIs(QuerierVersions::Present const& querier);
 
-  /// What onQuery() is about; null at any other time.
+  /// The query that onQuery() tells of; null at any other time.
   Heard const* query() const noexcept { return query_; }
 
-  /// Of all queriers that were heard.
+  /// The versions of all queriers that were heard.
   QuerierVersions const& versions() const noexcept { return versions_; }
 
  private:

@@ -20,7 +20,7 @@ class GroupReporting final : public IgmpV3GroupRecord::NotifieeConst, public Hor
 
   Wirex::IpAddr group() const { return group_; }
 
-  /// Whether nothing was reported that stands, and nothing is to be told.
+  /// Whether routers were told nothing that still holds, and nothing is to be told.
   bool idle() const { return reported_.empty() && !marked_ && !pending(); }
 
   /// Has the whole state told as if it were new.
@@ -29,11 +29,11 @@ class GroupReporting final : public IgmpV3GroupRecord::NotifieeConst, public Hor
   /// The same when its timer expires, or when the record changes before.
   void tellLater();
 
-  /// What was told, and is still to be told again. Nothing if that is all, as new.
+  /// What was told, and what is still to be told again. Nothing if all is to be told as new.
   std::optional<HostMemory::Told> told(IgmpVersion mode) const;
 
-  /// Goes on from what was told. A record that is not there may be about to come: it is taken back
-  /// later.
+  /// Goes on from what was told. If the record is not there, it may still come: it is not reported
+  /// as gone at once.
   void goOnFrom(HostMemory::Told const& told, IgmpVersion mode);
 
   /// Gives up what is to be told again, but knows what was told.

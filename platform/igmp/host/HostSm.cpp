@@ -162,7 +162,7 @@ void HostSm::hasNotificationActiveIs(bool active) {
   kelVlanQueries_->hasNotificationActiveIs(active);
   kelSettlement_->hasNotificationActiveIs(active);
   if (!active) return;
-  // What has changed meanwhile.
+  // Catches up on what has changed meanwhile.
   handleVlanQueries();
   updateAccess();
   settlement_->dueNotify();
@@ -227,7 +227,7 @@ void HostSm::goOnFrom(HostMemory const& memory) {
 void HostSm::handlePam() {
   bool const wasReporting = unaskedReports_.active();
   updateAccess();
-  // What was said last may not have got out of the former one.
+  // The former packet access may not have sent what was written last.
   if (wasReporting && unaskedReports_.active()) unaskedReports_.tellAllAsNew();
 }
 
@@ -276,7 +276,8 @@ void HostSm::handleIgmpVersion() {
   if (mode_ != former) handleConfigured();
 }
 
-/// Often a query that is still to be answered is why the host follows its VLAN's from now on.
+/// Pending answers stay, because the host often begins to follow the queries of its VLAN on account
+/// of a query that it has still to answer.
 void HostSm::handleVlanQueries() {
   if (kelVlanQueries_->notifier() != host()->vlanQueries())
     kelVlanQueries_->notifierIs(host()->vlanQueries());
@@ -285,7 +286,7 @@ void HostSm::handleVlanQueries() {
   unaskedReports_.cancelPending();
 }
 
-/// Queriers count wherever the host answers them.
+/// Those of the VLAN count too where the host answers them.
 QuerierVersions const& HostSm::oldestQueriers() const {
   VlanQueries const* const vlan = kelVlanQueries_->notifier().get();
   bool const isElsewhere = vlan && vlan->versions().oldest() < querierVersions_.oldest();
@@ -386,7 +387,7 @@ void HostSm::handleSettlement() {
   send(writer.takeFrames());
 }
 
-// What a frame causes to be sent comes after those that were written before.
+// Sending a frame may cause others to be sent: these come after those that were written before.
 void HostSm::send(std::vector<Wirex::Pkt::Ptr> frames) {
   if (!frames.empty()) status_->lastSentIs(timerWheel_->now());
   std::move(frames.begin(), frames.end(), std::back_inserter(outbox_));

@@ -33,7 +33,7 @@ class HostSm final : public Kel::PtrInterface {
   Kel::Ptr<IgmpHost const> const& host() const;
 
   HostMemory memory() const;
-  /// Has the host go on from there as soon as it can send. Nothing: it begins as new.
+  /// The host goes on from it as soon as it can send. Without one it begins as new.
   void memoryIs(std::optional<HostMemory> memory) { memory_ = std::move(memory); }
 
   /// What it last sent of a group, if that is remembered.
@@ -41,7 +41,7 @@ class HostSm final : public Kel::PtrInterface {
     return sent_->find(number_, group);
   }
 
-  /// Leaves the groups that the host has reported of its own accord, at once, if it can still send.
+  /// Leaves the groups that the host has reported unasked, at once, if it can still send.
   void leave();
 
   void hasNotificationActiveIs(bool active) override;
@@ -82,7 +82,7 @@ class HostSm final : public Kel::PtrInterface {
   Kel::Ptr<IgmpHostStatus> status_;
   Kel::Ptr<SentRecords> sent_;
   std::uint32_t number_;  // among those who have sent
-  IgmpVersion mode_;      // that the host speaks
+  IgmpVersion mode_;      // the version that the host speaks
   RandomDelays delays_;
   Kel::Ptr<HostWakeup const> settlement_ = Kel::make<HostWakeup>();
   QuerierVersions querierVersions_;

@@ -32,14 +32,14 @@ class UnaskedReports {
   /// Has all state told as if it were new.
   void tellAllAsNew();
 
-  /// The same at a random time within the unsolicited report interval. What changes before is told
-  /// at once.
+  /// The same at a random time within the unsolicited report interval. What changes before that
+  /// time is told at once.
   void tellAllLater(IgmpVersion mode);
 
-  /// What was told and stands, and what is still to be told again.
+  /// What was told and still holds, and what is still to be told again.
   std::vector<HostMemory::Told> told(IgmpVersion mode) const;
 
-  /// Tells only what is different from what was told, and of that what is to be told again.
+  /// Goes on from what was told: tells only what differs from it, and what was to be told again.
   void goOnFrom(std::vector<HostMemory::Told> const& told, IgmpVersion mode);
 
   /// Gives up what is still to be told, except of changes that were never compared.
@@ -72,7 +72,7 @@ class UnaskedReports {
   void forgetAll();
   void forgetIfIdle(GroupReporting& reporting);
 
-  // For the groups.
+  // Called by the groups.
   void mark(GroupReporting& reporting);
   void scheduleRepetition(GroupReporting& reporting, IgmpVersion mode);
 
