@@ -98,17 +98,17 @@ class HostSm::KelVlanQueries final : public Kel::ReactorFor<HostSm, VlanQueries:
   }
 };
 
-class HostSm::KelSettlement final : public Kel::ActivityReactor<HostWakeup::NotifieeConst> {
+class HostSm::KelWakeup final : public Kel::ActivityReactor<HostWakeup::NotifieeConst> {
  public:
-  KelSettlement(Kel::Ptr<HostWakeup const> settlement, HostSm* owner)
+  KelWakeup(Kel::Ptr<HostWakeup const> wakeup, HostSm* owner)
       : ActivityReactor(owner->activity_), owner_(owner) {
-    watch(std::move(settlement));
+    watch(std::move(wakeup));
   }
 
   void onDue() override {
     if (!notificationActive()) return;
     Kel::Ptr<HostSm> const hostSm(owner_);
-    hostSm->handleSettlement();
+    hostSm->handleWakeup();
   }
 
  private:
@@ -117,12 +117,12 @@ class HostSm::KelSettlement final : public Kel::ActivityReactor<HostWakeup::Noti
 
 class HostSm::PauseTimer final : public Horix::Timer {
  public:
-  explicit PauseTimer(HostWakeup const& settlement) : settlement_(settlement) {}
+  explicit PauseTimer(HostWakeup const& wakeup) : wakeup_(wakeup) {}
 
  private:
-  void onExpiry() override { settlement_.dueNotify(); }
+  void onExpiry() override { wakeup_.dueNotify(); }
 
-  HostWakeup const& settlement_;
+  HostWakeup const& wakeup_;
 };
 
 HostSm::HostSm(Kel::Ptr<Kel::ActivityConfig> activity, Kel::Ptr<IgmpHost const> host,
@@ -134,14 +134,14 @@ HostSm::HostSm(Kel::Ptr<Kel::ActivityConfig> activity, Kel::Ptr<IgmpHost const> 
       number_(sent_->newHost()),
       mode_(host->igmpVersion()),
       querierVersions_(timerWheel, [this] { handleCompatibilityMode(); }),
-      answers_(*host, timerWheel, delays_, settlement_),
-      unaskedReports_(host, timerWheel, delays_, settlement_),
+      answers_(*host, timerWheel, delays_, wakeup_),
+      unaskedReports_(host, timerWheel, delays_, wakeup_),
       timerWheel_(std::move(timerWheel)),
-      pause_(std::make_unique<PauseTimer>(*settlement_)),
+      pause_(std::make_unique<PauseTimer>(*wakeup_)),
       kelHost_(Kel::make<KelHost>(host, this)),
       kelPam_(Kel::make<KelPam>(Kel::Ptr<Wirex::Pam const>(), this)),
       kelVlanQueries_(Kel::make<KelVlanQueries>(host->vlanQueries(), this)),
-      kelSettlement_(Kel::make<KelSettlement>(settlement_, this)) {
+      kelWakeup_(Kel::make<KelWakeup>(wakeup_, this)) {
   status_->compatibilityModeIs(mode_);
   handleCompatibilityMode();
   seedDelays();
@@ -160,19 +160,19 @@ void HostSm::hasNotificationActiveIs(bool active) {
   kelHost_->hasNotificationActiveIs(active);
   kelPam_->hasNotificationActiveIs(active);
   kelVlanQueries_->hasNotificationActiveIs(active);
-  kelSettlement_->hasNotificationActiveIs(active);
+  kelWakeup_->hasNotificationActiveIs(active);
   if (!active) return;
   // Catches up on what has changed meanwhile.
   handleVlanQueries();
   updateAccess();
-  settlement_->dueNotify();
+  wakeup_->dueNotify();
 }
 
 void HostSm::kelDoZombieReactors(bool zombie) {
   kelHost_->kelDoZombieReactors(zombie);
   kelPam_->kelDoZombieReactors(zombie);
   kelVlanQueries_->kelDoZombieReactors(zombie);
-  kelSettlement_->kelDoZombieReactors(zombie);
+  kelWakeup_->kelDoZombieReactors(zombie);
 }
 
 // ---- What the host may do
@@ -371,7 +371,7 @@ ReportWriter HostSm::newWriter() const {
   return {host()->settings(), {status_->counters(), *sent_, number_, timerWheel_->now()}};
 }
 
-void HostSm::handleSettlement() {
+void HostSm::handleWakeup() {
   if (!canSend()) {
     answers_.dropDue();
     return;

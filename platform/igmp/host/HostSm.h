@@ -51,10 +51,10 @@ class HostSm final : public Kel::PtrInterface {
   class KelHost;
   class KelPam;
   class KelVlanQueries;
-  class KelSettlement;
+  class KelWakeup;
   class PauseTimer;
 
-  void handleSettlement();
+  void handleWakeup();
   void handlePacket();
   void handleEnabled();
   void handlePam();
@@ -84,7 +84,7 @@ class HostSm final : public Kel::PtrInterface {
   std::uint32_t number_;  // among those who have sent
   IgmpVersion mode_;      // the version that the host speaks
   RandomDelays delays_;
-  Kel::Ptr<HostWakeup const> settlement_ = Kel::make<HostWakeup>();
+  Kel::Ptr<HostWakeup const> wakeup_ = Kel::make<HostWakeup>();
   QuerierVersions querierVersions_;
   PendingAnswers answers_;
   UnaskedReports unaskedReports_;
@@ -96,7 +96,7 @@ class HostSm final : public Kel::PtrInterface {
   Kel::Ptr<KelHost> kelHost_;
   Kel::Ptr<KelPam> kelPam_;
   Kel::Ptr<KelVlanQueries> kelVlanQueries_;
-  Kel::Ptr<KelSettlement> kelSettlement_;
+  Kel::Ptr<KelWakeup> kelWakeup_;
 };
 
 }  // namespace Igmp

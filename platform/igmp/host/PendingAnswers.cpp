@@ -91,11 +91,11 @@ class PendingAnswers::OlderRound final : public Horix::Timer {
 };
 
 PendingAnswers::PendingAnswers(IgmpHost const& host, Kel::Ptr<Horix::TimerWheel const> timerWheel,
-                               RandomDelays& delays, Kel::Ptr<HostWakeup const> settlement)
+                               RandomDelays& delays, Kel::Ptr<HostWakeup const> wakeup)
     : host_(host),
       timerWheel_(std::move(timerWheel)),
       delays_(delays),
-      settlement_(std::move(settlement)),
+      wakeup_(std::move(wakeup)),
       general_(std::make_unique<GeneralAnswer>(*this)),
       olderRound_(std::make_unique<OlderRound>(*this)) {}
 
@@ -252,12 +252,12 @@ void PendingAnswers::cancelAll() {
 
 void PendingAnswers::handleGeneralDue() {
   generalDue_ = true;
-  settlement_->dueNotify();
+  wakeup_->dueNotify();
 }
 
 void PendingAnswers::handleDue(GroupAnswer& answer) {
   due_.push_back(answer.group());
-  settlement_->dueNotify();
+  wakeup_->dueNotify();
 }
 
 std::vector<IpAddr> PendingAnswers::write(ReportWriter& writer, IgmpVersion mode) {

@@ -20,7 +20,7 @@ class PendingAnswers {
  public:
   /// @param host, delays outlive this.
   PendingAnswers(IgmpHost const& host, Kel::Ptr<Horix::TimerWheel const> timerWheel,
-                 RandomDelays& delays, Kel::Ptr<HostWakeup const> settlement);
+                 RandomDelays& delays, Kel::Ptr<HostWakeup const> wakeup);
   ~PendingAnswers();
 
   /// Makes what the query asks pending. Whether a timer runs for a group tells RFC 2236's Delaying
@@ -74,7 +74,7 @@ class PendingAnswers {
   IgmpHost const& host_;
   Kel::Ptr<Horix::TimerWheel const> timerWheel_;
   RandomDelays& delays_;
-  Kel::Ptr<HostWakeup const> settlement_;
+  Kel::Ptr<HostWakeup const> wakeup_;
   std::unique_ptr<GeneralAnswer> general_;
   std::unique_ptr<OlderRound> olderRound_;
   bool generalDue_ = false;

@@ -46,11 +46,11 @@ class UnaskedReports::ForgetTimer final : public Horix::Timer {
 
 UnaskedReports::UnaskedReports(Kel::Ptr<IgmpHost const> host,
                                Kel::Ptr<Horix::TimerWheel const> timerWheel, RandomDelays& delays,
-                               Kel::Ptr<HostWakeup const> settlement)
+                               Kel::Ptr<HostWakeup const> wakeup)
     : host_(std::move(host)),
       timerWheel_(std::move(timerWheel)),
       delays_(delays),
-      settlement_(std::move(settlement)),
+      wakeup_(std::move(wakeup)),
       records_(Kel::make<KelRecords>(Kel::Ptr<IgmpHost const>(), this)),
       forgetTimer_(std::make_unique<ForgetTimer>(*this)) {}
 
@@ -125,7 +125,7 @@ void UnaskedReports::follow(IpAddr group) {
 }
 
 void UnaskedReports::mark(GroupReporting& reporting) {
-  if (marked_.empty()) settlement_->dueNotify();
+  if (marked_.empty()) wakeup_->dueNotify();
   marked_.push_back(&reporting);
 }
 

@@ -21,7 +21,7 @@ class UnaskedReports {
  public:
   /// @param delays outlives this.
   UnaskedReports(Kel::Ptr<IgmpHost const> host, Kel::Ptr<Horix::TimerWheel const> timerWheel,
-                 RandomDelays& delays, Kel::Ptr<HostWakeup const> settlement);
+                 RandomDelays& delays, Kel::Ptr<HostWakeup const> wakeup);
   UnaskedReports(UnaskedReports const&) = delete;
   UnaskedReports& operator=(UnaskedReports const&) = delete;
   ~UnaskedReports();
@@ -79,7 +79,7 @@ class UnaskedReports {
   Kel::Ptr<IgmpHost const> host_;
   Kel::Ptr<Horix::TimerWheel const> timerWheel_;
   RandomDelays& delays_;
-  Kel::Ptr<HostWakeup const> settlement_;
+  Kel::Ptr<HostWakeup const> wakeup_;
   bool active_ = false;
   Kel::Ptr<KelRecords> records_;
   std::unique_ptr<ForgetTimer> forgetTimer_;

@@ -35,6 +35,7 @@ std::vector<std::uint64_t> allOf(Counters const& counters) {
 template <class Table, class Counters>
 std::vector<std::uint64_t> valuesIn(Table const& table, Counters const& counters) {
   std::vector<std::uint64_t> values;
+  values.reserve(table.size());
   for (auto const& counter : table) values.push_back(counter.value(counters));
   return values;
 }
