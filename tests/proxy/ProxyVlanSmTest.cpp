@@ -631,6 +631,21 @@ TEST_F(ProxyVlanSmTest, ZombieHasZombiePortMachines) {
   EXPECT_EQ(host(10, "swp1")->igmpVersion(), IgmpVersion::v2);
 }
 
+TEST_F(ProxyVlanSm_Ports, ThatLeaveDuringTheWholePassAreDecidedOnce) {
+  kernelHas("swp1");
+  kernelHas("swp2");
+  joins(10, "swp1");
+  joins(10, "swp2");
+  ControlObserver observer([&](std::string const& text) {
+    if (text == "+host Vlan10swp1") leaves(10, "swp2");
+  });
+  observer.watch(hosts);
+  TraceCapture trace({4}, controlTraces);
+  make();
+  EXPECT_THAT(trace.texts(), ElementsAre("4 Creating QuerierSm for port swp1",
+                                         "4 Deleting PortSm for port swp2"));
+}
+
 TEST_F(ProxyVlanSm_Ports, ThatHaveLeftAreNotVisitedByTheWholePass) {
   kernelHas("swp1");
   joins(10, "swp1");
