@@ -269,5 +269,21 @@ TEST(ControlReentrancyOfAVlan, ThatGoesWhileItMakesAHostAddsNoKey) {
   EXPECT_THAT(on.hostKeys(10), ::testing::Not(::testing::Contains("Vlan20swp4")));
 }
 
+TEST(ControlReentrancyOfAVlan, ThatIsToGoWhileAPortIsDecidedGoesAfterwards) {
+  BusySwitch on;
+  on.start();
+  bool stayed = false;
+  ControlObserver observer([&](std::string const& text) {
+    if (text != "+host Vlan20swp4") return;
+    on.querierDel(20);
+    stayed = static_cast<bool>(on.vlanSm(20));
+  });
+  observer.watch(on.hosts);
+  on.kernelHas("swp4");
+  on.joins(20, "swp4");
+  EXPECT_TRUE(stayed);
+  EXPECT_FALSE(on.vlanSm(20));
+}
+
 }  // namespace
 }  // namespace Bridging::IgmpSnooping::Proxy::Testing

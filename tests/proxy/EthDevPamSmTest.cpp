@@ -158,6 +158,18 @@ TEST_F(EthDevPamSmTest, DoesNothingWhileInactive) {
   EXPECT_TRUE(multiplexer("swp1"));
 }
 
+TEST_F(EthDevPamSmTest, CatchesUpWithDevicesThatCameAndWentWhileItWasInactive) {
+  open("swp1");
+  start();
+  sm->hasNotificationActiveIs(false);
+  close("swp1");
+  open("swp2");
+  EXPECT_TRUE(multiplexer("swp1"));
+  sm->hasNotificationActiveIs(true);
+  EXPECT_FALSE(multiplexer("swp1"));
+  EXPECT_TRUE(multiplexer("swp2"));
+}
+
 TEST_F(EthDevPamSmTest, DoesNothingOnceItIsGone) {
   start();
   EXPECT_EQ(sm->references(), 1u);

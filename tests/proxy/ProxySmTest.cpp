@@ -744,6 +744,33 @@ TEST_F(ProxySm_Inactive, OneOpensTheDevicesOfItsPortsWhenItIsActiveAgain) {
   EXPECT_TRUE(host(10, "swp2")->pam());
 }
 
+TEST_F(ProxySmTest, ZombieHasZombieVlanMachines) {
+  serves(10, {"swp1"});
+  start();
+  proxy->kelDoZombieReactors(true);
+  kernelHas("swp2");
+  joins(10, "swp2");
+  port(10, "swp1")->blockedIs(true);
+  EXPECT_THAT(servedPorts(10), ElementsAre("swp1"));
+  EXPECT_FALSE(host(10, "swp1")->blocked());
+  proxy->kelDoZombieReactors(false);
+  port(10, "swp1")->blockedIs(false);
+  port(10, "swp1")->blockedIs(true);
+  EXPECT_TRUE(host(10, "swp1")->blocked());
+}
+
+TEST_F(ProxySmTest, ZombieHasZombieAdapters) {
+  serves(10, {"swp1"});
+  start();
+  TraceCapture trace({9}, TraceCapture::adapter);
+  proxy->kelDoZombieReactors(true);
+  adapterConfig(10)->hostKeyIs(PortKey(VlanId(10), IntfId("swp8")), true);
+  EXPECT_THAT(trace.texts(), IsEmpty());
+  proxy->kelDoZombieReactors(false);
+  adapterConfig(10)->hostKeyIs(PortKey(VlanId(10), IntfId("swp9")), true);
+  EXPECT_THAT(trace.texts(), ElementsAre("9 AdapterSm::newIgmpHost key Vlan10swp9"));
+}
+
 TEST_F(ProxySm_End, AVlanMachineThatSomebodyHoldsWritesItsHostNoMore) {
   serves(10, {"swp1"});
   start();

@@ -642,8 +642,8 @@ TEST_F(ProxyVlanSm_Ports, ThatLeaveDuringTheWholePassAreDecidedOnce) {
   observer.watch(hosts);
   TraceCapture trace({4}, controlTraces);
   make();
-  EXPECT_THAT(trace.texts(), ElementsAre("4 Creating QuerierSm for port swp1",
-                                         "4 Deleting PortSm for port swp2"));
+  EXPECT_THAT(trace.texts(),
+              ElementsAre("4 Creating QuerierSm for port swp1", "4 Deleting PortSm for port swp2"));
 }
 
 TEST_F(ProxyVlanSm_Ports, ThatHaveLeftAreNotVisitedByTheWholePass) {
