@@ -73,6 +73,9 @@ Switch::~Switch() {
 }
 
 void Switch::configurationIs(Configuration configuration) {
+  // Adapters that stay hear in the middle what is written so far, and cannot be told again of what
+  // ports exclude once that has changed.
+  batch_.settle();
   configuration_ = std::move(configuration);
   interfaces_.clear();
   for (InterfaceConfig const& interface : configuration_.interfaces)

@@ -92,6 +92,7 @@ void MembershipWriter::repeat() {
     }
   }
   unpublished_ = true;
+  settle();
 }
 
 void MembershipWriter::publish() {

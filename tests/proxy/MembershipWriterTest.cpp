@@ -130,6 +130,18 @@ TEST_F(MembershipWriterTest, RepeatingLosesNoCounts) {
   EXPECT_EQ(counts(), (Counts{1, {}, {{s1, 1}}}));
 }
 
+TEST_F(MembershipWriterTest, RepeatingWhatIsTakenBackBeforeItIsPublishedLosesNoCounts) {
+  exclude("swp1", r1, {s1});
+  include("swp2", r1, {s1});
+  include("swp2", r2, {s1});
+  says("swp2", r2, FilterMode::exclude, {s1});
+  writer.repeat();
+  writer.membershipDel(g1, IntfId("swp2"), r1);
+  writer.membershipDel(g1, IntfId("swp2"), r2);
+  writer.publish();
+  EXPECT_EQ(counts(), (Counts{0, {}, {{s1, 1}}}));
+}
+
 /// What ports of these reporters count together, computed anew.
 Counts freshCounts(IgmpGroup const& group) {
   Counts fresh;

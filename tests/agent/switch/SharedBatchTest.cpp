@@ -1,3 +1,5 @@
+#include <string>
+
 #include <gtest/gtest.h>
 
 #include "tests/agent/switch/SwitchTesting.h"
@@ -61,6 +63,23 @@ TEST_F(SharedBatchTest, RoomThatAVlanMakesCostsAnotherOneNoExclusion) {
 
   under.hear("swp1", saidIn20(excluder, toIn(group, {})));
   under.hear("swp1", saidIn20(includer, toIn(group, {})));
+  EXPECT_EQ(under.record("Vlan20swp3", group), "exclude 192.0.2.1");
+}
+
+// A configuration has adapters hear what is written so far, before it has the port forget it.
+TEST_F(SharedBatchTest, ReconfigurationThatSilencesAPortCostsAnotherOneNoExclusion) {
+  under.hear("swp2", saidIn20(excluder, toEx(group, {source})));
+  under.hear("swp1", saidIn20(includer, toIn(group, {source})));
+  under.hear("swp1", saidIn20(excluder, toIn(group, {source})));
+  under.hearOnly("swp1", saidIn20(excluder, toEx(group, {source})));
+
+  std::string silencing = crowdedBesideRoomy;
+  silencing.replace(silencing.find("swp[1-3]"), 8, "swp[2-3]");
+  under.configure(configurationIn(silencing + R"(
+  [[interface]]
+  name = "swp1"
+  direction = "egress"
+)"));
   EXPECT_EQ(under.record("Vlan20swp3", group), "exclude 192.0.2.1");
 }
 
