@@ -204,6 +204,10 @@ void AdapterSm::kelDoZombieReactors(bool zombie) {
   igmpGroup_.kelDoZombieReactors(zombie);
 }
 
+void AdapterSm::kel_handleIgmpGroup(KelIgmpGroup& reactor) {
+  reactor.handleDelete();
+}
+
 void AdapterSm::followGroup(IpAddr address) {
   if (auto const group = coreStatus()->group(address))
     igmpGroupIs(group);
@@ -518,8 +522,8 @@ void KelIgmpGroup::kelDoZombieReactors(bool zombie) {
   NotifieeConst::kelDoZombieReactors(zombie);
   igmpIntf_.kelDoZombieReactors(zombie);
   if (!deleted) return;
-  if (changed_->adapter())
-    handleDelete();
+  if (AdapterSm* const adapterSm = changed_->adapter())
+    adapterSm->kel_handleIgmpGroup(*this);
   else
     igmpHostChangedIs(false);
 }

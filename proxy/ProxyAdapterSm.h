@@ -80,6 +80,8 @@ class KEL_EXPORT AdapterSm : public Kel::PtrInterface {
  private:
   using Changed = ChangedGroups<AdapterSm, KelIgmpGroup>;
 
+  /// The framework's zombie pass calls this for a group reactor that is about to go.
+  void kel_handleIgmpGroup(KelIgmpGroup& reactor);
   void followGroup(Wirex::IpAddr address);
   void reconcileGroups();
   /// A group and its place in igmpGroup.
