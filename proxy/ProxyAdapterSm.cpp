@@ -604,6 +604,7 @@ KelIgmpIntf::Count KelIgmpIntf::portCount(FilterMode mode, IpAddr source) const 
 }
 
 KelIgmpIntf::Count KelIgmpIntf::count(FilterMode mode, IpAddr source, Count by) {
+  CountedPort const held(*this);
   settlement_.unsettle();
   Count* const present = listed(mode).find(source);
   Count& count = present ? *present : listed(mode).add(source, 0);

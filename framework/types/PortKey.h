@@ -26,8 +26,9 @@ class KEL_EXPORT PortKey {
   /// The text as the name of the host.
   Kel::Name const& hostName() const noexcept { return identity_->hostName; }
 
-  /// Takes the key's value from its text. The VLAN is all digits after "Vlan", so the text of an
-  /// interface whose name begins with a digit cannot be told from another key's.
+  /// Takes the key's value from its text. The VLAN is the longest number after "Vlan" that a VLAN
+  /// can have, so the text of an interface whose name begins with a digit cannot be told from
+  /// another key's.
   /// Throws Kel::RangeException, and changes nothing, if the text is no key's.
   void handleInit(Kel::String8 const& text);
 

@@ -99,6 +99,16 @@ Cause const causes[] = {
        vlan.status->group(g1)->intf(IntfId("swp1"))->membershipIs(next);
        Kel::runActivities();
      }},
+    {"ASourceIsCountedByWhoDoesNotHoldThePort",
+     [](CountedVlan& vlan) {
+       KelIgmpIntf* const port = vlan.intf("swp1").get();
+       port->portIncludeInc(s4, 1);
+     }},
+    {"ASourceIsDeletedByWhoDoesNotHoldThePort",
+     [](CountedVlan& vlan) {
+       KelIgmpIntf* const port = vlan.intf("swp1").get();
+       port->portIncludeDel(s1);
+     }},
 };
 
 using Interruption = std::tuple<Action, Cause, int, bool>;
